@@ -1,0 +1,29 @@
+# libkelnn.so and kelnn_objects, the same code as objects for the unit tests.
+
+set(kelnn_sources
+  plat/jzt31/kel_nn_engine.cpp
+  src/kel_nn_common.cpp
+  src/kel_nn_facercg.cpp
+  src/kel_nn_graph_run.cpp
+  src/kel_nn_utils.cpp
+)
+# What a log line shows as its file: the path from the root of the tree, wherever it is checked out.
+foreach(source ${kelnn_sources})
+  set_source_files_properties(${source} PROPERTIES COMPILE_DEFINITIONS KEL_NN_SOURCE_PATH="${source}")
+endforeach()
+
+add_library(kelnn_objects OBJECT ${kelnn_sources})
+set_target_properties(kelnn_objects PROPERTIES CXX_STANDARD 14 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF)
+target_include_directories(kelnn_objects PUBLIC include PRIVATE src plat/jzt31)
+target_link_libraries(kelnn_objects PRIVATE kelnn_library_flags kelnn_runtime_headers)
+
+if(KEL_NN_PC OR KEL_NN_RUNTIME_SDK)
+  add_library(kelnn SHARED $<TARGET_OBJECTS:kelnn_objects>)
+  target_include_directories(kelnn PUBLIC include)
+  target_link_libraries(kelnn PRIVATE ${kelnn_runtime} m)
+  # The map keeps instantiated standard templates from being exported beside the interface.
+  target_link_options(kelnn PRIVATE -Wl,--no-undefined -Wl,--as-needed
+    -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
+  set_target_properties(kelnn PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
+endif()

@@ -1,0 +1,37 @@
+// The library's lines on standard output: red errors, yellow warnings, green information.
+//
+// Macros, because a line names the file, function and line of the one who reports. The exported function
+// reports, so that its own name is shown; the helpers below it return a status.
+#ifndef KEL_NN_LOG_H_
+#define KEL_NN_LOG_H_
+
+#include <cstdio>
+
+// The path from the root of the tree, which the build gives for every source.
+#ifndef KEL_NN_SOURCE_PATH
+#define KEL_NN_SOURCE_PATH __FILE__
+#endif
+
+// How a line names its function. The engine shows whole signatures and defines its own before this.
+#ifndef KEL_NN_LOG_FUNCTION
+#define KEL_NN_LOG_FUNCTION __func__
+#endif
+
+#define KEL_NN_LOG_LOCATED(colour, tag, format, ...)                                            \
+  std::printf("\033[0;" colour "m%s: In function: '%s': %d\n" tag format "\n\033[0m",           \
+              KEL_NN_SOURCE_PATH, KEL_NN_LOG_FUNCTION, __LINE__, ##__VA_ARGS__)
+
+#define KEL_NN_ERROR(format, ...) KEL_NN_LOG_LOCATED("31", "[Error]", format, ##__VA_ARGS__)
+#define KEL_NN_WARNING(format, ...) KEL_NN_LOG_LOCATED("33", "[Warning]", format, ##__VA_ARGS__)
+#define KEL_NN_INFO(format, ...) std::printf("\033[0;32m[Info]" format "\n\033[0m", ##__VA_ARGS__)
+
+// Reports an error and returns `result` from the function when `condition` holds.
+#define KEL_NN_FAIL_IF(condition, result, ...) \
+  do {                                         \
+    if (condition) {                           \
+      KEL_NN_ERROR(__VA_ARGS__);               \
+      return result;                           \
+    }                                          \
+  } while (0)
+
+#endif  // KEL_NN_LOG_H_

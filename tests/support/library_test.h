@@ -1,0 +1,63 @@
+// The fixtures: LibraryTest captures what is printed, TaskTest adds a handle, a directory with a model file
+// for every task and a scripted runtime.
+#ifndef KEL_NN_TESTS_LIBRARY_TEST_H_
+#define KEL_NN_TESTS_LIBRARY_TEST_H_
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "kel_nn.h"
+#include "support/scripted_runtime.h"
+#include "support/stdout_capture.h"
+
+namespace kelnn_test {
+
+// A directory that goes away with its content.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+  std::string write(const std::string& name, const std::string& content) const;  // returns the path
+  std::string with_slash() const { return path_ + "/"; }
+
+ private:
+  std::string path_;
+};
+
+// The message of every reported line in `printed`: "[Error]...", "[Warning]...", "[Info]...", without
+// colours and locations.
+std::vector<std::string> messages(const std::string& printed);
+
+// The whole of a located line as it must be printed, with any line number: source path, function and tagged
+// message in the given colour ("31" error, "33" warning).
+::testing::Matcher<std::string> IsLocatedLine(const std::string& colour, const std::string& path,
+                                              const std::string& function, const std::string& message);
+
+class LibraryTest : public ::testing::Test {
+ protected:
+  std::string printed() { return capture_.take(); }
+  std::vector<std::string> printed_messages() { return messages(printed()); }
+
+ private:
+  StdoutCapture capture_;
+};
+
+class TaskTest : public LibraryTest {
+ protected:
+  TaskTest();
+  ~TaskTest() override;
+
+  ScriptedRuntime& runtime = scripted_runtime();
+  TemporaryDirectory models;  // the model root directory
+  kel_nn_handle_t handle;
+};
+
+}  // namespace kelnn_test
+
+#endif  // KEL_NN_TESTS_LIBRARY_TEST_H_

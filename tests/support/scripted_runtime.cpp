@@ -1,0 +1,70 @@
+#include "support/scripted_runtime.h"
+
+#include <jzdl.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace kelnn_test {
+
+ScriptedRuntime& scripted_runtime() {
+  static ScriptedRuntime runtime;
+  return runtime;
+}
+
+void ScriptedRuntime::set_outputs(const std::vector<Output>& outputs) {
+  output.clear();
+  for (const Output& o : outputs) output.insert(output.end(), o.values.begin(), o.values.end());
+  for (const Output& o : outputs) output.insert(output.end(), o.shape.begin(), o.shape.end());
+  output.push_back(static_cast<float>(outputs.size()));
+}
+
+namespace {
+
+class ScriptedNet : public jzdl::BaseNet {
+ public:
+  ScriptedNet() { ++scripted_runtime().networks_alive; }
+  ~ScriptedNet() override { --scripted_runtime().networks_alive; }
+
+  int load_model(const char* model, int from_memory) override {
+    ScriptedRuntime& script = scripted_runtime();
+    script.loaded_from_memory = from_memory;
+    script.loaded_model = from_memory ? model : nullptr;
+    script.loaded_path = from_memory ? "" : model;
+    return std::exchange(script.fail_next_load, 0);
+  }
+  std::vector<int> input_shape() override { return scripted_runtime().input_shape; }
+  int input(jzdl::Mat<signed char>& image, int layer) override {
+    ScriptedRuntime& script = scripted_runtime();
+    script.last_layer = layer;
+    script.last_input_shape = {image.w, image.h, image.c};
+    script.last_input_had_data = image.data != nullptr;
+    script.last_input.assign(image.data, image.data + (image.data ? image.total() : 0));
+    return script.fail_dry_run ? 1 : std::exchange(script.fail_next_input, 0);
+  }
+  int run(jzdl::Mat<float>& output, int layer) override {
+    ScriptedRuntime& script = scripted_runtime();
+    script.last_layer = layer;
+    ++script.runs;
+    output.create(static_cast<int>(script.output.size()), 1, 1);
+    std::copy(script.output.begin(), script.output.end(), output.data);
+    return script.fail_dry_run ? 1 : std::exchange(script.fail_next_run, 0);
+  }
+};
+
+}  // namespace
+}  // namespace kelnn_test
+
+namespace jzdl {
+
+BaseNet* net_create() {
+  return kelnn_test::scripted_runtime().fail_create ? nullptr : new kelnn_test::ScriptedNet;
+}
+void net_destory(BaseNet* net) { delete net; }
+void image_sub(Mat<unsigned char>& image, unsigned char value) {
+  for (size_t i = 0; image.data && i < image.total(); ++i) {
+    image.data[i] = static_cast<unsigned char>(image.data[i] - value);
+  }
+}
+
+}  // namespace jzdl

@@ -1,0 +1,1 @@
+#include "support/library_test.h"
