@@ -71,18 +71,25 @@ const int kRegistered = [] {
   RegisterBenchmark("vector/l2norm 256/kelnn", [](benchmark::State& s) {
     transform(s, [](Vector& v) { kel_nn_l2norm(v.data(), kLength); });
   });
-  RegisterBenchmark("vector/l2norm 256/plain", [](benchmark::State& s) { transform(s, plain_l2norm); });
-  RegisterBenchmark("vector/l2norm 256/opencv", [](benchmark::State& s) { transform(s, opencv_l2norm); });
+  RegisterBenchmark("vector/l2norm 256/plain",
+                    [](benchmark::State& s) { transform(s, plain_l2norm); });
+  RegisterBenchmark("vector/l2norm 256/opencv",
+                    [](benchmark::State& s) { transform(s, opencv_l2norm); });
   RegisterBenchmark("vector/softmax 256/kelnn", [](benchmark::State& s) {
     transform(s, [](Vector& v) { kel_nn_softmax(v.data(), kLength); });
   });
-  RegisterBenchmark("vector/softmax 256/plain", [](benchmark::State& s) { transform(s, plain_softmax); });
-  RegisterBenchmark("vector/softmax 256/opencv", [](benchmark::State& s) { transform(s, opencv_softmax); });
+  RegisterBenchmark("vector/softmax 256/plain",
+                    [](benchmark::State& s) { transform(s, plain_softmax); });
+  RegisterBenchmark("vector/softmax 256/opencv",
+                    [](benchmark::State& s) { transform(s, opencv_softmax); });
   RegisterBenchmark("vector/inner 256/kelnn", [](benchmark::State& s) {
-    reduce(s, [](const Vector& a, const Vector& b) { return kel_nn_inner(a.data(), b.data(), kLength); });
+    reduce(s, [](const Vector& a, const Vector& b) {
+      return kel_nn_inner(a.data(), b.data(), kLength);
+    });
   });
   RegisterBenchmark("vector/inner 256/plain", [](benchmark::State& s) { reduce(s, plain_inner); });
-  RegisterBenchmark("vector/inner 256/opencv", [](benchmark::State& s) { reduce(s, opencv_inner); });
+  RegisterBenchmark("vector/inner 256/opencv",
+                    [](benchmark::State& s) { reduce(s, opencv_inner); });
   return 0;
 }();
 

@@ -15,15 +15,17 @@
  *
  * What holds everywhere
  *
- * returns  Calls that return int give 0 on success and a negative value on failure unless they say otherwise;
- *          calls that return a pointer give NULL, calls that return a size give 0.
- * errors   Every failure prints one coloured line on standard output: source file, function, line and text.
- *          Nothing goes to standard error, and there is no switch.
- * images   8 bits a channel, channels interleaved, rows top to bottom, no padding between rows unless a
- *          function takes strides. The library reads images and never changes or keeps them.
- * threads  One handle, one thread at a time: tasks keep their settings and results in the process, not in
- *          the handle. Only the primitives may be called from any thread, on distinct data.
- * memory   Results point into the library and hold until the same task's next call. Do not free them.
+ * returns  Calls that return int give 0 on success and a negative value on failure unless they say
+ *          otherwise; calls that return a pointer give NULL, calls that return a size give 0.
+ * errors   Every failure prints one coloured line on standard output: source file, function, line
+ *          and text. Nothing goes to standard error, and there is no switch.
+ * images   8 bits a channel, channels interleaved, rows top to bottom, no padding between rows
+ *          unless a function takes strides. The library reads images and never changes or keeps
+ *          them.
+ * threads  One handle, one thread at a time: tasks keep their settings and results in the process,
+ *          not in the handle. Only the primitives may be called from any thread, on distinct data.
+ * memory   Results point into the library and hold until the same task's next call. Do not free
+ *          them.
  */
 #ifndef KEL_NN_H_
 #define KEL_NN_H_
@@ -37,9 +39,9 @@ extern "C" {
 
 #define KEL_NN_API __attribute__((visibility("default")))
 
-/* ---------------------------------------------------------------------------------------------------
+/* -------------------------------------------------------------------------------------------------
  * Version and handle
- * ------------------------------------------------------------------------------------------------ */
+ * ---------------------------------------------------------------------------------------------- */
 
 #define KEL_NN_VERSION_MAJOR 1
 #define KEL_NN_VERSION_MINOR 3
@@ -67,61 +69,67 @@ KEL_NN_API kel_nn_handle_t kel_nn_handle_create(void);
  */
 KEL_NN_API int kel_nn_handle_destroy(kel_nn_handle_t handle);
 
-/** 256 floats that no function reads or writes. Kept because the interface has always had the symbol. */
+/** 256 floats that no function reads or writes. Kept because the interface has always had the
+ *  symbol.
+ */
 KEL_NN_API extern float feature[256];
 
-/* ---------------------------------------------------------------------------------------------------
+/* -------------------------------------------------------------------------------------------------
  * Model files
  *
- * Every task has one file with a fixed, opaque name in the model root directory (the person and four-class
- * detectors have three). A file is `encode_size` bytes that mean nothing, then the model, whose first
- * `encode_size` bytes are scrambled with a key; tasks use 1000 bytes. docs/models.md has the whole format.
+ * Every task has one file with a fixed, opaque name in the model root directory (the person and
+ * four-class detectors have three). A file is `encode_size` bytes that mean nothing, then the
+ * model, whose first `encode_size` bytes are scrambled with a key; tasks use 1000 bytes.
+ * docs/models.md has the whole format.
  *
- * Scrambling pairs byte i with key byte i modulo the key's length and replaces it by the exclusive or of
- * both, except that a zero byte and a byte equal to its key byte (below 0x80) stay as they are. It is its
- * own inverse for a key of bytes below 0x80.
- * ------------------------------------------------------------------------------------------------ */
+ * Scrambling pairs byte i with key byte i modulo the key's length and replaces it by the exclusive
+ * or of both, except that a zero byte and a byte equal to its key byte (below 0x80) stay as they
+ * are. It is its own inverse for a key of bytes below 0x80.
+ * ---------------------------------------------------------------------------------------------- */
 
 /** Sets the directory of the model files; later `_init` calls use it.
  *
- *  dir      Copied. Must end with "/": the file's name is appended as it is. Until it is set, model files
- *           are looked up in the working directory.
- *  returns  0, or -1 for NULL (nothing is printed and the old directory stays) or when memory is short.
+ *  dir      Copied. Must end with "/": the file's name is appended as it is. Until it is set, model
+ *           files are looked up in the working directory.
+ *  returns  0, or -1 for NULL (nothing is printed and the old directory stays) or when memory is
+ *           short.
  */
 KEL_NN_API int kel_nn_set_model_root_dir(const char* dir);
 
-/** The directory that was set, or NULL. The text holds until the next kel_nn_set_model_root_dir(). */
+/** The directory that was set, or NULL. The text holds until the next kel_nn_set_model_root_dir().
+ */
 KEL_NN_API const char* kel_nn_get_model_root_dir(void);
 
 /** Descrambles a model file that is in memory.
  *
  *  encode_buf   The file's bytes, `buf_size` of them, at least 2 * `encode_size`.
- *  decode_buf   Where to put the new buffer; `*decode_buf` must be NULL. The caller frees it with free().
+ *  decode_buf   Where to put the new buffer; `*decode_buf` must be NULL. The caller frees it with
+ *               free().
  *  encode_size  How many bytes in front are skipped, and how many after them are scrambled.
  *  key          The key, ended by a zero byte.
- *  returns      The length of the model, `buf_size` - `encode_size`; or 0 after an error, with `*decode_buf`
- *               unchanged.
+ *  returns      The length of the model, `buf_size` - `encode_size`; or 0 after an error, with
+ *               `*decode_buf` unchanged.
  */
-KEL_NN_API size_t kel_nn_model_xor_decode(const uint8_t* encode_buf, uint8_t** decode_buf, size_t buf_size,
-                                          size_t encode_size, const char* key);
+KEL_NN_API size_t kel_nn_model_xor_decode(const uint8_t* encode_buf, uint8_t** decode_buf,
+                                          size_t buf_size, size_t encode_size, const char* key);
 
 /** Reads and descrambles a model file.
  *
- *  The same as kel_nn_model_xor_decode(), except that the file must have at least 3 * `encode_size` bytes.
- *  Only regular files can be read; a directory or a pipe is an error.
+ *  The same as kel_nn_model_xor_decode(), except that the file must have at least 3 * `encode_size`
+ *  bytes. Only regular files can be read; a directory or a pipe is an error.
  */
 KEL_NN_API size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** decode_buf,
                                                     size_t encode_size, const char* key);
 
-/* ---------------------------------------------------------------------------------------------------
+/* -------------------------------------------------------------------------------------------------
  * Tasks
  *
- * Each task has an `_init` that loads its model, a `_process` (or the like) and a `_deinit` that releases
- * the model. `_deinit` may be called on any handle, also when the task was never initialised. A second
- * `_init` without `_deinit` fails.
- * ------------------------------------------------------------------------------------------------ */
+ * Each task has an `_init` that loads its model, a `_process` (or the like) and a `_deinit` that
+ * releases the model. `_deinit` may be called on any handle, also when the task was never
+ * initialised. A second `_init` without `_deinit` fails.
+ * ---------------------------------------------------------------------------------------------- */
 
-/* Face features: who is it? ------------------------------------------------------------------------ */
+/* Face features: who is it? ---------------------------------------------------------------------- */
 
 /** The features of one face. */
 typedef struct kel_nn_feature {
@@ -131,7 +139,8 @@ typedef struct kel_nn_feature {
 
 /** Loads the face feature model.
  *
- *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not load.
+ *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
+ *           load.
  */
 KEL_NN_API int kel_nn_facercg_init(kel_nn_handle_t handle);
 
@@ -144,43 +153,48 @@ KEL_NN_API int kel_nn_facercg_deinit(kel_nn_handle_t handle);
 /** Extracts the features of one face.
  *
  *  image    112 * 112 bytes, grey: an upright face that fills the picture.
- *  feature  Filled on success, untouched on failure. `data` points into the handle: the next extraction
- *           overwrites the values, so copy them before extracting from a second face.
+ *  feature  Filled on success, untouched on failure. `data` points into the handle: the next
+ *           extraction overwrites the values, so copy them before extracting from a second face.
  *  returns  0, or -1 for a null argument or a failed run.
  */
 KEL_NN_API int kel_nn_face_feature_extract(kel_nn_handle_t handle, const void* image,
                                            kel_nn_feature_t* feature);
 
-/** How alike two faces are: the inner product of their features, which is the cosine of the angle between
- *  them. 1 is the same direction, -1 the opposite one. Where "the same person" begins depends on the model.
+/** How alike two faces are: the inner product of their features, which is the cosine of the angle
+ *  between them. 1 is the same direction, -1 the opposite one. Where "the same person" begins
+ *  depends on the model.
  *
  *  a, b     Not NULL. `a->len` values are compared; `b->len` is not read. No values give 0.
  */
-KEL_NN_API float kel_nn_face_feature_similarity_calcul(const kel_nn_feature_t* a, const kel_nn_feature_t* b);
+KEL_NN_API float kel_nn_face_feature_similarity_calcul(const kel_nn_feature_t* a,
+                                                       const kel_nn_feature_t* b);
 
-/* ---------------------------------------------------------------------------------------------------
+/* -------------------------------------------------------------------------------------------------
  * Primitives: vectors
  *
- * All arithmetic is in single precision, element after element from the first to the last; docs/numerics.md
- * tells why the order matters. Nothing is printed. A null pointer or a count of 0 does nothing and gives 0.
- * ------------------------------------------------------------------------------------------------ */
+ * All arithmetic is in single precision, element after element from the first to the last;
+ * docs/numerics.md tells why the order matters. Nothing is printed. A null pointer or a count of 0
+ * does nothing and gives 0.
+ * ---------------------------------------------------------------------------------------------- */
 
 /** Divides the elements by the sum of their absolute values.
  *
- *  returns  The sum, or 0 when it is below 0.00001 (in double precision); the data is then left alone.
+ *  returns  The sum, or 0 when it is below 0.00001 (in double precision); the data is then left
+ *           alone.
  */
 KEL_NN_API float kel_nn_l1norm(float* data, uint32_t n);
 
 /** Divides the elements by the square root of the sum of their squares.
  *
- *  returns  The root, or 0 when the sum of squares (not the root) is below 0.00001; the data is then left
- *           alone.
+ *  returns  The root, or 0 when the sum of squares (not the root) is below 0.00001; the data is
+ *           then left alone.
  */
 KEL_NN_API float kel_nn_l2norm(float* data, uint32_t n);
 
 /** Replaces the elements by exp(x) / sum of exp(x).
  *
- *  The largest element is not subtracted first: an element above 88.7 overflows, and the result holds NaN.
+ *  The largest element is not subtracted first: an element above 88.7 overflows, and the result
+ *  holds NaN.
  */
 KEL_NN_API void kel_nn_softmax(float* data, uint32_t n);
 
@@ -190,24 +204,24 @@ KEL_NN_API float kel_nn_inner(const float* a, const float* b, uint32_t n);
 /** The logistic function, 1 / (exp(-x) + 1). */
 KEL_NN_API float kel_nn_sigmoid(float x);
 
-/* ---------------------------------------------------------------------------------------------------
+/* -------------------------------------------------------------------------------------------------
  * Engine
  *
- * What the tasks are made of, for models of your own: a graph is a model that can be run, tensors are what
- * goes in and comes out. A graph has one input, an 8-bit image, and up to 16 outputs of floats. All shapes
- * are fixed by the model.
+ * What the tasks are made of, for models of your own: a graph is a model that can be run, tensors
+ * are what goes in and comes out. A graph has one input, an 8-bit image, and up to 16 outputs of
+ * floats. All shapes are fixed by the model.
  *
  *     struct kel_nn_graph graph = {0};
  *     size_t shape[4] = {1, 112, 112, 3};
  *     if (kel_nne_graph_init(&graph, "my_model.bin", 1) == 0) {
  *       kel_nn_tensor_t input = kel_nne_graph_get_input_tensor(&graph, 0);
- *       if (kel_nne_tensor_set_dim(input, shape) == 0 && kel_nne_tensor_set_buffer(input, image) == 0 &&
- *           kel_nne_run_graph(&graph) == 0) {
+ *       if (kel_nne_tensor_set_dim(input, shape) == 0 &&
+ *           kel_nne_tensor_set_buffer(input, image) == 0 && kel_nne_run_graph(&graph) == 0) {
  *         use(kel_nne_tensor_get_buffer(kel_nne_graph_get_output_tensor(&graph, 0)));
  *       }
  *     }
  *     kel_nne_graph_deinit(&graph);
- * ------------------------------------------------------------------------------------------------ */
+ * ---------------------------------------------------------------------------------------------- */
 
 #define KEL_NN_MAX_TENSOR_CNT 16
 
@@ -216,16 +230,20 @@ typedef const char* kel_nn_model_t;
 
 /** One input or output. */
 typedef struct kel_nn_tensor {
-  void* buffer;  /**< input: the caller's image, borrowed for the run; output: floats, owned by the graph */
-  size_t dim[4]; /**< input: 1, height, width, channels; output: three values that the model gives, then 0 */
+  /** input: the caller's image, borrowed for the run; output: floats, owned by the graph */
+  void* buffer;
+  /** input: 1, height, width, channels; output: three values that the model gives, then 0 */
+  size_t dim[4];
 } * kel_nn_tensor_t;
 
-/** A model that can be run. All zero is a graph that is not initialised. Read it through the functions. */
+/** A model that can be run. All zero is a graph that is not initialised. Read it through the
+ *  functions.
+ */
 typedef struct kel_nn_graph {
-  char* model_path;                                    /**< root directory and name */
-  uint8_t* model_data;                                 /**< the descrambled model */
-  void* net;                                           /**< the runtime's network; NULL: not initialised */
-  float* output_data;                                  /**< the values of all outputs, back to back */
+  char* model_path;    /**< root directory and name */
+  uint8_t* model_data; /**< the descrambled model */
+  void* net;           /**< the runtime's network; NULL: not initialised */
+  float* output_data;  /**< the values of all outputs, back to back */
   struct kel_nn_tensor inputs[KEL_NN_MAX_TENSOR_CNT];  /**< the first is used */
   struct kel_nn_tensor outputs[KEL_NN_MAX_TENSOR_CNT]; /**< those that the model has, then zeros */
 } * kel_nn_graph_t;
@@ -233,10 +251,10 @@ typedef struct kel_nn_graph {
 /** Loads a model, learns its shapes from one run on a blank image, and prints them.
  *
  *  scrambled  1: the file is scrambled, as every task's is; 0: the runtime reads the file itself.
- *  returns    0, or -1. When the runtime refuses the model (the printed "load model error" has its code), the
- *             graph counts as initialised until kel_nne_graph_deinit() is called; after every other
- *             failure it is not initialised. More than 16 outputs print an error too, but the graph works
- *             with the first 16.
+ *  returns    0, or -1. When the runtime refuses the model (the printed "load model error" has its
+ *             code), the graph counts as initialised until kel_nne_graph_deinit() is called; after
+ *             every other failure it is not initialised. More than 16 outputs print an error too,
+ *             but the graph works with the first 16.
  */
 KEL_NN_API int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled);
 
@@ -246,12 +264,14 @@ KEL_NN_API int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, in
  */
 KEL_NN_API int kel_nne_graph_deinit(kel_nn_graph_t graph);
 
-/** Prints the path, the input and the outputs up to the first without a buffer. Addresses are cut to 32 bits.
+/** Prints the path, the input and the outputs up to the first without a buffer. Addresses are cut
+ *  to 32 bits.
  */
 KEL_NN_API void kel_nne_show_graph_info(kel_nn_graph_t graph);
 
-/** The input of that index: a kel_nn_tensor_t, or NULL for a null graph or an index of 16 or more. An index
- *  below 16 that the model does not have gives a tensor without a buffer. The tensor is part of the graph.
+/** The input of that index: a kel_nn_tensor_t, or NULL for a null graph or an index of 16 or more.
+ *  An index below 16 that the model does not have gives a tensor without a buffer. The tensor is
+ *  part of the graph.
  */
 KEL_NN_API void* kel_nne_graph_get_input_tensor(kel_nn_graph_t graph, size_t index);
 
@@ -284,7 +304,8 @@ KEL_NN_API size_t* kel_nne_tensor_get_dim(kel_nn_tensor_t tensor);
  */
 KEL_NN_API float* kel_nne_tensor_get_buffer(kel_nn_tensor_t tensor);
 
-/** Runs the graph once on the image in input 0. The network gets each byte less 128, as a signed byte.
+/** Runs the graph once on the image in input 0. The network gets each byte less 128, as a signed
+ *  byte.
  *
  *  returns  0, or -1.
  */

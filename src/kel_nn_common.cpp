@@ -1,5 +1,5 @@
-// Vector maths. Sums run from the first element to the last in single precision, and a division is a
-// division: a product with the reciprocal differs in the last bit. See docs/numerics.md.
+// Vector maths. Sums run from the first element to the last in single precision, and a division is
+// a division: a product with the reciprocal differs in the last bit. See docs/numerics.md.
 #include <cmath>
 
 #include "kel_nn.h"
@@ -7,7 +7,8 @@
 
 namespace {
 
-// Too small to divide by. Compared in double, so the float nearest to 1e-5, which lies below it, is inside.
+// Too small to divide by. Compared in double, so the float nearest to 1e-5, which lies below it, is
+// inside.
 bool is_negligible(float sum) { return sum > -1e-5 && sum < 1e-5; }
 
 void divide_all(float* data, uint32_t n, float divisor) {

@@ -1,4 +1,5 @@
-// Face features: 256 values of unit length for a 112 x 112 grey face, and how alike two of them are.
+// Face features: 256 values of unit length for a 112 x 112 grey face, and how alike two of them
+// are.
 #include "kel_nn_graph_run.h"
 #include "kel_nn_handle.h"
 #include "kel_nn_log.h"
@@ -21,7 +22,8 @@ int kel_nn_facercg_deinit(kel_nn_handle_t handle) {
   return kel_nne_graph_deinit(&handle->graph_facercg);
 }
 
-int kel_nn_face_feature_extract(kel_nn_handle_t handle, const void* image, kel_nn_feature_t* feature) {
+int kel_nn_face_feature_extract(kel_nn_handle_t handle, const void* image,
+                                kel_nn_feature_t* feature) {
   KEL_NN_FAIL_IF(!handle || !image || !feature, -1, "Invalid arguments.");
   const kel_nn_graph_t graph = &handle->graph_facercg;
   if (!kelnn::run_image(graph, kInput, image).ok()) return -1;  // the engine has said why

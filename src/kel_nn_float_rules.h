@@ -1,5 +1,5 @@
-// What every source with arithmetic relies on, checked by the compiler: each operation is rounded to the
-// type that is written. See docs/numerics.md.
+// What every source with arithmetic relies on, checked by the compiler: each operation is rounded
+// to the type that is written. See docs/numerics.md.
 #ifndef KEL_NN_FLOAT_RULES_H_
 #define KEL_NN_FLOAT_RULES_H_
 

@@ -4,7 +4,8 @@ namespace kelnn {
 
 RunStatus run_image(kel_nn_graph_t graph, const ImageShape& shape, const void* image) {
   size_t dim[4] = {1, shape.height, shape.width, shape.channels};
-  const kel_nn_tensor_t input = static_cast<kel_nn_tensor_t>(kel_nne_graph_get_input_tensor(graph, 0));
+  const kel_nn_tensor_t input =
+      static_cast<kel_nn_tensor_t>(kel_nne_graph_get_input_tensor(graph, 0));
   if (const int code = kel_nne_tensor_set_dim(input, dim)) return {RunStep::kSetDim, code};
   // The engine copies the image before it changes anything.
   if (const int code = kel_nne_tensor_set_buffer(input, const_cast<void*>(image))) {
@@ -15,7 +16,8 @@ RunStatus run_image(kel_nn_graph_t graph, const ImageShape& shape, const void* i
 }
 
 float* output_data(kel_nn_graph_t graph, size_t index, size_t count) {
-  const kel_nn_tensor_t output = static_cast<kel_nn_tensor_t>(kel_nne_graph_get_output_tensor(graph, index));
+  const kel_nn_tensor_t output =
+      static_cast<kel_nn_tensor_t>(kel_nne_graph_get_output_tensor(graph, index));
   // The engine has checked that the product fits the output.
   const size_t* dim = kel_nne_tensor_get_dim(output);
   if (!dim || dim[0] * dim[1] * dim[2] < count) return nullptr;

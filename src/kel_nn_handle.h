@@ -1,4 +1,5 @@
-// What a handle is made of: one graph for every model slot. All zero means that no task is initialised.
+// What a handle is made of: one graph for every model slot. All zero means that no task is
+// initialised.
 #ifndef KEL_NN_HANDLE_H_
 #define KEL_NN_HANDLE_H_
 

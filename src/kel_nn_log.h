@@ -1,7 +1,7 @@
 // The library's lines on standard output: red errors, yellow warnings, green information.
 //
-// Macros, because a line names the file, function and line of the one who reports. The exported function
-// reports, so that its own name is shown; the helpers below it return a status.
+// Macros, because a line names the file, function and line of the one who reports. The exported
+// function reports, so that its own name is shown; the helpers below it return a status.
 #ifndef KEL_NN_LOG_H_
 #define KEL_NN_LOG_H_
 
@@ -17,8 +17,8 @@
 #define KEL_NN_LOG_FUNCTION __func__
 #endif
 
-#define KEL_NN_LOG_LOCATED(colour, tag, format, ...)                                            \
-  std::printf("\033[0;" colour "m%s: In function: '%s': %d\n" tag format "\n\033[0m",           \
+#define KEL_NN_LOG_LOCATED(colour, tag, format, ...)                                  \
+  std::printf("\033[0;" colour "m%s: In function: '%s': %d\n" tag format "\n\033[0m", \
               KEL_NN_SOURCE_PATH, KEL_NN_LOG_FUNCTION, __LINE__, ##__VA_ARGS__)
 
 #define KEL_NN_ERROR(format, ...) KEL_NN_LOG_LOCATED("31", "[Error]", format, ##__VA_ARGS__)

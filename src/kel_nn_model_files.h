@@ -1,7 +1,7 @@
 // The files of all tasks: their names, and how a file is scrambled.
 //
-// The names are opaque on purpose: a listing of the model directory does not say what a camera does. Their
-// lengths belong to the interface.
+// The names are opaque on purpose: a listing of the model directory does not say what a camera
+// does. Their lengths belong to the interface.
 #ifndef KEL_NN_MODEL_FILES_H_
 #define KEL_NN_MODEL_FILES_H_
 
@@ -9,7 +9,8 @@
 
 namespace kelnn {
 
-// A file begins with this many bytes that mean nothing, and as many of the model after them are scrambled.
+// A file begins with this many bytes that mean nothing, and as many of the model after them are
+// scrambled.
 constexpr size_t kScrambledSize = 1000;
 constexpr char kScrambleKey[] = "TXlTYW1wbGUtS2V5LUEwMS0wMA==";
 constexpr int kScrambled = 1;  // what kel_nne_graph_init() is told of a task's model

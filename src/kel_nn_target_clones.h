@@ -1,5 +1,5 @@
-// KEL_NN_TARGET_CLONES in front of a function builds it a second time for AVX2 on a PC; the loader picks.
-// The loops below it stay plain C++: clones differ in speed, never in a result bit.
+// KEL_NN_TARGET_CLONES in front of a function builds it a second time for AVX2 on a PC; the loader
+// picks. The loops below it stay plain C++: clones differ in speed, never in a result bit.
 #ifndef KEL_NN_TARGET_CLONES_H_
 #define KEL_NN_TARGET_CLONES_H_
 

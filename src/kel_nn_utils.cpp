@@ -13,8 +13,9 @@ namespace {
 
 char* g_model_root_dir = nullptr;
 
-// Its own inverse: no other byte maps to 0 or to the key's byte. The key's byte is compared as a signed
-// number with the unsigned one of the model, so bytes of 0x80 and above are never equal and become 0.
+// Its own inverse: no other byte maps to 0 or to the key's byte. The key's byte is compared as a
+// signed number with the unsigned one of the model, so bytes of 0x80 and above are never equal and
+// become 0.
 void descramble(uint8_t* model, size_t encode_size, const char* key) {
   const size_t key_length = encode_size ? std::strlen(key) : 0;
   for (size_t i = 0, k = 0; i < encode_size; ++i, k = k + 1 == key_length ? 0 : k + 1) {
@@ -38,7 +39,8 @@ long file_length(FILE* file) {
   return std::fseek(file, 0, SEEK_SET) == 0 ? length : -1;
 }
 
-// The model behind the header, `model_size` bytes, still scrambled; null when they cannot all be read.
+// The model behind the header, `model_size` bytes, still scrambled; null when they cannot all be
+// read.
 uint8_t* read_model(FILE* file, size_t model_size, size_t encode_size) {
   uint8_t* model = static_cast<uint8_t*>(std::malloc(model_size ? model_size : 1));
   // The header is read into the model's place and then overwritten: it has at most half its size.
@@ -54,8 +56,9 @@ uint8_t* read_model(FILE* file, size_t model_size, size_t encode_size) {
 
 int kel_nn_print_version() {
   char banner[50] = {};
-  const int length = std::snprintf(banner, sizeof(banner), "* KELNN v%d.%d.%d %s *\n", KEL_NN_VERSION_MAJOR,
-                                   KEL_NN_VERSION_MINOR, KEL_NN_VERSION_PATCH, KEL_NN_BUILD_DATE);
+  const int length =
+      std::snprintf(banner, sizeof(banner), "* KELNN v%d.%d.%d %s *\n", KEL_NN_VERSION_MAJOR,
+                    KEL_NN_VERSION_MINOR, KEL_NN_VERSION_PATCH, KEL_NN_BUILD_DATE);
   const int width = length - 1;  // without the newline
   for (int i = 0; i < width; ++i) std::putchar('*');
   std::printf("\n%s", banner);
@@ -79,8 +82,8 @@ size_t kel_nn_model_xor_decode(const uint8_t* encode_buf, uint8_t** decode_buf, 
   KEL_NN_FAIL_IF(!encode_buf, 0, "Input encode buffer is NULL!");
   KEL_NN_FAIL_IF(!decode_buf || *decode_buf, 0, "Output decode buffer is not NULL!");
   // Halves and thirds instead of multiples, here and below: a multiple of a huge size would wrap.
-  KEL_NN_FAIL_IF(buf_size / 2 < encode_size, 0, "Invalid buf_size and encode_size, %zu vs %zu", buf_size,
-                 encode_size);
+  KEL_NN_FAIL_IF(buf_size / 2 < encode_size, 0, "Invalid buf_size and encode_size, %zu vs %zu",
+                 buf_size, encode_size);
   KEL_NN_FAIL_IF(!is_usable(key, encode_size), 0, "Invalid key.");
 
   const size_t model_size = buf_size - encode_size;
@@ -102,7 +105,8 @@ size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** decode_buf,
 
   const long length = file_length(file);
   const size_t file_size = length > 0 ? static_cast<size_t>(length) : 0;
-  // A third, not a half as for a buffer. The size shown is the model's, 0 for a file shorter than its header.
+  // A third, not a half as for a buffer. The size shown is the model's, 0 for a file shorter than
+  // its header.
   const size_t model_size = file_size > encode_size ? file_size - encode_size : 0;
   const bool too_short = file_size / 3 < encode_size;
   const bool usable_key = is_usable(key, encode_size);
@@ -111,7 +115,8 @@ size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** decode_buf,
   std::fclose(file);
 
   KEL_NN_FAIL_IF(length < 0, 0, "Read file error");
-  KEL_NN_FAIL_IF(too_short, 0, "Invalid buf_size and encode_size, %zu vs %zu", model_size, encode_size);
+  KEL_NN_FAIL_IF(too_short, 0, "Invalid buf_size and encode_size, %zu vs %zu", model_size,
+                 encode_size);
   KEL_NN_FAIL_IF(!usable_key, 0, "Invalid key.");
   KEL_NN_FAIL_IF(!model, 0, "Read file error");
   descramble(model, encode_size, key);

@@ -41,11 +41,16 @@ TEST_F(LibraryTest, DestroyingNoHandleIsAnError) {
 // Programs of older builds rely on where the graphs lie.
 TEST(Handle, KeepsTheOrderOfItsMembers) {
   const size_t offsets[] = {
-      offsetof(kel_nn_handle, reserved),       offsetof(kel_nn_handle, graph_facedet),
-      offsetof(kel_nn_handle, graph_face_classify), offsetof(kel_nn_handle, graph_facelm),
-      offsetof(kel_nn_handle, graph_facercg),  offsetof(kel_nn_handle, graph_crydet),
-      offsetof(kel_nn_handle, graph_spare),    offsetof(kel_nn_handle, graph_persondet),
-      offsetof(kel_nn_handle, graph_person_classify), offsetof(kel_nn_handle, graph_4clsdet),
+      offsetof(kel_nn_handle, reserved),
+      offsetof(kel_nn_handle, graph_facedet),
+      offsetof(kel_nn_handle, graph_face_classify),
+      offsetof(kel_nn_handle, graph_facelm),
+      offsetof(kel_nn_handle, graph_facercg),
+      offsetof(kel_nn_handle, graph_crydet),
+      offsetof(kel_nn_handle, graph_spare),
+      offsetof(kel_nn_handle, graph_persondet),
+      offsetof(kel_nn_handle, graph_person_classify),
+      offsetof(kel_nn_handle, graph_4clsdet),
   };
   EXPECT_EQ(offsets[0], 0u);
   EXPECT_EQ(offsets[1], sizeof(void*));

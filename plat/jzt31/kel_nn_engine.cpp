@@ -4,8 +4,9 @@
 //
 //     data of output 0, of output 1, ... | three shape values for each output | number of outputs
 //
-// A dry run at initialisation reads the trailer; later runs copy the data into one buffer that the output
-// tensors slice, so an output keeps its address. docs/models.md tells what a malformed trailer does.
+// A dry run at initialisation reads the trailer; later runs copy the data into one buffer that the
+// output tensors slice, so an output keeps its address. docs/models.md tells what a malformed
+// trailer does.
 #include "kel_nn_signature.h"
 #define KEL_NN_LOG_FUNCTION kelnn::Signature(__PRETTY_FUNCTION__).text()
 
@@ -22,7 +23,8 @@ namespace {
 
 namespace runtime = kelnn::runtime;
 
-constexpr unsigned char kZeroPoint = 128;  // what the network's signed bytes are less than the image's
+constexpr unsigned char kZeroPoint =
+    128;  // what the network's signed bytes are less than the image's
 constexpr size_t kNoSize = static_cast<size_t>(-1);
 
 jzdl::BaseNet* network(kel_nn_graph_t graph) { return static_cast<jzdl::BaseNet*>(graph->net); }
@@ -33,10 +35,10 @@ size_t product(size_t a, size_t b) {
   return b != 0 && a > (kNoSize - 1) / b ? kNoSize : a * b;
 }
 
-// ----- The buffer of a graph's outputs, and the scratch image of its runs ---------------------------------
+// ----- The buffer of a graph's outputs, and the scratch image of its runs ------------------------
 //
-// One block: this header, the output values (where `output_data` points), the private copy of the image.
-// The header keeps the sizes without a member of their own in the graph record.
+// One block: this header, the output values (where `output_data` points), the private copy of the
+// image. The header keeps the sizes without a member of their own in the graph record.
 struct alignas(16) OutputBlock {
   size_t value_count;
   size_t image_size;
@@ -51,12 +53,13 @@ struct alignas(16) OutputBlock {
 // Where `output_data` points; null when memory is short.
 float* allocate_output_data(size_t value_count, size_t image_size) {
   const size_t values_size = product(value_count, sizeof(float));
-  if (values_size == kNoSize || image_size > kNoSize / 2 || values_size > kNoSize / 4) return nullptr;
+  if (values_size == kNoSize || image_size > kNoSize / 2 || values_size > kNoSize / 4)
+    return nullptr;
   void* memory = std::malloc(sizeof(OutputBlock) + values_size + image_size);
   return memory ? (new (memory) OutputBlock{value_count, image_size})->values() : nullptr;
 }
 
-// ----- The trailer -------------------------------------------------------------------------------------
+// ----- The trailer -------------------------------------------------------------------------------
 
 struct Trailer {
   bool valid;
@@ -99,7 +102,7 @@ bool slice_outputs(kel_nn_graph_t graph, const Trailer& trailer, size_t tensor_c
   return true;
 }
 
-// ----- Steps of initialisation ----------------------------------------------------------------------------
+// ----- Steps of initialisation -------------------------------------------------------------------
 
 char* join_model_path(const char* root, const char* model) {
   const size_t root_length = root ? std::strlen(root) : 0;
@@ -111,8 +114,8 @@ char* join_model_path(const char* root, const char* model) {
   return path;
 }
 
-// One run on a blank image, to learn the outputs. That its calls may fail does not matter by itself: the
-// output tells.
+// One run on a blank image, to learn the outputs. That its calls may fail does not matter by
+// itself: the output tells.
 void dry_run(kel_nn_graph_t graph, int width, int height, int channels, jzdl::Mat<float>* output) {
   jzdl::Mat<signed char> image(width, height, channels);
   if (image.data) std::memset(image.data, 0, runtime::element_count(image));
@@ -122,7 +125,7 @@ void dry_run(kel_nn_graph_t graph, int width, int height, int channels, jzdl::Ma
 
 }  // namespace
 
-// ----- Handle -------------------------------------------------------------------------------------------
+// ----- Handle ------------------------------------------------------------------------------------
 
 kel_nn_handle_t kel_nn_handle_create() {
   kel_nn_print_version();
@@ -135,7 +138,7 @@ int kel_nn_handle_destroy(kel_nn_handle_t handle) {
   return 0;
 }
 
-// ----- Graph --------------------------------------------------------------------------------------------
+// ----- Graph -------------------------------------------------------------------------------------
 
 // A failed initialisation that leaves nothing behind: releases the graph, then reports.
 #define KEL_NN_FAIL_INIT_IF(condition, ...) \
@@ -170,8 +173,8 @@ int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled
     load_result = runtime::load_model(net, graph->model_path, 0);
   }
   // Nothing is released: the graph counts as initialised until its deinit.
-  KEL_NN_FAIL_IF(load_result != 0, -1, "load model error[%d]: Can not load model \"%s\".", load_result,
-                 graph->model_path);
+  KEL_NN_FAIL_IF(load_result != 0, -1, "load model error[%d]: Can not load model \"%s\".",
+                 load_result, graph->model_path);
 
   const std::vector<int> shape = runtime::input_shape(net);  // width, height, channels
   const bool has_shape = shape.size() == 3 && shape[0] > 0 && shape[1] > 0 && shape[2] > 0;
@@ -181,7 +184,8 @@ int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled
   jzdl::Mat<float> output;
   dry_run(graph, shape[0], shape[1], shape[2], &output);
   const Trailer trailer = read_trailer(output);
-  KEL_NN_FAIL_INIT_IF(!trailer.valid, "Invalid output layout in %zu values.", runtime::element_count(output));
+  KEL_NN_FAIL_INIT_IF(!trailer.valid, "Invalid output layout in %zu values.",
+                      runtime::element_count(output));
   graph->output_data =
       allocate_output_data(trailer.value_count, product(product(width, height), channels));
   KEL_NN_FAIL_INIT_IF(!graph->output_data, "Out of memory.");
@@ -193,7 +197,8 @@ int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled
     tensor_count = KEL_NN_MAX_TENSOR_CNT;
   }
   const bool fits = slice_outputs(graph, trailer, tensor_count);
-  KEL_NN_FAIL_INIT_IF(!fits, "Output shapes exceed the %zu values of the output.", trailer.value_count);
+  KEL_NN_FAIL_INIT_IF(!fits, "Output shapes exceed the %zu values of the output.",
+                      trailer.value_count);
   graph->inputs[0] = {nullptr, {1, height, width, channels}};
   kel_nne_show_graph_info(graph);
   return 0;
@@ -220,15 +225,17 @@ void kel_nne_show_graph_info(kel_nn_graph_t graph) {
   const auto address = [](const void* pointer) {
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
   };
-  const auto dim = [](const kel_nn_tensor& tensor, int axis) { return static_cast<unsigned>(tensor.dim[axis]); };
+  const auto dim = [](const kel_nn_tensor& tensor, int axis) {
+    return static_cast<unsigned>(tensor.dim[axis]);
+  };
   const kel_nn_tensor& input = graph->inputs[0];
   KEL_NN_INFO(" model: %s", graph->model_path ? graph->model_path : "(null)");
   KEL_NN_INFO("     input[0]: addr=0x%x dim=[%u,%u,%u,%u]", address(input.buffer), dim(input, 0),
               dim(input, 1), dim(input, 2), dim(input, 3));
   for (unsigned i = 0; i < KEL_NN_MAX_TENSOR_CNT && graph->outputs[i].buffer; ++i) {
     const kel_nn_tensor& output = graph->outputs[i];
-    KEL_NN_INFO("     output[%u]: addr=0x%x dim=[%u,%u,%u]", i, address(output.buffer), dim(output, 0),
-                dim(output, 1), dim(output, 2));
+    KEL_NN_INFO("     output[%u]: addr=0x%x dim=[%u,%u,%u]", i, address(output.buffer),
+                dim(output, 0), dim(output, 1), dim(output, 2));
   }
 }
 
@@ -243,8 +250,8 @@ int kel_nne_run_graph(kel_nn_graph_t graph) {
   const size_t image_size = product(product(width, height), channels);
   KEL_NN_FAIL_IF(image_size > block->image_size, -1, "The input's dimensions have been changed.");
 
-  // The network gets a private copy, so that the caller's image stays as it is. Without a buffer it gets a
-  // matrix of the shape that has no data.
+  // The network gets a private copy, so that the caller's image stays as it is. Without a buffer it
+  // gets a matrix of the shape that has no data.
   const bool has_image = input.buffer && image_size > 0;
   unsigned char* pixels = has_image ? block->image() : nullptr;
   jzdl::Mat<unsigned char> image;
@@ -269,7 +276,7 @@ int kel_nne_run_graph(kel_nn_graph_t graph) {
   return 0;
 }
 
-// ----- Tensors --------------------------------------------------------------------------------------------
+// ----- Tensors -----------------------------------------------------------------------------------
 
 void* kel_nne_graph_get_input_tensor(kel_nn_graph_t graph, size_t index) {
   KEL_NN_FAIL_IF(!graph, nullptr, "Unhandled graph input.");
@@ -297,8 +304,8 @@ int kel_nne_tensor_set_dim(kel_nn_tensor_t tensor, size_t* dim) {
   KEL_NN_FAIL_IF(!tensor, -1, "Unhandled tensor input.");
   const size_t* own = tensor->dim;
   const bool equal = dim && std::memcmp(own, dim, sizeof(tensor->dim)) == 0;
-  KEL_NN_FAIL_IF(!equal, -1, "JZ T31 not allowed input dynamic shape, expect: [%zu, %zu, %zu, %zu]", own[0],
-                 own[1], own[2], own[3]);
+  KEL_NN_FAIL_IF(!equal, -1, "JZ T31 not allowed input dynamic shape, expect: [%zu, %zu, %zu, %zu]",
+                 own[0], own[1], own[2], own[3]);
   return 0;
 }
 

@@ -1,5 +1,6 @@
-// The only place that knows how the vendor spells the runtime. A porter edits this file to match the
-// SDK's header: its name, the four operations of a network, and how a matrix is made over memory.
+// The only place that knows how the vendor spells the runtime. A porter edits this file to match
+// the SDK's header: its name, the four operations of a network, and how a matrix is made over
+// memory.
 #ifndef KEL_NN_RUNTIME_H_
 #define KEL_NN_RUNTIME_H_
 

@@ -15,7 +15,8 @@ class Signature {
       const bool space_before_star = p[0] == ' ' && p[1] == '*';
       if (space_before_star) continue;
       text_[length++] = *p;
-      const bool name_after_star = p[0] == '*' && p[1] != '*' && p[1] != ' ' && p[1] != ',' && p[1] != ')';
+      const bool name_after_star =
+          p[0] == '*' && p[1] != '*' && p[1] != ' ' && p[1] != ',' && p[1] != ')';
       if (name_after_star) text_[length++] = ' ';
     }
     text_[length] = '\0';

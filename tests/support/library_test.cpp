@@ -13,12 +13,18 @@ namespace kelnn_test {
 namespace {
 
 const char* const kModelFiles[] = {
-    kelnn::kFaceDetectionModel,           kelnn::kFaceLandmarksModel,
-    kelnn::kFaceFeatureModel,             kelnn::kFaceClassifyModel,
-    kelnn::kPersonDetectionLandscapeModel, kelnn::kPersonDetectionSquareModel,
-    kelnn::kPersonDetectionPortraitModel, kelnn::kPersonClassifyModel,
-    kelnn::kFourClassLandscapeModel,      kelnn::kFourClassSquareModel,
-    kelnn::kFourClassPortraitModel,       kelnn::kCryDetectionModel,
+    kelnn::kFaceDetectionModel,
+    kelnn::kFaceLandmarksModel,
+    kelnn::kFaceFeatureModel,
+    kelnn::kFaceClassifyModel,
+    kelnn::kPersonDetectionLandscapeModel,
+    kelnn::kPersonDetectionSquareModel,
+    kelnn::kPersonDetectionPortraitModel,
+    kelnn::kPersonClassifyModel,
+    kelnn::kFourClassLandscapeModel,
+    kelnn::kFourClassSquareModel,
+    kelnn::kFourClassPortraitModel,
+    kelnn::kCryDetectionModel,
 };
 
 }  // namespace
@@ -48,13 +54,14 @@ std::vector<std::string> messages(const std::string& printed) {
 }
 
 ::testing::Matcher<std::string> IsLocatedLine(const std::string& colour, const std::string& path,
-                                              const std::string& function, const std::string& message) {
+                                              const std::string& function,
+                                              const std::string& message) {
   const std::string quoted_function =
       std::regex_replace(function, std::regex("[*()\\[\\].]"), std::string("\\$&"));
   const std::string quoted_message =
       std::regex_replace(message, std::regex("[*()\\[\\].?\\\\]"), std::string("\\$&"));
-  return ::testing::MatchesRegex("\x1b\\[0;" + colour + "m" + path + ": In function: '" + quoted_function +
-                                 "': [0-9]+\n" + quoted_message + "\n\x1b\\[0m");
+  return ::testing::MatchesRegex("\x1b\\[0;" + colour + "m" + path + ": In function: '" +
+                                 quoted_function + "': [0-9]+\n" + quoted_message + "\n\x1b\\[0m");
 }
 
 TaskTest::TaskTest() {

@@ -1,5 +1,5 @@
-// The fixtures: LibraryTest captures what is printed, TaskTest adds a handle, a directory with a model file
-// for every task and a scripted runtime.
+// The fixtures: LibraryTest captures what is printed, TaskTest adds a handle, a directory with a
+// model file for every task and a scripted runtime.
 #ifndef KEL_NN_TESTS_LIBRARY_TEST_H_
 #define KEL_NN_TESTS_LIBRARY_TEST_H_
 
@@ -30,14 +30,15 @@ class TemporaryDirectory {
   std::string path_;
 };
 
-// The message of every reported line in `printed`: "[Error]...", "[Warning]...", "[Info]...", without
-// colours and locations.
+// The message of every reported line in `printed`: "[Error]...", "[Warning]...", "[Info]...",
+// without colours and locations.
 std::vector<std::string> messages(const std::string& printed);
 
-// The whole of a located line as it must be printed, with any line number: source path, function and tagged
-// message in the given colour ("31" error, "33" warning).
+// The whole of a located line as it must be printed, with any line number: source path, function
+// and tagged message in the given colour ("31" error, "33" warning).
 ::testing::Matcher<std::string> IsLocatedLine(const std::string& colour, const std::string& path,
-                                              const std::string& function, const std::string& message);
+                                              const std::string& function,
+                                              const std::string& message);
 
 class LibraryTest : public ::testing::Test {
  protected:

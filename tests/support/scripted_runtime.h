@@ -1,5 +1,5 @@
-// A runtime without networks: it plays the outputs that a test gives it, fails on demand and records what
-// it was given. The engine and the tasks cannot tell it from a real one.
+// A runtime without networks: it plays the outputs that a test gives it, fails on demand and
+// records what it was given. The engine and the tasks cannot tell it from a real one.
 #ifndef KEL_NN_TESTS_SCRIPTED_RUNTIME_H_
 #define KEL_NN_TESTS_SCRIPTED_RUNTIME_H_
 
@@ -19,16 +19,17 @@ struct ScriptedRuntime {
   std::vector<float> output;                 // all elements of a run's output, the trailer included
   void set_outputs(const std::vector<Output>& outputs);
 
-  // What fails. A code is used up by the call that it makes fail; create() fails as long as it is told to.
+  // What fails. A code is used up by the call that it makes fail; create() fails as long as it is
+  // told to.
   bool fail_create = false;
   int fail_next_load = 0, fail_next_input = 0, fail_next_run = 0;
   bool fail_dry_run = false;  // every input() and run() fails, but a run still delivers its output
 
   // What happened.
   int networks_alive = 0, runs = 0, last_layer = 0;
-  int loaded_from_memory = -1;        // the flag
-  std::string loaded_path;            // if it was a path
-  const char* loaded_model = nullptr; // if it was memory
+  int loaded_from_memory = -1;         // the flag
+  std::string loaded_path;             // if it was a path
+  const char* loaded_model = nullptr;  // if it was memory
   bool last_input_had_data = false;
   std::vector<int> last_input_shape;  // width, height, channels
   std::vector<signed char> last_input;

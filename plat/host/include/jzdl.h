@@ -1,5 +1,5 @@
-// The runtime as the engine sees it, declared for a PC: what the T31 chip's jzdl offers of networks and
-// matrices. Two libraries implement it: jzdl_host (OpenCV DNN) and the tests' scripted runtime.
+// The runtime as the engine sees it, declared for a PC: what the T31 chip's jzdl offers of networks
+// and matrices. Two libraries implement it: jzdl_host (OpenCV DNN) and the tests' scripted runtime.
 #ifndef KEL_NN_HOST_JZDL_H_
 #define KEL_NN_HOST_JZDL_H_
 
@@ -12,8 +12,9 @@
 
 namespace jzdl {
 
-// A w x h image of c interleaved channels. Copies share the elements, the last one frees them; a matrix
-// made over a caller's pointer owns nothing. An allocation that fails leaves the matrix empty.
+// A w x h image of c interleaved channels. Copies share the elements, the last one frees them; a
+// matrix made over a caller's pointer owns nothing. An allocation that fails leaves the matrix
+// empty.
 template <typename T>
 class Mat {
  public:
@@ -24,7 +25,8 @@ class Mat {
   Mat(int width, int height, int channels) { create(width, height, channels); }
   Mat(int width, int height, int channels, T* borrowed)
       : w(width), h(height), c(channels), data(borrowed) {}
-  Mat(const Mat& other) : w(other.w), h(other.h), c(other.c), data(other.data), block_(other.block_) {
+  Mat(const Mat& other)
+      : w(other.w), h(other.h), c(other.c), data(other.data), block_(other.block_) {
     if (block_) block_->references.fetch_add(1, std::memory_order_relaxed);
   }
   Mat& operator=(const Mat& other) {
@@ -35,8 +37,8 @@ class Mat {
   }
   ~Mat() { release(); }
 
-  // Makes the matrix the sole owner of uninitialised elements of this shape; elements that it already
-  // owns alone are kept when the shape is the same.
+  // Makes the matrix the sole owner of uninitialised elements of this shape; elements that it
+  // already owns alone are kept when the shape is the same.
   void create(int width, int height, int channels) {
     if (block_ && w == width && h == height && c == channels &&
         block_->references.load(std::memory_order_acquire) == 1) {
@@ -77,8 +79,8 @@ class Mat {
 class JZDL_API BaseNet {
  public:
   virtual ~BaseNet() = default;
-  // `from_memory` 1: `model` is the model itself, which the caller keeps until the network is destroyed;
-  // 0: it is the path of a file.
+  // `from_memory` 1: `model` is the model itself, which the caller keeps until the network is
+  // destroyed; 0: it is the path of a file.
   virtual int load_model(const char* model, int from_memory) = 0;
   virtual std::vector<int> input_shape() = 0;  // width, height, channels
   // `layer` -999 means the network's own input and output.
