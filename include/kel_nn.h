@@ -129,7 +129,7 @@ KEL_NN_API size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** 
  * initialised. A second `_init` without `_deinit` fails.
  * ---------------------------------------------------------------------------------------------- */
 
-/* Face features: who is it? ---------------------------------------------------------------------- */
+/* Face features: who is it? ------------------------------------------------------------------- */
 
 /** The features of one face. */
 typedef struct kel_nn_feature {
