@@ -10,7 +10,6 @@
 namespace {
 
 using kelnn_test::IsLocatedLine;
-using kelnn_test::Output;
 using kelnn_test::TaskTest;
 using ::testing::Each;
 using ::testing::ElementsAre;
