@@ -18,7 +18,7 @@ def save(name, nodes, inputs, outputs, weights={}, kind=TensorProto.FLOAT, weigh
         infos += [helper.make_tensor_value_info(t.name, t.data_type, t.dims) for t in tensors]
     results = [helper.make_tensor_value_info(key, kind, shape) for key, shape in outputs]
     graph = helper.make_graph(nodes, name, infos, results, tensors)
-    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 11)])
+    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 11), helper.make_opsetid("elsewhere", 1)])
     model.ir_version = 6
     with open(os.path.join(sys.argv[1], name + ".onnx"), "wb") as file:
         file.write(model.SerializeToString())
@@ -74,7 +74,9 @@ save("byte_input", relu, X, [("y", SHAPE)], kind=TensorProto.INT8)
 save("huge_input", relu, [("x", [1, 2**31, 2**31, 4])], [("y", [1, 2**31, 2**31, 4])])
 save("two_inputs", [node("Add", ["x", "z"], ["y"])], X + [("z", SHAPE)], [("y", SHAPE)])
 save("no_input", [node("Relu", ["w"], ["y"])], [], [("y", [1])], {"w": constant(1)})
-save("unknown_operator", [node("Nonsense", ["x"], ["y"])], X, [("y", SHAPE)])
+save("unknown_operator", [node("Nonsense", ["x"], ["y"], domain="elsewhere")], X, [("y", SHAPE)])
+save("misspelt_operator", [node("Rleu", ["x"], ["y"])], X, [("y", SHAPE)])
+save("missing_value", [node("Add", ["x", "nobody"], ["y"])], X, [("y", SHAPE)])
 save("constant_output", relu, X, [("y", SHAPE), ("one", [1])], {"one": constant(1)})
 save("rank5_output", [node("Reshape", ["x", "to"], ["y"])], X, [("y", [1, 3, 2, 5, 1])],
      {"to": numpy.array([1, 3, 2, 5, 1], numpy.int64)})

@@ -1,7 +1,9 @@
 #include "onnx_graph.h"
 
+#include <onnx/checker.h>
 #include <onnx/onnx_pb.h>
 
+#include <algorithm>
 #include <set>
 
 namespace kelnn_host {
@@ -42,6 +44,19 @@ RuntimeError read_input(const onnx::ValueInfoProto& input, OnnxGraph* graph) {
   return kOk;
 }
 
+// OpenCV's importer takes a model's consistency for granted and can end the process over a node that
+// uses a value nobody makes, so ONNX's own checker goes first. It refuses files newer than itself for
+// that alone; what is new in them is for OpenCV to judge.
+bool is_consistent(onnx::ModelProto* model) {
+  model->set_ir_version(std::min<int64_t>(model->ir_version(), onnx::Version::IR_VERSION));
+  try {
+    onnx::checker::check_model(*model);
+    return true;
+  } catch (const onnx::checker::ValidationError&) {
+    return false;
+  }
+}
+
 }  // namespace
 
 RuntimeError read_onnx_graph(const OnnxBytes& onnx, OnnxGraph* graph) {
@@ -52,6 +67,7 @@ RuntimeError read_onnx_graph(const OnnxBytes& onnx, OnnxGraph* graph) {
   const std::vector<const onnx::ValueInfoProto*> inputs = free_inputs(model.graph());
   if (inputs.size() != 1) return kUnsupportedInput;
   if (const RuntimeError error = read_input(*inputs[0], graph)) return error;
+  if (!is_consistent(&model)) return kBadOnnx;
   graph->outputs.clear();
   for (const auto& output : model.graph().output()) {
     const onnx::TypeProto_Tensor& tensor = output.type().tensor_type();

@@ -17,7 +17,7 @@ const char* describe_load_error(int code) {
     case kWrongChecksum:
       return "the model container is damaged (wrong checksum)";
     case kBadOnnx:
-      return "not an ONNX model";
+      return "not a valid ONNX model";
     case kUnsupportedInput:
       return "the network needs one float input of 1 x C x H x W";
     case kDynamicShape:

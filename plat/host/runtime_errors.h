@@ -15,7 +15,7 @@ enum RuntimeError : int {
   kUnsupportedVersion = 3,  // a container of another version
   kCutOff = 4,              // fewer bytes than the container's header says
   kWrongChecksum = 5,       // a container of which some byte has changed
-  kBadOnnx = 6,             // bytes that are no ONNX model
+  kBadOnnx = 6,             // bytes that are no ONNX model, or one that contradicts itself
   kUnsupportedInput = 7,    // more than one input, or not 1 x channels x height x width floats
   kDynamicShape = 8,        // an input shape that is not all fixed numbers
   kUnsupportedNetwork = 9,  // OpenCV cannot import or run it
