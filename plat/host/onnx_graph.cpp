@@ -9,7 +9,8 @@
 namespace kelnn_host {
 namespace {
 
-constexpr int64_t kMaxInputSize = int64_t{1} << 26;  // floats; 8192 x 8192 grey
+constexpr int64_t kMaxInputSize = int64_t{1} << 26;     // floats; 8192 x 8192 grey
+constexpr uint64_t kMaxTensorSize = uint64_t{1} << 30;  // elements; a model has at most 1 GiB
 
 // The inputs that a caller must give. Old models list their weights among the inputs too.
 std::vector<const onnx::ValueInfoProto*> free_inputs(const onnx::GraphProto& graph) {
@@ -44,17 +45,67 @@ RuntimeError read_input(const onnx::ValueInfoProto& input, OnnxGraph* graph) {
   return kOk;
 }
 
-// OpenCV's importer takes a model's consistency for granted and can end the process over a node that
-// uses a value nobody makes, so ONNX's own checker goes first. It refuses files newer than itself for
-// that alone; what is new in them is for OpenCV to judge.
+// Bytes of one element in raw_data, 0 for types that networks do not compute with.
+size_t element_size(int data_type) {
+  switch (data_type) {
+    case onnx::TensorProto_DataType_BOOL:
+    case onnx::TensorProto_DataType_INT8:
+    case onnx::TensorProto_DataType_UINT8:
+      return 1;
+    case onnx::TensorProto_DataType_FLOAT16:
+    case onnx::TensorProto_DataType_BFLOAT16:
+    case onnx::TensorProto_DataType_INT16:
+    case onnx::TensorProto_DataType_UINT16:
+      return 2;
+    case onnx::TensorProto_DataType_FLOAT:
+    case onnx::TensorProto_DataType_INT32:
+    case onnx::TensorProto_DataType_UINT32:
+      return 4;
+    case onnx::TensorProto_DataType_DOUBLE:
+    case onnx::TensorProto_DataType_INT64:
+    case onnx::TensorProto_DataType_UINT64:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
+// True when the tensor has exactly the values that its shape asks for.
+bool is_complete(const onnx::TensorProto& tensor) {
+  uint64_t count = 1;
+  for (int64_t dim : tensor.dims()) {
+    if (dim < 0 || (dim > 0 && count > kMaxTensorSize / static_cast<uint64_t>(dim))) return false;
+    count *= static_cast<uint64_t>(dim);
+  }
+  if (tensor.has_raw_data()) {
+    const size_t size = element_size(tensor.data_type());
+    return size != 0 && tensor.raw_data().size() == count * size;
+  }
+  const int values = tensor.float_data_size() + tensor.int32_data_size() +
+                     tensor.int64_data_size() + tensor.double_data_size() +
+                     tensor.uint64_data_size();  // the checker allows only one of them
+  return static_cast<uint64_t>(values) == count;
+}
+
+// OpenCV's importer takes for granted that a model makes sense: a node that uses a value nobody
+// makes, or a tensor shorter than its shape, can end the process. ONNX's own checker finds the
+// former but not the latter. The checker refuses formats newer than itself for that alone; what is
+// new in them is for OpenCV to judge.
 bool is_consistent(onnx::ModelProto* model) {
   model->set_ir_version(std::min<int64_t>(model->ir_version(), onnx::Version::IR_VERSION));
   try {
     onnx::checker::check_model(*model);
-    return true;
   } catch (const onnx::checker::ValidationError&) {
     return false;
   }
+  const auto& weights = model->graph().initializer();
+  if (!std::all_of(weights.begin(), weights.end(), is_complete)) return false;
+  for (const auto& node : model->graph().node()) {
+    for (const auto& attribute : node.attribute()) {
+      if (attribute.has_t() && !is_complete(attribute.t())) return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
