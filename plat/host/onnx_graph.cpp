@@ -10,6 +10,7 @@ namespace kelnn_host {
 namespace {
 
 constexpr int64_t kMaxInputSize = int64_t{1} << 26;     // floats; 8192 x 8192 grey
+constexpr int64_t kMaxChannels = 512;                   // of an image in OpenCV
 constexpr uint64_t kMaxTensorSize = uint64_t{1} << 30;  // elements; a model has at most 1 GiB
 
 // The inputs that a caller must give. Old models list their weights among the inputs too.
@@ -37,7 +38,7 @@ RuntimeError read_input(const onnx::ValueInfoProto& input, OnnxGraph* graph) {
     if (dim.dim_value() > kMaxInputSize / size) return kUnsupportedInput;
     size *= dim.dim_value();
   }
-  if (dims[0].dim_value() != 1) return kUnsupportedInput;
+  if (dims[0].dim_value() != 1 || dims[1].dim_value() > kMaxChannels) return kUnsupportedInput;
   graph->input_name = input.name();
   graph->channels = static_cast<int>(dims[1].dim_value());
   graph->height = static_cast<int>(dims[2].dim_value());

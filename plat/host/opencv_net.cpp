@@ -51,9 +51,9 @@ struct Network {
   size_t output_size = 0;  // the trailer included
 
   // Kept from run to run.
-  cv::Mat pixels;              // the image as floats, interleaved
-  cv::Mat blob;                // the image as floats, planes
-  std::vector<cv::Mat> blobs;  // what OpenCV delivered last
+  std::vector<cv::Mat> planes;  // the image, a matrix for each channel
+  cv::Mat blob;                 // the same as floats, what OpenCV is given
+  std::vector<cv::Mat> blobs;   // what OpenCV delivered last
 };
 
 // ----- Bytes of a model --------------------------------------------------------------------------
@@ -164,7 +164,6 @@ RuntimeError load_network(const OnnxBytes& onnx, Network* network) {
 
   const int blob_shape[] = {1, graph.channels, graph.height, graph.width};
   network->blob = cv::Mat::zeros(4, blob_shape, CV_32F);
-  network->pixels.create(graph.height * graph.width, graph.channels, CV_32F);
   network->net.setInput(network->blob, graph.input_name);
   network->net.forward(network->blobs, network->output_names);
   return learn_outputs(network);
@@ -173,14 +172,13 @@ RuntimeError load_network(const OnnxBytes& onnx, Network* network) {
 // ----- Image in, values out ----------------------------------------------------------------------
 
 void set_image(Network* network, const jzdl::Mat<signed char>& image) {
-  const int pixel_count = image.w * image.h;
-  const cv::Mat bytes(pixel_count, image.c, CV_8S, image.data);
-  cv::Mat planes(image.c, pixel_count, CV_32F, network->blob.data);
-  if (image.c == 1) {
-    bytes.reshape(0, 1).convertTo(planes, CV_32F);
-  } else {
-    bytes.convertTo(network->pixels, CV_32F);
-    cv::transpose(network->pixels, planes);
+  const cv::Mat pixels(image.h, image.w, CV_8SC(image.c), image.data);
+  cv::split(pixels, network->planes);
+  float* plane = network->blob.ptr<float>();
+  for (const cv::Mat& bytes : network->planes) {
+    cv::Mat floats(image.h, image.w, CV_32F, plane);
+    bytes.convertTo(floats, CV_32F);
+    plane += floats.total();
   }
   network->net.setInput(network->blob, network->graph.input_name);
 }
@@ -299,10 +297,9 @@ void net_destory(BaseNet* net) { delete net; }
 
 void image_sub(Mat<unsigned char>& image, unsigned char value) {
   if (image.empty()) return;
+  unsigned char* bytes = image.data;  // not the member, which bytes could be part of
   const size_t count = image.total();
-  for (size_t i = 0; i < count; ++i) {
-    image.data[i] = static_cast<unsigned char>(image.data[i] - value);  // modulo 256
-  }
+  for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<unsigned char>(bytes[i] - value);
 }
 
 }  // namespace jzdl
