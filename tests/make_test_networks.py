@@ -12,7 +12,8 @@ node = helper.make_node
 
 
 def save(name, nodes, inputs, outputs, weights={}, kind=TensorProto.FLOAT, weights_as_inputs=False):
-    tensors = [numpy_helper.from_array(numpy.asarray(value), key) for key, value in weights.items()]
+    tensors = [value if isinstance(value, TensorProto) else numpy_helper.from_array(numpy.asarray(value), key)
+               for key, value in weights.items()]
     infos = [helper.make_tensor_value_info(key, kind, shape) for key, shape in inputs]
     if weights_as_inputs:
         infos += [helper.make_tensor_value_info(t.name, t.data_type, t.dims) for t in tensors]
@@ -80,6 +81,10 @@ save("missing_value", [node("Add", ["x", "nobody"], ["y"])], X, [("y", SHAPE)])
 save("constant_output", relu, X, [("y", SHAPE), ("one", [1])], {"one": constant(1)})
 save("rank5_output", [node("Reshape", ["x", "to"], ["y"])], X, [("y", [1, 3, 2, 5, 1])],
      {"to": numpy.array([1, 3, 2, 5, 1], numpy.int64)})
+lacking = helper.make_tensor("w", TensorProto.FLOAT, [3, 3, 1, 1], bytes(35), raw=True)  # one byte
+empty = helper.make_tensor("w", TensorProto.FLOAT, [3, 3, 1, 0], b"", raw=True)
+for name, weight in [("short_weights", lacking), ("empty_weights", empty)]:
+    save(name, [node("Conv", ["x", "w"], ["y"], kernel_shape=[1, 1])], X, [("y", SHAPE)], {"w": weight})
 
 # As little work as a network can do, for what the engine adds to it.
 for channels, height, width in [(1, 112, 112), (3, 256, 416)]:

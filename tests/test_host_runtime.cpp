@@ -184,13 +184,22 @@ TEST_F(HostRuntime, RefusesNetworksThatItCannotRun) {
     const char* name;
     int error;
   } cases[] = {
-      {"dynamic_height", kDynamicShape},         {"no_shape", kDynamicShape},
-      {"rank3_input", kUnsupportedInput},        {"batch_of_2", kUnsupportedInput},
-      {"byte_input", kUnsupportedInput},         {"huge_input", kUnsupportedInput},
-      {"two_inputs", kUnsupportedInput},         {"no_input", kUnsupportedInput},
-      {"misspelt_operator", kBadOnnx},           {"missing_value", kBadOnnx},
-      {"unknown_operator", kUnsupportedNetwork}, {"constant_output", kUnsupportedNetwork},
-      {"rank5_output", kUnsupportedOutput},      {"there is no such file", kUnreadable},
+      {"dynamic_height", kDynamicShape},
+      {"no_shape", kDynamicShape},
+      {"rank3_input", kUnsupportedInput},
+      {"batch_of_2", kUnsupportedInput},
+      {"byte_input", kUnsupportedInput},
+      {"huge_input", kUnsupportedInput},
+      {"two_inputs", kUnsupportedInput},
+      {"no_input", kUnsupportedInput},
+      {"misspelt_operator", kBadOnnx},
+      {"missing_value", kBadOnnx},
+      {"short_weights", kBadOnnx},
+      {"empty_weights", kBadOnnx},
+      {"unknown_operator", kUnsupportedNetwork},
+      {"constant_output", kUnsupportedNetwork},
+      {"rank5_output", kUnsupportedOutput},
+      {"there is no such file", kUnreadable},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

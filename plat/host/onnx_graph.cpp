@@ -71,11 +71,15 @@ size_t element_size(int data_type) {
   }
 }
 
-// True when the tensor has exactly the values that its shape asks for.
+// True when the tensor has exactly the values that its shape asks for. Only a list may be empty:
+// that is how an operator's optional input is left out.
 bool is_complete(const onnx::TensorProto& tensor) {
   uint64_t count = 1;
   for (int64_t dim : tensor.dims()) {
-    if (dim < 0 || (dim > 0 && count > kMaxTensorSize / static_cast<uint64_t>(dim))) return false;
+    const int64_t least = tensor.dims_size() == 1 ? 0 : 1;
+    if (dim < least || static_cast<uint64_t>(dim) > kMaxTensorSize / std::max<uint64_t>(count, 1)) {
+      return false;
+    }
     count *= static_cast<uint64_t>(dim);
   }
   if (tensor.has_raw_data()) {
@@ -89,9 +93,9 @@ bool is_complete(const onnx::TensorProto& tensor) {
 }
 
 // OpenCV's importer takes for granted that a model makes sense: a node that uses a value nobody
-// makes, or a tensor shorter than its shape, can end the process. ONNX's own checker finds the
-// former but not the latter. The checker refuses formats newer than itself for that alone; what is
-// new in them is for OpenCV to judge.
+// makes, or a tensor that is empty or shorter than its shape, can end the process. ONNX's own
+// checker finds the former but not the latter. The checker refuses formats newer than itself for
+// that alone; what is new in them is for OpenCV to judge.
 bool is_consistent(onnx::ModelProto* model) {
   model->set_ir_version(std::min<int64_t>(model->ir_version(), onnx::Version::IR_VERSION));
   try {
