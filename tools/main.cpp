@@ -1,0 +1,67 @@
+// kelnn, the command line of libkelnn. Exit codes: 0 fine, 1 the command failed or found something
+// wrong, 2 it was called wrongly. Results go to standard output, everything else to standard error.
+#include <cstdio>
+#include <iostream>
+#include <opencv2/core/utils/logger.hpp>
+
+#include "command.h"
+#include "kel_nn.h"
+#include "library_output.h"
+
+namespace {
+
+using namespace kelnn_cli;
+
+enum ExitCode { kFine = 0, kFailed = 1, kBadUsage = 2 };
+
+std::string version() {
+  return "kelnn " + std::to_string(KEL_NN_VERSION_MAJOR) + "." +
+         std::to_string(KEL_NN_VERSION_MINOR) + "." + std::to_string(KEL_NN_VERSION_PATCH);
+}
+
+void complain(const std::string& message) { std::cerr << "kelnn: " << message << "\n"; }
+
+std::string rendered(const Report& report, bool as_json) {
+  if (!as_json) return report.text;
+  // File names need not be UTF-8.
+  return report.json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+int run(const Command& command, bool as_json) {
+  ResultOutput output;
+  try {
+    const Report report = command();
+    output.write(rendered(report, as_json));
+    return report.ok ? kFine : kFailed;
+  } catch (const std::exception& error) {
+    complain(error.what());
+    return kFailed;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  cv::utils::logging::setLogLevel(
+      cv::utils::logging::LOG_LEVEL_SILENT);  // failures are reported here
+  CLI::App app("On-device neural-network tasks on a PC: model files and pictures.", "kelnn");
+  Command command;
+  bool as_json = false;
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.set_version_flag("--version", version(), "Print the version and exit");
+  app.add_flag("--json", as_json, "Print the result as JSON");
+  app.footer("kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly.");
+  for (const auto add : {add_models, add_pack, add_unpack, add_doctor, add_feature, add_compare}) {
+    add(app, &command);
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& wanted) {  // --help, --version
+    return app.exit(wanted);
+  } catch (const CLI::ParseError& error) {
+    complain(std::string(error.what()) + "\nkelnn --help tells how it is called.");
+    return kBadUsage;
+  }
+  return run(command, as_json);
+}

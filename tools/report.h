@@ -1,0 +1,27 @@
+// What a command has to say, once as text and once as JSON; main() prints one of them. A command
+// that cannot do its work throws a Failure instead.
+#ifndef KEL_NN_TOOLS_REPORT_H_
+#define KEL_NN_TOOLS_REPORT_H_
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+
+namespace kelnn_cli {
+
+using Json = nlohmann::ordered_json;
+
+struct Report {
+  std::string text;  // whole lines
+  Json json;
+  bool ok = true;  // false: the report is of something that is not as it should be
+};
+
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_REPORT_H_
