@@ -5,6 +5,7 @@ set(kelnn_sources
   src/kel_nn_common.cpp
   src/kel_nn_facercg.cpp
   src/kel_nn_graph_run.cpp
+  src/kel_nn_resize.cpp
   src/kel_nn_utils.cpp
 )
 # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.

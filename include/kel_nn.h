@@ -205,6 +205,65 @@ KEL_NN_API float kel_nn_inner(const float* a, const float* b, uint32_t n);
 KEL_NN_API float kel_nn_sigmoid(float x);
 
 /* -------------------------------------------------------------------------------------------------
+ * Primitives: resizing
+ *
+ * Bilinear interpolation of 8-bit images in fixed point; the centres of the two images' pixels are
+ * aligned, and the same size gives the same picture. Samples are weighted in 2048ths; a source half
+ * as wide or narrower than the destination is not averaged, each destination pixel comes from 4
+ * source pixels.
+ *
+ * src      Read only; at least 2 x 2 pixels. Must not overlap `dst`.
+ * dst      Memory for the whole result. Nothing but its pixels is written: padding between rows
+ *          stays as it is.
+ * w, h     The destination's size in pixels; srcw and srch are the source's.
+ * strides  Bytes from the start of a row to the start of the next; a negative one goes upwards.
+ * errors   Nothing is printed. A null pointer, a source below 2 x 2 or a destination below 1 x 1
+ *          writes nothing.
+ * memory   At most 40 KiB of stack whatever the size, and nothing from the heap.
+ * ---------------------------------------------------------------------------------------------- */
+
+/** Resizes an image of 1 channel. */
+KEL_NN_API void resize_bilinear_c1(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an image of 2 interleaved channels. */
+KEL_NN_API void resize_bilinear_c2(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an image of 3 interleaved channels. */
+KEL_NN_API void resize_bilinear_c3(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an image of 4 interleaved channels. */
+KEL_NN_API void resize_bilinear_c4(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an NV12 image: srcw * srch bytes of luma, then the chroma rows, each srcw / 2 pairs of
+ *  bytes (rounded down) that start srcw bytes apart; the destination alike.
+ *
+ *  An odd `w` leaves the last byte of each chroma row as it is. The chroma is a picture of its own:
+ *  it is resized only if the source has at least 4 x 4 pixels, the luma from 2 x 2 on.
+ */
+KEL_NN_API void resize_bilinear_yuv420sp(const uint8_t* src, int srcw, int srch, uint8_t* dst,
+                                         int w, int h);
+
+/** Resizes an image of 1 to 4 interleaved channels without padding; other `channels` write nothing.
+ *
+ *  returns  -1, always: also after a successful resize. Do not take it for an error.
+ *
+ *      kel_nn_pixel_resize_bilinear(frame, 640, 360, image, 416, 234, 3);
+ */
+KEL_NN_API int kel_nn_pixel_resize_bilinear(const uint8_t* src, int srcw, int srch, uint8_t* dst,
+                                            int w, int h, int channels);
+
+/** The same as resize_bilinear_yuv420sp().
+ *
+ *  returns  0, always.
+ */
+KEL_NN_API int kel_nn_pixel_resize_bilinear_nv12(const uint8_t* src, int srcw, int srch,
+                                                 uint8_t* dst, int w, int h);
+
+/* -------------------------------------------------------------------------------------------------
  * Engine
  *
  * What the tasks are made of, for models of your own: a graph is a model that can be run, tensors
