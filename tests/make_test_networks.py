@@ -81,9 +81,10 @@ save("missing_value", [node("Add", ["x", "nobody"], ["y"])], X, [("y", SHAPE)])
 save("constant_output", relu, X, [("y", SHAPE), ("one", [1])], {"one": constant(1)})
 save("rank5_output", [node("Reshape", ["x", "to"], ["y"])], X, [("y", [1, 3, 2, 5, 1])],
      {"to": numpy.array([1, 3, 2, 5, 1], numpy.int64)})
-lacking = helper.make_tensor("w", TensorProto.FLOAT, [3, 3, 1, 1], bytes(35), raw=True)  # one byte
-empty = helper.make_tensor("w", TensorProto.FLOAT, [3, 3, 1, 0], b"", raw=True)
-for name, weight in [("short_weights", lacking), ("empty_weights", empty)]:
+short = numpy_helper.from_array(identity, "w")
+short.raw_data = short.raw_data[:-1]
+empty = numpy_helper.from_array(identity[:, :, :, :0], "w")
+for name, weight in [("short_weights", short), ("empty_weights", empty)]:
     save(name, [node("Conv", ["x", "w"], ["y"], kernel_shape=[1, 1])], X, [("y", SHAPE)], {"w": weight})
 
 # As little work as a network can do, for what the engine adds to it.
