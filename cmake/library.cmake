@@ -1,7 +1,11 @@
 # libkelnn.so and kelnn_objects, the same code as objects for the unit tests.
 
 set(kelnn_sources
+  plat/jzt31/kel_nn_4cls_det.cpp
   plat/jzt31/kel_nn_engine.cpp
+  plat/jzt31/kel_nn_grid_detector.cpp
+  plat/jzt31/kel_nn_persondet.cpp
+  plat/jzt31/kel_nn_ultraface.cpp
   src/kel_nn_common.cpp
   src/kel_nn_facercg.cpp
   src/kel_nn_graph_run.cpp
