@@ -41,24 +41,24 @@ inline std::vector<PlainTap> plain_taps(int source_size, int size, int step) {
   return taps;
 }
 
-inline void plain_scale_row(const uint8_t* source, const std::vector<PlainTap>& columns,
-                            int channels, std::vector<short>& scaled) {
-  size_t i = 0;
+template <int kChannels>
+void plain_scale_row(const uint8_t* source, const std::vector<PlainTap>& columns, short* scaled) {
   for (const PlainTap& column : columns) {
-    for (int k = 0; k < channels; ++k, ++i) {
-      scaled[i] = static_cast<short>((source[column.offset + k] * column.weight0 +
-                                      source[column.offset + channels + k] * column.weight1) >>
-                                     4);
+    const uint8_t* left = source + column.offset;
+    for (int k = 0; k < kChannels; ++k) {
+      *scaled++ = static_cast<short>(
+          (left[k] * column.weight0 + left[kChannels + k] * column.weight1) >> 4);
     }
   }
 }
 
-inline void plain_resize(int channels, const uint8_t* source, int source_width, int source_height,
-                         ptrdiff_t source_stride, uint8_t* destination, int width, int height,
-                         ptrdiff_t stride) {
-  const std::vector<PlainTap> columns = plain_taps(source_width, width, channels);
+template <int kChannels>
+void plain_resize(const uint8_t* source, int source_width, int source_height,
+                  ptrdiff_t source_stride, uint8_t* destination, int width, int height,
+                  ptrdiff_t stride) {
+  const std::vector<PlainTap> columns = plain_taps(source_width, width, kChannels);
   const std::vector<PlainTap> rows = plain_taps(source_height, height, 1);
-  const size_t value_count = static_cast<size_t>(width) * static_cast<size_t>(channels);
+  const size_t value_count = static_cast<size_t>(width) * kChannels;
   std::vector<short> upper(value_count), lower(value_count);
   int previous = -2;
   for (int y = 0; y < height; ++y) {
@@ -66,10 +66,10 @@ inline void plain_resize(int channels, const uint8_t* source, int source_width, 
     const uint8_t* first = source + source_stride * row.offset;
     if (row.offset == previous + 1) {
       std::swap(upper, lower);
-      plain_scale_row(first + source_stride, columns, channels, lower);
+      plain_scale_row<kChannels>(first + source_stride, columns, lower.data());
     } else if (row.offset != previous) {
-      plain_scale_row(first, columns, channels, upper);
-      plain_scale_row(first + source_stride, columns, channels, lower);
+      plain_scale_row<kChannels>(first, columns, upper.data());
+      plain_scale_row<kChannels>(first + source_stride, columns, lower.data());
     }
     previous = row.offset;
     uint8_t* to = destination + stride * y;
@@ -78,6 +78,16 @@ inline void plain_resize(int channels, const uint8_t* source, int source_width, 
           (((upper[i] * row.weight0) >> 16) + ((lower[i] * row.weight1) >> 16) + 2) >> 2);
     }
   }
+}
+
+inline void plain_resize(int channels, const uint8_t* source, int source_width, int source_height,
+                         ptrdiff_t source_stride, uint8_t* destination, int width, int height,
+                         ptrdiff_t stride) {
+  const auto resize = channels == 1   ? plain_resize<1>
+                      : channels == 2 ? plain_resize<2>
+                      : channels == 3 ? plain_resize<3>
+                                      : plain_resize<4>;
+  resize(source, source_width, source_height, source_stride, destination, width, height, stride);
 }
 
 }  // namespace kelnn_test
