@@ -565,8 +565,8 @@ void resize_bilinear_yuv420sp(const uint8_t* src, int srcw, int srch, uint8_t* d
 
 int kel_nn_pixel_resize_bilinear(const uint8_t* src, int srcw, int srch, uint8_t* dst, int w, int h,
                                  int channels) {
-  const int max_size = std::numeric_limits<int>::max() / 4;
-  if (srcw > max_size || w > max_size) return -1;
+  const int max_width = std::numeric_limits<int>::max() / 4;  // a stride must be an int
+  if (srcw < 0 || srcw > max_width || w < 0 || w > max_width) return -1;
   switch (channels) {
     case 1:
       resize_bilinear_c1(src, srcw, srch, srcw, dst, w, h, w);
