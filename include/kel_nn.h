@@ -383,10 +383,10 @@ KEL_NN_API int kel_nn_nms(kel_nn_box_t* boxes, int count, float iou_threshold, i
 /* -------------------------------------------------------------------------------------------------
  * Primitives: resizing
  *
- * Bilinear interpolation of 8-bit images in fixed point; the centres of the two images' pixels are
- * aligned, and the same size gives the same picture. Samples are weighted in 2048ths; a source half
- * as wide or narrower than the destination is not averaged, each destination pixel comes from 4
- * source pixels.
+ * Bilinear interpolation of 8-bit images in fixed point: each destination pixel is made of 4 source
+ * pixels, weighted in 2048ths, also where the picture shrinks to less than half and skips others.
+ * Corners lie on corners (not the centres of the corner pixels); the same size gives the same
+ * picture.
  *
  * src      Read only; at least 2 x 2 pixels. Must not overlap `dst`.
  * dst      Memory for the whole result. Nothing but its pixels is written: padding between rows

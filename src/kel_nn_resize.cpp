@@ -20,7 +20,18 @@
 #include "kel_nn_float_rules.h"
 #include "kel_nn_target_clones.h"
 
+// A function that takes the target of the one it is called from; see KEL_NN_TARGET_CLONES.
 #define KELNN_ALWAYS_INLINE inline __attribute__((always_inline))
+
+// Hints in front of loops. A loop over one vector that is unrolled before it is vectorised stays
+// scalar; a loop of a few instructions spends half of them on counting.
+#if defined(__GNUC__) && !defined(__clang__) && __GNUC__ >= 8
+#define KELNN_KEEP_LOOP _Pragma("GCC unroll 1")
+#define KELNN_UNROLL_BY_4 _Pragma("GCC unroll 4")
+#else
+#define KELNN_KEEP_LOOP
+#define KELNN_UNROLL_BY_4
+#endif
 
 namespace {
 
@@ -90,10 +101,14 @@ void pick_row(const uint8_t* source, int step, uint8_t* row, int width) {
     return;
   }
   const ptrdiff_t step_bytes = static_cast<ptrdiff_t>(step) * kChannels;
-  source += step_bytes / 2 / kChannels * kChannels;
-  if (kChannels == 3) {
-    // Four bytes at a time; the fourth is overwritten by the next pixel, so the last goes alone.
-    for (; width > 1; --width, source += step_bytes, row += 3) std::memcpy(row, source, 4);
+  source += static_cast<ptrdiff_t>(step / 2) * kChannels;
+  // Three bytes go as four: the fourth is overwritten by the next pixel, which there must be.
+  constexpr int kCopy = kChannels == 3 ? 4 : kChannels;
+  for (; width > 4; width -= 4, source += 4 * step_bytes, row += 4 * kChannels) {
+    std::memcpy(row, source, kCopy);
+    std::memcpy(row + kChannels, source + step_bytes, kCopy);
+    std::memcpy(row + 2 * kChannels, source + 2 * step_bytes, kCopy);
+    std::memcpy(row + 3 * kChannels, source + 3 * step_bytes, kCopy);
   }
   for (; width > 0; --width, source += step_bytes, row += kChannels) {
     std::memcpy(row, source, kChannels);
@@ -120,10 +135,9 @@ class RowPair {
   static void resize(const Source& source, const Axis& columns, const Axis& rows,
                      const Destination& to) {
     RowPair pair;
-    for (int x = 0; x < to.width; x += pair.width_) {
-      pair.plan(columns, x, std::min(to.width - x, kTileWidth));
+    for (int x = 0, left = to.width; left > 0; x += pair.width_, left -= pair.width_) {
+      pair.plan(columns, x, std::min(left, int{kTileWidth}));
       pair.resize_tile(source, rows, to, x);
-      if (to.width - x == pair.width_) break;  // x + width could exceed the largest int
     }
   }
 
@@ -168,6 +182,7 @@ class RowPair {
     int16_t* scaled1 = scaled_[1 - tap.first % 2];
     const int b0 = tap.weight0, b1 = tap.weight1;
     const Column* const end = columns_ + width_;
+    KELNN_UNROLL_BY_4
     for (const Column* column = columns_; column != end; ++column) {
       const int a0 = column->a0, a1 = column->a1;
       const uint8_t* lower = below + column->offset;
@@ -203,32 +218,34 @@ class RowPair {
 
 // 16 values: a block's width, and one column of all rows of a batch.
 constexpr int kBlock = 16;
-constexpr int kTileBlocks = 16;
 
 // A unit is what moves as a whole when rows are transposed: a pixel of 1, 2 or 4 channels. The
 // three values of a 3-channel pixel are units of their own whose neighbours are 3 units away.
 template <typename Unit>
 struct RowBatchState {
   static constexpr int kRows = kBlock / static_cast<int>(sizeof(Unit));  // also a block's columns
-  static constexpr int kMaxColumns = kTileBlocks * kRows;
+  static constexpr int kKept = 2;
+  static constexpr int kMaxColumns = 256;
+  static constexpr int kMaxBlocks = kMaxColumns / kRows;
   static constexpr int kMaxSpan = 2 * kMaxColumns + 64;
 
+  // A column's two samples in `transposed`, in units. Near is the one with the larger weight.
   struct Column {
-    uint16_t near_index, far_index;  // in `transposed`; near is the one with the larger weight
-    int16_t far_weight;              // up to 1024
-    bool extra;                      // the weights add up to 2049
+    uint16_t near, far;
   };
 
   int column_count;  // rounded up to whole blocks
   int span;          // units of a source row that are transposed; 0: each column's two
   ptrdiff_t begin;   // the first of them
   Column columns[kMaxColumns];
-  ptrdiff_t left_offset[kMaxColumns];  // where span is 0: bytes in a source row
-  ptrdiff_t right_offset;              // of the right sample from the left one
-  alignas(32) int16_t weights[kMaxColumns][kBlock];  // -32 * far_weight, for every value
+  ptrdiff_t left_offset[kMaxColumns];                // where span is 0: bytes in a source row
+  ptrdiff_t right_offset;                            // of the right sample from the left one
+  alignas(32) int16_t weights[kMaxColumns][kBlock];  // -32 times that of far, for every value
+  int heavy_count;
+  uint16_t heavy[kMaxColumns];  // the columns whose weights add up to 2049
   alignas(32) Unit transposed[kMaxSpan][kRows];
-  // Row 0 is the last one of the batch before.
-  alignas(32) int16_t scaled[kTileBlocks][1 + kRows][kBlock];
+  // The last two rows of the batch before, then this batch's.
+  alignas(32) int16_t scaled[kMaxBlocks][kKept + kRows][kBlock];
 };
 
 template <typename Unit>
@@ -238,19 +255,25 @@ KELNN_ALWAYS_INLINE Unit load(const uint8_t* from) {
   return unit;
 }
 
+// Unit i of every row becomes row i of `to`.
 template <typename Unit>
-KELNN_ALWAYS_INLINE void transpose_rows(RowBatchState<Unit>& batch, const uint8_t* const* rows) {
+KELNN_ALWAYS_INLINE void transpose(const uint8_t* const* rows, ptrdiff_t begin, int unit_count,
+                                   Unit* __restrict to) {
   constexpr int kRows = RowBatchState<Unit>::kRows;
   const uint8_t* row[kRows];
-  for (int r = 0; r < kRows; ++r) row[r] = rows[r] + batch.begin * ptrdiff_t{sizeof(Unit)};
-  Unit* __restrict to = batch.transposed[0];
-  const int span = batch.span;
-  for (int i = 0; i < span; ++i) {
-    for (int r = 0; r < kRows; ++r) to[i * kRows + r] = load<Unit>(row[r] + i * sizeof(Unit));
-  }
-  if (span > 0) return;
-  for (int i = 0; i < batch.column_count; ++i) {
+  for (int r = 0; r < kRows; ++r) row[r] = rows[r] + begin * ptrdiff_t{sizeof(Unit)};
+  for (int i = 0; i < unit_count; ++i) {
     for (int r = 0; r < kRows; ++r) {
+      to[i * kRows + r] = load<Unit>(row[r] + static_cast<size_t>(i) * sizeof(Unit));
+    }
+  }
+}
+
+// Only what the columns need, where that is less than half of a row.
+template <typename Unit>
+KELNN_ALWAYS_INLINE void transpose_columns(RowBatchState<Unit>& batch, const uint8_t* const* rows) {
+  for (int i = 0; i < batch.column_count; ++i) {
+    for (int r = 0; r < RowBatchState<Unit>::kRows; ++r) {
       const uint8_t* left = rows[r] + batch.left_offset[i];
       batch.transposed[2 * i][r] = load<Unit>(left);
       batch.transposed[2 * i + 1][r] = load<Unit>(left + batch.right_offset);
@@ -258,10 +281,11 @@ KELNN_ALWAYS_INLINE void transpose_rows(RowBatchState<Unit>& batch, const uint8_
   }
 }
 
-// With near = 2048 - far_weight, 128 * near + (far - near) * far_weight / 16, rounded down. All in
-// 16 bits: the upper half of a product with a weight in 16ths of its bits.
+// 128 * near + (far - near) * weight / 16, rounded down, for a far sample of that weight. 16 bits
+// are enough: the upper half of a product with -32 times the weight, which may be 1024.
 KELNN_ALWAYS_INLINE void scale_column(const uint8_t* near, const uint8_t* far,
-                                      const int16_t* weights, int16_t* scaled) {
+                                      const int16_t* weights, int16_t* __restrict scaled) {
+  KELNN_KEEP_LOOP
   for (int r = 0; r < kBlock; ++r) {
     const int16_t near_value = static_cast<int16_t>(near[r] << 7);
     const int16_t difference = static_cast<int16_t>(near_value - (far[r] << 7));
@@ -270,11 +294,12 @@ KELNN_ALWAYS_INLINE void scale_column(const uint8_t* near, const uint8_t* far,
   }
 }
 
-// The same where near's weight is 2049 - far_weight. The weight is split, so that 16 bits do.
-KELNN_ALWAYS_INLINE void scale_column_with_extra(const uint8_t* near, const uint8_t* far,
-                                                 int far_weight, int16_t* scaled) {
-  const int16_t high = static_cast<int16_t>(far_weight >> 4);
-  const int16_t low = static_cast<int16_t>(far_weight & 15);
+// The same where near weighs 2049 - weight: one more near / 16.
+KELNN_ALWAYS_INLINE void scale_heavy_column(const uint8_t* near, const uint8_t* far, int weight,
+                                            int16_t* __restrict scaled) {
+  const int16_t high = static_cast<int16_t>(weight >> 4);
+  const int16_t low = static_cast<int16_t>(weight & 15);
+  KELNN_KEEP_LOOP
   for (int r = 0; r < kBlock; ++r) {
     const int16_t difference = static_cast<int16_t>(far[r] - near[r]);
     const int16_t whole = static_cast<int16_t>((near[r] << 7) + difference * high);
@@ -284,28 +309,30 @@ KELNN_ALWAYS_INLINE void scale_column_with_extra(const uint8_t* near, const uint
 }
 
 template <typename Unit>
-struct ScaledUnit {
-  int16_t values[sizeof(Unit)];
-};
-
-template <typename Unit>
 KELNN_ALWAYS_INLINE void scale_batch(RowBatchState<Unit>& batch, const uint8_t* const* rows) {
   constexpr int kRows = RowBatchState<Unit>::kRows;
   constexpr int kValues = static_cast<int>(sizeof(Unit));
-  transpose_rows(batch, rows);
+  if (batch.span > 0) {
+    transpose(rows, batch.begin, batch.span, batch.transposed[0]);
+  } else {
+    transpose_columns(batch, rows);
+  }
+  const uint8_t* const samples = reinterpret_cast<const uint8_t*>(batch.transposed);
+  const uint16_t* heavy = batch.heavy;
+  const uint16_t* const heavy_end = heavy + batch.heavy_count;
   for (int first = 0, block = 0; first < batch.column_count; first += kRows, ++block) {
     alignas(32) int16_t by_column[kRows][kBlock];
     for (int i = 0; i < kRows; ++i) {
       const typename RowBatchState<Unit>::Column& column = batch.columns[first + i];
-      const uint8_t* near = reinterpret_cast<const uint8_t*>(batch.transposed[column.near_index]);
-      const uint8_t* far = reinterpret_cast<const uint8_t*>(batch.transposed[column.far_index]);
-      if (column.extra) {
-        scale_column_with_extra(near, far, column.far_weight, by_column[i]);
-      } else {
-        scale_column(near, far, batch.weights[first + i], by_column[i]);
-      }
+      scale_column(samples + column.near * kBlock, samples + column.far * kBlock,
+                   batch.weights[first + i], by_column[i]);
     }
-    int16_t* __restrict by_row = batch.scaled[block][1];
+    for (; heavy != heavy_end && *heavy < first + kRows; ++heavy) {
+      const typename RowBatchState<Unit>::Column& column = batch.columns[*heavy];
+      scale_heavy_column(samples + column.near * kBlock, samples + column.far * kBlock,
+                         batch.weights[*heavy][0] / -32, by_column[*heavy - first]);
+    }
+    int16_t* __restrict by_row = batch.scaled[block][RowBatchState<Unit>::kKept];
     for (int r = 0; r < kRows; ++r) {
       for (int i = 0; i < kRows; ++i) {
         std::memcpy(by_row + r * kBlock + i * kValues, &by_column[i][r * kValues],
@@ -351,12 +378,9 @@ class RowBatch {
   static void resize(const Source& source, const Axis& columns, const Axis& rows,
                      const Destination& to) {
     RowBatch batch;
-    for (int x = 0;;) {
-      const int width = std::min(to.width - x, kTileWidth);
-      batch.plan(source, columns, x, width);
-      batch.resize_tile(source, rows, to, x, width);
-      if (to.width - x == width) break;  // x + width could exceed the largest int
-      x += width;
+    for (int x = 0, left = to.width; left > 0; x += batch.width_, left -= batch.width_) {
+      batch.plan(source, columns, x, std::min(left, int{kTileWidth}));
+      batch.resize_tile(source, rows, to, x);
     }
   }
 
@@ -368,6 +392,7 @@ class RowBatch {
   static constexpr int kTileWidth = State::kMaxColumns / kPixelUnits;
 
   void plan(const Source& source, const Axis& axis, int x, int width) {
+    width_ = width;
     const ptrdiff_t row_units = static_cast<ptrdiff_t>(source.width) * kPixelUnits;
     const ptrdiff_t first = static_cast<ptrdiff_t>(axis.tap(x).first) * kPixelUnits;
     const ptrdiff_t end = (static_cast<ptrdiff_t>(axis.tap(x + width - 1).first) + 2) * kPixelUnits;
@@ -379,6 +404,7 @@ class RowBatch {
     state_.span = dense ? static_cast<int>(span) : 0;
     state_.right_offset = kChannels;
 
+    state_.heavy_count = 0;
     int i = 0;
     for (int pixel = 0; pixel < width; ++pixel) {
       const Tap tap = axis.tap(x + pixel);
@@ -397,8 +423,10 @@ class RowBatch {
     const bool left_is_near = tap.weight0 >= tap.weight1;
     const int far_weight = left_is_near ? tap.weight1 : tap.weight0;
     state_.columns[i] = {static_cast<uint16_t>(left_is_near ? left : right),
-                         static_cast<uint16_t>(left_is_near ? right : left),
-                         static_cast<int16_t>(far_weight), tap.weight0 + tap.weight1 != kOne};
+                         static_cast<uint16_t>(left_is_near ? right : left)};
+    if (tap.weight0 + tap.weight1 != kOne) {
+      state_.heavy[state_.heavy_count++] = static_cast<uint16_t>(i);
+    }
     for (int16_t& weight : state_.weights[i]) weight = static_cast<int16_t>(-32 * far_weight);
   }
 
@@ -409,74 +437,72 @@ class RowBatch {
     std::memcpy(state_.weights[i], state_.weights[i - 1], sizeof(state_.weights[i]));
   }
 
-  // A batch is as many destination rows as can be blended from the last scaled row of the batch
-  // before and kRows new ones.
-  void resize_tile(const Source& source, const Axis& rows, const Destination& to, int x,
-                   int width) {
-    int last_scaled = -1;  // the source row in state_.scaled[...][last_slot]
-    int last_slot = 0;
+  // The next destination rows that need no more than kRows source rows that are not scaled yet.
+  struct Plan {
+    struct Blend {
+      int lower_slot;  // in State::scaled; the upper row is in the slot before
+      int16_t b0, b1;
+    };
+    static constexpr int kMaxBlends = 64;
+
+    int blend_count = 0, fresh_count = 0;
+    Blend blends[kMaxBlends];
+    const uint8_t* fresh[State::kRows];
+  };
+
+  void resize_tile(const Source& source, const Axis& rows, const Destination& to, int x) {
+    int newest = -1;  // the last source row that has been scaled
     for (int y = 0; y < to.height;) {
-      const uint8_t* fresh[State::kRows];
-      int count = 0;
-      struct Blend {
-        int slot;
-        int16_t b0, b1;
-      };
-      keep(last_slot);
-      last_slot = 0;
-      const int first_y = y;
-      // First which rows are needed, then the work: slots are numbered alike in both.
-      int newest = last_scaled;
-      for (; y < to.height; ++y) {
-        const Tap tap = rows.tap(y);
+      Plan plan;
+      while (plan.blend_count < std::min(to.height - y, int{Plan::kMaxBlends})) {
+        const Tap tap = rows.tap(y + plan.blend_count);
         const int missing = tap.first + 1 - std::max(newest, tap.first - 1);
-        if (count + missing > State::kRows) break;
-        for (int row = tap.first + 2 - missing; row <= tap.first + 1; ++row) {
-          fresh[count++] = source.row(row);
-        }
+        if (plan.fresh_count + missing > State::kRows) break;
+        if (missing == 2) plan.fresh[plan.fresh_count++] = source.row(tap.first);
+        if (missing >= 1) plan.fresh[plan.fresh_count++] = source.row(tap.first + 1);
         newest = tap.first + 1;
+        plan.blends[plan.blend_count++] = {State::kKept - 1 + plan.fresh_count, tap.weight0,
+                                           tap.weight1};
       }
-      if (count > 0) {
-        for (int r = count; r < State::kRows; ++r) fresh[r] = fresh[count - 1];
-        scale_batch_of(state_, fresh);
+      scale(plan);
+      for (int i = 0; i < plan.blend_count; ++i, ++y) {
+        blend(plan.blends[i], to.row(y) + static_cast<ptrdiff_t>(x) * kChannels);
       }
-      int slot = 0;
-      int below = last_scaled;
-      for (int blend_y = first_y; blend_y < y; ++blend_y) {
-        const Tap tap = rows.tap(blend_y);
-        slot += tap.first + 1 - std::max(below, tap.first - 1);
-        below = tap.first + 1;
-        blend(slot, tap, to.row(blend_y) + static_cast<ptrdiff_t>(x) * kChannels,
-              width * kChannels);
-      }
-      last_scaled = newest;
-      last_slot = count;
+      keep(plan.fresh_count);
     }
   }
 
-  void keep(int slot) {
-    for (int block = 0; block < kTileBlocks; ++block) {
-      if (slot > 0) {
-        std::memcpy(state_.scaled[block][0], state_.scaled[block][slot], kBlock * sizeof(int16_t));
-      }
-    }
+  void scale(Plan& plan) {
+    if (plan.fresh_count == 0) return;
+    for (int r = plan.fresh_count; r < State::kRows; ++r) plan.fresh[r] = plan.fresh[0];
+    scale_batch_of(state_, plan.fresh);
   }
 
-  // Blends the scaled rows in slots `slot` - 1 and `slot`.
-  void blend(int slot, const Tap& tap, uint8_t* row, int value_count) {
-    const ptrdiff_t block_step = (1 + State::kRows) * kBlock;
-    const int16_t* scaled0 = state_.scaled[0][slot - 1];
-    const int16_t* scaled1 = state_.scaled[0][slot];
-    const int whole = value_count / kBlock;
-    blend_blocks(scaled0, scaled1, block_step, tap.weight0, tap.weight1, row, whole);
-    if (value_count % kBlock != 0) {
+  void blend(const typename Plan::Blend& blend, uint8_t* row) {
+    const ptrdiff_t block_step = (State::kKept + State::kRows) * kBlock;
+    const int16_t* upper = state_.scaled[0][blend.lower_slot - 1];
+    const int16_t* lower = state_.scaled[0][blend.lower_slot];
+    const int whole = width_ * kChannels / kBlock;
+    const int rest = width_ * kChannels % kBlock;
+    blend_blocks(upper, lower, block_step, blend.b0, blend.b1, row, whole);
+    if (rest != 0) {
       uint8_t last[kBlock];
-      blend_blocks(scaled0 + whole * block_step, scaled1 + whole * block_step, block_step,
-                   tap.weight0, tap.weight1, last, 1);
-      std::memcpy(row + whole * kBlock, last, static_cast<size_t>(value_count % kBlock));
+      blend_blocks(upper + whole * block_step, lower + whole * block_step, block_step, blend.b0,
+                   blend.b1, last, 1);
+      std::memcpy(row + whole * kBlock, last, static_cast<size_t>(rest));
     }
   }
 
+  // Moves the last two scaled rows to the front.
+  void keep(int fresh_count) {
+    if (fresh_count == 0) return;
+    for (int block = 0; block < state_.column_count / State::kRows; ++block) {
+      int16_t(*rows)[kBlock] = state_.scaled[block];
+      std::memmove(rows, rows + fresh_count, State::kKept * sizeof(rows[0]));
+    }
+  }
+
+  int width_ = 0;
   State state_;
 };
 
@@ -495,14 +521,14 @@ bool can_resize(const Source& source, const Destination& to) {
 
 template <int kChannels>
 void resize(const Source& source, const Destination& to) {
-  using Scaler =
-      std::conditional_t<kHasVectorUnit, RowBatch<kChannels>, RowPair<kChannels>>;
   if (!can_resize(source, to)) return;
   const Axis columns(source.width, to.width), rows(source.height, to.height);
   if (columns.only_picks() && rows.only_picks()) {
     pick<kChannels>(source, columns, rows, to);
+  } else if (kHasVectorUnit) {
+    RowBatch<kChannels>::resize(source, columns, rows, to);
   } else {
-    Scaler::resize(source, columns, rows, to);
+    RowPair<kChannels>::resize(source, columns, rows, to);
   }
 }
 
@@ -539,8 +565,8 @@ void resize_bilinear_yuv420sp(const uint8_t* src, int srcw, int srch, uint8_t* d
 
 int kel_nn_pixel_resize_bilinear(const uint8_t* src, int srcw, int srch, uint8_t* dst, int w, int h,
                                  int channels) {
-  const int max_size = std::numeric_limits<int>::max() / 4;
-  if (srcw > max_size || w > max_size) return -1;
+  const int max_width = std::numeric_limits<int>::max() / 4;  // a stride must be an int
+  if (srcw < 0 || srcw > max_width || w < 0 || w > max_width) return -1;
   switch (channels) {
     case 1:
       resize_bilinear_c1(src, srcw, srch, srcw, dst, w, h, w);
