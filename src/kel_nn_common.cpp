@@ -67,7 +67,7 @@ float kel_nn_sigmoid(float x) { return 1.0f / (std::exp(-x) + 1.0f); }
 
 namespace {
 
-// Lists up to this length use scratch on the stack, 20 bytes a box at most. Longer ones get slower.
+// Lists up to this length use scratch on the stack, 40 bytes a box at most. Longer ones get slower.
 constexpr int kMaxFastCount = 2048;
 
 struct Corners {
@@ -83,13 +83,13 @@ Corners corners_of(const kel_nn_box_t& box) {
 inline float larger(float a, float b) { return a > b ? a : b; }
 inline float smaller(float a, float b) { return a < b ? a : b; }
 
-// Without branches: loops over it become SIMD.
-inline float iou(const Corners& a, const Corners& b) {
+float iou(const Corners& a, const Corners& b) {
   const float height = smaller(a.y2, b.y2) - larger(a.y1, b.y1);
+  if (height <= 0.0f) return 0.0f;
   const float width = smaller(a.x2, b.x2) - larger(a.x1, b.x1);
+  if (width <= 0.0f) return 0.0f;
   const float intersection = height * width;
-  const float ratio = intersection / (a.area + b.area - intersection);
-  return ((height <= 0.0f) | (width <= 0.0f)) ? 0.0f : ratio;
+  return intersection / (a.area + b.area - intersection);
 }
 
 // ----- Sorting: best score first, equal scores in the order of the list
@@ -129,21 +129,6 @@ RankedIndex* radix_sort(RankedIndex* ranked, RankedIndex* other, int count) {
   return ranked;
 }
 
-// Moves the box from `source[i].index` to place i, cycle after cycle.
-void permute(kel_nn_box_t* boxes, RankedIndex* source, int count) {
-  for (int start = 0; start < count; ++start) {
-    if (source[start].index == start) continue;
-    const kel_nn_box_t first = boxes[start];
-    int place = start;
-    for (int from; (from = source[place].index) != start; place = from) {
-      boxes[place] = boxes[from];
-      source[place].index = place;
-    }
-    boxes[place] = first;
-    source[place].index = place;
-  }
-}
-
 void sort_by_score(kel_nn_box_t* boxes, int count) {
   if (count > kMaxFastCount) {
     std::sort(boxes, boxes + count, [](const kel_nn_box_t& a, const kel_nn_box_t& b) {
@@ -151,33 +136,52 @@ void sort_by_score(kel_nn_box_t* boxes, int count) {
     });
     return;
   }
-  const size_t size = count * sizeof(RankedIndex);
-  RankedIndex* ranked = static_cast<RankedIndex*>(__builtin_alloca(2 * size));
+  const size_t ranked_size = count * sizeof(RankedIndex), boxes_size = count * sizeof(kel_nn_box_t);
+  char* scratch = static_cast<char*>(__builtin_alloca(2 * ranked_size + boxes_size));
+  RankedIndex* ranked = reinterpret_cast<RankedIndex*>(scratch);
+  kel_nn_box_t* unsorted = reinterpret_cast<kel_nn_box_t*>(scratch + 2 * ranked_size);
   for (int i = 0; i < count; ++i) ranked[i] = {rank_of(boxes[i].score), i};
-  permute(boxes, radix_sort(ranked, ranked + count, count), count);
+  std::copy(boxes, boxes + count, unsorted);
+  ranked = radix_sort(ranked, ranked + count, count);
+  for (int i = 0; i < count; ++i) boxes[i] = unsorted[ranked[i].index];
 }
 
 // ----- Hard suppression
 
+#if defined(__SSE__) || defined(__ARM_NEON) || defined(__mips_msa)
+constexpr bool kHasSimd = true;
+#else
+constexpr bool kHasSimd = false;
+#endif
+
 // Corners of kept boxes, side by side. Unused lanes repeat the first.
 struct KeptBlock {
-  static constexpr int kLanes = 16;
+  static constexpr int kLanes = kHasSimd ? 8 : 1;
   float x1[kLanes], y1[kLanes], x2[kLanes], y2[kLanes], area[kLanes];
 
   void set(int lane, const Corners& c) {
     x1[lane] = c.x1, y1[lane] = c.y1, x2[lane] = c.x2, y2[lane] = c.y2, area[lane] = c.area;
   }
+  void fill(const Corners& c) {
+    for (int lane = 0; lane < kLanes; ++lane) set(lane, c);
+  }
 };
 
-KEL_NN_TARGET_CLONES
-bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners& box,
-                  float iou_threshold) {
+// Whether `iou_threshold` < iou() for any of the boxes. For thresholds of 0 or more only: instead of
+// leaving at a side without overlap, it goes on with a side of 0 and a result of 0 or NaN. So there
+// is no branch in the inner loop, and it becomes SIMD; without SIMD, a branch costs less.
+inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners& box,
+                         float iou_threshold) {
   for (int b = 0; b < block_count; ++b) {
-    const KeptBlock& block = blocks[b];
+    const KeptBlock& kept = blocks[b];
     int any = 0;
     for (int k = 0; k < KeptBlock::kLanes; ++k) {
-      const Corners kept = {block.x1[k], block.y1[k], block.x2[k], block.y2[k], block.area[k]};
-      any |= iou_threshold < iou(kept, box);
+      const float height = smaller(kept.y2[k], box.y2) - larger(kept.y1[k], box.y1);
+      if (!kHasSimd && height <= 0.0f) continue;
+      const float width = smaller(kept.x2[k], box.x2) - larger(kept.x1[k], box.x1);
+      if (!kHasSimd && width <= 0.0f) continue;
+      const float intersection = larger(height, 0.0f) * larger(width, 0.0f);
+      any |= iou_threshold < intersection / (kept.area[k] + box.area - intersection);
     }
     if (any) return true;
   }
@@ -186,24 +190,22 @@ bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners& box,
 
 // A box is suppressed by the first kept box that overlaps it, so it is enough to compare each with
 // those that were kept before. Kept boxes move forward onto boxes that have been dealt with.
+KEL_NN_TARGET_CLONES
 int suppress_hard(kel_nn_box_t* boxes, int count, float iou_threshold) {
-  const int fast_count = std::min(count, kMaxFastCount);
-  const int max_blocks = (fast_count + KeptBlock::kLanes - 1) / KeptBlock::kLanes;
+  const int max_in_blocks = iou_threshold >= 0.0f ? std::min(count, kMaxFastCount) : 0;
+  const int max_blocks = (max_in_blocks + KeptBlock::kLanes - 1) / KeptBlock::kLanes;
   KeptBlock* blocks = static_cast<KeptBlock*>(__builtin_alloca(max_blocks * sizeof(KeptBlock)));
   int block_count = 0, kept = 0;
   for (int i = 0; i < count; ++i) {
     const Corners corners = corners_of(boxes[i]);
     bool suppressed = overlaps_any(blocks, block_count, corners, iou_threshold);
-    for (int k = kMaxFastCount; k < kept && !suppressed; ++k) {
+    for (int k = max_in_blocks; k < kept && !suppressed; ++k) {
       suppressed = iou_threshold < iou(corners_of(boxes[k]), corners);
     }
     if (suppressed) continue;
-    if (kept < fast_count) {
+    if (kept < max_in_blocks) {
       const int lane = kept % KeptBlock::kLanes;
-      if (lane == 0) {
-        KeptBlock& block = blocks[block_count++];
-        for (int k = 0; k < KeptBlock::kLanes; ++k) block.set(k, corners);
-      }
+      if (lane == 0) blocks[block_count++].fill(corners);
       blocks[block_count - 1].set(lane, corners);
     }
     boxes[kept++] = boxes[i];

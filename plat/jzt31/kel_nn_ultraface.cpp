@@ -44,25 +44,27 @@ void fill_centres(float* centres, int count) {
   for (int i = 0; i < count; ++i) centres[i] = clamp(static_cast<float>((i + 0.5) / count));
 }
 
-// kel_nn_softmax() of each pair. All exponentials first: the divisions then become SIMD.
+// kel_nn_softmax() of each anchor's two scores; tells whether there is a face among them. All
+// exponentials first: the rest then becomes SIMD.
 KEL_NN_TARGET_CLONES
-void softmax_pairs(float* scores, int pair_count) {
-  for (int i = 0; i < 2 * pair_count; ++i) scores[i] = std::exp(scores[i]);
-  for (int i = 0; i < pair_count; ++i) {
-    const float background = scores[2 * i], face = scores[2 * i + 1], sum = background + face;
-    scores[2 * i] = background / sum;
-    scores[2 * i + 1] = face / sum;
+bool softmax_has_face(float* scores, int anchor_count) {
+  for (int i = 0; i < 2 * anchor_count; ++i) scores[i] = std::exp(scores[i]);
+  int has_face = 0;
+  for (int i = 0; i < anchor_count; ++i) {
+    const float sum = scores[2 * i] + scores[2 * i + 1];
+    scores[2 * i] /= sum;
+    scores[2 * i + 1] /= sum;
+    has_face |= scores[2 * i + 1] > kScoreThreshold;
   }
+  return has_face;
 }
 
 // `class_id` is not touched: it is 0 in the state's boxes, which is what callers see.
-void decode_face(const FaceLevel& level, const LevelAnchors& anchors, int index,
+void decode_face(const LevelAnchors& anchors, int row, int column, int size,
                  const float* regression, float frame_width, float frame_height,
                  kel_nn_box_t* box) {
-  const int cell = index / level.anchor_count, size = index % level.anchor_count;
   const float width = anchors.widths[size], height = anchors.heights[size];
-  const float cx = anchors.column_centres[cell % level.columns];
-  const float cy = anchors.row_centres[cell / level.columns];
+  const float cx = anchors.column_centres[column], cy = anchors.row_centres[row];
   box->cx = frame_width * clamp(cx + regression[0] * kCentreVariance * width);
   box->cy = frame_height * clamp(cy + regression[1] * kCentreVariance * height);
   box->w = frame_width * clamp(std::exp(regression[2] * kSizeVariance) * width);
@@ -93,15 +95,20 @@ int decode_faces(const FaceLevelOutputs (&outputs)[kFaceLevels], int frame_width
   int count = 0;
   for (int l = 0; l < kFaceLevels; ++l) {
     const FaceLevel& level = kFaceLevelTable[l];
-    const float* scores = outputs[l].scores;
-    softmax_pairs(outputs[l].scores, level.total());
-    for (int i = 0; i < level.total() && count < kMaxFaces; ++i) {
-      const float score = scores[2 * i + 1];
-      if (!(score > kScoreThreshold)) continue;
-      kel_nn_box_t& box = boxes[count++];
-      decode_face(level, g_state.anchors[l], i, outputs[l].regressions + 4 * i, width, height,
-                  &box);
-      box.score = clamp(score);
+    const int row_length = level.columns * level.anchor_count;
+    for (int row = 0; row < level.rows; ++row) {
+      float* scores = outputs[l].scores + 2 * row * row_length;
+      const float* regressions = outputs[l].regressions + 4 * row * row_length;
+      // Also when there is no room for more boxes: the scores can be seen in the output.
+      if (!softmax_has_face(scores, row_length)) continue;
+      for (int i = 0; i < row_length && count < kMaxFaces; ++i) {
+        const float score = scores[2 * i + 1];
+        if (!(score > kScoreThreshold)) continue;
+        kel_nn_box_t& box = boxes[count++];
+        decode_face(g_state.anchors[l], row, i / level.anchor_count, i % level.anchor_count,
+                    regressions + 4 * i, width, height, &box);
+        box.score = clamp(score);
+      }
     }
   }
   return count;
