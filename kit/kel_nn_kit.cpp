@@ -91,13 +91,19 @@ inline __attribute__((always_inline)) void colour_row(const uint8_t* luma, const
                                                       const YuvWeights& weights, int width,
                                                       uint8_t* __restrict row) {
   const YuvWeights by = weights;
-  for (int x = 0; x < width; ++x) {
+  const auto convert = [&](int x, int pair) __attribute__((always_inline)) {
     const int c = by.luma * (luma[x] - by.black) + 128;
-    const int d = chroma[2 * x] - 128, e = chroma[2 * x + 1] - 128;
+    const int d = chroma[2 * pair] - 128, e = chroma[2 * pair + 1] - 128;
     row[3 * x + kRed] = limited((c + by.v_to_red * e) >> 8);
     row[3 * x + 1] = limited((c - by.u_to_green * d - by.v_to_green * e) >> 8);
     row[3 * x + 2 - kRed] = limited((c + by.u_to_blue * d) >> 8);
+  };
+  const int pair_count = width / 2;
+  for (int pair = 0; pair < pair_count; ++pair) {
+    convert(2 * pair, pair);
+    convert(2 * pair + 1, pair);
   }
+  if (width % 2 != 0) convert(width - 1, pair_count);
 }
 
 KEL_NN_TARGET_CLONES void rgb_row(const uint8_t* luma, const uint8_t* chroma,
@@ -174,14 +180,17 @@ bool render_nv12(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
   }
   const Plane all_chroma = chroma_plane(frame);
   const Plane chroma = part_of(all_chroma, chroma_rect(all_chroma, rect));
-  const Scratch scaled = scratch(to.width, to.height, 3);
+  // Half the size, as in a frame: colour has no detail that a network would miss.
+  const int chroma_width = (to.width + 1) / 2, chroma_height = (to.height + 1) / 2;
+  const Scratch scaled = scratch(to.width + chroma_width, 2 * chroma_height, 1);
   if (!scaled) return false;
   const Destination scaled_luma = {scaled.get(), to.width, to.height, to.width};
-  const Destination scaled_chroma = {scaled_luma.row(to.height), to.width, to.height, 2 * to.width};
+  const Destination scaled_chroma = {scaled_luma.row(to.height), chroma_width, chroma_height,
+                                     2 * chroma_width};
   if (!resize(luma, scaled_luma) || !resize(chroma, scaled_chroma)) return false;
   const auto row_function = format == KEL_NN_KIT_RGB ? rgb_row : bgr_row;
   for (int y = 0; y < to.height; ++y) {
-    row_function(scaled_luma.row(y), scaled_chroma.row(y), weights, to.width, to.row(y));
+    row_function(scaled_luma.row(y), scaled_chroma.row(y / 2), weights, to.width, to.row(y));
   }
   return true;
 }

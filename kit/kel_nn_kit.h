@@ -58,8 +58,8 @@ extern "C" {
  *          R = (C + 359 E + 128) >> 8     G = (C - 88 D - 183 E + 128) >> 8
  *          B = (C + 454 D + 128) >> 8     grey = Y
  *
- *  Ask the camera which of the two it delivers: the wrong one costs contrast, not much else. Planes
- *  are scaled first and converted after.
+ *  Ask the camera which of the two it delivers: the wrong one costs contrast, not much else. The
+ *  planes are scaled first, to NV12 of the image's size, and converted after.
  */
 typedef enum kel_nn_kit_format {
   KEL_NN_KIT_GREY,
@@ -102,11 +102,10 @@ kel_nn_size_t kel_nn_kit_detector_input(int frame_width, int frame_height);
  *  KEL_NN_KIT_PADDING; one in which it is longer (640 x 480 on 416 x 256: 312 rows) is cut off
  *  equally on both sides: what is beyond the edges is not seen.
  *
- *  Detectors place the frame between pixels; here it starts at a whole one, so the place of a frame
- *  pixel in the image is off by at most half a pixel of the frame and half a pixel of the image,
- *  whichever is less, at the edges, and by nothing in the centre; docs/kit.md has the figures. (A
- *  frame so long that its short side scales to less than 2 pixels may be off by 1 pixel of the
- *  image.)
+ *  Detectors place the frame between pixels, here it starts at a whole one: off by nothing in the
+ *  middle and, at the edges, by at most half a pixel of the frame, or half a pixel of the image where
+ *  that is less and nothing is cut off. docs/kit.md has the figures. (A frame so long that its short
+ *  side scales to less than 2 pixels may be off by 1 pixel of the image.)
  */
 int kel_nn_kit_letterbox(const kel_nn_kit_frame_t* frame, const kel_nn_kit_image_t* image);
 

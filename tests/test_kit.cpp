@@ -34,7 +34,7 @@ int channels_of(kel_nn_kit_format_t format) { return format == KEL_NN_KIT_GREY ?
 class Image {
  public:
   Image(int width, int height, kel_nn_kit_format_t format)
-      : width_(width), size_(width * height * channels_of(format)), bytes_(size_ + 64, kGuard) {
+      : size_(width * height * channels_of(format)), bytes_(size_ + 64, kGuard) {
     image_ = {&bytes_[32], width, height, format};
   }
   const kel_nn_kit_image_t* operator&() const { return &image_; }
@@ -54,7 +54,7 @@ class Image {
   }
 
  private:
-  int width_, size_;
+  int size_;
   Bytes bytes_;
   kel_nn_kit_image_t image_;
 };
@@ -540,21 +540,35 @@ TEST(KitCrop, ScalesToTheImage) {
   EXPECT_THAT(image.pixels(), ElementsAre(40, 50, 70, 80));
 }
 
+// Grey at its own size is known exactly; enlarging reads as far as it may.
 TEST(KitCrop, EveryRectangleOfASmallFrameOfEveryFormat) {
-  const kel_nn_kit_format_t formats[] = {KEL_NN_KIT_GREY, KEL_NN_KIT_BGR, KEL_NN_KIT_NV12};
-  for (kel_nn_kit_format_t format : formats) {
+  const auto sample = [](int x, int y, int channel) {
+    return channel == 0 ? 40 + 20 * x + 10 * y : 128;
+  };
+  struct Case {
+    kel_nn_kit_format_t format;
+    std::function<int(int)> grey;  // from channel 0
+  };
+  const Case cases[] = {
+      {KEL_NN_KIT_GREY, [](int value) { return value; }},
+      {KEL_NN_KIT_BGR, [](int blue) { return (227 * 128 + 29 * blue + 128) / 256; }},
+      {KEL_NN_KIT_NV12, [](int luma) { return (298 * (luma - 16) + 128) / 256; }},
+      {KEL_NN_KIT_NV12_FULL, [](int luma) { return luma; }},
+  };
+  for (const Case& c : cases) {
     for (const kel_nn_size_t& size : {kel_nn_size_t{5, 4}, kel_nn_size_t{4, 5}}) {
-      const Frame frame(format, size.w, size.h, 0, [](int x, int y, int channel) {
-        return channel == 0 ? 40 + 20 * x + 10 * y : 128;
-      });
-      for (int x = 0; x < size.w; ++x) {
-        for (int y = 0; y < size.h; ++y) {
-          for (int w = 1; x + w <= size.w; ++w) {
-            for (int h = 1; y + h <= size.h; ++h) {
-              Image image(7, 3, KEL_NN_KIT_RGB);
-              ASSERT_EQ(kel_nn_kit_crop(&frame.frame, {x, y, w, h}, &image), 0);
-              Image pixel(w, h, KEL_NN_KIT_GREY);
-              ASSERT_EQ(kel_nn_kit_crop(&frame.frame, {x, y, w, h}, &pixel), 0);
+      const Frame frame(c.format, size.w, size.h, 0, sample);
+      for (int y = 0; y < size.h; ++y) {
+        for (int x = 0; x < size.w; ++x) {
+          for (int h = 1; y + h <= size.h; ++h) {
+            for (int w = 1; x + w <= size.w; ++w) {
+              SCOPED_TRACE(::testing::PrintToString(kel_nn_kit_rect_t{x, y, w, h}));
+              Image enlarged(7, 3, KEL_NN_KIT_RGB), grey(w, h, KEL_NN_KIT_GREY);
+              ASSERT_EQ(kel_nn_kit_crop(&frame.frame, {x, y, w, h}, &enlarged), 0);
+              ASSERT_EQ(kel_nn_kit_crop(&frame.frame, {x, y, w, h}, &grey), 0);
+              ASSERT_THAT(grey.pixel(0, 0), ElementsAre(c.grey(sample(x, y, 0))));
+              const int right = sample(x + w - 1, y + h - 1, 0);
+              ASSERT_THAT(grey.pixel(w - 1, h - 1), ElementsAre(c.grey(right)));
             }
           }
         }
