@@ -344,6 +344,31 @@ TEST_F(HostRuntime, RefusesInSilenceAndLeavesTheLogLevelAlone) {
   EXPECT_EQ(setLogLevel(level), LOG_LEVEL_WARNING);
 }
 
+TEST(HostMat, CopiesShareTheElementsAndTheLastOneFreesThem) {
+  jzdl::Mat<float> first(2, 3, 1);
+  first.data[5] = 7.0f;
+  jzdl::Mat<float> second(first), third;
+  third = second;
+  third = *&third;  // to itself: nothing is lost
+  first.release();
+  EXPECT_EQ(first.data, nullptr);
+  second.create(2, 3, 1);  // still shared, so these are new elements
+  EXPECT_NE(second.data, third.data);
+  EXPECT_EQ(third.data[5], 7.0f);
+  const float* own = third.data;
+  third.create(2, 3, 1);
+  EXPECT_EQ(third.data, own);
+}
+
+TEST(HostMat, IsEmptyWhenItsShapeIsNone) {
+  for (const std::vector<int>& shape :
+       {std::vector<int>{0, 3, 1}, {3, -1, 1}, {1 << 30, 1 << 30, 1 << 30}}) {
+    jzdl::Mat<float> mat(shape[0], shape[1], shape[2]);
+    EXPECT_TRUE(mat.empty());
+    EXPECT_EQ(mat.total(), 0u);
+  }
+}
+
 TEST(HostImageSub, SubtractsModulo256) {
   unsigned char bytes[] = {0, 1, 127, 128, 255, 77};
   jzdl::Mat<unsigned char> image(1, 5, 1, bytes);
