@@ -6,7 +6,7 @@
 # The program's own output stays as it is; the counts follow on standard error. They are the same in every
 # run of the same binary. Link statically (-static) to see the C library's functions by name, and keep a
 # function out of line ([[gnu::noinline]]) to have it counted on its own. Build for MIPS with
-# -DCMAKE_TOOLCHAIN_FILE=cmake/mipsel-linux-gnu.cmake. Needs gcc, binutils' c++filt and qemu-user 7 or 8.
+# -DCMAKE_TOOLCHAIN_FILE=cmake/mipsel-linux-gnu.cmake. Needs gcc, c++filt and qemu-user (written for 7.2).
 set -euo pipefail
 [ $# -ge 1 ] || { sed -n '2,/^set/{/^#/s/^# \{0,1\}//p}' "$0" >&2; exit 2; }
 here="$(cd "$(dirname "$0")" && pwd)"

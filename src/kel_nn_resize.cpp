@@ -85,7 +85,11 @@ class Axis {
   int step() const { return step_; }
 
  private:
-  static int16_t fixed_point(float weight) { return static_cast<int16_t>(weight * kOne + 0.5f); }
+  // Rounds half up; weights are never negative, and the largest fits.
+  static int16_t fixed_point(float weight) {
+    constexpr float kHalf = 0.5f;
+    return static_cast<int16_t>(weight * kOne + kHalf);
+  }
 
   int source_size_;
   int step_;  // 0: not a whole number
@@ -103,7 +107,7 @@ void pick_row(const uint8_t* source, int step, uint8_t* row, int width) {
   const ptrdiff_t step_bytes = static_cast<ptrdiff_t>(step) * kChannels;
   source += static_cast<ptrdiff_t>(step / 2) * kChannels;
   // Three bytes go as four: the fourth is overwritten by the next pixel, which there must be.
-  constexpr int kCopy = kChannels == 3 ? 4 : kChannels;
+  constexpr int kCopy = kChannels == 3 ? kChannels + 1 : kChannels;
   for (; width > 4; width -= 4, source += 4 * step_bytes, row += 4 * kChannels) {
     std::memcpy(row, source, kCopy);
     std::memcpy(row + kChannels, source + step_bytes, kCopy);
@@ -234,18 +238,18 @@ struct RowBatchState {
     uint16_t near, far;
   };
 
-  int column_count;  // rounded up to whole blocks
-  int span;          // units of a source row that are transposed; 0: each column's two
-  ptrdiff_t begin;   // the first of them
-  Column columns[kMaxColumns];
-  ptrdiff_t left_offset[kMaxColumns];                // where span is 0: bytes in a source row
-  ptrdiff_t right_offset;                            // of the right sample from the left one
   alignas(32) int16_t weights[kMaxColumns][kBlock];  // -32 times that of far, for every value
-  int heavy_count;
-  uint16_t heavy[kMaxColumns];  // the columns whose weights add up to 2049
   alignas(32) Unit transposed[kMaxSpan][kRows];
   // The last two rows of the batch before, then this batch's.
   alignas(32) int16_t scaled[kMaxBlocks][kKept + kRows][kBlock];
+  ptrdiff_t begin;                     // the first unit of a source row that is transposed
+  ptrdiff_t left_offset[kMaxColumns];  // where span is 0: bytes in a source row
+  ptrdiff_t right_offset;              // of the right sample from the left one
+  int span;                            // units that are transposed; 0: the two of each column
+  int column_count;                    // rounded up to whole blocks
+  int heavy_count;
+  uint16_t heavy[kMaxColumns];  // the columns whose weights add up to 2049
+  Column columns[kMaxColumns];
 };
 
 template <typename Unit>
