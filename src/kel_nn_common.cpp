@@ -168,9 +168,9 @@ struct KeptBlock {
   }
 };
 
-// Whether `iou_threshold` < iou() for any of the boxes. For thresholds of 0 or more only: instead of
-// leaving at a side without overlap, it goes on with a side of 0 and a result of 0 or NaN. So there
-// is no branch in the inner loop, and it becomes SIMD; without SIMD, a branch costs less.
+// Whether `iou_threshold` < iou() for any of the boxes. For thresholds of 0 or more only: instead
+// of leaving at a side without overlap, it goes on with a side of 0 and a result of 0 or NaN. So
+// there is no branch in the inner loop, and it becomes SIMD; without SIMD, a branch costs less.
 inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners& box,
                          float iou_threshold) {
   for (int b = 0; b < block_count; ++b) {
@@ -194,7 +194,7 @@ inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners
 KEL_NN_TARGET_CLONES
 int suppress_hard(kel_nn_box_t* boxes, int count, float iou_threshold) {
   const int max_in_blocks = iou_threshold >= 0.0f ? std::min(count, kMaxFastCount) : 0;
-  const int max_blocks = (max_in_blocks + KeptBlock::kLanes - 1) / KeptBlock::kLanes;
+  const int max_blocks = max_in_blocks / KeptBlock::kLanes + 1;
   KeptBlock* blocks = static_cast<KeptBlock*>(__builtin_alloca(max_blocks * sizeof(KeptBlock)));
   int block_count = 0, kept = 0;
   for (int i = 0; i < count; ++i) {

@@ -48,7 +48,7 @@ TEST(Iou, IsSharedAreaOverCoveredArea) {
       {"apart", {5, 5, 10, 10, 0, 0}, {50, 50, 10, 10, 0, 0}, 0.0f},
       {"no width", {5, 5, 0, 10, 0, 0}, {5, 5, 0, 10, 0, 0}, 0.0f},
       {"scores and classes do not count", {5, 5, 10, 10, 1, 3}, {5, 5, 10, 10, 0, 1}, 1.0f},
-      // 2^23 - 0.5 + 0.5 and 2^23 + 0.5 + 0.5 are both 2^23 in float: the added 0.5 takes the width.
+      // 2^23 - 0.5 + 0.5 and 2^23 + 0.5 + 0.5 are both 2^23 in float: no width is left.
       {"the half that is added", {8388608, 5, 1, 4, 0, 0}, {8388608, 5, 1, 4, 0, 0}, 0.0f},
   };
   for (const Case& c : cases) {

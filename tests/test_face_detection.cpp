@@ -150,11 +150,13 @@ TEST_F(FaceDetection, AFaceScoresMoreThanTheThreshold) {
   Network network;
   network.set_face(0, 5, logit);
   EXPECT_EQ(detect(network).size(), 0u);
+  network.set_face(0, 100);  // a sure one in the same row
+  EXPECT_EQ(detect(network).size(), 1u);
   while (probability(logit) <= 0.8f) logit = std::nextafter(logit, 2.0f);
   network.set_face(0, 5, logit);
-  EXPECT_EQ(detect(network).size(), 1u);
+  EXPECT_EQ(detect(network).size(), 2u);
   network.set_face(0, 5, kNan);
-  EXPECT_EQ(detect(network).size(), 0u);
+  EXPECT_EQ(detect(network).size(), 1u);
 }
 
 TEST_F(FaceDetection, ConsidersTheFirst100CandidatesLevelByLevel) {

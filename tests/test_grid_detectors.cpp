@@ -95,6 +95,33 @@ TEST(GridDetector, MapsIntoFramesThatAreNone) {
   }
 }
 
+// Candidates show the last bits, which whole pixels hide.
+TEST(GridDetector, DecodesLikeThePlainLoopsBitForBit) {
+  const kelnn::GridDetector detector = {
+      {{32, {{68, 52}, {74, 118}, {140, 155}}}, {16, {{24, 18}, {37, 36}, {41, 76}}}},
+      9,
+      4,
+      500,
+      {}};
+  std::mt19937 random(6);
+  std::normal_distribution<float> normal;
+  std::vector<float> values[2] = {std::vector<float>(8 * 13 * 27),
+                                  std::vector<float>(16 * 26 * 27)};
+  for (auto& output : values) {
+    for (float& value : output) value = 2 * normal(random);
+  }
+  const float* const outputs[2] = {values[0].data(), values[1].data()};
+  const kel_nn_size_t network = {416, 256};
+  for (const kel_nn_size_t& input : {network, kel_nn_size_t{419, 253}}) {
+    Boxes boxes(500), expected(500);
+    boxes.resize(kelnn::decode_grids(detector, kelnn::Orientation::kLandscape,
+                                     {{outputs[0], outputs[1]}, true}, input, boxes.data()));
+    expected.resize(kelnn_test::plain_decode_grids(kelnn_test::kPlainFourClasses, network, outputs,
+                                                   input, expected.data()));
+    EXPECT_TRUE(same_boxes(boxes, expected));
+  }
+}
+
 // ----- Both detectors ----------------------------------------------------------------------------
 
 struct Detector {
@@ -311,7 +338,7 @@ TEST_P(GridDetection, EqualsThePlainLoopsBitForBit) {
   }
 }
 
-// The size is taken over before the graph refuses: the grids are the new ones, the model is the old.
+// The size is taken over before the graph refuses: the grids are the new ones, the model the old.
 TEST_P(GridDetection, ARefusedInitChangesTheGrids) {
   const Network network = random_network(kLandscape, -2.0f, 12);
   init({640, 360}, network);
