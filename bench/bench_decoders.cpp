@@ -22,7 +22,7 @@ std::vector<float> noise(size_t size, float mean, float deviation) {
   return values;
 }
 
-// ----- Faces: 4420 anchors; two faces, each seen by ten of them -----------------------------------
+// ----- Faces: 4420 anchors; two faces, each seen by ten of them ----------------------------------
 
 struct FaceOutputs {
   std::vector<float> scores[4], regressions[4];
@@ -76,7 +76,7 @@ void faces_plain(benchmark::State& state) {
   });
 }
 
-// ----- Anchor grids: 1560 anchors, 20 of them candidates ------------------------------------------
+// ----- Anchor grids: 1560 anchors, 20 of them candidates -----------------------------------------
 
 constexpr kel_nn_size_t kInput = {416, 256};
 constexpr int kAnchorCounts[2] = {8 * 13 * 3, 16 * 26 * 3};

@@ -69,6 +69,7 @@ namespace {
 
 // Lists up to this length use scratch on the stack, 40 bytes a box at most. Longer ones get slower.
 constexpr int kMaxFastCount = 2048;
+constexpr int kMinRadixCount = 32;  // shorter ones are sorted faster by comparing
 
 struct Corners {
   float x1, y1, x2, y2, area;
@@ -92,7 +93,7 @@ float iou(const Corners& a, const Corners& b) {
   return intersection / (a.area + b.area - intersection);
 }
 
-// ----- Sorting: best score first, equal scores in the order of the list
+// ----- Sorting: best score first
 
 // Ascends where the score descends. Total: NaN has a place too, at one of the ends.
 uint32_t rank_of(float score) {
@@ -130,7 +131,7 @@ RankedIndex* radix_sort(RankedIndex* ranked, RankedIndex* other, int count) {
 }
 
 void sort_by_score(kel_nn_box_t* boxes, int count) {
-  if (count > kMaxFastCount) {
+  if (count < kMinRadixCount || count > kMaxFastCount) {
     std::sort(boxes, boxes + count, [](const kel_nn_box_t& a, const kel_nn_box_t& b) {
       return rank_of(a.score) < rank_of(b.score);
     });
@@ -167,9 +168,9 @@ struct KeptBlock {
   }
 };
 
-// Whether `iou_threshold` < iou() for any of the boxes. For thresholds of 0 or more only: instead of
-// leaving at a side without overlap, it goes on with a side of 0 and a result of 0 or NaN. So there
-// is no branch in the inner loop, and it becomes SIMD; without SIMD, a branch costs less.
+// Whether `iou_threshold` < iou() for any of the boxes. For thresholds of 0 or more only: instead
+// of leaving at a side without overlap, it goes on with a side of 0 and a result of 0 or NaN. So
+// there is no branch in the inner loop, and it becomes SIMD; without SIMD, a branch costs less.
 inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners& box,
                          float iou_threshold) {
   for (int b = 0; b < block_count; ++b) {
@@ -193,7 +194,7 @@ inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners
 KEL_NN_TARGET_CLONES
 int suppress_hard(kel_nn_box_t* boxes, int count, float iou_threshold) {
   const int max_in_blocks = iou_threshold >= 0.0f ? std::min(count, kMaxFastCount) : 0;
-  const int max_blocks = (max_in_blocks + KeptBlock::kLanes - 1) / KeptBlock::kLanes;
+  const int max_blocks = max_in_blocks / KeptBlock::kLanes + 1;
   KeptBlock* blocks = static_cast<KeptBlock*>(__builtin_alloca(max_blocks * sizeof(KeptBlock)));
   int block_count = 0, kept = 0;
   for (int i = 0; i < count; ++i) {

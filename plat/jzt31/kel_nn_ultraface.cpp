@@ -14,7 +14,6 @@
 
 namespace {
 
-using kelnn::FaceLevel;
 using kelnn::FaceLevelOutputs;
 using kelnn::kFaceLevels;
 using kelnn::kFaceLevelTable;
@@ -77,7 +76,7 @@ namespace kelnn {
 
 void make_face_anchors() {
   for (int l = 0; l < kFaceLevels; ++l) {
-    const FaceLevel& level = kFaceLevelTable[l];
+    const kelnn::FaceLevel& level = kFaceLevelTable[l];
     LevelAnchors& anchors = g_state.anchors[l];
     fill_centres(anchors.column_centres, level.columns);
     fill_centres(anchors.row_centres, level.rows);
@@ -94,7 +93,7 @@ int decode_faces(const FaceLevelOutputs (&outputs)[kFaceLevels], int frame_width
   const float width = static_cast<float>(frame_width), height = static_cast<float>(frame_height);
   int count = 0;
   for (int l = 0; l < kFaceLevels; ++l) {
-    const FaceLevel& level = kFaceLevelTable[l];
+    const kelnn::FaceLevel& level = kFaceLevelTable[l];
     const int row_length = level.columns * level.anchor_count;
     for (int row = 0; row < level.rows; ++row) {
       float* scores = outputs[l].scores + 2 * row * row_length;
