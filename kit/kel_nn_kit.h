@@ -19,7 +19,8 @@
  * pixels   Bilinear interpolation with the library's resize functions: the same pixels on every
  *          processor. A frame that shrinks by more than half is sampled, not averaged.
  * memory   Frames are only read, and may not overlap the image. Scratch of up to 3 bytes a pixel of
- *          the image comes from the heap and is gone on return.
+ *          the image (and 6 bytes a row of a rectangle one pixel wide) comes from the heap and is
+ *          gone on return.
  * threads  Any, on distinct images.
  */
 #ifndef KEL_NN_KIT_H_
