@@ -3,8 +3,13 @@
 set(kelnn_sources
   plat/jzt31/kel_nn_engine.cpp
   src/kel_nn_common.cpp
+  src/kel_nn_crydet.cpp
   src/kel_nn_facercg.cpp
+  src/kel_nn_filter_bank.cpp
+  src/kel_nn_frame_batch.cpp
   src/kel_nn_graph_run.cpp
+  src/kel_nn_log_energy.cpp
+  src/kel_nn_mfcc.cpp
   src/kel_nn_utils.cpp
 )
 # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.
