@@ -36,11 +36,17 @@ bool is_complete(const kel_nn_mfcc_t* m) {
          cfg.fbank_out && info.cf && info.lo_chan && info.lo_wt && info.x;
 }
 
-// A sum as loud as the threshold passes. No term is negative, so the sum can stop there.
-bool is_loud_enough(const kel_nn_wave_t& wave, float threshold) {
+KEL_NN_TARGET_CLONES
+void widen(const int16_t* pcm, float* samples, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) samples[i] = static_cast<float>(pcm[i]);
+}
+
+// A sum in order, in single precision; one that equals the threshold passes.
+bool is_loud_enough(const float* samples, int32_t count, float threshold) {
   float sum = 0.0f;
-  for (int64_t i = 0; i < wave.n_samples && sum < threshold; i += kGateStep) {
-    sum += std::fabs(static_cast<float>(to_int(wave.samples[i])));
+  for (int64_t i = 0; i < count; i += kGateStep) {
+    const float size = std::fabs(samples[i]);
+    sum += size < kelnn::kTwoTo31 ? static_cast<float>(static_cast<int32_t>(size)) : size;
   }
   return !(sum < threshold);
 }
@@ -149,7 +155,7 @@ void kel_nn_real_fft(float* s) {
 int32_t kel_nn_load_data(const int16_t* pcm, kel_nn_wave_t* w) {
   KEL_NN_FAIL_IF(!pcm, -1, "kel_nn_load_data buf is NULL.");
   KEL_NN_FAIL_IF(!w || !w->samples, -1, "Invalid arguments.");
-  for (int32_t i = 0; i < w->n_samples; ++i) w->samples[i] = static_cast<float>(pcm[i]);
+  widen(pcm, w->samples, w->n_samples);
   return 0;
 }
 
@@ -257,7 +263,7 @@ int32_t kel_nn_filter_bank(kel_nn_mfcc_t* m, const int16_t* pcm) {
   KEL_NN_FAIL_IF(!is_complete(m), -1, "Invalid arguments.");
   kel_nn_wave_t& wave = m->wave;
   const bool is_loaded = kel_nn_load_data(pcm, &wave) == 0;  // reported, and then ignored
-  m->has_voice = is_loud_enough(wave, m->gate_threshold) ? 1 : 0;
+  m->has_voice = is_loud_enough(wave.samples, wave.n_samples, m->gate_threshold);
   if (!m->has_voice) return 0;
 
   m->cfg.pre_emphasis = kPreEmphasis;

@@ -17,6 +17,7 @@ namespace {
 
 constexpr int32_t kBlock = 64;
 constexpr int32_t kBitsOfOne = 0x3f800000;
+constexpr int32_t kBitsOfInfinity = 0x7f800000;
 constexpr int32_t kBitsOfRootHalf = 0x3f3504f3;  // mantissas run from here to twice as much
 constexpr double kLn2 = 0.69314718055994530942;
 constexpr double kInterval = 1.0 / (1LL << 40);
@@ -31,9 +32,10 @@ KEL_NN_TARGET_CLONES
 int32_t bound_logs(const float* values, int32_t count, Bounds* bounds) {
   int32_t open = 0;
   for (int32_t i = 0; i < count; ++i) {
-    const float value = values[i] < 1.0f ? 1.0f : values[i];
+    // As whole numbers, the bits of positive floats are in the order of the floats.
     int32_t bits;
-    std::memcpy(&bits, &value, sizeof(bits));
+    std::memcpy(&bits, values + i, sizeof(bits));
+    bits = bits > kBitsOfOne ? bits : kBitsOfOne;
     const int32_t shifted = bits + (kBitsOfOne - kBitsOfRootHalf);
     const double exponent = (shifted >> 23) - 127;
     const int32_t mantissa_bits = (shifted & 0x7fffff) + kBitsOfRootHalf;
@@ -55,9 +57,9 @@ int32_t bound_logs(const float* values, int32_t count, Bounds* bounds) {
     const double log = exponent * kLn2 + 2.0 * r * series;
     const float low = static_cast<float>(log - log * kInterval);
     const float high = static_cast<float>(log + log * kInterval);
-    // Infinity and NaN are log()'s as well: what their bits give here has no meaning.
-    open |= (low != high) | !(value <= FLT_MAX);
-    bounds->value[i] = value;
+    // Infinity and NaN have bits that mean nothing here.
+    open += (low != high) + (bits >= kBitsOfInfinity);
+    std::memcpy(bounds->value + i, &bits, sizeof(bits));
     bounds->low[i] = low;
     bounds->high[i] = high;
   }
