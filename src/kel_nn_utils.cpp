@@ -19,7 +19,7 @@ char* g_model_root_dir = nullptr;
 void descramble(uint8_t* model, size_t encode_size, const char* key) {
   const size_t key_length = encode_size ? std::strlen(key) : 0;
   for (size_t i = 0, k = 0; i < encode_size; ++i, k = k + 1 == key_length ? 0 : k + 1) {
-    const int key_byte = static_cast<signed char>(key[k]);
+    const int key_byte = static_cast<signed char>(key[k]);  // NOLINT(bugprone-signed-char-misuse)
     if (model[i] != 0 && model[i] != key_byte) model[i] = static_cast<uint8_t>(model[i] ^ key_byte);
   }
 }

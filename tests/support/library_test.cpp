@@ -2,10 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
-#include <regex>
 
 #include "kel_nn_model_files.h"
 
@@ -45,10 +44,15 @@ std::string TemporaryDirectory::write(const std::string& name, const std::string
 }
 
 std::vector<std::string> messages(const std::string& printed) {
-  static const std::regex line("\\[(Error|Warning|Info)\\][^\n]*");
   std::vector<std::string> found;
-  for (std::sregex_iterator it(printed.begin(), printed.end(), line), end; it != end; ++it) {
-    found.push_back(it->str());
+  for (size_t at = 0; at < printed.size();) {
+    const size_t end = std::min(printed.find('\n', at), printed.size());
+    std::string line = printed.substr(at, end - at);
+    for (const char* tag : {"[Error]", "[Warning]", "[Info]"}) {
+      const size_t start = line.find(tag);
+      if (start != std::string::npos) found.push_back(line.substr(start));
+    }
+    at = end + 1;
   }
   return found;
 }
@@ -56,12 +60,16 @@ std::vector<std::string> messages(const std::string& printed) {
 ::testing::Matcher<std::string> IsLocatedLine(const std::string& colour, const std::string& path,
                                               const std::string& function,
                                               const std::string& message) {
-  const std::string quoted_function =
-      std::regex_replace(function, std::regex("[*()\\[\\].]"), std::string("\\$&"));
-  const std::string quoted_message =
-      std::regex_replace(message, std::regex("[*()\\[\\].?\\\\]"), std::string("\\$&"));
-  return ::testing::MatchesRegex("\x1b\\[0;" + colour + "m" + path + ": In function: '" +
-                                 quoted_function + "': [0-9]+\n" + quoted_message + "\n\x1b\\[0m");
+  const auto without_line_number = [](const std::string& printed) {
+    const size_t start = printed.find("': ") + 3, end = printed.find('\n');
+    const bool has_number =
+        start < end && end < printed.size() &&
+        std::all_of(&printed[start], &printed[end], [](char c) { return '0' <= c && c <= '9'; });
+    return has_number ? std::string(printed).replace(start, end - start, "N") : printed;
+  };
+  return ::testing::ResultOf(without_line_number, "\033[0;" + colour + "m" + path +
+                                                      ": In function: '" + function + "': N\n" +
+                                                      message + "\n\033[0m");
 }
 
 TaskTest::TaskTest() {

@@ -30,6 +30,7 @@ class Mat {
     if (block_) block_->references.fetch_add(1, std::memory_order_relaxed);
   }
   Mat& operator=(const Mat& other) {
+    if (this == &other) return *this;
     if (other.block_) other.block_->references.fetch_add(1, std::memory_order_relaxed);
     release();
     w = other.w, h = other.h, c = other.c, data = other.data, block_ = other.block_;
