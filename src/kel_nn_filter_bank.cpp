@@ -3,7 +3,6 @@
 // Each step's arithmetic is fixed to the bit, in single precision unless a line says double: models
 // have been trained on these very bytes. docs/audio.md goes through the steps.
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 
 #include "kel_nn.h"
