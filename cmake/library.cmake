@@ -7,8 +7,13 @@ set(kelnn_sources
   plat/jzt31/kel_nn_persondet.cpp
   plat/jzt31/kel_nn_ultraface.cpp
   src/kel_nn_common.cpp
+  src/kel_nn_crydet.cpp
   src/kel_nn_facercg.cpp
+  src/kel_nn_filter_bank.cpp
+  src/kel_nn_frame_batch.cpp
   src/kel_nn_graph_run.cpp
+  src/kel_nn_log_energy.cpp
+  src/kel_nn_mfcc.cpp
   src/kel_nn_resize.cpp
   src/kel_nn_utils.cpp
 )

@@ -304,6 +304,45 @@ KEL_NN_API int kel_nn_face_feature_extract(kel_nn_handle_t handle, const void* i
 KEL_NN_API float kel_nn_face_feature_similarity_calcul(const kel_nn_feature_t* a,
                                                        const kel_nn_feature_t* b);
 
+/* Cry detection: is a baby crying? -------------------------------------------------------------- */
+
+/** Loads the cry detection model and prepares an empty window of 3 seconds. Prints the window's
+ *  length.
+ *
+ *  sample_rate     Must be 16000.
+ *  gate_threshold  How loud a window must be to be looked at: the sum of |sample| over every tenth
+ *                  sample, 4800 of them. Less than 86046 counts as 86046, a mean of about 18.
+ *  returns         0, or -1 for a null handle or another sample rate (nothing changes then), when
+ *                  memory is short, when the task is initialised already (the window is then empty
+ *                  and the new threshold holds) or when the model does not load.
+ */
+KEL_NN_API int kel_nn_crydet_init(kel_nn_handle_t handle, uint32_t sample_rate,
+                                  float gate_threshold);
+
+/** Releases the model and the window.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_crydet_deinit(kel_nn_handle_t handle);
+
+/** Adds sound to the window, and scores the window when it is full.
+ *
+ *  pcm      `n` samples, mono, 16 kHz. Copied.
+ *  n        Any number; best a divisor of 48000, such as 16000. What a window has no room for is
+ *           lost, with a warning: windows do not overlap, and the next one starts empty.
+ *  score    -1 while the window is not full; 0.00001 for a full window that is too quiet, without
+ *           asking the network; else the probability of crying, from 0 to 1. Untouched on failure.
+ *  returns  0, or -1 for a null argument, a task that is not initialised or a failed run. The
+ *           window that failed is gone.
+ *
+ *      float score;
+ *      while (record(pcm, 16000)) {
+ *        if (kel_nn_crydet_process(handle, pcm, 16000, &score) == 0 && score > 0.5f) alarm();
+ *      }
+ */
+KEL_NN_API int kel_nn_crydet_process(kel_nn_handle_t handle, const int16_t* pcm, uint32_t n,
+                                     float* score);
+
 /* -------------------------------------------------------------------------------------------------
  * Primitives: vectors
  *
@@ -438,6 +477,194 @@ KEL_NN_API int kel_nn_pixel_resize_bilinear(const uint8_t* src, int srcw, int sr
  */
 KEL_NN_API int kel_nn_pixel_resize_bilinear_nv12(const uint8_t* src, int srcw, int srch,
                                                  uint8_t* dst, int w, int h);
+ * Primitives: audio
+ *
+ * What cry detection hears: 3 seconds of sound become one row of 64 bytes for every 10 ms, the
+ * logarithm of the energy in 64 mel channels. docs/audio.md goes through the steps with their
+ * shapes and units; here is the short way:
+ *
+ *     kel_nn_mfcc_t* context = NULL;
+ *     if (kel_nn_mfcc_create(&context, 16000, 0) == 0) {
+ *       if (kel_nn_mfcc_process(context, pcm) == 0 && context->has_voice) {
+ *         use(context->feature_u8, context->wave.n_frames);
+ *       }
+ *       kel_nn_mfcc_destory(&context);
+ *     }
+ *
+ * A counted vector is an array of n + 1 floats: element 0 holds n, the data are elements 1 to n.
+ * Routines without a result return nothing; the others return 0, or -1 for an argument that they
+ * refuse. A null pointer never crashes. Distinct contexts may be used by different threads.
+ * ---------------------------------------------------------------------------------------------- */
+
+/** The mel filter bank: 64 triangular channels over the bins of the transform. Bin k, from 1, is
+ *  the frequency (k - 1) * 31.25 Hz.
+ */
+typedef struct kel_nn_fbank_info {
+  int32_t frame_size;  /**< samples of a frame, 512 */
+  int32_t num_chans;   /**< channels, 64 */
+  int32_t samp_period; /**< 625, in units of 100 ns, whatever the sample rate is */
+  int32_t fft_n;       /**< real samples of the transform, 512 */
+  int32_t klo;         /**< lowest bin used, 2: bin 1 is the constant part */
+  int32_t khi;         /**< highest bin used, 256 */
+  int32_t use_power;   /**< 1: a bin counts with its power; 0: with its magnitude */
+  int32_t take_logs;   /**< 1: channels give the natural logarithm, of 1 if they have less */
+  float fres;          /**< the distance of two bins in Hz, over 700 */
+  float* cf;           /**< counted vector, 65: the channels' edges and centres on the mel scale */
+  float* lo_chan;      /**< counted vector, 256: the lower one of the two channels a bin feeds, 0
+                            for none; -1 for a bin that is not used */
+  float* lo_wt;        /**< counted vector, 256: the lower channel's share; the next has the rest */
+  float* x;            /**< counted vector, 512: where the transform works */
+} kel_nn_fbank_info_t;
+
+/** What one frame needs. */
+typedef struct kel_nn_frame_cfg {
+  float pre_emphasis;        /**< 0.97, set before every frame */
+  int32_t frame_size;        /**< samples of a frame, 512 */
+  int32_t position;          /**< copied from the window for every frame; nothing reads it */
+  int32_t frame_shift;       /**< the same */
+  kel_nn_fbank_info_t fbank; /**< the filter bank */
+  float* fbank_out;          /**< counted vector, 64: the frame's channels */
+  float* frame;              /**< counted vector, 512: the frame's samples */
+} kel_nn_frame_cfg_t;
+
+/** The window: sound in, matrix out. */
+typedef struct kel_nn_wave {
+  int32_t n_samples;   /**< samples of a window, 48000 */
+  int32_t frame_size;  /**< samples of a frame, 512: 32 ms */
+  int32_t position;    /**< where the next frame starts in `samples` */
+  int32_t frame_shift; /**< samples from one frame's start to the next, 160: 10 ms */
+  int32_t n_frames;    /**< frames that count, 297 */
+  float* samples;      /**< the window's sound, `n_samples` values from -32768 to 32767 */
+  float* features;     /**< `n_frames` rows of 64 values, and a spare row that no result uses */
+} kel_nn_wave_t;
+
+/** The context: one window, its settings and the memory for all steps. */
+typedef struct kel_nn_mfcc {
+  uint8_t* feature_u8;    /**< the result, `n_frames` rows of 64 bytes: what the network sees */
+  int32_t has_voice;      /**< 1: the last window was loud enough; 0: `feature_u8` is older */
+  int32_t audio_ms;       /**< length of a window, 3000 */
+  float* window;          /**< Hamming window in elements 1 to 512; element 0 is not used */
+  float gate_threshold;   /**< how loud a window must be, see kel_nn_crydet_init() */
+  kel_nn_wave_t wave;     /**< the window */
+  kel_nn_frame_cfg_t cfg; /**< what one frame needs */
+} kel_nn_mfcc_t;
+
+/** Creates a context that is ready for kel_nn_mfcc_process().
+ *
+ *  out             Where to put it; untouched on failure. Release it with kel_nn_mfcc_destory().
+ *  sample_rate     16000. Other rates change the window's length in samples and nothing else: the
+ *                  mel scale is that of 16 kHz.
+ *  gate_threshold  See kel_nn_crydet_init().
+ *  returns         0, or -1 for a null `out` or when memory is short.
+ */
+KEL_NN_API int32_t kel_nn_mfcc_create(kel_nn_mfcc_t** out, uint32_t sample_rate,
+                                      float gate_threshold);
+
+/** Releases the context that `p` points to and sets that pointer to NULL. If it is NULL already,
+ *  nothing happens.
+ *
+ *  returns  0, or -1 for a null `p`.
+ */
+KEL_NN_API int32_t kel_nn_mfcc_destory(kel_nn_mfcc_t** p);
+
+/** Computes `has_voice` of one window and, when it is 1, `feature_u8`.
+ *
+ *  pcm      `wave.n_samples` samples. Read, never changed.
+ *  returns  0, or -1 for a null argument or a context without its memory.
+ */
+KEL_NN_API int32_t kel_nn_mfcc_process(kel_nn_mfcc_t* m, const int16_t* pcm);
+
+/** Sets the fields that say how a window is cut into frames, and the threshold, raised to 86046 if
+ *  it is less. A `frame_shift` of 0 gives no frames.
+ */
+KEL_NN_API int32_t kel_nn_mfcc_para_init(kel_nn_mfcc_t* m, int32_t position, int32_t frame_shift,
+                                         int32_t frame_size, int32_t n_samples,
+                                         float gate_threshold);
+
+/** Allocates the context's blocks, zeroed, in the sizes that its fields say. What it had before is
+ *  not freed.
+ *
+ *  returns  `feature_u8`; or NULL, with no block left, for a null context or when memory is short.
+ */
+KEL_NN_API void* kel_nn_mfcc_mem_malloc(kel_nn_mfcc_t* m);
+
+/** Frees the context's blocks and sets their pointers to NULL. */
+KEL_NN_API void kel_nn_mfcc_mem_free(kel_nn_mfcc_t* m);
+
+/** All steps for one window, from `wave.position` on: kel_nn_mfcc_process() sets that to 0 first.
+ *
+ *  pcm      As there. NULL prints an error, and the samples of the window before are used again.
+ *  returns  0, or -1 for a null context or one without its memory.
+ */
+KEL_NN_API int32_t kel_nn_filter_bank(kel_nn_mfcc_t* m, const int16_t* pcm);
+
+/** Copies `n_samples` samples into `w->samples`, as floats of the same value. */
+KEL_NN_API int32_t kel_nn_load_data(const int16_t* pcm, kel_nn_wave_t* w);
+
+/** Copies the frame at `position` to dst[0] to dst[frame_size - 1] and moves on by `frame_shift`.
+ *  Samples beyond the window are 0.
+ */
+KEL_NN_API int32_t kel_nn_get_wave(float* dst, kel_nn_wave_t* w);
+
+/** From the samples in `cfg->frame` to the channels in `cfg->fbank_out`: mean, pre-emphasis and
+ *  `window` in place, then kel_nn_wave_to_filter_bank().
+ */
+KEL_NN_API int32_t kel_nn_convert_frame(kel_nn_frame_cfg_t* cfg, kel_nn_wave_t* w,
+                                        const float* window);
+
+/** Subtracts the mean of the counted vector from its elements. */
+KEL_NN_API void kel_nn_zeromean_frame(float* s);
+
+/** Subtracts from each element `k` times the one before it; the first is multiplied by 1 - `k`. */
+KEL_NN_API int32_t kel_nn_pre_emphasise(float* s, float k);
+
+/** Multiplies the counted vector by `window`, elements 1 to n of both. It computes no distance. */
+KEL_NN_API int32_t kel_nn_ham_distance(float* s, const float* window);
+
+/** The energy of a frame in each channel.
+ *
+ *  s      `info.frame_size` samples from element 1.
+ *  fbank  Counted vector of `info.num_chans` elements; its element 0 must be set.
+ *  info   Filled by kel_nn_filter_bank_init(). `x` is overwritten.
+ */
+KEL_NN_API void kel_nn_wave_to_filter_bank(float* s, float* fbank, kel_nn_fbank_info_t info);
+
+/** Copies 64 channels of `cfg->fbank_out` to row `row` of `w->features`. A row that is not there is
+ *  ignored.
+ */
+KEL_NN_API void kel_nn_link_data(kel_nn_frame_cfg_t* cfg, kel_nn_wave_t* w, int32_t row);
+
+/** Subtracts from each channel its mean over the rows 0 to `n_frames` - 1. */
+KEL_NN_API void kel_nn_zeromean(kel_nn_wave_t* w);
+
+/** Fills `info` for frames of `cfg->frame_size` samples, and the four vectors it points to: `cf` of
+ *  65 elements, `lo_chan` and `lo_wt` of half a frame, `x` of a frame.
+ */
+KEL_NN_API int32_t kel_nn_filter_bank_init(kel_nn_frame_cfg_t* cfg, kel_nn_fbank_info_t* info);
+
+/** The mel value of bin `k`, 1127 ln(1 + (k - 1) * fres). */
+KEL_NN_API float kel_nn_mel_filter(int32_t k, float fres);
+
+/** A frequency warped for the length of a speaker's vocal tract: `freq` / `alpha` between the two
+ *  cut-offs, straight lines to `min_freq` and `max_freq` outside. An `alpha` of 1 changes nothing.
+ */
+KEL_NN_API float kel_nn_warp_freq(float fcl, float fcu, float freq, float min_freq, float max_freq,
+                                  float alpha);
+
+/** The Fourier transform, in place, of n complex numbers.
+ *
+ *  s       Counted vector of 2 n elements, real and imaginary parts in turn; n must be a power of
+ *          two, or nothing happens.
+ *  invert  0: X[k] = sum of x[t] exp(+2 pi i k t / n); else exp(-2 pi i k t / n) / n.
+ */
+KEL_NN_API void kel_nn_fft(float* s, int32_t invert);
+
+/** The Fourier transform, in place, of 2 n real numbers: bins 1 to n as pairs of real and imaginary
+ *  part. Bin 1 is the constant part, its imaginary part 0; the last, bin n + 1, is dropped.
+ *
+ *  s  Counted vector of 2 n elements; n must be a power of two, or nothing happens.
+ */
+KEL_NN_API void kel_nn_real_fft(float* s);
 
 /* -------------------------------------------------------------------------------------------------
  * Engine

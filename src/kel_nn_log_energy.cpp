@@ -1,0 +1,87 @@
+// 19 thousand logarithms a window are a good part of its time, so most do not call log(): a short
+// series, good to 2^-44 of its value, is rounded to float from both ends of an interval 2^-40 to
+// either side. Where both give the same float, log(), which is good to far less than the interval,
+// gives it too. One value in some forty thousand is too close to the middle between two floats and
+// is left to log().
+#include "kel_nn_log_energy.h"
+
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+
+#include "kel_nn_float_rules.h"
+#include "kel_nn_target_clones.h"
+
+namespace kelnn {
+namespace {
+
+constexpr int32_t kBlock = 64;
+constexpr int32_t kBitsOfOne = 0x3f800000;
+constexpr int32_t kBitsOfInfinity = 0x7f800000;
+constexpr int32_t kBitsOfRootHalf = 0x3f3504f3;  // mantissas run from here to twice as much
+constexpr double kLn2 = 0.69314718055994530942;
+constexpr double kInterval = 1.0 / (1LL << 40);
+
+struct Bounds {
+  float value[kBlock];  // never below 1
+  float low[kBlock], high[kBlock];
+};
+
+// Bounds of the logarithms of `count` values, at most kBlock. Returns 0 when each pair agrees.
+KEL_NN_TARGET_CLONES
+int32_t bound_logs(const float* values, int32_t count, Bounds* bounds) {
+  int32_t open = 0;
+  for (int32_t i = 0; i < count; ++i) {
+    // As whole numbers, the bits of positive floats are in the order of the floats.
+    int32_t bits;
+    std::memcpy(&bits, values + i, sizeof(bits));
+    bits = bits > kBitsOfOne ? bits : kBitsOfOne;
+    const int32_t above = bits - kBitsOfRootHalf;
+    const double exponent = above >> 23;
+    const int32_t mantissa_bits = (above & 0x7fffff) + kBitsOfRootHalf;
+    float mantissa;
+    std::memcpy(&mantissa, &mantissa_bits, sizeof(mantissa));
+    // ln m = 2 artanh r = 2 (r + r^3 / 3 + r^5 / 5 ...). |r| is at most 0.1716, and what follows
+    // the last term is below 2^-44 of the sum.
+    const double m = mantissa;
+    const double r = (m - 1.0) / (m + 1.0);
+    const double z = r * r;
+    double series = 1.0 / 15.0;
+    series = series * z + 1.0 / 13.0;
+    series = series * z + 1.0 / 11.0;
+    series = series * z + 1.0 / 9.0;
+    series = series * z + 1.0 / 7.0;
+    series = series * z + 1.0 / 5.0;
+    series = series * z + 1.0 / 3.0;
+    series = series * z + 1.0;
+    const double log = exponent * kLn2 + 2.0 * r * series;
+    const float low = static_cast<float>(log - log * kInterval);
+    const float high = static_cast<float>(log + log * kInterval);
+    // Infinity and NaN have bits that mean nothing here.
+    open += (low != high) + (bits >= kBitsOfInfinity);
+    std::memcpy(bounds->value + i, &bits, sizeof(bits));
+    bounds->low[i] = low;
+    bounds->high[i] = high;
+  }
+  return open;
+}
+
+}  // namespace
+
+void take_logs(float* values, int32_t count) {
+  Bounds bounds;
+  while (count > 0) {
+    const int32_t block = count < kBlock ? count : kBlock;
+    const int32_t open = bound_logs(values, block, &bounds);
+    std::memcpy(values, bounds.low, static_cast<size_t>(block) * sizeof(float));
+    for (int32_t i = 0; open && i < block; ++i) {
+      const float value = bounds.value[i];
+      if (bounds.low[i] == bounds.high[i] && value <= FLT_MAX) continue;
+      values[i] = static_cast<float>(std::log(static_cast<double>(value)));
+    }
+    values += block;
+    count -= block;
+  }
+}
+
+}  // namespace kelnn

@@ -1,0 +1,452 @@
+// The steps of the filter-bank front end, one by one: small cases by hand, and all of them bit for
+// bit beside the plain loops.
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <complex>
+#include <cstddef>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kel_nn_log_energy.h"
+#include "support/library_test.h"
+#include "support/plain_filter_bank.h"
+
+namespace {
+
+using kelnn_test::IsLocatedLine;
+using kelnn_test::LibraryTest;
+using kelnn_test::PlainFilterBank;
+using ::testing::ElementsAre;
+
+using Floats = std::vector<float>;
+
+constexpr char kPath[] = "src/kel_nn_filter_bank.cpp";
+constexpr double kPi = 3.14159265358979323846;
+
+class FilterBank : public LibraryTest {
+ protected:
+  FilterBank() { EXPECT_EQ(kel_nn_mfcc_create(&context_, 16000, 0.0f), 0); }
+  ~FilterBank() override { kel_nn_mfcc_destory(&context_); }
+  kel_nn_mfcc_t* context_ = nullptr;
+};
+
+Floats counted(Floats data) {
+  data.insert(data.begin(), static_cast<float>(data.size()));
+  return data;
+}
+
+Floats random_values(size_t n, float scale) {
+  std::minstd_rand random(static_cast<unsigned>(n));
+  std::uniform_real_distribution<float> uniform(-scale, scale);
+  Floats values(n);
+  for (float& value : values) value = uniform(random);
+  return values;
+}
+
+TEST(FilterBankRecords, HaveTheirFieldsInOrder) {
+  const size_t pointer = sizeof(void*);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, num_chans), 4u);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, samp_period), 8u);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, fft_n), 12u);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, klo), 16u);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, khi), 20u);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, use_power), 24u);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, take_logs), 28u);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, fres), 32u);
+  const size_t cf = pointer == 8 ? 40 : 36;
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, cf), cf);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, lo_chan), cf + pointer);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, lo_wt), cf + 2 * pointer);
+  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, x), cf + 3 * pointer);
+
+  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, frame_size), 4u);
+  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, position), 8u);
+  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, frame_shift), 12u);
+  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, fbank), 16u);
+  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, fbank_out), 16 + sizeof(kel_nn_fbank_info_t));
+  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, frame), 16 + sizeof(kel_nn_fbank_info_t) + pointer);
+
+  EXPECT_EQ(offsetof(kel_nn_wave_t, frame_size), 4u);
+  EXPECT_EQ(offsetof(kel_nn_wave_t, position), 8u);
+  EXPECT_EQ(offsetof(kel_nn_wave_t, frame_shift), 12u);
+  EXPECT_EQ(offsetof(kel_nn_wave_t, n_frames), 16u);
+  const size_t samples = pointer == 8 ? 24 : 20;
+  EXPECT_EQ(offsetof(kel_nn_wave_t, samples), samples);
+  EXPECT_EQ(offsetof(kel_nn_wave_t, features), samples + pointer);
+
+  EXPECT_EQ(offsetof(kel_nn_mfcc_t, feature_u8), 0u);
+  EXPECT_EQ(offsetof(kel_nn_mfcc_t, has_voice), pointer);
+  EXPECT_EQ(offsetof(kel_nn_mfcc_t, audio_ms), pointer + 4);
+  EXPECT_EQ(offsetof(kel_nn_mfcc_t, window), pointer + 8);
+  EXPECT_EQ(offsetof(kel_nn_mfcc_t, gate_threshold), 2 * pointer + 8);
+  const size_t wave = pointer == 8 ? 32 : 20;
+  EXPECT_EQ(offsetof(kel_nn_mfcc_t, wave), wave);
+  EXPECT_EQ(offsetof(kel_nn_mfcc_t, cfg), wave + sizeof(kel_nn_wave_t));
+}
+
+TEST_F(FilterBank, ReportsNullVectors) {
+  kel_nn_wave_t wave = {};
+  float value = 0.0f;
+  struct Case {
+    const char* function;
+    const char* text;
+    int32_t result;
+  };
+  const auto check = [&](const Case& c) {
+    SCOPED_TRACE(c.function);
+    EXPECT_EQ(c.result, -1);
+    EXPECT_THAT(printed(), IsLocatedLine("31", kPath, c.function, std::string("[Error]") + c.text));
+  };
+  check({"kel_nn_load_data", "kel_nn_load_data buf is NULL.", kel_nn_load_data(nullptr, &wave)});
+  check({"kel_nn_get_wave", "kel_nn_get_wave buf is NULL.", kel_nn_get_wave(nullptr, &wave)});
+  check({"kel_nn_pre_emphasise", "kel_nn_pre_emphasise frame is NULL.",
+         kel_nn_pre_emphasise(nullptr, 0.97f)});
+  // The other routine's text, under its own name.
+  check({"kel_nn_ham_distance", "kel_nn_pre_emphasise frame is NULL.",
+         kel_nn_ham_distance(nullptr, &value)});
+  check({"kel_nn_filter_bank_init", "kel_nn_filter_bank_init CF is NULL.",
+         kel_nn_filter_bank_init(nullptr, &context_->cfg.fbank)});
+  check({"kel_nn_get_wave", "Invalid arguments.", kel_nn_get_wave(&value, nullptr)});
+  check(
+      {"kel_nn_convert_frame", "Invalid arguments.", kel_nn_convert_frame(nullptr, &wave, &value)});
+  check({"kel_nn_filter_bank", "Invalid arguments.", kel_nn_filter_bank(nullptr, nullptr)});
+
+  // No result, nothing to print, and no crash.
+  kel_nn_fft(nullptr, 0);
+  kel_nn_real_fft(nullptr);
+  kel_nn_zeromean_frame(nullptr);
+  kel_nn_zeromean(nullptr);
+  kel_nn_link_data(nullptr, nullptr, 0);
+  kel_nn_wave_to_filter_bank(nullptr, nullptr, kel_nn_fbank_info_t());
+  EXPECT_EQ(printed(), "");
+}
+
+TEST(Fft, SmallCasesByHand) {
+  struct Case {
+    const char* name;
+    Floats in, out;  // pairs of real and imaginary part
+  };
+  const Case cases[] = {
+      {"one point is itself", {3, -2}, {3, -2}},
+      {"two points: sum and difference", {3, 1, 5, -4}, {8, -3, -2, 5}},
+      {"an impulse in front is flat", {1, 0, 0, 0, 0, 0, 0, 0}, {1, 0, 1, 0, 1, 0, 1, 0}},
+      {"a constant is all in bin 1", {1, 2, 1, 2, 1, 2, 1, 2}, {4, 8, 0, 0, 0, 0, 0, 0}},
+      {"an impulse one later turns by i", {0, 0, 1, 0, 0, 0, 0, 0}, {1, 0, 0, 1, -1, 0, 0, -1}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Floats s = counted(c.in);
+    kel_nn_fft(s.data(), 0);
+    for (size_t i = 0; i < c.out.size(); ++i) EXPECT_NEAR(s[i + 1], c.out[i], 1e-6) << i;
+    kel_nn_fft(s.data(), 1);
+    for (size_t i = 0; i < c.in.size(); ++i) EXPECT_NEAR(s[i + 1], c.in[i], 1e-6) << i;
+    EXPECT_EQ(s[0], static_cast<float>(c.in.size()));
+  }
+}
+
+TEST(Fft, HasTheBitsOfThePlainLoops) {
+  for (int n = 2; n <= 2048; n *= 2) {
+    SCOPED_TRACE(n);
+    const Floats values = counted(random_values(n, 32768.0f));
+    for (const bool invert : {false, true}) {
+      Floats ours = values, plain = values;
+      kel_nn_fft(ours.data(), invert ? -5 : 0);
+      kelnn_test::plain_fft(plain.data(), n, invert);
+      ASSERT_EQ(ours, plain) << invert;
+    }
+    Floats ours = values, plain = values;
+    kel_nn_real_fft(ours.data());
+    kelnn_test::plain_real_fft(plain.data(), n);
+    ASSERT_EQ(ours, plain);
+  }
+}
+
+TEST(Fft, OfRealNumbersGivesTheBinsOfTheDefinition) {
+  constexpr int kN = 64;
+  const Floats values = random_values(kN, 1.0f);
+  Floats s = counted(values);
+  kel_nn_real_fft(s.data());
+  for (int k = 0; k < kN / 2; ++k) {
+    std::complex<double> bin = 0.0;
+    for (int t = 0; t < kN; ++t) bin += std::polar<double>(values[t], 2 * kPi * k * t / kN);
+    if (k == 0) bin = bin.real();
+    EXPECT_NEAR(s[2 * k + 1], bin.real(), 1e-5) << k;
+    EXPECT_NEAR(s[2 * k + 2], bin.imag(), 1e-5) << k;
+  }
+}
+
+TEST(Fft, LeavesLengthsThatAreNoPowersOfTwoAlone) {
+  for (const float count :
+       {0.0f, 1.0f, 3.0f, 6.0f, -4.0f, 1e30f, std::numeric_limits<float>::quiet_NaN()}) {
+    SCOPED_TRACE(count);
+    Floats s = {count, 1, 2, 3, 4, 5, 6};
+    kel_nn_fft(s.data(), 1);
+    kel_nn_real_fft(s.data());
+    EXPECT_THAT(Floats(s.begin() + 1, s.end()), ElementsAre(1, 2, 3, 4, 5, 6));
+  }
+}
+
+TEST(FrameConditioning, SmallCasesByHand) {
+  Floats s = counted({1, 2, 6});
+  kel_nn_zeromean_frame(s.data());
+  EXPECT_THAT(s, ElementsAre(3, -2, -1, 3));
+
+  s = counted({1, 2, 4});
+  EXPECT_EQ(kel_nn_pre_emphasise(s.data(), 0.5f), 0);
+  EXPECT_THAT(s, ElementsAre(3, 0.5f, 1.5f, 3));
+  s = counted({8});
+  kel_nn_pre_emphasise(s.data(), 0.75f);
+  EXPECT_THAT(s, ElementsAre(1, 2));
+  // 0.97 is the float next to it.
+  s = counted({10000});
+  kel_nn_pre_emphasise(s.data(), 0.97f);
+  EXPECT_EQ(s[1], static_cast<float>(10000.0 * (1.0 - 0.9700000286102295)));
+
+  s = counted({1, 2, 3});
+  const float window[] = {99, 0.5f, 2, -1};
+  EXPECT_EQ(kel_nn_ham_distance(s.data(), window), 0);
+  EXPECT_THAT(s, ElementsAre(3, 0.5f, 4, -3));
+}
+
+TEST(FrameRead, GivesZerosBeyondTheWindowAndMovesOn) {
+  float samples[] = {1, 2, 3, 4, 5};
+  kel_nn_wave_t wave = {};
+  wave.n_samples = 5;
+  wave.frame_size = 3;
+  wave.frame_shift = 2;
+  wave.samples = samples;
+  struct Case {
+    int32_t position;
+    Floats frame;
+  };
+  const Case cases[] = {
+      {0, {1, 2, 3}},  {2, {3, 4, 5}},  {4, {5, 0, 0}},          {6, {0, 0, 0}},
+      {-2, {0, 0, 1}}, {-9, {0, 0, 0}}, {2147483600, {0, 0, 0}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.position);
+    wave.position = c.position;
+    Floats frame(4, 7.0f);
+    EXPECT_EQ(kel_nn_get_wave(frame.data(), &wave), 0);
+    EXPECT_EQ(frame[3], 7.0f);
+    frame.pop_back();
+    EXPECT_EQ(frame, c.frame);
+    EXPECT_EQ(wave.position, c.position + 2);
+  }
+}
+
+TEST(LoadData, KeepsEveryValue) {
+  const int16_t pcm[] = {-32768, -1, 0, 1, 32767};
+  float samples[6] = {0, 0, 0, 0, 0, 7};
+  kel_nn_wave_t wave = {};
+  wave.n_samples = 5;
+  wave.samples = samples;
+  EXPECT_EQ(kel_nn_load_data(pcm, &wave), 0);
+  EXPECT_THAT(samples, ElementsAre(-32768, -1, 0, 1, 32767, 7));
+}
+
+TEST(Features, RowsAreCopiedAndCentredPerChannel) {
+  Floats features(3 * 64, -1.0f), out = counted(Floats(64));
+  kel_nn_wave_t wave = {};
+  wave.n_frames = 2;
+  wave.features = features.data();
+  kel_nn_frame_cfg_t cfg = {};
+  cfg.fbank_out = out.data();
+  cfg.fbank.num_chans = 3;  // 64 are copied all the same
+  for (int row = -1; row <= 3; ++row) {
+    for (int c = 0; c < 64; ++c) out[c + 1] = static_cast<float>(100 * row + c * row);
+    kel_nn_link_data(&cfg, &wave, row);  // rows -1 and 3 are not there
+  }
+  EXPECT_EQ(features[0], 0.0f);
+  EXPECT_EQ(features[64 + 5], 105.0f);
+  EXPECT_EQ(features[2 * 64 + 63], 326.0f);
+  kel_nn_zeromean(&wave);
+  for (int c = 0; c < 64; ++c) {
+    EXPECT_EQ(features[c], -(100.0f + c) / 2) << c;
+    EXPECT_EQ(features[64 + c], (100.0f + c) / 2) << c;
+    EXPECT_EQ(features[2 * 64 + c], 200.0f + 2 * c) << "the spare row " << c;
+  }
+}
+
+TEST(MelScale, IsThatOf16KilohertzAnd512Samples) {
+  const float fres = static_cast<float>(31.25 / 700.0);
+  EXPECT_EQ(kel_nn_mel_filter(1, fres), 0.0f);
+  for (const int k : {2, 3, 33, 129, 257}) {
+    EXPECT_NEAR(kel_nn_mel_filter(k, fres), 1127.0 * std::log(1.0 + (k - 1) * 31.25 / 700.0), 1e-3);
+  }
+  EXPECT_NEAR(kel_nn_mel_filter(33, fres), 1000.0, 0.1);  // 1000 mel are 1000 Hz
+}
+
+TEST(WarpFreq, IsStraightInThreePieces) {
+  struct Case {
+    float freq, alpha, warped;
+  };
+  // With alpha 1/2 the cut-offs are 300 and 3000 times 2 / (2 + 1), and become twice as much.
+  const Case cases[] = {
+      {1234.5f, 1.0f, 1234.5f},
+      {1234.5f, 1.0000005f, 1234.5f},
+      {0, 0.5f, 0},
+      {100, 0.5f, 200},
+      {200, 0.5f, 400},
+      {1000, 0.5f, 2000},
+      {2000, 0.5f, 4000},
+      {3500, 0.5f, 4500},
+      {5000, 0.5f, 5000},
+  };
+  for (const Case& c : cases) {
+    EXPECT_FLOAT_EQ(kel_nn_warp_freq(300, 3000, c.freq, 0, 5000, c.alpha), c.warped) << c.freq;
+  }
+}
+
+TEST_F(FilterBank, GeometryIsThatOfThePlainLoops) {
+  const PlainFilterBank plain(48000);
+  const kel_nn_fbank_info_t& info = context_->cfg.fbank;
+  EXPECT_EQ(info.frame_size, 512);
+  EXPECT_EQ(info.num_chans, 64);
+  EXPECT_EQ(info.samp_period, 625);
+  EXPECT_EQ(info.fft_n, 512);
+  EXPECT_EQ(info.klo, 2);
+  EXPECT_EQ(info.khi, 256);
+  EXPECT_EQ(info.use_power, 1);
+  EXPECT_EQ(info.take_logs, 1);
+  EXPECT_EQ(info.fres, plain.fres);
+  EXPECT_EQ(info.cf[0], 65.0f);
+  EXPECT_EQ(info.lo_chan[0], 256.0f);
+  EXPECT_EQ(info.lo_wt[0], 256.0f);
+  EXPECT_EQ(info.x[0], 512.0f);
+  for (int c = 1; c <= 65; ++c) EXPECT_EQ(info.cf[c], plain.centre[c]) << c;
+  EXPECT_EQ(info.lo_chan[1], -1.0f);
+  EXPECT_EQ(info.lo_wt[1], 0.0f);
+  for (int k = 2; k <= 256; ++k) {
+    EXPECT_EQ(info.lo_chan[k], static_cast<float>(plain.channel[k])) << k;
+    EXPECT_EQ(info.lo_wt[k], plain.weight[k]) << k;
+  }
+  // By hand: bin 2, 49.2 mel, lies between the points at 43.7 and 87.4.
+  EXPECT_NEAR(info.cf[65], 2840.02, 0.02);
+  EXPECT_EQ(info.lo_chan[2], 1.0f);
+  EXPECT_NEAR(info.lo_wt[2], (87.385 - 49.22) / 43.693, 1e-3);
+  EXPECT_EQ(info.lo_chan[256], 64.0f);
+}
+
+TEST_F(FilterBank, OddFrameSizesGiveAGeometryWithoutCrashing) {
+  Floats cf(66), lo_chan(9), lo_wt(9), x(17);
+  kel_nn_fbank_info_t info = {};
+  info.cf = cf.data();
+  info.lo_chan = lo_chan.data();
+  info.lo_wt = lo_wt.data();
+  info.x = x.data();
+  for (const int32_t size : {-7, -1, 0, 1, 2, 3, 4, 16}) {
+    SCOPED_TRACE(size);
+    kel_nn_frame_cfg_t cfg = {};
+    cfg.frame_size = size;
+    EXPECT_EQ(kel_nn_filter_bank_init(&cfg, &info), 0);
+    EXPECT_EQ(info.khi, size / 2);
+    EXPECT_EQ(x[0], static_cast<float>(size));
+  }
+}
+
+class Energies : public FilterBank {
+ protected:
+  // A frame whose transform has power in bin `bin` and its neighbours.
+  Floats tone(int bin, float size) {
+    Floats s(512);
+    for (int t = 0; t < 512; ++t) {
+      s[t] = size * static_cast<float>(std::cos(2 * kPi * (bin - 1) * t / 512));
+    }
+    return counted(s);
+  }
+  Floats run(Floats s, kel_nn_fbank_info_t info, float out_count = 64) {
+    Floats out(65, 5.0f);
+    out[0] = out_count;
+    kel_nn_wave_to_filter_bank(s.data(), out.data(), info);
+    return out;
+  }
+};
+
+TEST_F(Energies, AreSharedByTwoChannelsAndNeitherConstantNorNyquistCounts) {
+  kel_nn_fbank_info_t info = context_->cfg.fbank;
+  info.take_logs = 0;
+  for (const int bin : {2, 40, 256}) {
+    SCOPED_TRACE(bin);
+    const Floats out = run(tone(bin, 1.0f), info);
+    const double energy = 256.0 * 256.0;
+    const int lower = static_cast<int>(info.lo_chan[bin]);
+    EXPECT_NEAR(out[lower], info.lo_wt[bin] * energy, 1.0);
+    if (lower < 64) {
+      EXPECT_NEAR(out[lower + 1], (1.0 - info.lo_wt[bin]) * energy, 1.0);
+    }
+    for (int c = 1; c <= 64; ++c) {
+      if (c != lower && c != lower + 1) {
+        EXPECT_NEAR(out[c], 0.0, 1e-3) << c;
+      }
+    }
+  }
+  for (const int bin : {1, 257}) {
+    const Floats out = run(tone(bin, 1000.0f), info);
+    for (int c = 1; c <= 64; ++c) EXPECT_NEAR(out[c], 0.0, 1e-3) << bin << " " << c;
+  }
+}
+
+TEST_F(Energies, MagnitudesAndLogarithmsAreSwitches) {
+  kel_nn_fbank_info_t info = context_->cfg.fbank;
+  const int lower = static_cast<int>(info.lo_chan[40]);
+  info.use_power = 0;
+  info.take_logs = 0;
+  const Floats magnitudes = run(tone(40, 1.0f), info);
+  EXPECT_NEAR(magnitudes[lower] + magnitudes[lower + 1], 256.0, 0.1);
+  info.take_logs = 1;
+  const Floats logs = run(tone(40, 1.0f), info);
+  for (int c = 1; c <= 64; ++c) {
+    EXPECT_EQ(logs[c], static_cast<float>(std::log(std::max(1.0, double{magnitudes[c]})))) << c;
+  }
+  EXPECT_EQ(logs[1], 0.0f);  // less than 1 counts as 1
+}
+
+TEST_F(Energies, TheVectorsOwnCountSaysWhatIsCleared) {
+  kel_nn_fbank_info_t info = context_->cfg.fbank;
+  info.take_logs = 0;
+  const Floats out = run(counted(Floats(512)), info, 10.5f);
+  for (int c = 1; c <= 64; ++c) EXPECT_EQ(out[c], c <= 10 ? 0.0f : 5.0f) << c;
+}
+
+TEST_F(FilterBank, OneFrameHasTheBitsOfThePlainLoops) {
+  const PlainFilterBank plain(48000);
+  const Floats samples = random_values(512, 20000.0f);
+  kel_nn_frame_cfg_t& cfg = context_->cfg;
+  std::copy(samples.begin(), samples.end(), cfg.frame + 1);
+  cfg.frame[0] = 512.0f;
+  cfg.pre_emphasis = 0.5f;
+  context_->wave.position = 1234;
+  EXPECT_EQ(kel_nn_convert_frame(&cfg, &context_->wave, context_->window), 0);
+  EXPECT_EQ(cfg.pre_emphasis, 0.97f);
+  EXPECT_EQ(cfg.position, 1234);
+  EXPECT_EQ(cfg.frame_shift, 160);
+  EXPECT_EQ(cfg.fbank_out[0], 64.0f);
+  Floats expected(64);
+  plain.frame_energies(samples.data(), expected.data());
+  EXPECT_EQ(Floats(cfg.fbank_out + 1, cfg.fbank_out + 65), expected);
+}
+
+TEST(LogEnergy, HasTheBitsOfLog) {
+  Floats values = {0.0f, -0.0f, -3.0f, 0.999999f, 1.0f, 1.0000001f, FLT_MIN, FLT_MAX};
+  for (double value = 1.0; value < 3e38; value *= 1.0003)
+    values.push_back(static_cast<float>(value));
+  for (float value = 1.0f; values.size() < 1000000; value = std::nextafter(value, 2.0f)) {
+    values.push_back(value);
+  }
+  Floats logs = values;
+  kelnn::take_logs(logs.data(), static_cast<int32_t>(logs.size()));
+  for (size_t i = 0; i < values.size(); ++i) {
+    const double energy = std::max(1.0f, values[i]);
+    ASSERT_EQ(logs[i], static_cast<float>(std::log(energy))) << values[i];
+  }
+  float odd[] = {INFINITY, NAN, -INFINITY};
+  kelnn::take_logs(odd, 3);
+  EXPECT_EQ(odd[0], INFINITY);
+  EXPECT_TRUE(std::isnan(odd[1]));
+  EXPECT_EQ(odd[2], 0.0f);
+}
+
+}  // namespace

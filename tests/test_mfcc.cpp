@@ -1,0 +1,313 @@
+// The audio context: its defaults and its life, the loudness gate, and whole windows bit for bit
+// beside the plain loops.
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <limits>
+#include <vector>
+
+#include "support/library_test.h"
+#include "support/plain_filter_bank.h"
+#include "support/sounds.h"
+
+namespace {
+
+using kelnn_test::IsLocatedLine;
+using kelnn_test::LibraryTest;
+using kelnn_test::PlainFilterBank;
+using kelnn_test::Sound;
+using ::testing::Each;
+using ::testing::ElementsAre;
+
+constexpr char kPath[] = "src/kel_nn_mfcc.cpp";
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+
+class Mfcc : public LibraryTest {
+ protected:
+  ~Mfcc() override { kel_nn_mfcc_destory(&context_); }
+  void create(uint32_t rate = 16000, float threshold = 0.0f) {
+    kel_nn_mfcc_destory(&context_);
+    ASSERT_EQ(kel_nn_mfcc_create(&context_, rate, threshold), 0);
+  }
+  size_t value_count() const { return static_cast<size_t>(context_->wave.n_frames) * 64; }
+  std::vector<uint8_t> bytes() const {
+    return {context_->feature_u8, context_->feature_u8 + value_count()};
+  }
+  std::vector<float> features() const {
+    return {context_->wave.features, context_->wave.features + value_count()};
+  }
+  kel_nn_mfcc_t* context_ = nullptr;
+};
+
+TEST_F(Mfcc, DefaultsAreThoseOfAThreeSecondWindow) {
+  create();
+  const kel_nn_mfcc_t& m = *context_;
+  EXPECT_EQ(m.audio_ms, 3000);
+  EXPECT_EQ(m.has_voice, 0);
+  EXPECT_EQ(m.wave.n_samples, 48000);
+  EXPECT_EQ(m.wave.n_frames, 297);
+  EXPECT_EQ(m.wave.frame_size, 512);
+  EXPECT_EQ(m.wave.frame_shift, 160);
+  EXPECT_EQ(m.wave.position, 0);
+  EXPECT_EQ(m.cfg.frame_size, 512);
+  EXPECT_EQ(value_count(), 19008u);
+  const PlainFilterBank plain(48000);
+  for (int i = 1; i <= 512; ++i) EXPECT_EQ(m.window[i], plain.hamming[i]) << i;
+  EXPECT_NEAR(m.window[1], 0.08, 1e-6);
+  EXPECT_NEAR(m.window[512], 0.08, 1e-5);
+  EXPECT_NEAR(m.window[256], 1.0, 1e-4);
+  EXPECT_EQ(printed(), "");
+}
+
+TEST_F(Mfcc, TheThresholdIsAtLeast86046) {
+  struct Case {
+    float given, stored;
+  };
+  for (const Case& c : {Case{0, 86046}, Case{-1e9f, 86046}, Case{86045.99f, 86046},
+                        Case{86046, 86046}, Case{100000, 100000}, Case{kNan, 86046}}) {
+    create(16000, c.given);
+    EXPECT_EQ(context_->gate_threshold, c.stored) << c.given;
+  }
+}
+
+TEST_F(Mfcc, WholeWindowsHaveTheBitsOfThePlainLoops) {
+  for (const uint32_t rate : {16000u, 8000u, 11025u}) {
+    create(rate);
+    const int n = static_cast<int>(rate) * 3;
+    ASSERT_EQ(context_->wave.n_samples, n);
+    PlainFilterBank plain(n);
+    for (const Sound& sound : kelnn_test::sounds(n)) {  // the context is not reset in between
+      SCOPED_TRACE(std::to_string(rate) + " Hz, " + sound.name);
+      ASSERT_EQ(kel_nn_mfcc_process(context_, sound.pcm.data()), 0);
+      ASSERT_TRUE(plain.process(sound.pcm.data()));
+      EXPECT_EQ(context_->has_voice, 1);
+      EXPECT_EQ(context_->wave.position, (plain.n_frames + 1) * 160);
+      EXPECT_TRUE(features() == plain.features);
+      EXPECT_TRUE(bytes() == plain.bytes);
+    }
+  }
+}
+
+TEST_F(Mfcc, AnUnusualGeometryHasTheBitsOfThePlainLoopsToo) {
+  create();
+  PlainFilterBank plain(48000);
+  const Sound sound = kelnn_test::sounds(48000)[3];
+  ASSERT_TRUE(plain.process(sound.pcm.data()));
+  context_->cfg.fbank.khi = 255;  // the channels keep what the last bin would add to the last two
+  kel_nn_mfcc_process(context_, sound.pcm.data());
+  const std::vector<float> ours = features();
+  for (size_t i = 0; i < ours.size(); ++i) {
+    if (i % 64 < 62) {
+      ASSERT_EQ(ours[i], plain.features[i]) << i;
+    }
+  }
+  EXPECT_NE(ours[63], plain.features[63]);
+}
+
+TEST_F(Mfcc, TheSpareFrameEndsInZerosAndLeavesItsTraces) {
+  create();
+  const PlainFilterBank plain(48000);
+  const Sound sound = kelnn_test::sounds(48000)[0];
+  kel_nn_mfcc_process(context_, sound.pcm.data());
+  std::vector<float> frame(sound.pcm.begin() + 297 * 160, sound.pcm.end()), expected(64);
+  ASSERT_EQ(frame.size(), 480u);
+  frame.resize(512);
+  plain.frame_energies(frame.data(), expected.data());
+  const float* spare = context_->wave.features + value_count();
+  EXPECT_EQ(std::vector<float>(spare, spare + 64), expected);
+  EXPECT_EQ(std::vector<float>(context_->cfg.fbank_out + 1, context_->cfg.fbank_out + 65),
+            expected);
+  EXPECT_EQ(context_->cfg.position, 298 * 160);
+}
+
+// Samples that the gate hears with the given sum, at most 32767 for each.
+std::vector<int16_t> gate_sum(int sum) {
+  std::vector<int16_t> pcm(48000, 77);  // between those that count
+  for (int i = 0; i < 48000; i += 10) {
+    const int size = std::min(sum, 30000);
+    pcm[i] = static_cast<int16_t>(i % 20 ? size : -size);
+    sum -= size;
+  }
+  return pcm;
+}
+
+TEST_F(Mfcc, TheGateOpensAtItsThreshold) {
+  struct Case {
+    float threshold;
+    int sum;
+    int has_voice;
+  };
+  const Case cases[] = {{0, 86045, 0},       {0, 86046, 1},       {100000, 99999, 0},
+                        {100000, 100000, 1}, {0, 0, 0},           {1e9f, 100000000, 0},
+                        {1e30f, 86046, 0},   {INFINITY, 86046, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.sum);
+    create(16000, c.threshold);
+    std::fill_n(context_->feature_u8, value_count(), uint8_t{123});
+    std::fill_n(context_->wave.features, value_count(), 4.5f);
+    EXPECT_EQ(kel_nn_mfcc_process(context_, gate_sum(c.sum).data()), 0);
+    EXPECT_EQ(context_->has_voice, c.has_voice);
+    if (c.has_voice) {
+      EXPECT_NE(features()[0], 4.5f);
+    } else {
+      EXPECT_THAT(bytes(), Each(123));
+      EXPECT_THAT(features(), Each(4.5f));
+    }
+  }
+}
+
+// Every tenth sample is 1000 or so, in a sum that single precision must round from 2^24 on.
+TEST_F(Mfcc, TheGatesSumIsInSinglePrecision) {
+  std::vector<int16_t> pcm(48000);
+  float in_order = 0.0f;
+  double exact = 0.0;
+  for (int i = 0; i < 48000; i += 10) {
+    pcm[i] = static_cast<int16_t>(20001 + i % 7);
+    in_order += static_cast<float>(pcm[i]);
+    exact += pcm[i];
+  }
+  ASSERT_NE(in_order, exact);
+  create(16000, in_order);
+  kel_nn_mfcc_process(context_, pcm.data());
+  EXPECT_EQ(context_->has_voice, 1);
+  create(16000, std::nextafter(in_order, INFINITY));
+  kel_nn_mfcc_process(context_, pcm.data());
+  EXPECT_EQ(context_->has_voice, 0);
+}
+
+// Half of the rows have no energy at all: 297 logarithms, some 0 and the others alike, are as far
+// from their mean as they can be.
+TEST_F(Mfcc, ValuesOf28AndBeyondFillTheByte) {
+  create();
+  std::fill_n(context_->window + 1, 512, 1e9f);  // louder than any sound
+  const Sound sound = kelnn_test::sounds(48000)[7];
+  kel_nn_mfcc_process(context_, sound.pcm.data());
+  const std::vector<float> values = features();
+  const std::vector<uint8_t> quantised = bytes();
+  int clipped = 0;
+  for (size_t i = 0; i < values.size(); ++i) {
+    ASSERT_GE(values[i], -28.0f);
+    ASSERT_LE(values[i], 28.0f);
+    ASSERT_EQ(quantised[i], static_cast<int>(double{values[i]} * 4.5714 + 128.0));
+    clipped += values[i] == 28.0f || values[i] == -28.0f;
+  }
+  EXPECT_GT(clipped, 0);
+  EXPECT_THAT(std::vector<int>({static_cast<int>(28.0 * 4.5714 + 128.0),
+                                static_cast<int>(-28.0 * 4.5714 + 128.0)}),
+              ElementsAre(255, 0));
+}
+
+TEST_F(Mfcc, ReportsNullArguments) {
+  create();
+  const int16_t pcm[1] = {};
+  const auto check = [&](int32_t result, const char* function, const char* text) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(result, -1);
+    EXPECT_THAT(printed(), IsLocatedLine("31", kPath, function, std::string("[Error]") + text));
+  };
+  check(kel_nn_mfcc_create(nullptr, 16000, 0), "kel_nn_mfcc_create",
+        "kel_nn_mfcc_create g_mfcc is NULL.");
+  check(kel_nn_mfcc_para_init(nullptr, 0, 160, 512, 48000, 0), "kel_nn_mfcc_para_init",
+        "kel_nn_mfcc_para_init g_mfcc is NULL.");
+  check(kel_nn_mfcc_destory(nullptr), "kel_nn_mfcc_destory", "kel_nn_mfcc_destory g_mfcc is NULL.");
+  for (const bool has_context : {false, true}) {
+    check(kel_nn_mfcc_process(has_context ? context_ : nullptr, has_context ? nullptr : pcm),
+          "kel_nn_mfcc_process", "kel_nn_mfcc_process g_mfcc or input buf is NULL.");
+  }
+  EXPECT_EQ(kel_nn_mfcc_mem_malloc(nullptr), nullptr);
+  kel_nn_mfcc_mem_free(nullptr);
+}
+
+TEST_F(Mfcc, AContextWithoutItsMemoryCannotBeProcessed) {
+  kel_nn_mfcc_t empty = {};
+  const int16_t pcm[1] = {};
+  kel_nn_mfcc_para_init(&empty, 0, 160, 512, 48000, 0);
+  EXPECT_EQ(kel_nn_mfcc_process(&empty, pcm), -1);
+  EXPECT_THAT(printed_messages(),
+              ElementsAre("[Error]Invalid arguments.", "[Error]kel_nn_filter_bank is err!"));
+}
+
+TEST_F(Mfcc, WithoutSoundTheSamplesBeforeAreUsedAgain) {
+  create();
+  PlainFilterBank plain(48000);
+  const Sound sound = kelnn_test::sounds(48000)[2];
+  kel_nn_mfcc_process(context_, sound.pcm.data());
+  ASSERT_TRUE(plain.process(sound.pcm.data()));
+  std::fill_n(context_->feature_u8, value_count(), uint8_t{0});
+  context_->wave.position = 0;
+  EXPECT_EQ(kel_nn_filter_bank(context_, nullptr), 0);
+  EXPECT_THAT(printed_messages(), ElementsAre("[Error]kel_nn_load_data buf is NULL."));
+  EXPECT_TRUE(bytes() == plain.bytes);
+}
+
+TEST_F(Mfcc, DestroyingSetsThePointerToNullAndMayBeRepeated) {
+  create();
+  EXPECT_EQ(kel_nn_mfcc_destory(&context_), 0);
+  EXPECT_EQ(context_, nullptr);
+  EXPECT_EQ(kel_nn_mfcc_destory(&context_), 0);
+  EXPECT_EQ(printed(), "");
+}
+
+TEST_F(Mfcc, OddSettingsNeverCrash) {
+  const std::vector<int16_t> pcm(200000, 30000);
+  for (const uint32_t rate : {0u, 1u, 170u, 171u, 224u, 60000u}) {
+    SCOPED_TRACE(rate);
+    create(rate);
+    EXPECT_EQ(context_->wave.n_samples, static_cast<int>(rate) * 3);
+    EXPECT_EQ(context_->wave.n_frames, (static_cast<int>(rate) * 3 - 512) / 160 + 1);
+    EXPECT_EQ(kel_nn_mfcc_process(context_, pcm.data()), 0);
+  }
+  struct Case {
+    int32_t position, frame_shift, frame_size, n_samples, n_frames;
+  };
+  const Case cases[] = {
+      {0, 0, 512, 48000, 0},
+      {0, 160, 512, -5, -2},
+      {0, -160, 512, 0, 4},
+      {0, 160, 512, 511, 1},
+      {-700, 160, 512, 2000, 10},
+      {0, 7, 100, 3000, 415},
+      {0, -1, -2147483647 - 1, 2147483647, -2147483647 - 1},
+      {0, 160, 0, 1000, 7},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.n_samples << " in frames of " << c.frame_size);
+    kel_nn_mfcc_t m = {};
+    EXPECT_EQ(kel_nn_mfcc_para_init(&m, c.position, c.frame_shift, c.frame_size, c.n_samples, 0),
+              0);
+    EXPECT_EQ(m.wave.n_frames, c.n_frames);
+    if (c.n_samples > 100000) continue;  // more than a test should ask for
+    EXPECT_EQ(kel_nn_mfcc_mem_malloc(&m), m.feature_u8);
+    ASSERT_NE(m.feature_u8, nullptr);
+    m.cfg.frame_size = c.frame_size;
+    kel_nn_filter_bank_init(&m.cfg, &m.cfg.fbank);
+    m.gate_threshold = 0.0f;
+    EXPECT_EQ(kel_nn_filter_bank(&m, pcm.data()), 0);
+    kel_nn_mfcc_mem_free(&m);
+    EXPECT_EQ(m.wave.samples, nullptr);
+  }
+}
+
+// Neither sanitizers nor emulation can be short of memory.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__mips__)
+TEST_F(Mfcc, CreationFailsCleanlyWhenMemoryIsShort) {
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+  GTEST_SKIP();
+#endif
+#endif
+  kel_nn_mfcc_t* const untouched = reinterpret_cast<kel_nn_mfcc_t*>(this);
+  kel_nn_mfcc_t* out = untouched;
+  rlimit before;
+  getrlimit(RLIMIT_AS, &before);
+  const rlimit none = {1, before.rlim_max};
+  setrlimit(RLIMIT_AS, &none);
+  const int32_t result = kel_nn_mfcc_create(&out, 1400000, 0.0f);  // 17 MB for the samples
+  setrlimit(RLIMIT_AS, &before);
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(out, untouched);
+  EXPECT_THAT(printed(), IsLocatedLine("31", kPath, "kel_nn_mfcc_create", "[Error]Out of memory."));
+}
+#endif
+
+}  // namespace
