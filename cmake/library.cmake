@@ -2,9 +2,14 @@
 
 set(kelnn_sources
   plat/jzt31/kel_nn_engine.cpp
+  plat/jzt31/kel_nn_pfld.cpp
+  plat/jzt31/kel_nn_pir_filter.cpp
   src/kel_nn_common.cpp
+  src/kel_nn_face_classify.cpp
   src/kel_nn_facercg.cpp
   src/kel_nn_graph_run.cpp
+  src/kel_nn_person_classify.cpp
+  src/kel_nn_postprocess.cpp
   src/kel_nn_utils.cpp
 )
 # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.
