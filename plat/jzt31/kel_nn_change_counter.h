@@ -34,6 +34,7 @@ class ChangeCounter {
     frame_width_ = static_cast<size_t>(frame_width);
     columns_ = static_cast<size_t>(frame_width / 2);
     rows_ = static_cast<size_t>(frame_height / 2);
+    if (columns_ == 0 || rows_ == 0) columns_ = rows_ = 0;  // no pixels, but a frame
     words_ = (columns_ + kLanes - 1) / kLanes;
     stride_ = (words_ + 2 + kAlignment - 1) / kAlignment * kAlignment;
     history_.allocate(uint64_t{stride_} * rows_);
@@ -48,7 +49,6 @@ class ChangeCounter {
 
   // Takes the next frame. Needs the history and the row buffers.
   KEL_NN_ALWAYS_INLINE uint32_t count(const uint8_t* frame) {
-    if (columns_ == 0) return 0;
     Word* const raw = row_buffers_.words + kAlignment;  // has a word before it, too
     Word* const nowhere = raw + stride_;
     // A border keeps its unsmoothed pixels; without an inside, all is border.
