@@ -345,6 +345,28 @@ TEST(ChangeCounter, CountsAsThePlainLoopsDo) {
   expect_counts_as_plain<uint32_t>(2 * 70001, 6);
 }
 
+// The copy of the loops that the library picks on this machine.
+TEST_F(PirFilter, VotesAsThePlainLoopsDo) {
+  for (int width = 150; width < 215; ++width) {
+    SCOPED_TRACE(width);
+    const Camera camera = {handle, width, 30};
+    camera.start();
+    PlainPirFilter plain(width, 30);
+    bool motion = false;
+    for (const Frame& frame : random_frames(width, 30, 10)) {
+      int32_t unused = 0;
+      plain.process(frame.data(), 1, 1, &unused);
+      // A threshold that is reached exactly, and one that is missed by one pixel, in turn.
+      motion = !motion;
+      const float threshold = static_cast<float>(plain.changed()) + (motion ? 0.5f : 1.5f);
+      const int32_t result = camera.process(frame, threshold * 100 / camera.halved_pixels(), 1);
+      if (result != kUntouched) {
+        EXPECT_EQ(result, motion ? 1 : 0);
+      }
+    }
+  }
+}
+
 TEST(MotionVotes, FramesAreNumberedAnewAfterTheLastNumber) {
   constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
   kelnn::MotionVotes votes;

@@ -58,10 +58,10 @@ class ChangeCounter {
       const uint8_t* const frame_row = frame + 2 * row * frame_width_;
       Word* const history = history_.words + row * stride_;
       halve(frame_row, raw);
-      if (has_inside && row < 2) take_row<true>(raw, nowhere);  // only for the sums
-      if (has_inside && row >= 2) {
-        changed += take_row<true>(raw, history - stride_);
-        changed += take_ends(frame_row - 2 * frame_width_, history - stride_);
+      if (has_inside) {  // the row above; the first two rows only leave their sums
+        Word* const above = row < 2 ? nowhere : history - stride_;
+        const uint32_t changed_above = take_row<true>(raw, above);
+        if (row >= 2) changed += changed_above + take_ends(frame_row - 2 * frame_width_, above);
       }
       if (!has_inside || row == 0 || row == rows_ - 1) changed += take_row<false>(raw, history);
     }
