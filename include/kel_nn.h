@@ -122,22 +122,22 @@ KEL_NN_API size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** 
                                                     size_t encode_size, const char* key);
 
 /* -------------------------------------------------------------------------------------------------
- * Boxes
- * ---------------------------------------------------------------------------------------------- */
-
-/** One detection. Centre and size, in pixels of the image that its producer was given. */
-typedef struct kel_nn_box {
-  float cx, cy, w, h, score;
-  int32_t class_id;
-} kel_nn_box_t;
-
-/* -------------------------------------------------------------------------------------------------
  * Tasks
  *
  * Each task has an `_init` that loads its model, a `_process` (or the like) and a `_deinit` that
  * releases the model. `_deinit` may be called on any handle, also when the task was never
  * initialised. A second `_init` without `_deinit` fails.
  * ---------------------------------------------------------------------------------------------- */
+
+/* What the detectors share -------------------------------------------------------------------- */
+
+/** One detection. */
+typedef struct kel_nn_box {
+  float cx, cy;     /**< the centre */
+  float w, h;       /**< the size, in the same pixels as the centre */
+  float score;      /**< 0 to 1, the higher the surer */
+  int32_t class_id; /**< 0 in detectors of one class */
+} kel_nn_box_t;
 
 /* Face features: who is it? ------------------------------------------------------------------- */
 
