@@ -129,7 +129,7 @@ KEL_NN_API size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** 
  * initialised. A second `_init` without `_deinit` fails.
  * ---------------------------------------------------------------------------------------------- */
 
-/* What the detectors share -------------------------------------------------------------------- */
+/* What the detectors share --------------------------------------------------------------------- */
 
 /** One detection. */
 typedef struct kel_nn_box {
@@ -144,7 +144,7 @@ typedef struct kel_nn_size {
   int32_t w, h;
 } kel_nn_size_t;
 
-/* Face detection: where are faces? ------------------------------------------------------------ */
+/* Face detection: where are faces? ------------------------------------------------------------- */
 
 /** The faces of one image. */
 typedef struct kel_nn_facedet_result {
@@ -183,7 +183,7 @@ KEL_NN_API int kel_nn_facedet_deinit(kel_nn_handle_t handle);
 KEL_NN_API int kel_nn_facedet_process(kel_nn_handle_t handle, const uint8_t* image,
                                       kel_nn_facedet_result_t* result);
 
-/* Person detection: where are people? --------------------------------------------------------- */
+/* Person detection: where are people? ---------------------------------------------------------- */
 
 #define KEL_NN_PERSONDET_MAX_BOXES 100
 
@@ -241,7 +241,7 @@ KEL_NN_API int kel_nn_persondet_process(kel_nn_handle_t handle, const void* imag
                                         const kel_nn_size_t* frame_size,
                                         const kel_nn_size_t* input_size);
 
-/* Four-class detection: where are things of four kinds? --------------------------------------- */
+/* Four-class detection: where are things of four kinds? ---------------------------------------- */
 
 #define KEL_NN_4CLSDET_MAX_BOXES 500
 
@@ -264,7 +264,7 @@ KEL_NN_API int kel_nn_4clsdet_process(kel_nn_handle_t handle, const void* image,
                                       kel_nn_det_result_t* result, const kel_nn_size_t* frame_size,
                                       const kel_nn_size_t* input_size);
 
-/* Face features: who is it? ------------------------------------------------------------------- */
+/* Face features: who is it? -------------------------------------------------------------------- */
 
 /** The features of one face. */
 typedef struct kel_nn_feature {
@@ -304,7 +304,130 @@ KEL_NN_API int kel_nn_face_feature_extract(kel_nn_handle_t handle, const void* i
 KEL_NN_API float kel_nn_face_feature_similarity_calcul(const kel_nn_feature_t* a,
                                                        const kel_nn_feature_t* b);
 
-/* Cry detection: is a baby crying? -------------------------------------------------------------- */
+/* Face landmarks: where are eyes, nose and mouth? ---------------------------------------------- */
+
+/** Loads the face landmark model.
+ *
+ *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
+ *           load.
+ */
+KEL_NN_API int kel_nn_facelm_init(kel_nn_handle_t handle);
+
+/** Releases the face landmark model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_facelm_deinit(kel_nn_handle_t handle);
+
+/** Finds five points of one face, and which way it looks.
+ *
+ *  image      112 * 112 bytes, grey: a face that fills the picture.
+ *  landmarks  Receives 10 values: x and y of each point, in the model's order.
+ *  pose       Receives 3 values. NULL if they are not wanted.
+ *  returns    0, or -1 for a null argument or a failed run; the arrays are then unchanged.
+ *
+ *  The values are the model's own, neither scaled nor mapped. Both arrays may lie at any address.
+ */
+KEL_NN_API int kel_nn_facelm_process(kel_nn_handle_t handle, const void* image, float* landmarks,
+                                     float* pose);
+
+/* Face classes: which of three kinds of face? -------------------------------------------------- */
+
+/** Loads the face classification model.
+ *
+ *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
+ *           load.
+ */
+KEL_NN_API int kel_nn_face_classify_init(kel_nn_handle_t handle);
+
+/** Releases the face classification model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_face_classify_deinit(kel_nn_handle_t handle);
+
+/** Classifies one face.
+ *
+ *  image     112 * 112 bytes, grey: a face that fills the picture.
+ *  class_id  Receives 0, 1 or 2, the class with the largest output; of equal ones the lowest. What
+ *            the classes are comes with the model.
+ *  score     Receives kel_nn_sigmoid() of that output alone, in 0 to 1. It does not depend on the
+ *            other classes and may be below 0.5.
+ *  returns   0, or -1 for a null argument or a failed run; the results are then unchanged.
+ */
+KEL_NN_API int kel_nn_face_classify_process(kel_nn_handle_t handle, const void* image,
+                                            int* class_id, float* score);
+
+/* Person classes: is it a person? -------------------------------------------------------------- */
+
+/** Loads the person classification model.
+ *
+ *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
+ *           load.
+ */
+KEL_NN_API int kel_nn_person_classify_init(kel_nn_handle_t handle);
+
+/** Releases the person classification model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_person_classify_deinit(kel_nn_handle_t handle);
+
+/** Tells how probable the first of two classes is. Which of them is a person comes with the model.
+ *
+ *  image    112 * 112 * 3 bytes: what was found, cut out and resized.
+ *  score    Receives the probability of class 0; that of class 1 is the rest.
+ *  returns  0, or -1 for a null argument or a failed run; `score` is then unchanged.
+ */
+KEL_NN_API int kel_nn_person_classify_process(kel_nn_handle_t handle, const void* image,
+                                              float* score);
+
+/* Motion: did the picture really move? --------------------------------------------------------- */
+
+/** Starts the motion filter, which needs no model. There is one in the process, for one camera.
+ *
+ *  A second start replaces the first. A size that no frame has (negative, or of more than 2^31 - 1
+ *  pixels) and a lack of memory are reported by the frames, not here.
+ *
+ *  handle   Only has to be one.
+ *  width    Of the frames, in pixels.
+ *  height   Of the frames, in pixels.
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int32_t kel_nn_pir_filter_init(kel_nn_handle_t handle, int32_t width, int32_t height);
+
+/** Releases the motion filter's memory; frames fail until the next start.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int32_t kel_nn_pir_filter_deinit(kel_nn_handle_t handle);
+
+/** Takes one frame, and decides at the end of each period whether there was motion.
+ *
+ *  The frame is halved (of every second row, every second pixel) and smoothed. A pixel has changed
+ *  when it differs by more than 20 from the last frame, as did the last frame from the one before.
+ *  The first two frames after the start are only remembered. From the third on each has a vote, and
+ *  at the end of a period the majority decides; a tie is no motion.
+ *
+ *  image    The luma plane, `width` * `height` bytes.
+ *  width    As given at the start.
+ *  height   As given at the start.
+ *  ratio    From how many changed pixels on a frame votes for motion, in per cent of the halved
+ *           frame. Where that makes less than one pixel, and for NaN, every frame does.
+ *  period   Frames in a period, counted from the start on. 0: it never ends.
+ *  result   From the third frame on: 1 for motion, 0 for none, -1 as long as the period goes on.
+ *           Unchanged by the first two frames and after an error.
+ *  returns  0, or -1 for a null argument, another size than at the start, or missing memory.
+ *
+ *      int32_t moved = -1;
+ *      kel_nn_pir_filter_process(handle, luma, 640, 360, 1.0f, 25, &moved);
+ *      if (moved == 1) wake_up();
+ */
+KEL_NN_API int32_t kel_nn_pir_filter_process(kel_nn_handle_t handle, const uint8_t* image,
+                                             int32_t width, int32_t height, float ratio,
+                                             int32_t period, int32_t* result);
+
+/* Cry detection: is a baby crying? ------------------------------------------------------------- */
 
 /** Loads the cry detection model and prepares an empty window of 3 seconds. Prints the window's
  *  length.
@@ -477,6 +600,8 @@ KEL_NN_API int kel_nn_pixel_resize_bilinear(const uint8_t* src, int srcw, int sr
  */
 KEL_NN_API int kel_nn_pixel_resize_bilinear_nv12(const uint8_t* src, int srcw, int srch,
                                                  uint8_t* dst, int w, int h);
+
+/* -------------------------------------------------------------------------------------------------
  * Primitives: audio
  *
  * What cry detection hears: 3 seconds of sound become one row of 64 bytes for every 10 ms, the
@@ -665,6 +790,62 @@ KEL_NN_API void kel_nn_fft(float* s, int32_t invert);
  *  s  Counted vector of 2 n elements; n must be a power of two, or nothing happens.
  */
 KEL_NN_API void kel_nn_real_fft(float* s);
+
+/* -------------------------------------------------------------------------------------------------
+ * Primitives: decoders
+ *
+ * They turn the output map of a detection head of one scale into boxes in pixels of the caller's
+ * image, row by row. For a head of several scales, decode one after the other into what is left of
+ * the array; then suppress overlapping boxes. Of equal class scores, the lowest class wins.
+ *
+ * A null pointer, a stride of 0, a grid without cells, no classes, a negative count or a map that no
+ * memory could hold give 0 boxes. All that is printed is a warning when the array is too short.
+ * ---------------------------------------------------------------------------------------------- */
+
+/** What a YOLOv3 head of one scale is like. */
+typedef struct kel_nn_yolov3_param {
+  int32_t img_w, img_h;     /**< the image in whose pixels boxes are given */
+  int32_t input_w, input_h; /**< the network's input */
+  int32_t class_num;
+  int32_t anchor_num;     /**< in each cell */
+  const int32_t* anchors; /**< width and height of each, in pixels of the network's input */
+  float score_threshold;  /**< a box with this score is kept */
+} kel_nn_yolov3_param_t;
+
+/** What a CenterNet head with distance bins is like. */
+typedef struct kel_nn_centernet_param {
+  int32_t img_w, img_h;     /**< the image in whose pixels boxes are given */
+  int32_t input_w, input_h; /**< the network's input */
+  int32_t reg_max;          /**< the largest distance, in strides; each side has one bin more */
+  int32_t class_num;
+  float score_threshold; /**< a box with this score is dropped */
+} kel_nn_centernet_param_t;
+
+/** Decodes a YOLOv3 map.
+ *
+ *  map        input_h / stride rows of input_w / stride cells of `anchor_num` * (5 + `class_num`)
+ *             floats: for each anchor x, y, width, height, objectness and the classes, all raw.
+ *  boxes      Receives the boxes; `boxes_num` places, and at least one: the first box is written
+ *             even when `boxes_num` is 0.
+ *  boxes_num  Decoding stops, and a warning is printed, as soon as the array is full, whether or
+ *             not there are more boxes.
+ *  returns    How many boxes were written.
+ */
+KEL_NN_API int kel_nn_yolov3_postprocess(const float* map, int stride,
+                                         const kel_nn_yolov3_param_t* param, kel_nn_box_t* boxes,
+                                         uint32_t boxes_num);
+
+/** Decodes a CenterNet map. Boxes end at the edges of the network's input.
+ *
+ *  map        input_h / stride rows of input_w / stride cells of `class_num` + 4 * (`reg_max` + 1)
+ *             floats: the classes, then the bins of the left, top, right and bottom side, all raw.
+ *  boxes      Receives the boxes; `boxes_num` places.
+ *  boxes_num  Decoding stops, and a warning is printed, at the first box without a place.
+ *  returns    How many boxes were written.
+ */
+KEL_NN_API int kel_nn_centernet_postprocess(const float* map, int stride,
+                                            const kel_nn_centernet_param_t* param,
+                                            kel_nn_box_t* boxes, uint32_t boxes_num);
 
 /* -------------------------------------------------------------------------------------------------
  * Engine
