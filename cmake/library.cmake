@@ -1,10 +1,15 @@
 # libkelnn.so and kelnn_objects, the same code as objects for the unit tests.
 
 set(kelnn_sources
+  plat/jzt31/kel_nn_4cls_det.cpp
   plat/jzt31/kel_nn_engine.cpp
+  plat/jzt31/kel_nn_grid_detector.cpp
+  plat/jzt31/kel_nn_persondet.cpp
+  plat/jzt31/kel_nn_ultraface.cpp
   src/kel_nn_common.cpp
   src/kel_nn_facercg.cpp
   src/kel_nn_graph_run.cpp
+  src/kel_nn_resize.cpp
   src/kel_nn_utils.cpp
 )
 # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.
