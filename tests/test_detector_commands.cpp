@@ -381,7 +381,7 @@ TEST_F(DetectorCommands, SayWhatIsWrong) {
 }
 
 TEST_F(DetectorCommands, ShowProgressOnStandardErrorOnly) {
-  const std::string video = save_video("long.avi", {64, 48}, 5);
+  const std::string video = save_video("long.avi", {640, 360}, 5);
   const CommandResult shown = run({"persons", video, "--progress"});
   EXPECT_THAT(shown.err, HasSubstr("frames/s"));
   EXPECT_EQ(shown.out, run({"persons", video}).out);
