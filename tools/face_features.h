@@ -6,22 +6,19 @@
 #include <vector>
 
 #include "files.h"
-#include "kel_nn.h"
+#include "loaded_task.h"
 
 namespace kelnn_cli {
 
 class FaceFeatures {
  public:
   explicit FaceFeatures(const std::string& root);  // a Failure says why the model does not load
-  ~FaceFeatures();
-  FaceFeatures(const FaceFeatures&) = delete;
-  FaceFeatures& operator=(const FaceFeatures&) = delete;
 
   // A copy: the library's own values hold until the next face.
   std::vector<float> of(const Bytes& face);
 
  private:
-  kel_nn_handle_t handle_;
+  LoadedTask task_;
 };
 
 float similarity(std::vector<float> a, std::vector<float> b);

@@ -62,10 +62,11 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", version(), "Print the version and exit");
   app.add_flag("--json", as_json, "Print the result as JSON");
   app.footer("kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly.");
-  for (const auto add : {add_models, add_pack, add_unpack, add_doctor, add_feature, add_compare}) {
+  for (const auto add : {add_models, add_pack, add_unpack, add_doctor, add_feature, add_compare,
+                         add_landmarks, add_classifiers}) {
     add(app, &command);
   }
-  add_detectors(app, &streaming_command);
+  for (const auto add : {add_detectors, add_motion}) add(app, &streaming_command);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& wanted) {  // --help, --version

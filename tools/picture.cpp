@@ -15,11 +15,11 @@ std::string size_text(const cv::Mat& picture) {
 }
 
 // Decoded from memory, so that a file that cannot be read and one that is no picture are told apart.
-cv::Mat decode(const std::string& path) {
+cv::Mat decode(const std::string& path, cv::ImreadModes mode) {
   const Bytes bytes = read_file(path);
   cv::Mat picture;
   try {
-    if (!bytes.empty()) picture = cv::imdecode(bytes, cv::IMREAD_GRAYSCALE);
+    if (!bytes.empty()) picture = cv::imdecode(bytes, mode);
   } catch (const cv::Exception&) {
     picture.release();  // too large, or damaged in a way that the decoder does not survive
   }
@@ -41,17 +41,21 @@ bool parse_box(const std::string& text, Box* box) {
 
 }  // namespace
 
-Bytes load_face(const std::string& path, const Box& box) {
-  const cv::Mat picture = decode(path);
-  cv::Rect cut = centre_square(picture);
-  if (box.width > 0) {
-    cut = {box.x, box.y, box.width, box.height};
-    if (box.width > picture.cols - box.x || box.height > picture.rows - box.y) {
-      throw Failure(path + ": the box reaches out of the picture, which is " + size_text(picture));
-    }
+cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box) {
+  if (box.width == 0) return centre_square(picture);
+  if (box.width > picture.cols - box.x || box.height > picture.rows - box.y) {
+    throw Failure(path + ": the box reaches out of the picture, which is " + size_text(picture));
   }
+  return {box.x, box.y, box.width, box.height};
+}
+
+cv::Mat load_picture(const std::string& path) { return decode(path, cv::IMREAD_COLOR); }
+
+Bytes load_face(const std::string& path, const Box& box) {
+  const cv::Mat picture = decode(path, cv::IMREAD_GRAYSCALE);
   cv::Mat face;
-  cv::resize(picture(cut), face, {kFaceSize, kFaceSize}, 0, 0, cv::INTER_AREA);
+  cv::resize(picture(chosen_part(path, picture, box)), face, {kFaceSize, kFaceSize}, 0, 0,
+             cv::INTER_AREA);
   return Bytes(face.datastart, face.dataend);
 }
 
