@@ -31,6 +31,7 @@ void add_pack(CLI::App& app, Command* chosen);
 void add_unpack(CLI::App& app, Command* chosen);
 void add_detectors(CLI::App& app, StreamingCommand* chosen);  // faces, objects, persons
 void add_motion(CLI::App& app, StreamingCommand* chosen);
+void add_watch(CLI::App& app, StreamingCommand* chosen);
 
 // ----- Arguments that several commands have ------------------------------------------------------
 

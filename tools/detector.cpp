@@ -172,4 +172,8 @@ std::unique_ptr<Detector> make_person_detector(const std::string& root) {
   return std::make_unique<GridDetector>(kPersons, set_root(root));
 }
 
+std::string person_task(cv::Size frame_size) {
+  return std::string(kPersons.key) + orientation_of(frame_size);
+}
+
 }  // namespace kelnn_cli

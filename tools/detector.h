@@ -15,7 +15,7 @@ struct Detection {
   int class_id;
 };
 
-// One at a time in the process.
+// One of each kind at a time in the process.
 class Detector {
  public:
   virtual ~Detector() = default;
@@ -27,6 +27,9 @@ class Detector {
 std::unique_ptr<Detector> make_face_detector(const std::string& root);
 std::unique_ptr<Detector> make_object_detector(const std::string& root);
 std::unique_ptr<Detector> make_person_detector(const std::string& root);
+
+// The key of the person detection task for frames of that size.
+std::string person_task(cv::Size frame_size);
 
 }  // namespace kelnn_cli
 

@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
                          add_landmarks, add_classifiers}) {
     add(app, &command);
   }
-  for (const auto add : {add_detectors, add_motion}) add(app, &streaming_command);
+  for (const auto add : {add_detectors, add_motion, add_watch}) add(app, &streaming_command);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& wanted) {  // --help, --version
