@@ -165,3 +165,24 @@ for level, (rows, columns, cell, anchor_sizes) in enumerate([
         weights.update(own_weights)
         outputs.append((f"{kind}_{level}", [1, len(values), rows, columns]))
 save("faces", nodes, [("x", [1, 3, 240, 320])], outputs, weights)
+
+
+def brightness_reader(name, channels, outputs):
+    """Outputs that are linear in the mean of each channel, which is its brightness less 128."""
+    nodes, weights = [node("GlobalAveragePool", ["x"], ["means"])], {}
+    for output, values in outputs.items():
+        rows = numpy.array(values, numpy.float32)
+        nodes.append(node("Conv", ["means", output + "_w", output + "_b"], [output], kernel_shape=[1, 1]))
+        weights[output + "_w"] = rows[:, :channels].reshape(-1, channels, 1, 1).copy()
+        weights[output + "_b"] = rows[:, channels].copy()
+    save(name, nodes, [("x", [1, channels, 112, 112])],
+         [(output, [1, len(values), 1, 1]) for output, values in outputs.items()], weights)
+
+
+# Five points on a diagonal that moves right by a thousandth a grey level; the pose is the brightness, its half, 7.
+brightness_reader("landmarks", 1, {"points": [[0.001 * (i % 2 == 0), 0.1 + i // 2 * 0.2] for i in range(10)],
+                                   "pose": [[1, 0], [0.5, 0], [0, 7]]})
+# Dark is class 0, bright class 2, and what is within 20 levels of the middle class 1.
+brightness_reader("face_classes", 1, {"scores": [[-0.1, 0], [0, 2], [0.1, 0]]})
+# Class 0 is red, class 1 blue.
+brightness_reader("person_classes", 3, {"scores": [[0.05, 0, 0, 0], [0, 0, 0.05, 0]]})
