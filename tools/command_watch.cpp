@@ -24,6 +24,9 @@ struct Options {
   bool wants_progress = false;
 };
 
+const Detection& place_of(const Detection& place) { return place; }
+const Detection& place_of(const WatchedFace& face) { return face.place; }
+
 std::string line_of(const char* name, const Detection& place) {
   return std::string("  ") + name + " " + formatted("%.2f", double{place.score}) + "  x " +
          std::to_string(place.box.x) + ", y " + std::to_string(place.box.y) + ", " +
@@ -51,38 +54,40 @@ Json json_of(const WatchedFace& face) {
   return json;
 }
 
+// A line of text for each, and a list of them in the JSON.
+template <typename Found>
+void add_places(const std::optional<std::vector<Found>>& found, const char* name, Report* report) {
+  if (!found) return;
+  report->json[name + std::string("s")] = Json::array();
+  for (const Found& one : *found) {
+    report->text += line_of(name, place_of(one));
+    report->json[name + std::string("s")].push_back(json_of(one));
+  }
+}
+
 Report report_of(const std::string& input, const Frame& frame, const Sighting& seen) {
   Report report;
   report.text = input + " frame " + std::to_string(frame.index) + " at " +
-                formatted("%.3f", frame.seconds) + " s: ";
+                formatted("%.3f", frame.seconds) + " s:";
   report.json = {{"input", input}, {"frame", frame.index}, {"time", frame.seconds}};
   if (seen.decision != Decision::kNotYet) {
     const bool is_motion = seen.decision == Decision::kMotion;
-    report.text += is_motion ? "motion, " : "still, ";
+    report.text += is_motion ? " motion" : " still";
     report.json["motion"] = is_motion;
   }
-  report.text += std::to_string(seen.persons.size()) + " persons, " +
-                 std::to_string(seen.faces.size()) + " faces\n";
-  report.json["persons"] = Json::array();
-  report.json["faces"] = Json::array();
-  for (const Detection& person : seen.persons) {
-    report.text += line_of("person", person);
-    report.json["persons"].push_back(json_of(person));
-  }
-  for (const WatchedFace& face : seen.faces) {
-    report.text += line_of("face", face.place);
-    report.json["faces"].push_back(json_of(face));
-  }
+  report.text += "\n";
+  add_places(seen.persons, "person", &report);
+  add_places(seen.faces, "face", &report);
   return report;
 }
 
 cv::Mat drawn(const cv::Mat& bgr, const Sighting& seen) {
   cv::Mat picture = bgr.clone();
-  for (const Detection& person : seen.persons) {
+  for (const Detection& person : seen.persons.value_or(std::vector<Detection>())) {
     draw_box(&picture, person.box, "person " + formatted("%.2f", double{person.score}),
              kPersonColour);
   }
-  for (const WatchedFace& face : seen.faces) {
+  for (const WatchedFace& face : seen.faces.value_or(std::vector<WatchedFace>())) {
     draw_box(&picture, face.place.box, "face " + formatted("%.2f", double{face.place.score}),
              kFaceColour);
     if (face.landmarks) draw_landmarks(&picture, *face.landmarks, face.place.box);

@@ -58,8 +58,9 @@ Sighting Watcher::look(const cv::Mat& bgr) {
   if (!is_awake_) return seen;
   if (persons_) seen.persons = persons_->detect(bgr);
   if (!faces_) return seen;
+  seen.faces.emplace();
   for (const Detection& place : faces_->detect(bgr)) {
-    seen.faces.push_back(recognise(bgr, place));
+    seen.faces->push_back(recognise(bgr, place));
   }
   return seen;
 }

@@ -24,12 +24,13 @@ struct WatchedFace {
 };
 
 struct Sighting {
-  Decision decision = Decision::kNotYet;  // of a period that ended with this frame
-  std::vector<Detection> persons;
-  std::vector<WatchedFace> faces;
+  Decision decision = Decision::kNotYet;          // of a period that ended with this frame
+  std::optional<std::vector<Detection>> persons;  // none: not looked for
+  std::optional<std::vector<WatchedFace>> faces;
 
   bool is_event() const {
-    return decision != Decision::kNotYet || !persons.empty() || !faces.empty();
+    return decision != Decision::kNotYet || (persons && !persons->empty()) ||
+           (faces && !faces->empty());
   }
 };
 
