@@ -13,12 +13,21 @@ namespace kelnn_cli {
 
 using Command = std::function<Report()>;
 
+// A command that reports as it goes: JSON one line a report. What fails on the way is complained
+// about and makes it return false.
+struct Listener {
+  std::function<void(const Report&)> report;
+  std::function<void(const std::string&)> complain;
+};
+using StreamingCommand = std::function<bool(const Listener&)>;
+
 void add_compare(CLI::App& app, Command* chosen);
 void add_doctor(CLI::App& app, Command* chosen);
 void add_feature(CLI::App& app, Command* chosen);
 void add_models(CLI::App& app, Command* chosen);
 void add_pack(CLI::App& app, Command* chosen);
 void add_unpack(CLI::App& app, Command* chosen);
+void add_detectors(CLI::App& app, StreamingCommand* chosen);  // faces, objects, persons
 
 // ----- Arguments that several commands have ------------------------------------------------------
 

@@ -34,7 +34,7 @@ void ResultOutput::write(const std::string& text) {
     const ssize_t written = ::write(descriptor_, text.data() + done, text.size() - done);
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) {
-      throw Failure(std::string("cannot write the result: ") + std::strerror(errno));
+      throw OutputFailure(std::string("cannot write the result: ") + std::strerror(errno));
     }
     done += static_cast<size_t>(written);
   }

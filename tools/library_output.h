@@ -16,7 +16,7 @@ class ResultOutput {
   ResultOutput(const ResultOutput&) = delete;
   ResultOutput& operator=(const ResultOutput&) = delete;
 
-  void write(const std::string& text);  // once, at the end
+  void write(const std::string& text);  // at once, nothing is held back
 
  private:
   int descriptor_;

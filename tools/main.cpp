@@ -21,17 +21,26 @@ std::string version() {
 
 void complain(const std::string& message) { std::cerr << "kelnn: " << message << "\n"; }
 
-std::string rendered(const Report& report, bool as_json) {
+constexpr int kJsonIndent = 2;
+constexpr int kJsonOnOneLine = -1;
+
+std::string rendered(const Report& report, bool as_json, int json_indent) {
   if (!as_json) return report.text;
   // File names need not be UTF-8.
-  return report.json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return report.json.dump(json_indent, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-int run(const Command& command, bool as_json) {
+int run(const Command& command, const StreamingCommand& streaming_command, bool as_json) {
   ResultOutput output;
   try {
+    if (streaming_command) {
+      const auto report = [&](const Report& report) {
+        output.write(rendered(report, as_json, kJsonOnOneLine));
+      };
+      return streaming_command({report, complain}) ? kFine : kFailed;
+    }
     const Report report = command();
-    output.write(rendered(report, as_json));
+    output.write(rendered(report, as_json, kJsonIndent));
     return report.ok ? kFine : kFailed;
   } catch (const std::exception& error) {
     complain(error.what());
@@ -46,6 +55,7 @@ int main(int argc, char** argv) {
       cv::utils::logging::LOG_LEVEL_SILENT);  // failures are reported here
   CLI::App app("On-device neural-network tasks on a PC: model files and pictures.", "kelnn");
   Command command;
+  StreamingCommand streaming_command;
   bool as_json = false;
   app.require_subcommand(1);
   app.fallthrough();
@@ -55,6 +65,7 @@ int main(int argc, char** argv) {
   for (const auto add : {add_models, add_pack, add_unpack, add_doctor, add_feature, add_compare}) {
     add(app, &command);
   }
+  add_detectors(app, &streaming_command);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& wanted) {  // --help, --version
@@ -63,5 +74,5 @@ int main(int argc, char** argv) {
     complain(std::string(error.what()) + "\nkelnn --help tells how it is called.");
     return kBadUsage;
   }
-  return run(command, as_json);
+  return run(command, streaming_command, as_json);
 }

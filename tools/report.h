@@ -22,6 +22,12 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Nobody takes the result any more: no reason to go on.
+class OutputFailure : public Failure {
+ public:
+  using Failure::Failure;
+};
+
 }  // namespace kelnn_cli
 
 #endif  // KEL_NN_TOOLS_REPORT_H_
