@@ -798,8 +798,8 @@ KEL_NN_API void kel_nn_real_fft(float* s);
  * image, row by row. For a head of several scales, decode one after the other into what is left of
  * the array; then suppress overlapping boxes. Of equal class scores, the lowest class wins.
  *
- * A null pointer, a stride of 0, a grid without cells, no classes, a negative count or a map that no
- * memory could hold give 0 boxes. All that is printed is a warning when the array is too short.
+ * A null pointer, a stride of 0, a grid without cells, no classes, a negative count or a map that
+ * no memory could hold give 0 boxes. All that is printed is a warning when the array is too short.
  * ---------------------------------------------------------------------------------------------- */
 
 /** What a YOLOv3 head of one scale is like. */

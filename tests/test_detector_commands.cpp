@@ -7,13 +7,14 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 #include <sstream>
 
-#include "support/command_line.h"
+#include "support/run_command.h"
 
 namespace {
 
@@ -102,8 +103,8 @@ class DetectorCommands : public ::testing::Test {
   static void TearDownTestSuite() { fs::remove_all(root); }
   static void pack(const std::string& task, const std::string& network) {
     const CommandResult packed = kelnn_test::run_kelnn(
-        root, {"pack", task, std::string(KEL_NN_TEST_NETWORKS) + "/" + network + ".onnx", "--root",
-               root});
+        {"pack", task, std::string(KEL_NN_TEST_NETWORKS) + "/" + network + ".onnx", "--root",
+         root});
     ASSERT_EQ(packed.exit_code, 0) << packed.err;
   }
 
@@ -112,7 +113,7 @@ class DetectorCommands : public ::testing::Test {
 
   CommandResult run(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"--root", root});
-    return kelnn_test::run_kelnn(directory, arguments);
+    return kelnn_test::run_kelnn(arguments);
   }
   std::vector<Json> run_json(std::vector<std::string> arguments) {
     arguments.push_back("--json");
@@ -374,7 +375,7 @@ TEST_F(DetectorCommands, SayWhatIsWrong) {
     EXPECT_THAT(result.err, HasSubstr(c.complaint));
   }
   const CommandResult no_model =
-      kelnn_test::run_kelnn(directory, {"persons", good, "--root", directory + "empty"});
+      kelnn_test::run_kelnn({"persons", good, "--root", directory + "empty"});
   EXPECT_EQ(no_model.exit_code, 1);
   EXPECT_EQ(no_model.out, "");
   EXPECT_THAT(no_model.err, HasSubstr("kelnn pack person-detection-landscape"));

@@ -6,6 +6,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 
 extern char** environ;
 
@@ -48,6 +50,16 @@ CommandResult run_command(const std::vector<std::string>& arguments, const std::
   posix_spawn_file_actions_destroy(&actions);
   std::fclose(in);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(out), content(err)};
+}
+
+CommandResult run_kelnn(std::vector<std::string> arguments, const std::string& input) {
+  arguments.insert(arguments.begin(), KEL_NN_TEST_PROGRAM);
+  return run_command(arguments, input);
+}
+
+std::string text_of(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace kelnn_test
