@@ -895,9 +895,10 @@ typedef struct kel_nn_graph {
  *
  *  scrambled  1: the file is scrambled, as every task's is; 0: the runtime reads the file itself.
  *  returns    0, or -1. When the runtime refuses the model (the printed "load model error" has its
- *             code), the graph counts as initialised until kel_nne_graph_deinit() is called; after
- *             every other failure it is not initialised. More than 16 outputs print an error too,
- *             but the graph works with the first 16.
+ *             code), the graph counts as initialised until kel_nne_graph_deinit() is called. A
+ *             graph that is initialised already stays as it is. After every other failure it is not
+ *             initialised. More than 16 outputs print an error too, but the graph works with the
+ *             first 16.
  */
 KEL_NN_API int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled);
 

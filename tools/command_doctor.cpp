@@ -11,31 +11,29 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Finding {
-  std::string problem, advice;  // a sentence each; none: nothing is wrong
+  std::string problem, to_do;  // none: nothing is wrong
 };
 
-// The root itself. `count` is how many models were found.
-Finding inspect_root(const std::string& root, size_t count) {
+// Why a root leads to no model at all.
+Finding inspect_root(const std::string& root) {
   std::error_code error;
-  if (!root.empty() && root.back() != '/' && fs::is_directory(root, error)) {
-    return {"The root \"" + root +
-                "\" does not end with \"/\". The library appends file names as they "
-                "are, so it looks beside the directory, not in it.",
-            "Give the root as \"" + root + "/\", here and to kel_nn_set_model_root_dir()."};
+  const std::string directory = root.empty() ? "." : root;
+  if (!fs::exists(directory, error)) {
+    return {"there is no directory \"" + root + "\", seen from " + fs::current_path(error).string(),
+            "check the spelling; the first kelnn pack makes the directory"};
   }
-  const fs::path directory = fs::path(root.empty() ? "./" : root).parent_path();
-  if (!directory.empty() && !fs::exists(directory, error)) {
-    return {"There is no directory \"" + directory.string() + "\" (seen from " +
-                fs::current_path(error).string() + ").",
-            "Check the spelling; the first kelnn pack makes the directory."};
+  if (!fs::is_directory(directory, error)) {
+    return {"\"" + root + "\" is not a directory", "name the directory that the models are in"};
   }
-  if (!directory.empty() && !fs::is_directory(directory, error)) {
-    return {"\"" + directory.string() + "\" is not a directory.", "Give the directory's own name."};
+  if (directory.back() != '/' && !root.empty()) {
+    return {"the root \"" + root +
+                "\" does not end with \"/\"; the library appends file names as " +
+                "they are, and so looks beside the directory, not in it",
+            "give it as \"" + root + "/\", here and to kel_nn_set_model_root_dir()"};
   }
-  if (count > 0) return {};
-  return {"No task's model is there.",
-          "Pack one: kelnn pack TASK NETWORK.onnx --root " + (root.empty() ? "./" : root) +
-              "  (an ONNX file that is merely copied there is not found)"};
+  return {"the directory holds no model of any task",
+          "kelnn pack TASK NETWORK.onnx --root " + (root.empty() ? "./" : root) +
+              " (an ONNX file that is merely copied there is not found)"};
 }
 
 const char* name_of(Inspection::State state) {
@@ -45,7 +43,7 @@ const char* name_of(Inspection::State state) {
     case Inspection::State::kMissing:
       return "missing";
     case Inspection::State::kBroken:
-      return "BROKEN";
+      return "broken";
   }
   return "";
 }
@@ -59,19 +57,20 @@ Report doctor(const std::string& root) {
   constexpr size_t kMargin = 9;  // as wide as the names of the states
   const std::string indent(kMargin, ' ');
   Report report;
-  report.json = {
-      {"root", root}, {"ok", false}, {"root_problem", nullptr}, {"models", Json::array()}};
+  report.json = {{"root", root}, {"ok", false}, {"models", Json::array()}};
   size_t count[3] = {};
   for (const Task& task : tasks()) {
     const Inspection model = inspect_model(task, root);
+    const bool is_broken = model.state == Inspection::State::kBroken;
     ++count[static_cast<int>(model.state)];
-    report.text +=
-        padded(name_of(model.state), kMargin) + task.key + "\n" + indent + model.path + "\n";
+    report.text += padded(is_broken ? "BROKEN" : name_of(model.state), kMargin) + task.key + "\n" +
+                   indent + model.path + "\n";
     Json entry = {{"task", task.key}, {"path", model.path}, {"state", name_of(model.state)}};
-    if (model.state == Inspection::State::kBroken) {
-      report.text += indent + model.problem + "\n" + indent + model.advice + "\n";
+    if (is_broken) {
+      report.text +=
+          indent + "problem: " + model.problem + "\n" + indent + "to do: " + model.command + "\n";
       entry["problem"] = model.problem;
-      entry["advice"] = model.advice;
+      entry["to_do"] = model.command;
     }
     report.json["models"].push_back(entry);
   }
@@ -79,13 +78,13 @@ Report doctor(const std::string& root) {
   report.text += "\n" + std::to_string(ok) + " ok, " + std::to_string(missing) + " missing, " +
                  std::to_string(broken) + " broken\n";
 
-  const Finding finding = inspect_root(root, ok + broken);
-  if (!finding.problem.empty()) {
-    report.text += finding.problem + "\n" + finding.advice + "\n";
-    report.json["root_problem"] = finding.problem;
-    report.json["root_advice"] = finding.advice;
+  if (ok + broken == 0) {
+    const Finding finding = inspect_root(root);
+    report.text += "problem: " + finding.problem + "\nto do: " + finding.to_do + "\n";
+    report.json["problem"] = finding.problem;
+    report.json["to_do"] = finding.to_do;
   }
-  report.ok = ok > 0 && broken == 0 && finding.problem.empty();
+  report.ok = ok > 0 && broken == 0;
   report.json["ok"] = report.ok;
   return report;
 }

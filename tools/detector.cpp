@@ -25,7 +25,7 @@ struct Handle {
 [[noreturn]] void fail_to_load(const std::string& task, const std::string& root) {
   const Inspection why = inspect_model(*find_task(task), root);
   throw Failure(task + " has no model that can be used: " + why.path + "\n" + why.problem + "\n" +
-                why.advice);
+                "To do: " + why.command);
 }
 
 void check(int kit_result, const cv::Mat& bgr) {

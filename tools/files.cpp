@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 [[noreturn]] void fail(const std::string& path, int error) {
-  throw Failure(path + ": " + std::strerror(error));
+  throw Failure(path, std::strerror(error));
 }
 
 mode_t default_mode() {
@@ -73,11 +73,11 @@ void sync_directory(const fs::path& directory) {
 Bytes read_file(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) fail(path, errno);
-  if (!S_ISREG(status.st_mode)) throw Failure(path + ": not a file");
+  if (!S_ISREG(status.st_mode)) throw Failure(path, "not a file");
   std::ifstream file(path, std::ios::binary);
   Bytes bytes(static_cast<size_t>(status.st_size));
   file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  if (!file) throw Failure(path + ": cannot be read");
+  if (!file) throw Failure(path, "cannot be read");
   return bytes;
 }
 

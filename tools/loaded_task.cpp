@@ -18,7 +18,7 @@ LoadedTask::LoadedTask(const std::string& directory, const char* key, const char
   kel_nn_handle_destroy(handle_);
   const Inspection why = inspect_model(*find_task(key), root);
   throw Failure(std::string("no ") + result + " without a model: " + why.path + "\n" + why.problem +
-                "\n" + why.advice);
+                "\n" + "To do: " + why.command);
 }
 
 LoadedTask::~LoadedTask() {

@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
   Command command;
   StreamingCommand streaming_command;
   bool as_json = false;
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // none is told below, in better words
   app.fallthrough();
   app.set_version_flag("--version", version(), "Print the version and exit");
   app.add_flag("--json", as_json, "Print the result as JSON");
@@ -73,6 +73,10 @@ int main(int argc, char** argv) {
     return app.exit(wanted);
   } catch (const CLI::ParseError& error) {
     complain(std::string(error.what()) + "\nkelnn --help tells how it is called.");
+    return kBadUsage;
+  }
+  if (!command && !streaming_command) {
+    complain("which command?\n\n" + app.help());
     return kBadUsage;
   }
   return run(command, streaming_command, as_json);

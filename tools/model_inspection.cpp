@@ -14,7 +14,7 @@ std::string pack_command(const Task& task, const std::string& root) {
          (root.empty() ? "./" : root);
 }
 
-// The tasks that a network would fit, as " of face-features or face-classes".
+// The tasks that a network would fit: "face-features or face-classes".
 std::string fitting_tasks(Network* network) {
   std::string keys;
   for (const Task& task : tasks()) {
@@ -29,32 +29,30 @@ std::string fitting_tasks(Network* network) {
 Inspection inspect_model(const Task& task, const std::string& root) {
   using State = Inspection::State;
   const std::string path = root + task.file_name;
+  const std::string pack = pack_command(task, root);
   std::error_code error;
-  if (!std::filesystem::exists(path, error)) {
-    return {State::kMissing, path, "There is no such file.",
-            "Pack a network for it: " + pack_command(task, root)};
+  const bool exists = std::filesystem::exists(path, error);
+  if (error) return {State::kBroken, path, error.message(), pack};
+  if (!exists) {
+    return {State::kMissing, path, "there is no such file", pack};
   }
-  const std::string pack_again = "Pack the network again: " + pack_command(task, root);
   try {
     unpack_network(path);
   } catch (const Failure& failure) {
-    return {State::kBroken, path, failure.what(), pack_again};
+    return {State::kBroken, path, failure.problem(), pack};
   }
   Network network(path, Network::File::kScrambled);
   if (!network.problem().empty()) {
-    return {State::kBroken, path, "The network does not load: " + network.problem() + ".",
-            "Pack another network: " + pack_command(task, root)};
+    return {State::kBroken, path, "the network does not load: " + network.problem(), pack};
   }
   const std::string misfit = network.misfit(task);
   if (misfit.empty()) return {State::kOk, path, "", ""};
-  const std::string other = fitting_tasks(&network);
-  if (other.empty()) {
-    return {State::kBroken, path, "The network does not fit the task: " + misfit + ".",
-            "Pack another network: " + pack_command(task, root)};
-  }
+  const std::string others = fitting_tasks(&network);
   return {State::kBroken, path,
-          "This is the network of another task, " + other + ": " + misfit + ".",
-          "Pack the right network: " + pack_command(task, root)};
+          (others.empty() ? "the network does not fit this task: "
+                          : "this is a network for " + others + ": ") +
+              misfit,
+          pack};
 }
 
 }  // namespace kelnn_cli

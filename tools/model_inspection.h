@@ -11,8 +11,9 @@ namespace kelnn_cli {
 struct Inspection {
   enum class State { kOk, kMissing, kBroken };
   State state;
-  std::string path;             // what the library opens: the root and the file's name, joined
-  std::string problem, advice;  // a sentence each; none for kOk
+  std::string path;     // what the library opens: the root and the file's name, joined
+  std::string problem;  // none for kOk
+  std::string command;  // what to type to put it right
 };
 
 Inspection inspect_model(const Task& task, const std::string& root);

@@ -21,17 +21,17 @@ struct Free {
   void operator()(uint8_t* bytes) const { std::free(bytes); }
 };
 
-// What unpacking a file by means of the library fails with; here because of the words.
-std::string explain(const std::string& path, kelnn_host::RuntimeError error) {
+// The runtime's texts name its container, of which a newcomer has not heard.
+std::string explain(kelnn_host::RuntimeError error) {
   switch (error) {
     case kelnn_host::kBadMagic:
-      return path + ": not a model packed for a PC";
+      return "not a model that was packed for a PC";
     case kelnn_host::kCutOff:
-      return path + ": the model is cut off, the end of the file is missing";
+      return "the model is cut off: the end of the file is missing";
     case kelnn_host::kWrongChecksum:
-      return path + ": the model is damaged, some of its bytes have changed";
+      return "the model is damaged: some of its bytes have changed";
     default:
-      return path + ": " + kelnn_host::describe_load_error(error);
+      return kelnn_host::describe_load_error(error);
   }
 }
 
@@ -55,9 +55,8 @@ Bytes pack_network(const Bytes& onnx) {
 Bytes unpack_network(const std::string& path) {
   const size_t file_size = read_file(path).size();
   if (file_size < kMinFileSize) {
-    throw Failure(path + ": only " + std::to_string(file_size) +
-                  " bytes, a model file has at least " + std::to_string(kMinFileSize) +
-                  ": cut off, or not a model");
+    throw Failure(path, "cut off, or not a model: only " + std::to_string(file_size) +
+                            " of at least " + std::to_string(kMinFileSize) + " bytes");
   }
   uint8_t* plain = nullptr;
   size_t size = 0;
@@ -65,11 +64,11 @@ Bytes unpack_network(const std::string& path) {
     const LibraryLines unneeded;  // the Failure says it
     size = kel_nn_model_xor_decode_from_file(path.c_str(), &plain, kScrambledSize, kScrambleKey);
   }
-  if (size == 0) throw Failure(path + ": cannot be read");
+  if (size == 0) throw Failure(path, "cannot be read");
   const std::unique_ptr<uint8_t, Free> owner(plain);
   kelnn_host::OnnxBytes onnx;
   const kelnn_host::RuntimeError error = kelnn_host::open_container(plain, size, &onnx);
-  if (error) throw Failure(explain(path, error));
+  if (error) throw Failure(path, explain(error));
   return Bytes(onnx.data, onnx.data + onnx.size);
 }
 

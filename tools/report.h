@@ -19,7 +19,13 @@ struct Report {
 
 class Failure : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit Failure(const std::string& problem) : runtime_error(problem), problem_(problem) {}
+  Failure(const std::string& path, const std::string& problem)
+      : runtime_error(path + ": " + problem), problem_(problem) {}
+  const std::string& problem() const { return problem_; }  // without the path
+
+ private:
+  std::string problem_;
 };
 
 // Nobody takes the result any more: no reason to go on.
