@@ -40,8 +40,7 @@ class MotionCommands : public ::testing::Test {
   ~MotionCommands() override { fs::remove_all(directory); }
 
   CommandResult run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), KEL_NN_TEST_PROGRAM);
-    return kelnn_test::run_command(arguments);
+    return kelnn_test::run_kelnn(std::move(arguments));
   }
   std::vector<Json> run_json(std::vector<std::string> arguments) {
     arguments.push_back("--json");
