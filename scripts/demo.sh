@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Shows libkelnn at work, from nothing: installs what is missing, builds, packs the sample network and
-# compares pictures. Fails unless a face resembles its own distorted copy more than another face.
+# compares pictures, and finds patches in a frame. Fails unless a face resembles its own distorted copy more than another face.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/demo
@@ -60,5 +60,15 @@ compare compare_faces "$models" $pictures/face_a.pgm $pictures/face_a_distorted.
 same=$similarity
 compare compare_faces "$models" $pictures/face_a.pgm $pictures/face_b.pgm
 check "$same" "$similarity"
+
+step "5. Detectors: a network that takes red patches for people, in a frame with two of them"
+quietly /usr/bin/python3 tests/make_test_networks.py "$build/networks"
+quietly kelnn pack person-detection-landscape "$build/networks/persons_landscape.onnx" --root "$models"
+quietly /usr/bin/python3 scripts/draw_patches.py "$build/patches.ppm"
+echo "$ kelnn persons $build/patches.ppm --draw $build/persons.png --root $models"
+kelnn persons "$build/patches.ppm" --draw "$build/persons.png" --root "$models" 2>"$build/demo.log" |
+  tee "$build/persons.txt"
+[ "$(grep -c '^  person' "$build/persons.txt")" -ge 2 ] || fail "both patches should have been found"
+echo "The boxes are drawn in $build/persons.png"
 
 step "A face resembles its own distorted copy more than another face."
