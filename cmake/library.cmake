@@ -1,15 +1,25 @@
 # libkelnn.so and kelnn_objects, the same code as objects for the unit tests.
 
 set(kelnn_sources
+  plat/jzt31/kel_nn_4cls_det.cpp
   plat/jzt31/kel_nn_engine.cpp
+  plat/jzt31/kel_nn_grid_detector.cpp
+  plat/jzt31/kel_nn_persondet.cpp
+  plat/jzt31/kel_nn_pfld.cpp
+  plat/jzt31/kel_nn_pir_filter.cpp
+  plat/jzt31/kel_nn_ultraface.cpp
   src/kel_nn_common.cpp
   src/kel_nn_crydet.cpp
+  src/kel_nn_face_classify.cpp
   src/kel_nn_facercg.cpp
   src/kel_nn_filter_bank.cpp
   src/kel_nn_frame_batch.cpp
   src/kel_nn_graph_run.cpp
   src/kel_nn_log_energy.cpp
   src/kel_nn_mfcc.cpp
+  src/kel_nn_person_classify.cpp
+  src/kel_nn_postprocess.cpp
+  src/kel_nn_resize.cpp
   src/kel_nn_utils.cpp
 )
 # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.

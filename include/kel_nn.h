@@ -129,7 +129,142 @@ KEL_NN_API size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** 
  * initialised. A second `_init` without `_deinit` fails.
  * ---------------------------------------------------------------------------------------------- */
 
-/* Face features: who is it? ------------------------------------------------------------------- */
+/* What the detectors share --------------------------------------------------------------------- */
+
+/** One detection. */
+typedef struct kel_nn_box {
+  float cx, cy;     /**< the centre */
+  float w, h;       /**< the size, in the same pixels as the centre */
+  float score;      /**< 0 to 1, the higher the surer */
+  int32_t class_id; /**< 0 in detectors of one class */
+} kel_nn_box_t;
+
+/** A width and a height in pixels. */
+typedef struct kel_nn_size {
+  int32_t w, h;
+} kel_nn_size_t;
+
+/* Face detection: where are faces? ------------------------------------------------------------- */
+
+/** The faces of one image. */
+typedef struct kel_nn_facedet_result {
+  kel_nn_box_t* boxes; /**< `count` boxes, best score first */
+  uint32_t reserved;   /**< never written */
+  int32_t count;       /**< 0 to 100 */
+} kel_nn_facedet_result_t;
+
+/** Loads the face detection model.
+ *
+ *  width, height  Of the frames that the images are made from; results are scaled to them. They are
+ *                 taken over also when the call fails for anything but a null handle.
+ *  returns        0, or -1 for a null handle, a task that is initialised already or a model that
+ *                 does not load.
+ */
+KEL_NN_API int kel_nn_facedet_init(kel_nn_handle_t handle, int width, int height);
+
+/** Releases the face detection model. The frame size stays.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_facedet_deinit(kel_nn_handle_t handle);
+
+/** Finds the faces in one image.
+ *
+ *  image    320 * 240 * 3 bytes: the whole frame, scaled to that size without keeping its aspect.
+ *  result   Filled on success, untouched on failure. `boxes` points into the task's own storage,
+ *           also when there is no face. Pixels are those of the frame size that
+ *           kel_nn_facedet_init() was given. Boxes score above 0.8 and overlap with an IoU of at
+ *           most 0.3. Of more than 100 candidates, those of the smaller anchors are considered.
+ *  returns  0, or -1 for a null argument, a failed run or a model whose outputs are too small.
+ *
+ *      kel_nn_facedet_result_t faces;
+ *      if (kel_nn_facedet_process(handle, image, &faces) == 0) draw(faces.boxes, faces.count);
+ */
+KEL_NN_API int kel_nn_facedet_process(kel_nn_handle_t handle, const uint8_t* image,
+                                      kel_nn_facedet_result_t* result);
+
+/* Person detection: where are people? ---------------------------------------------------------- */
+
+#define KEL_NN_PERSONDET_MAX_BOXES 100
+
+/** What a person or four-class detection found. */
+typedef struct kel_nn_det_result {
+  kel_nn_box_t* boxes; /**< `count` boxes, best score first */
+  int32_t count;
+} kel_nn_det_result_t;
+
+/** Loads the person detection model for one orientation of frames.
+ *
+ *  width, height  Of the frames; only which is larger matters. The model's input is
+ *
+ *                     height < width   416 x 256
+ *                     height = width   320 x 320
+ *                     height > width   256 x 416
+ *
+ *                 The orientation is taken over also when the call fails for anything but a null
+ *                 handle; for another orientation call kel_nn_persondet_deinit() first.
+ *  returns        0, or -1 for a null handle, a task that is initialised already or a model that
+ *                 does not load.
+ */
+KEL_NN_API int kel_nn_persondet_init(kel_nn_handle_t handle, int width, int height);
+
+/** Releases the person detection model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_persondet_deinit(kel_nn_handle_t handle);
+
+/** Finds the people in one frame.
+ *
+ *  image       The model's input, `input_size` pixels of 3 channels: the frame, scaled by
+ *              max(input_size) / max(frame_size) and centred on a canvas of the model's size.
+ *  result      Filled on success, untouched on failure. `boxes` points into the task's own storage,
+ *              also when there is nobody. Centres and sizes are whole numbers of pixels of the
+ *              frame, cut off at its edges (at pixel 1, not 0, on the left and top; a box that lies
+ *              outside may come out with a size of 0 or less). Boxes score at least 0.3 and overlap
+ *              with an IoU of at most 0.4 in the image. Of more than KEL_NN_PERSONDET_MAX_BOXES
+ *              candidates the first are considered, not the best: coarse grid before fine grid,
+ *              from the top left.
+ *  frame_size  Of the camera's frame.
+ *  input_size  Must be the model's.
+ *  returns     0; -1 for a null argument; 1 for a failed run, an `input_size` that is not the
+ *              model's or a model whose outputs are too small.
+ *
+ *      const kel_nn_size_t frame = {640, 360}, input = {416, 256};
+ *      kel_nn_det_result_t people;
+ *      if (kel_nn_persondet_process(handle, image, &people, &frame, &input) == 0) {
+ *        draw(people.boxes, people.count);
+ *      }
+ */
+KEL_NN_API int kel_nn_persondet_process(kel_nn_handle_t handle, const void* image,
+                                        kel_nn_det_result_t* result,
+                                        const kel_nn_size_t* frame_size,
+                                        const kel_nn_size_t* input_size);
+
+/* Four-class detection: where are things of four kinds? ---------------------------------------- */
+
+#define KEL_NN_4CLSDET_MAX_BOXES 500
+
+/** Loads the four-class detection model for one orientation of frames; the same as
+ *  kel_nn_persondet_init(), with models and an orientation of its own.
+ */
+KEL_NN_API int kel_nn_4clsdet_init(kel_nn_handle_t handle, int width, int height);
+
+/** Releases the four-class detection model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_4clsdet_deinit(kel_nn_handle_t handle);
+
+/** Finds the objects in one frame; the same as kel_nn_persondet_process(), except that `class_id`
+ *  is 0 to 3, as the model defines them, and that KEL_NN_4CLSDET_MAX_BOXES candidates are
+ *  considered. Objects of different classes suppress each other where they overlap.
+ */
+KEL_NN_API int kel_nn_4clsdet_process(kel_nn_handle_t handle, const void* image,
+                                      kel_nn_det_result_t* result, const kel_nn_size_t* frame_size,
+                                      const kel_nn_size_t* input_size);
+
+/* Face features: who is it? -------------------------------------------------------------------- */
 
 /** The features of one face. */
 typedef struct kel_nn_feature {
@@ -169,7 +304,130 @@ KEL_NN_API int kel_nn_face_feature_extract(kel_nn_handle_t handle, const void* i
 KEL_NN_API float kel_nn_face_feature_similarity_calcul(const kel_nn_feature_t* a,
                                                        const kel_nn_feature_t* b);
 
-/* Cry detection: is a baby crying? -------------------------------------------------------------- */
+/* Face landmarks: where are eyes, nose and mouth? ---------------------------------------------- */
+
+/** Loads the face landmark model.
+ *
+ *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
+ *           load.
+ */
+KEL_NN_API int kel_nn_facelm_init(kel_nn_handle_t handle);
+
+/** Releases the face landmark model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_facelm_deinit(kel_nn_handle_t handle);
+
+/** Finds five points of one face, and which way it looks.
+ *
+ *  image      112 * 112 bytes, grey: a face that fills the picture.
+ *  landmarks  Receives 10 values: x and y of each point, in the model's order.
+ *  pose       Receives 3 values. NULL if they are not wanted.
+ *  returns    0, or -1 for a null argument or a failed run; the arrays are then unchanged.
+ *
+ *  The values are the model's own, neither scaled nor mapped. Both arrays may lie at any address.
+ */
+KEL_NN_API int kel_nn_facelm_process(kel_nn_handle_t handle, const void* image, float* landmarks,
+                                     float* pose);
+
+/* Face classes: which of three kinds of face? -------------------------------------------------- */
+
+/** Loads the face classification model.
+ *
+ *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
+ *           load.
+ */
+KEL_NN_API int kel_nn_face_classify_init(kel_nn_handle_t handle);
+
+/** Releases the face classification model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_face_classify_deinit(kel_nn_handle_t handle);
+
+/** Classifies one face.
+ *
+ *  image     112 * 112 bytes, grey: a face that fills the picture.
+ *  class_id  Receives 0, 1 or 2, the class with the largest output; of equal ones the lowest. What
+ *            the classes are comes with the model.
+ *  score     Receives kel_nn_sigmoid() of that output alone, in 0 to 1. It does not depend on the
+ *            other classes and may be below 0.5.
+ *  returns   0, or -1 for a null argument or a failed run; the results are then unchanged.
+ */
+KEL_NN_API int kel_nn_face_classify_process(kel_nn_handle_t handle, const void* image,
+                                            int* class_id, float* score);
+
+/* Person classes: is it a person? -------------------------------------------------------------- */
+
+/** Loads the person classification model.
+ *
+ *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
+ *           load.
+ */
+KEL_NN_API int kel_nn_person_classify_init(kel_nn_handle_t handle);
+
+/** Releases the person classification model.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int kel_nn_person_classify_deinit(kel_nn_handle_t handle);
+
+/** Tells how probable the first of two classes is. Which of them is a person comes with the model.
+ *
+ *  image    112 * 112 * 3 bytes: what was found, cut out and resized.
+ *  score    Receives the probability of class 0; that of class 1 is the rest.
+ *  returns  0, or -1 for a null argument or a failed run; `score` is then unchanged.
+ */
+KEL_NN_API int kel_nn_person_classify_process(kel_nn_handle_t handle, const void* image,
+                                              float* score);
+
+/* Motion: did the picture really move? --------------------------------------------------------- */
+
+/** Starts the motion filter, which needs no model. There is one in the process, for one camera.
+ *
+ *  A second start replaces the first. A size that no frame has (negative, or of more than 2^31 - 1
+ *  pixels) and a lack of memory are reported by the frames, not here.
+ *
+ *  handle   Only has to be one.
+ *  width    Of the frames, in pixels.
+ *  height   Of the frames, in pixels.
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int32_t kel_nn_pir_filter_init(kel_nn_handle_t handle, int32_t width, int32_t height);
+
+/** Releases the motion filter's memory; frames fail until the next start.
+ *
+ *  returns  0, or -1 for a null handle.
+ */
+KEL_NN_API int32_t kel_nn_pir_filter_deinit(kel_nn_handle_t handle);
+
+/** Takes one frame, and decides at the end of each period whether there was motion.
+ *
+ *  The frame is halved (of every second row, every second pixel) and smoothed. A pixel has changed
+ *  when it differs by more than 20 from the last frame, as did the last frame from the one before.
+ *  The first two frames after the start are only remembered. From the third on each has a vote, and
+ *  at the end of a period the majority decides; a tie is no motion.
+ *
+ *  image    The luma plane, `width` * `height` bytes.
+ *  width    As given at the start.
+ *  height   As given at the start.
+ *  ratio    From how many changed pixels on a frame votes for motion, in per cent of the halved
+ *           frame. Where that makes less than one pixel, and for NaN, every frame does.
+ *  period   Frames in a period, counted from the start on. 0: it never ends.
+ *  result   From the third frame on: 1 for motion, 0 for none, -1 as long as the period goes on.
+ *           Unchanged by the first two frames and after an error.
+ *  returns  0, or -1 for a null argument, another size than at the start, or missing memory.
+ *
+ *      int32_t moved = -1;
+ *      kel_nn_pir_filter_process(handle, luma, 640, 360, 1.0f, 25, &moved);
+ *      if (moved == 1) wake_up();
+ */
+KEL_NN_API int32_t kel_nn_pir_filter_process(kel_nn_handle_t handle, const uint8_t* image,
+                                             int32_t width, int32_t height, float ratio,
+                                             int32_t period, int32_t* result);
+
+/* Cry detection: is a baby crying? ------------------------------------------------------------- */
 
 /** Loads the cry detection model and prepares an empty window of 3 seconds. Prints the window's
  *  length.
@@ -242,6 +500,106 @@ KEL_NN_API float kel_nn_inner(const float* a, const float* b, uint32_t n);
 
 /** The logistic function, 1 / (exp(-x) + 1). */
 KEL_NN_API float kel_nn_sigmoid(float x);
+
+/* -------------------------------------------------------------------------------------------------
+ * Primitives: boxes
+ *
+ * All arithmetic is in single precision. The unit of the boxes does not matter.
+ * ---------------------------------------------------------------------------------------------- */
+
+/** The area that two boxes share over the area that they cover together (IoU): 0 for boxes that do
+ *  not overlap or only touch, and for a null pointer; 1 for equal boxes.
+ */
+KEL_NN_API float nn_calcu_iou(const kel_nn_box_t* a, const kel_nn_box_t* b);
+
+/** Types of non-maximum suppression. */
+#define KEL_NN_NMS_HARD 0     /**< a group becomes its best box */
+#define KEL_NN_NMS_WEIGHTED 1 /**< a group becomes a weighted sum of its boxes, see below */
+
+/** Thins a list of overlapping boxes (non-maximum suppression), in place.
+ *
+ *  The best box opens a group and takes in every box that overlaps it with an IoU above
+ *  `iou_threshold`; the best of the others opens the next group, and so on. Classes are not
+ *  compared.
+ *
+ *  boxes          Sorted by score, best first, in any order among equal scores; then each group's
+ *                 box, in the order of the groups, is written over the front. What follows stays
+ *                 sorted.
+ *  iou_threshold  An IoU equal to it does not suppress.
+ *  nms_type       KEL_NN_NMS_HARD keeps the best box of each group as it is. KEL_NN_NMS_WEIGHTED
+ *                 multiplies all boxes of a group with the same weight, exp(score) over the sum of
+ *                 exp(score) of the group, and adds them up, scores too; `class_id` becomes 0. The
+ *                 weight's score is that of the box that stands in the group's place i, where i is
+ *                 the opener's index in the sorted list: only in the first group is that the
+ *                 opener. A place that the group does not reach holds what an earlier group left
+ *                 there, or a score of 0. The result is not sorted again.
+ *  returns        The number of boxes kept. 0 for a null pointer or a count of 0 or less; 0 with an
+ *                 error printed for another type, with the list sorted.
+ *  memory         Stack: 3 KiB and 40 bytes a box, and never more than 83 KiB; beyond 2048 boxes it
+ *                 only gets slower. KEL_NN_NMS_WEIGHTED then takes 12 bytes a box from the heap;
+ *                 when memory is short, an error is printed and the list is sorted, as for another
+ *                 type.
+ */
+KEL_NN_API int kel_nn_nms(kel_nn_box_t* boxes, int count, float iou_threshold, int nms_type);
+
+/* -------------------------------------------------------------------------------------------------
+ * Primitives: resizing
+ *
+ * Bilinear interpolation of 8-bit images in fixed point: each destination pixel is made of 4 source
+ * pixels, weighted in 2048ths, also where the picture shrinks to less than half and skips others.
+ * Corners lie on corners (not the centres of the corner pixels); the same size gives the same
+ * picture.
+ *
+ * src      Read only; at least 2 x 2 pixels. Must not overlap `dst`.
+ * dst      Memory for the whole result. Nothing but its pixels is written: padding between rows
+ *          stays as it is.
+ * w, h     The destination's size in pixels; srcw and srch are the source's.
+ * strides  Bytes from the start of a row to the start of the next; a negative one goes upwards.
+ * errors   Nothing is printed. A null pointer, a source below 2 x 2 or a destination below 1 x 1
+ *          writes nothing.
+ * memory   At most 40 KiB of stack whatever the size, and nothing from the heap.
+ * ---------------------------------------------------------------------------------------------- */
+
+/** Resizes an image of 1 channel. */
+KEL_NN_API void resize_bilinear_c1(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an image of 2 interleaved channels. */
+KEL_NN_API void resize_bilinear_c2(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an image of 3 interleaved channels. */
+KEL_NN_API void resize_bilinear_c3(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an image of 4 interleaved channels. */
+KEL_NN_API void resize_bilinear_c4(const uint8_t* src, int srcw, int srch, int srcstride,
+                                   uint8_t* dst, int w, int h, int stride);
+
+/** Resizes an NV12 image: srcw * srch bytes of luma, then the chroma rows, each srcw / 2 pairs of
+ *  bytes (rounded down) that start srcw bytes apart; the destination alike.
+ *
+ *  An odd `w` leaves the last byte of each chroma row as it is. The chroma is a picture of its own:
+ *  it is resized only if the source has at least 4 x 4 pixels, the luma from 2 x 2 on.
+ */
+KEL_NN_API void resize_bilinear_yuv420sp(const uint8_t* src, int srcw, int srch, uint8_t* dst,
+                                         int w, int h);
+
+/** Resizes an image of 1 to 4 interleaved channels without padding; other `channels` write nothing.
+ *
+ *  returns  -1, always: also after a successful resize. Do not take it for an error.
+ *
+ *      kel_nn_pixel_resize_bilinear(frame, 640, 360, image, 416, 234, 3);
+ */
+KEL_NN_API int kel_nn_pixel_resize_bilinear(const uint8_t* src, int srcw, int srch, uint8_t* dst,
+                                            int w, int h, int channels);
+
+/** The same as resize_bilinear_yuv420sp().
+ *
+ *  returns  0, always.
+ */
+KEL_NN_API int kel_nn_pixel_resize_bilinear_nv12(const uint8_t* src, int srcw, int srch,
+                                                 uint8_t* dst, int w, int h);
 
 /* -------------------------------------------------------------------------------------------------
  * Primitives: audio
@@ -434,6 +792,62 @@ KEL_NN_API void kel_nn_fft(float* s, int32_t invert);
 KEL_NN_API void kel_nn_real_fft(float* s);
 
 /* -------------------------------------------------------------------------------------------------
+ * Primitives: decoders
+ *
+ * They turn the output map of a detection head of one scale into boxes in pixels of the caller's
+ * image, row by row. For a head of several scales, decode one after the other into what is left of
+ * the array; then suppress overlapping boxes. Of equal class scores, the lowest class wins.
+ *
+ * A null pointer, a stride of 0, a grid without cells, no classes, a negative count or a map that
+ * no memory could hold give 0 boxes. All that is printed is a warning when the array is too short.
+ * ---------------------------------------------------------------------------------------------- */
+
+/** What a YOLOv3 head of one scale is like. */
+typedef struct kel_nn_yolov3_param {
+  int32_t img_w, img_h;     /**< the image in whose pixels boxes are given */
+  int32_t input_w, input_h; /**< the network's input */
+  int32_t class_num;
+  int32_t anchor_num;     /**< in each cell */
+  const int32_t* anchors; /**< width and height of each, in pixels of the network's input */
+  float score_threshold;  /**< a box with this score is kept */
+} kel_nn_yolov3_param_t;
+
+/** What a CenterNet head with distance bins is like. */
+typedef struct kel_nn_centernet_param {
+  int32_t img_w, img_h;     /**< the image in whose pixels boxes are given */
+  int32_t input_w, input_h; /**< the network's input */
+  int32_t reg_max;          /**< the largest distance, in strides; each side has one bin more */
+  int32_t class_num;
+  float score_threshold; /**< a box with this score is dropped */
+} kel_nn_centernet_param_t;
+
+/** Decodes a YOLOv3 map.
+ *
+ *  map        input_h / stride rows of input_w / stride cells of `anchor_num` * (5 + `class_num`)
+ *             floats: for each anchor x, y, width, height, objectness and the classes, all raw.
+ *  boxes      Receives the boxes; `boxes_num` places, and at least one: the first box is written
+ *             even when `boxes_num` is 0.
+ *  boxes_num  Decoding stops, and a warning is printed, as soon as the array is full, whether or
+ *             not there are more boxes.
+ *  returns    How many boxes were written.
+ */
+KEL_NN_API int kel_nn_yolov3_postprocess(const float* map, int stride,
+                                         const kel_nn_yolov3_param_t* param, kel_nn_box_t* boxes,
+                                         uint32_t boxes_num);
+
+/** Decodes a CenterNet map. Boxes end at the edges of the network's input.
+ *
+ *  map        input_h / stride rows of input_w / stride cells of `class_num` + 4 * (`reg_max` + 1)
+ *             floats: the classes, then the bins of the left, top, right and bottom side, all raw.
+ *  boxes      Receives the boxes; `boxes_num` places.
+ *  boxes_num  Decoding stops, and a warning is printed, at the first box without a place.
+ *  returns    How many boxes were written.
+ */
+KEL_NN_API int kel_nn_centernet_postprocess(const float* map, int stride,
+                                            const kel_nn_centernet_param_t* param,
+                                            kel_nn_box_t* boxes, uint32_t boxes_num);
+
+/* -------------------------------------------------------------------------------------------------
  * Engine
  *
  * What the tasks are made of, for models of your own: a graph is a model that can be run, tensors
@@ -481,9 +895,10 @@ typedef struct kel_nn_graph {
  *
  *  scrambled  1: the file is scrambled, as every task's is; 0: the runtime reads the file itself.
  *  returns    0, or -1. When the runtime refuses the model (the printed "load model error" has its
- *             code), the graph counts as initialised until kel_nne_graph_deinit() is called; after
- *             every other failure it is not initialised. More than 16 outputs print an error too,
- *             but the graph works with the first 16.
+ *             code), the graph counts as initialised until kel_nne_graph_deinit() is called. A
+ *             graph that is initialised already stays as it is. After every other failure it is not
+ *             initialised. More than 16 outputs print an error too, but the graph works with the
+ *             first 16.
  */
 KEL_NN_API int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled);
 

@@ -1,9 +1,17 @@
-// Vector maths. Sums run from the first element to the last in single precision, and a division is
-// a division: a product with the reciprocal differs in the last bit. See docs/numerics.md.
+// Vector maths, and boxes: overlap and non-maximum suppression. Sums run from the first element to
+// the last in single precision, and a division is a division: a product with the reciprocal differs
+// in the last bit. See docs/numerics.md.
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 
 #include "kel_nn.h"
 #include "kel_nn_float_rules.h"
+#include "kel_nn_log.h"
+#include "kel_nn_target_clones.h"
+
+// ----- Vectors -----------------------------------------------------------------------------------
 
 namespace {
 
@@ -54,3 +62,234 @@ float kel_nn_inner(const float* a, const float* b, uint32_t n) {
 }
 
 float kel_nn_sigmoid(float x) { return 1.0f / (std::exp(-x) + 1.0f); }
+
+// ----- Boxes -------------------------------------------------------------------------------------
+
+namespace {
+
+// Lists up to this length use scratch on the stack, 40 bytes a box at most. Longer ones get slower.
+constexpr int kMaxFastCount = 2048;
+constexpr int kMinRadixCount = 32;  // shorter ones are sorted faster by comparing
+
+struct Corners {
+  float x1, y1, x2, y2, area;
+};
+
+Corners corners_of(const kel_nn_box_t& box) {
+  // The last 0.5 cancels in exact arithmetic, not in float. Keep it.
+  return {box.cx - box.w * 0.5f + 0.5f, box.cy - box.h * 0.5f + 0.5f, box.cx + box.w * 0.5f + 0.5f,
+          box.cy + box.h * 0.5f + 0.5f, box.w * box.h};
+}
+
+inline float larger(float a, float b) { return a > b ? a : b; }
+inline float smaller(float a, float b) { return a < b ? a : b; }
+
+float iou(const Corners& a, const Corners& b) {
+  const float height = smaller(a.y2, b.y2) - larger(a.y1, b.y1);
+  if (height <= 0.0f) return 0.0f;
+  const float width = smaller(a.x2, b.x2) - larger(a.x1, b.x1);
+  if (width <= 0.0f) return 0.0f;
+  const float intersection = height * width;
+  return intersection / (a.area + b.area - intersection);
+}
+
+// ----- Sorting: best score first
+
+// Ascends where the score descends. Total: NaN has a place too, at one of the ends.
+uint32_t rank_of(float score) {
+  uint32_t bits;
+  std::memcpy(&bits, &score, sizeof(bits));
+  return bits & 0x80000000u ? bits : bits ^ 0x7fffffffu;
+}
+
+struct RankedIndex {
+  uint32_t rank;
+  int32_t index;
+};
+
+// Sorts by rank, digit by digit of 8 bits from the lowest, from one array to the other and back.
+// Returns the one that holds the result.
+RankedIndex* radix_sort(RankedIndex* ranked, RankedIndex* other, int count) {
+  constexpr int kDigits = 4, kDigitValues = 256;
+  uint16_t starts[kDigits][kDigitValues] = {};  // a histogram first
+  for (int i = 0; i < count; ++i) {
+    for (int d = 0; d < kDigits; ++d) ++starts[d][ranked[i].rank >> 8 * d & 255];
+  }
+  for (int d = 0; d < kDigits; ++d) {
+    uint16_t* start = starts[d];
+    if (start[ranked[0].rank >> 8 * d & 255] == count) continue;  // all the same
+    int sum = 0;
+    for (int value = 0; value < kDigitValues; ++value) {
+      const int size = start[value];
+      start[value] = static_cast<uint16_t>(sum);
+      sum += size;
+    }
+    for (int i = 0; i < count; ++i) other[start[ranked[i].rank >> 8 * d & 255]++] = ranked[i];
+    std::swap(ranked, other);
+  }
+  return ranked;
+}
+
+void sort_by_score(kel_nn_box_t* boxes, int count) {
+  if (count < kMinRadixCount || count > kMaxFastCount) {
+    std::sort(boxes, boxes + count, [](const kel_nn_box_t& a, const kel_nn_box_t& b) {
+      return rank_of(a.score) < rank_of(b.score);
+    });
+    return;
+  }
+  const size_t ranked_size = count * sizeof(RankedIndex), boxes_size = count * sizeof(kel_nn_box_t);
+  char* scratch = static_cast<char*>(__builtin_alloca(2 * ranked_size + boxes_size));
+  RankedIndex* ranked = reinterpret_cast<RankedIndex*>(scratch);
+  kel_nn_box_t* unsorted = reinterpret_cast<kel_nn_box_t*>(scratch + 2 * ranked_size);
+  for (int i = 0; i < count; ++i) ranked[i] = {rank_of(boxes[i].score), i};
+  std::copy(boxes, boxes + count, unsorted);
+  ranked = radix_sort(ranked, ranked + count, count);
+  for (int i = 0; i < count; ++i) boxes[i] = unsorted[ranked[i].index];
+}
+
+// ----- Hard suppression
+
+#if defined(__SSE__) || defined(__ARM_NEON) || defined(__mips_msa)
+constexpr bool kHasSimd = true;
+#else
+constexpr bool kHasSimd = false;
+#endif
+
+// Corners of kept boxes, side by side. Unused lanes repeat the first.
+struct KeptBlock {
+  static constexpr int kLanes = kHasSimd ? 8 : 1;
+  float x1[kLanes], y1[kLanes], x2[kLanes], y2[kLanes], area[kLanes];
+
+  void set(int lane, const Corners& c) {
+    x1[lane] = c.x1, y1[lane] = c.y1, x2[lane] = c.x2, y2[lane] = c.y2, area[lane] = c.area;
+  }
+  void fill(const Corners& c) {
+    for (int lane = 0; lane < kLanes; ++lane) set(lane, c);
+  }
+};
+
+// Whether `iou_threshold` < iou() for any of the boxes. For thresholds of 0 or more only: instead
+// of leaving at a side without overlap, it goes on with a side of 0 and a result of 0 or NaN. So
+// there is no branch in the inner loop, and it becomes SIMD; without SIMD, a branch costs less.
+inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners& box,
+                         float iou_threshold) {
+  for (int b = 0; b < block_count; ++b) {
+    const KeptBlock& kept = blocks[b];
+    int any = 0;
+    for (int k = 0; k < KeptBlock::kLanes; ++k) {
+      const float height = smaller(kept.y2[k], box.y2) - larger(kept.y1[k], box.y1);
+      if (!kHasSimd && height <= 0.0f) continue;
+      const float width = smaller(kept.x2[k], box.x2) - larger(kept.x1[k], box.x1);
+      if (!kHasSimd && width <= 0.0f) continue;
+      const float intersection = larger(height, 0.0f) * larger(width, 0.0f);
+      any |= iou_threshold < intersection / (kept.area[k] + box.area - intersection);
+    }
+    if (any) return true;
+  }
+  return false;
+}
+
+// A box is suppressed by the first kept box that overlaps it, so it is enough to compare each with
+// those that were kept before. Kept boxes move forward onto boxes that have been dealt with.
+KEL_NN_TARGET_CLONES
+int suppress_hard(kel_nn_box_t* boxes, int count, float iou_threshold) {
+  const int max_in_blocks = iou_threshold >= 0.0f ? std::min(count, kMaxFastCount) : 0;
+  const int max_blocks = max_in_blocks / KeptBlock::kLanes + 1;
+  KeptBlock* blocks = static_cast<KeptBlock*>(__builtin_alloca(max_blocks * sizeof(KeptBlock)));
+  int block_count = 0, kept = 0;
+  for (int i = 0; i < count; ++i) {
+    const Corners corners = corners_of(boxes[i]);
+    bool suppressed = overlaps_any(blocks, block_count, corners, iou_threshold);
+    for (int k = max_in_blocks; k < kept && !suppressed; ++k) {
+      suppressed = iou_threshold < iou(corners_of(boxes[k]), corners);
+    }
+    if (suppressed) continue;
+    if (kept < max_in_blocks) {
+      const int lane = kept % KeptBlock::kLanes;
+      if (lane == 0) blocks[block_count++].fill(corners);
+      blocks[block_count - 1].set(lane, corners);
+    }
+    boxes[kept++] = boxes[i];
+  }
+  return kept;
+}
+
+// ----- Weighted suppression
+
+struct WeightedScratch {
+  int32_t *waiting, *members;  // indices
+  float* slot_scores;          // of the group's members by place; never cleared between groups
+};
+
+// One weight for the whole group, taken from the slot with the opener's index in the list, whatever
+// group has left its score there. The interface says so.
+kel_nn_box_t weighted_sum(const kel_nn_box_t* boxes, const int32_t* members, int size,
+                          const float* slot_scores) {
+  float total = 0.0f;
+  for (int s = 0; s < size; ++s) total += std::exp(slot_scores[s]);
+  const float weight = std::exp(slot_scores[members[0]]) / total;
+  kel_nn_box_t sum = {};
+  for (int s = 0; s < size; ++s) {
+    const kel_nn_box_t& member = boxes[members[s]];
+    sum.cx += weight * member.cx;
+    sum.cy += weight * member.cy;
+    sum.w += weight * member.w;
+    sum.h += weight * member.h;
+    sum.score += weight * member.score;
+  }
+  return sum;
+}
+
+int suppress_weighted(kel_nn_box_t* boxes, int count, float iou_threshold,
+                      const WeightedScratch& scratch) {
+  int32_t* waiting = scratch.waiting;
+  for (int i = 0; i < count; ++i) waiting[i] = i;
+  std::fill(scratch.slot_scores, scratch.slot_scores + count, 0.0f);
+  int waiting_count = count, kept = 0;
+  while (waiting_count > 0) {
+    const Corners opener = corners_of(boxes[waiting[0]]);
+    int size = 0, left = 0;
+    scratch.members[size++] = waiting[0];
+    for (int k = 1; k < waiting_count; ++k) {
+      const int32_t j = waiting[k];
+      const bool joins = iou_threshold < iou(opener, corners_of(boxes[j]));
+      (joins ? scratch.members[size++] : waiting[left++]) = j;
+    }
+    waiting_count = left;
+    for (int s = 0; s < size; ++s) scratch.slot_scores[s] = boxes[scratch.members[s]].score;
+    boxes[kept++] = weighted_sum(boxes, scratch.members, size, scratch.slot_scores);
+  }
+  return kept;
+}
+
+// -1 when memory is short.
+int suppress_weighted(kel_nn_box_t* boxes, int count, float iou_threshold) {
+  constexpr size_t kBytesPerBox = 2 * sizeof(int32_t) + sizeof(float);
+  const bool on_stack = count <= kMaxFastCount;
+  const size_t size = count * kBytesPerBox;
+  void* memory = on_stack ? __builtin_alloca(size) : std::calloc(count, kBytesPerBox);
+  if (!memory) return -1;
+  int32_t* indices = static_cast<int32_t*>(memory);
+  const WeightedScratch scratch = {indices, indices + count,
+                                   reinterpret_cast<float*>(indices + size_t{2} * count)};
+  const int kept = suppress_weighted(boxes, count, iou_threshold, scratch);
+  if (!on_stack) std::free(memory);
+  return kept;
+}
+
+}  // namespace
+
+float nn_calcu_iou(const kel_nn_box_t* a, const kel_nn_box_t* b) {
+  if (!a || !b) return 0.0f;
+  return iou(corners_of(*a), corners_of(*b));
+}
+
+int kel_nn_nms(kel_nn_box_t* boxes, int count, float iou_threshold, int nms_type) {
+  if (!boxes || count <= 0) return 0;
+  sort_by_score(boxes, count);
+  if (nms_type == KEL_NN_NMS_HARD) return suppress_hard(boxes, count, iou_threshold);
+  KEL_NN_FAIL_IF(nms_type != KEL_NN_NMS_WEIGHTED, 0, "Wrong type of nms: %d", nms_type);
+  const int kept = suppress_weighted(boxes, count, iou_threshold);
+  KEL_NN_FAIL_IF(kept < 0, 0, "Out of memory.");
+  return kept;
+}

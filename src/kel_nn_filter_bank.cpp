@@ -3,7 +3,6 @@
 // Each step's arithmetic is fixed to the bit, in single precision unless a line says double: models
 // have been trained on these very bytes. docs/audio.md goes through the steps.
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 
 #include "kel_nn.h"
@@ -120,8 +119,8 @@ void kel_nn_fft(float* s, int32_t invert) {
     }
   }
   if (invert == 0) return;
-  const float points = static_cast<float>(n / 2);
-  for (int32_t i = 1; i <= n; ++i) s[i] /= points;
+  const int32_t points = n / 2;
+  for (int32_t i = 1; i <= n; ++i) s[i] /= static_cast<float>(points);
 }
 
 void kel_nn_real_fft(float* s) {

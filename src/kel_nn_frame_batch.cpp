@@ -11,15 +11,19 @@
 #include "kel_nn_rotation.h"
 #include "kel_nn_target_clones.h"
 
-// In front of a loop over lanes: unrolled, it is no longer seen as vectors.
-#if defined(__GNUC__) && !defined(__clang__) && __GNUC__ >= 8
+// What GCC must be told to make vectors of the lanes. KEL_NN_STEP, in front of a step for a batch:
+// inlined together, steps lose what __restrict says. KEL_NN_KEEP_LOOP, in front of a loop over
+// lanes: unrolled, it is no longer a loop for the vectoriser.
+#ifdef __clang__
+#define KEL_NN_STEP KEL_NN_TARGET_CLONES
+#else
+#define KEL_NN_STEP KEL_NN_TARGET_CLONES __attribute__((noinline))
+#endif
+#if !defined(__clang__) && __GNUC__ >= 8
 #define KEL_NN_KEEP_LOOP _Pragma("GCC unroll 1")
 #else
 #define KEL_NN_KEEP_LOOP
 #endif
-
-// One step for a batch. Inlined together, steps lose what __restrict says, and with it the vectors.
-#define KEL_NN_STEP KEL_NN_TARGET_CLONES __attribute__((noinline))
 
 namespace kelnn {
 namespace {

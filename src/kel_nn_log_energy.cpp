@@ -1,7 +1,7 @@
 // 19 thousand logarithms a window are a good part of its time, so most do not call log(): a short
 // series, good to 2^-44 of its value, is rounded to float from both ends of an interval 2^-40 to
 // either side. Where both give the same float, log(), which is good to far less than the interval,
-// gives it too. One value in some ten thousand is too close to the middle between two floats, and
+// gives it too. One value in some forty thousand is too close to the middle between two floats and
 // is left to log().
 #include "kel_nn_log_energy.h"
 
@@ -36,9 +36,9 @@ int32_t bound_logs(const float* values, int32_t count, Bounds* bounds) {
     int32_t bits;
     std::memcpy(&bits, values + i, sizeof(bits));
     bits = bits > kBitsOfOne ? bits : kBitsOfOne;
-    const int32_t shifted = bits + (kBitsOfOne - kBitsOfRootHalf);
-    const double exponent = (shifted >> 23) - 127;
-    const int32_t mantissa_bits = (shifted & 0x7fffff) + kBitsOfRootHalf;
+    const int32_t above = bits - kBitsOfRootHalf;
+    const double exponent = above >> 23;
+    const int32_t mantissa_bits = (above & 0x7fffff) + kBitsOfRootHalf;
     float mantissa;
     std::memcpy(&mantissa, &mantissa_bits, sizeof(mantissa));
     // ln m = 2 artanh r = 2 (r + r^3 / 3 + r^5 / 5 ...). |r| is at most 0.1716, and what follows

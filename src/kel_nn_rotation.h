@@ -8,6 +8,7 @@
 #define KEL_NN_ROTATION_H_
 
 #include <cmath>
+#include <cstdint>
 
 namespace kelnn {
 

@@ -99,3 +99,98 @@ for name, weight in [("short_weights", short), ("empty_weights", empty)]:
 for channels, height, width in [(1, 112, 112), (3, 256, 416)]:
     save(f"mean_{width}x{height}x{channels}", [node("GlobalAveragePool", ["x"], ["y"])],
          [("x", [1, channels, height, width])], [("y", [1, channels, 1, 1])])
+
+# Detectors that see patches of pure red, green or blue. What is brighter than 228 counts, so that neither letterbox
+# padding nor grey does; averaged over a cell, a patch of 255 that fills it gives 27 in its channel.
+RED, GREEN, BLUE = range(3)
+
+
+def seen(cell_rows, cell_columns, name):
+    """Nodes: x to [1, 3, rows, columns] of brightness, 0 to 27."""
+    return [node("Sub", ["x", "dark"], [name + "_lit"]), node("Relu", [name + "_lit"], [name + "_bright"]),
+            node("AveragePool", [name + "_bright"], [name], kernel_shape=[cell_rows, cell_columns],
+                 strides=[cell_rows, cell_columns])]
+
+
+def head(source, output, values):
+    """Node and weights of an output, one row a channel: its factors of red, green and blue, and a constant."""
+    rows = numpy.array(values, numpy.float32)
+    return (node("Conv", [source, output + "_w", output + "_b"], [output], kernel_shape=[1, 1]),
+            {output + "_w": rows[:, :3].reshape(-1, 3, 1, 1).copy(), output + "_b": rows[:, 3].copy()})
+
+
+NEVER = [0, 0, 0, -20]
+
+
+def sees(*colours):
+    """A logit: 7 when a cell is filled with one of these colours, below the thresholds at three quarters of it."""
+    return [int(colour in colours) for colour in range(3)] + [-20]
+
+
+def size(factor, wanted, anchor):
+    return [0, 0, 0, factor * numpy.log(wanted / anchor)]
+
+
+def grid_detector(name, width, height, anchors, last_values):
+    """Red and green patches of 32 x 64 around a cell of stride 32, blue ones of 16 x 32 around one of stride 16."""
+    nodes, weights, outputs = [], {"dark": constant(100)}, []
+    for stride, (firing, anchor_width, anchor_height), colours in [(32, anchors[0], (RED, GREEN)),
+                                                                   (16, anchors[1], (BLUE,))]:
+        values = []
+        for anchor in range(3):
+            values += [[0, 0, 0, 0]] * 2 + [size(1, stride, anchor_width), size(1, 2 * stride, anchor_height),
+                                            sees(*colours) if anchor == firing else NEVER] + last_values
+        output = f"stride_{stride}"
+        conv, own_weights = head(f"seen_{stride}", output, values)
+        nodes += seen(stride, stride, f"seen_{stride}") + [conv]
+        weights.update(own_weights)
+        outputs.append((output, [1, len(values), height // stride, width // stride]))
+    save(name, nodes, [("x", [1, 3, height, width])], outputs, weights)
+
+
+for orientation, width, height in [("landscape", 416, 256), ("square", 320, 320), ("portrait", 256, 416)]:
+    # One value that is never read; and four classes of which red is 1, blue 2 and green 3.
+    grid_detector("persons_" + orientation, width, height, [(1, 123, 211), (2, 45, 99)], [[0, 0, 0, 99]])
+    grid_detector("objects_" + orientation, width, height, [(2, 140, 155), (0, 24, 18)],
+                  [[0, 0, 0, 0.5], [1, 0, 0, 0], [0, 0, 1, 0], [0, 1, 0, 0]])
+
+# Faces: red patches of 32 x 24 around a cell of level 1, blue ones of 64 x 60 around one of level 3. The cells of
+# levels 2 and 3 are rounded up to 8 and 4 rows, of 30 and 60 pixels.
+nodes, weights, outputs = [], {"dark": constant(100)}, []
+for level, (rows, columns, cell, anchor_sizes) in enumerate([
+        (30, 40, (8, 8), (10, 16, 24)), (15, 20, (16, 16), (32, 48)),
+        (8, 10, (30, 32), (64, 96)), (4, 5, (60, 64), (128, 192, 256))]):
+    firing, logit, (face_width, face_height) = {1: (1, sees(RED), (32, 24)), 3: (0, sees(BLUE), (64, 60))}.get(
+        level, (0, NEVER, (1, 1)))
+    scores, regressions = [], []
+    for anchor, anchor_size in enumerate(anchor_sizes):
+        scores += [[0, 0, 0, 0], logit if anchor == firing else NEVER]  # background, face
+        regressions += [[0, 0, 0, 0]] * 2 + [size(5, face_width, anchor_size), size(5, face_height, anchor_size)]
+    nodes += seen(*cell, f"seen_{level}")
+    for kind, values in [("scores", scores), ("regressions", regressions)]:
+        conv, own_weights = head(f"seen_{level}", f"{kind}_{level}", values)
+        nodes.append(conv)
+        weights.update(own_weights)
+        outputs.append((f"{kind}_{level}", [1, len(values), rows, columns]))
+save("faces", nodes, [("x", [1, 3, 240, 320])], outputs, weights)
+
+
+def brightness_reader(name, channels, outputs):
+    """Outputs that are linear in the mean of each channel, which is its brightness less 128."""
+    nodes, weights = [node("GlobalAveragePool", ["x"], ["means"])], {}
+    for output, values in outputs.items():
+        rows = numpy.array(values, numpy.float32)
+        nodes.append(node("Conv", ["means", output + "_w", output + "_b"], [output], kernel_shape=[1, 1]))
+        weights[output + "_w"] = rows[:, :channels].reshape(-1, channels, 1, 1).copy()
+        weights[output + "_b"] = rows[:, channels].copy()
+    save(name, nodes, [("x", [1, channels, 112, 112])],
+         [(output, [1, len(values), 1, 1]) for output, values in outputs.items()], weights)
+
+
+# Five points on a diagonal that moves right by a thousandth a grey level; the pose is the brightness, its half, 7.
+brightness_reader("landmarks", 1, {"points": [[0.001 * (i % 2 == 0), 0.1 + i // 2 * 0.2] for i in range(10)],
+                                   "pose": [[1, 0], [0.5, 0], [0, 7]]})
+# Dark is class 0, bright class 2, and what is within 20 levels of the middle class 1.
+brightness_reader("face_classes", 1, {"scores": [[-0.1, 0], [0, 2], [0.1, 0]]})
+# Class 0 is red, class 1 blue.
+brightness_reader("person_classes", 3, {"scores": [[0.05, 0, 0, 0], [0, 0, 0.05, 0]]})

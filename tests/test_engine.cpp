@@ -163,8 +163,11 @@ TEST_F(Engine, AModelThatDoesNotLoadKeepsTheGraphUntilDeinit) {
   EXPECT_NE(graph_.model_data, nullptr);
   EXPECT_EQ(init(), -1);
   expect_error(kInit, "Graph has already been initialized.");
+  runtime.fail_next_input = 20;
   EXPECT_EQ(run(), -1);
-  expect_error("int kel_nne_run_graph(kel_nn_graph_t)", "Uninitialized graph.");
+  expect_error("int kel_nne_run_graph(kel_nn_graph_t)", "Input image fail: 20");
+  EXPECT_EQ(run(), -1);  // a network that runs all the same has nowhere to put its values
+  expect_error("int kel_nne_run_graph(kel_nn_graph_t)", "Invalid output layout in 15 values.");
 
   EXPECT_EQ(kel_nne_graph_deinit(&graph_), 0);
   expect_zero_graph();

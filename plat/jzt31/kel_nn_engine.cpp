@@ -39,9 +39,9 @@ size_t product(size_t a, size_t b) {
 //
 // One block: this header, the output values (where `output_data` points), the private copy of the
 // image. The header keeps the sizes without a member of their own in the graph record.
-struct alignas(16) OutputBlock {
+struct OutputBlock {
   size_t value_count;
-  size_t image_size;
+  size_t image_size;  // bytes
 
   float* values() { return reinterpret_cast<float*>(this + 1); }
   unsigned char* image() { return reinterpret_cast<unsigned char*>(values() + value_count); }
@@ -71,7 +71,8 @@ struct Trailer {
 Trailer read_trailer(const jzdl::Mat<float>& output) {
   const size_t total = runtime::element_count(output);
   if (total == 0) return {false, 0, 0, nullptr};
-  const float declared = output.data[total - 1];
+  const float* values = runtime::data(output);
+  const float declared = values[total - 1];
   if (declared < 0.0f) {  // No outputs. Data beyond the last element is not there to be copied.
     return {true, -1, declared > -1.0f ? total - 1 : total, nullptr};
   }
@@ -79,7 +80,7 @@ Trailer read_trailer(const jzdl::Mat<float>& output) {
   const size_t out_num = static_cast<size_t>(declared);
   if (1 + 3 * out_num > total) return {false, 0, 0, nullptr};
   const size_t value_count = total - 1 - 3 * out_num;
-  return {true, static_cast<int>(out_num), value_count, output.data + value_count};
+  return {true, static_cast<int>(out_num), value_count, values + value_count};
 }
 
 // A shape value as an unsigned integer, or kNoSize for one that no memory could hold.
@@ -117,8 +118,9 @@ char* join_model_path(const char* root, const char* model) {
 // One run on a blank image, to learn the outputs. That its calls may fail does not matter by
 // itself: the output tells.
 void dry_run(kel_nn_graph_t graph, int width, int height, int channels, jzdl::Mat<float>* output) {
-  jzdl::Mat<signed char> image(width, height, channels);
-  if (image.data) std::memset(image.data, 0, runtime::element_count(image));
+  jzdl::Mat<signed char> image = runtime::allocate<signed char>(width, height, channels);
+  const size_t size = runtime::element_count(image);
+  if (size > 0) std::memset(runtime::data(image), 0, size);
   runtime::input(network(graph), image);
   runtime::run(network(graph), *output);
 }
@@ -242,9 +244,9 @@ void kel_nne_show_graph_info(kel_nn_graph_t graph) {
 int kel_nne_run_graph(kel_nn_graph_t graph) {
   KEL_NN_FAIL_IF(!graph, -1, "Unhandled graph.");
   KEL_NN_FAIL_IF(!graph->net, -1, "Uninitialized graph.");
-  // A model that did not load leaves a graph with a network and nothing else.
-  KEL_NN_FAIL_IF(!graph->output_data, -1, "Uninitialized graph.");
-  OutputBlock* block = OutputBlock::of(graph);
+  // A model that did not load leaves a graph without outputs: room for nothing. The network says no.
+  OutputBlock none = {0, 0};
+  OutputBlock* block = graph->output_data ? OutputBlock::of(graph) : &none;
   const kel_nn_tensor& input = graph->inputs[0];
   const size_t height = input.dim[1], width = input.dim[2], channels = input.dim[3];
   const size_t image_size = product(product(width, height), channels);
@@ -272,7 +274,9 @@ int kel_nne_run_graph(kel_nn_graph_t graph) {
   const Trailer trailer = read_trailer(output);  // this run's own
   KEL_NN_FAIL_IF(!trailer.valid || trailer.value_count > block->value_count, -1,
                  "Invalid output layout in %zu values.", runtime::element_count(output));
-  std::memcpy(graph->output_data, output.data, trailer.value_count * sizeof(float));
+  if (trailer.value_count > 0) {
+    std::memcpy(graph->output_data, runtime::data(output), trailer.value_count * sizeof(float));
+  }
   return 0;
 }
 

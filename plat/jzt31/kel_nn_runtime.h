@@ -23,10 +23,19 @@ inline int input(jzdl::BaseNet* net, jzdl::Mat<signed char>& image) {
 }
 inline int run(jzdl::BaseNet* net, jzdl::Mat<float>& output) { return net->run(output, kOwnLayer); }
 
+// A matrix of its own; without elements when memory is short.
+template <typename T>
+jzdl::Mat<T> allocate(int width, int height, int channels) {
+  return jzdl::Mat<T>(width, height, channels);
+}
 // A matrix over memory that somebody else owns.
 template <typename T>
 jzdl::Mat<T> borrow(size_t width, size_t height, size_t channels, T* data) {
   return jzdl::Mat<T>(int(width), int(height), int(channels), data);
+}
+template <typename T>
+T* data(const jzdl::Mat<T>& matrix) {
+  return matrix.data;
 }
 template <typename T>
 size_t element_count(const jzdl::Mat<T>& matrix) {

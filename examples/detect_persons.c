@@ -1,0 +1,67 @@
+/* Prints the people in a picture: detect_persons MODELS/ PICTURE.ppm
+ *
+ * One line for each: score, left, top, width and height in pixels of the picture.
+ */
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "kel_nn.h"
+#include "kel_nn_kit.h"
+
+/* A binary PPM without comments; the pixels are the caller's to free, NULL if it is none. */
+static uint8_t* read_ppm(const char* path, int* width, int* height) {
+  uint8_t* pixels = NULL;
+  FILE* file = fopen(path, "rb");
+  if (!file) return NULL;
+  if (fscanf(file, "P6 %d %d 255", width, height) == 2 && fgetc(file) != EOF && *width > 0 &&
+      *height > 0 && *width <= KEL_NN_KIT_MAX_SIDE && *height <= KEL_NN_KIT_MAX_SIDE) {
+    const size_t size = (size_t)*width * (size_t)*height * 3;
+    pixels = malloc(size);
+    if (pixels && fread(pixels, 1, size, file) != size) {
+      free(pixels);
+      pixels = NULL;
+    }
+  }
+  fclose(file);
+  return pixels;
+}
+
+static int print_people(kel_nn_handle_t handle, const uint8_t* pixels, int width, int height) {
+  static uint8_t input[416 * 256 * 3]; /* the largest of the three inputs */
+  const kel_nn_size_t frame_size = {width, height};
+  const kel_nn_size_t input_size = kel_nn_kit_detector_input(width, height);
+  const kel_nn_kit_frame_t frame = {pixels, width, height, 0, KEL_NN_KIT_RGB, NULL};
+  const kel_nn_kit_image_t image = {input, input_size.w, input_size.h, KEL_NN_KIT_RGB};
+  kel_nn_det_result_t people;
+  if (kel_nn_kit_letterbox(&frame, &image) != 0) return -1;
+  if (kel_nn_persondet_process(handle, input, &people, &frame_size, &input_size) != 0) return -1;
+  for (int i = 0; i < people.count; ++i) {
+    const kel_nn_kit_rect_t r = kel_nn_kit_rect_of_box(&people.boxes[i]);
+    printf("%.2f %d %d %d %d\n", people.boxes[i].score, r.x, r.y, r.w, r.h);
+  }
+  return 0;
+}
+
+int main(int argc, char** argv) {
+  int width, height, result = -1;
+  if (argc != 3) {
+    fprintf(stderr, "usage: %s MODELS/ PICTURE.ppm\n", argv[0]);
+    return 2;
+  }
+  uint8_t* pixels = read_ppm(argv[2], &width, &height);
+  if (!pixels) {
+    fprintf(stderr, "%s: no binary PPM\n", argv[2]);
+    return 1;
+  }
+  kel_nn_set_model_root_dir(argv[1]);
+  kel_nn_handle_t handle = kel_nn_handle_create();
+  if (kel_nn_persondet_init(handle, width, height) == 0) {
+    result = print_people(handle, pixels, width, height);
+  }
+  if (handle) {
+    kel_nn_persondet_deinit(handle);
+    kel_nn_handle_destroy(handle);
+  }
+  free(pixels);
+  return result == 0 ? 0 : 1;
+}

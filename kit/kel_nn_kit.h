@@ -1,0 +1,151 @@
+/* libkelnn_kit: from a camera's frame to the image that a task wants.
+ *
+ * What an application does around libkelnn, beside the library, not in it: link libkelnn_kit.a
+ * before libkelnn.so. People in a 1920 x 1080 NV12 frame:
+ *
+ *     kel_nn_kit_frame_t frame = {data, 1920, 1080, 0, KEL_NN_KIT_NV12, NULL};
+ *     kel_nn_size_t frame_size = {1920, 1080}, input_size = kel_nn_kit_detector_input(1920, 1080);
+ *     kel_nn_kit_image_t input = {pixels, input_size.w, input_size.h, KEL_NN_KIT_RGB};
+ *     kel_nn_det_result_t people;
+ *     if (kel_nn_kit_letterbox(&frame, &input) == 0 &&
+ *         kel_nn_persondet_process(handle, input.data, &people, &frame_size, &input_size) == 0) {
+ *       draw(people.boxes, people.count);
+ *     }
+ *
+ * What holds everywhere
+ *
+ * returns  0 or one of the negative codes below. Nothing is printed. After a failure the image holds
+ *          nothing of use, but nothing beyond it was written.
+ * pixels   Bilinear interpolation with the library's resize functions: the same pixels on every
+ *          processor. A frame that shrinks by more than half is sampled, not averaged.
+ * memory   Frames are only read, and may not overlap the image. Scratch of up to 3 bytes a pixel of
+ *          the image (and 6 bytes a row of a rectangle one pixel wide) comes from the heap and is
+ *          gone on return.
+ * threads  Any, on distinct images.
+ */
+#ifndef KEL_NN_KIT_H_
+#define KEL_NN_KIT_H_
+
+#include "kel_nn.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define KEL_NN_KIT_INVALID (-1)   /**< null pointer, size, stride or format that cannot be */
+#define KEL_NN_KIT_OUTSIDE (-2)   /**< the rectangle and the frame have no pixel in common */
+#define KEL_NN_KIT_NO_MEMORY (-3) /**< no scratch memory */
+
+/** The longest side of a frame or image. */
+#define KEL_NN_KIT_MAX_SIDE 16384
+
+/** What kel_nn_kit_letterbox() puts around the frame, in every channel: the engine subtracts 128
+ *  from each byte, so the network sees 0, the same nothing that its own convolutions pad with.
+ */
+#define KEL_NN_KIT_PADDING 128
+
+/** How pixels are stored, 8 bits a sample.
+ *
+ *  Grey is full range, 0 black to 255 white. From colour it is (77 R + 150 G + 29 B + 128) >> 8.
+ *
+ *  NV12 is a plane of luma, then a plane of one U,V pair for each 2 x 2 pixels, rounded down: the
+ *  last column and row of an odd size share the pair beside them. BT.601; with `>>` rounding down,
+ *  D = U - 128, E = V - 128 and results limited to 0..255:
+ *
+ *      KEL_NN_KIT_NV12, as video is stored: luma 16..235, chroma 16..240; C = 298 (Y - 16)
+ *          R = (C + 409 E + 128) >> 8     G = (C - 100 D - 208 E + 128) >> 8
+ *          B = (C + 516 D + 128) >> 8     grey = (C + 128) >> 8
+ *      KEL_NN_KIT_NV12_FULL, as JPEG stores it: all of them 0..255; C = 256 Y
+ *          R = (C + 359 E + 128) >> 8     G = (C - 88 D - 183 E + 128) >> 8
+ *          B = (C + 454 D + 128) >> 8     grey = Y
+ *
+ *  Ask the camera which of the two it delivers: the wrong one costs contrast, not much else. The
+ *  planes are scaled first, to NV12 of the image's size, and converted after.
+ */
+typedef enum kel_nn_kit_format {
+  KEL_NN_KIT_GREY,
+  KEL_NN_KIT_RGB,
+  KEL_NN_KIT_BGR,
+  KEL_NN_KIT_NV12,
+  KEL_NN_KIT_NV12_FULL
+} kel_nn_kit_format_t;
+
+/** A picture from the camera, or from a file. */
+typedef struct kel_nn_kit_frame {
+  const uint8_t* data;
+  int width, height; /**< pixels; NV12: at least 2 x 2 */
+  int stride; /**< bytes from row to row, in both planes of NV12, up to 65536; 0: no padding */
+  kel_nn_kit_format_t format;
+  const uint8_t* chroma; /**< NV12's second plane; NULL: right after `height` rows of luma */
+} kel_nn_kit_frame_t;
+
+/** What a task wants: `width` * `height` * (1 or 3) bytes of the caller's, no padding. */
+typedef struct kel_nn_kit_image {
+  uint8_t* data;
+  int width, height;
+  kel_nn_kit_format_t format; /**< KEL_NN_KIT_GREY, _RGB or _BGR: what the model was trained with */
+} kel_nn_kit_image_t;
+
+/** `w` x `h` pixels from column `x`, row `y` on. */
+typedef struct kel_nn_kit_rect {
+  int x, y, w, h;
+} kel_nn_kit_rect_t;
+
+/** The input of the person and four-class detectors for frames of that size: 416 x 256 for
+ *  landscape, 320 x 320 for square, 256 x 416 for portrait frames.
+ */
+kel_nn_size_t kel_nn_kit_detector_input(int frame_width, int frame_height);
+
+/** Letterboxes a frame for the person and four-class detectors: scaled by max(image sides) /
+ *  max(frame sides) in both directions and centred, so that the boxes come back at the right place.
+ *
+ *  A direction in which the scaled frame is shorter than the image is padded with
+ *  KEL_NN_KIT_PADDING; one in which it is longer (640 x 480 on 416 x 256: 312 rows) is cut off
+ *  equally on both sides: what is beyond the edges is not seen.
+ *
+ *  Detectors place the frame between pixels, here it starts at a whole one: off by nothing in the
+ *  middle and, at the edges, by at most half a pixel of the frame, or half a pixel of the image where
+ *  that is less and nothing is cut off. docs/kit.md has the figures. (A frame so long that its short
+ *  side scales to less than 2 pixels may be off by 1 pixel of the image.)
+ */
+int kel_nn_kit_letterbox(const kel_nn_kit_frame_t* frame, const kel_nn_kit_image_t* image);
+
+/** Where kel_nn_kit_letterbox() puts what: `source`, in the frame, fills `destination`, in the image;
+ *  the rest of the image is padding. Sides of 1 to KEL_NN_KIT_MAX_SIDE.
+ */
+int kel_nn_kit_letterbox_rects(kel_nn_size_t frame_size, kel_nn_size_t image_size,
+                               kel_nn_kit_rect_t* source, kel_nn_kit_rect_t* destination);
+
+/** Scales the whole frame to the image, without keeping its proportions: what face detection wants
+ *  at 320 x 240 x 3, because it scales its boxes by the frame's width and height.
+ */
+int kel_nn_kit_scale(const kel_nn_kit_frame_t* frame, const kel_nn_kit_image_t* image);
+
+/** Cuts a rectangle out of the frame and scales it to the image, without keeping its proportions.
+ *
+ *  rect     Cut off at the edges of the frame. Where it starts or ends at an odd column or row of
+ *           NV12, its colour (not its luma) is that of the rectangle widened by that pixel.
+ *  returns  KEL_NN_KIT_OUTSIDE when nothing is left of it.
+ *
+ *      kel_nn_kit_image_t person = {pixels, 112, 112, KEL_NN_KIT_RGB};
+ *      kel_nn_kit_crop(&frame, kel_nn_kit_rect_of_box(&people.boxes[0]), &person);
+ */
+int kel_nn_kit_crop(const kel_nn_kit_frame_t* frame, kel_nn_kit_rect_t rect,
+                    const kel_nn_kit_image_t* image);
+
+/** The rectangle of a box, rounded to whole pixels; for the boxes of the person and four-class
+ *  detectors, whose centres are rounded down, exactly the one that was found. Values beyond an int
+ *  are limited; a null box, NaN and sizes below 0 give an empty rectangle.
+ */
+kel_nn_kit_rect_t kel_nn_kit_rect_of_box(const kel_nn_box_t* box);
+
+/** The largest square in the middle of a rectangle; half a pixel up or left where there is no exact
+ *  middle.
+ */
+kel_nn_kit_rect_t kel_nn_kit_centre_square(kel_nn_kit_rect_t rect);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KEL_NN_KIT_H_ */

@@ -1,0 +1,47 @@
+// Person detection: boxes of the people in one frame, from a letterboxed colour image.
+#include "kel_nn_grid_detector.h"
+#include "kel_nn_handle.h"
+#include "kel_nn_log.h"
+#include "kel_nn_model_files.h"
+
+namespace {
+
+constexpr kelnn::GridDetector kPersonGrid = {
+    {{/*stride=*/32, {{64, 187}, {123, 211}, {227, 264}}},
+     {/*stride=*/16, {{7, 17}, {20, 50}, {45, 99}}}},
+    /*values_per_anchor=*/6,  // the last is not used
+    /*class_count=*/0,
+    KEL_NN_PERSONDET_MAX_BOXES,
+    {kelnn::kPersonDetectionLandscapeModel, kelnn::kPersonDetectionSquareModel,
+     kelnn::kPersonDetectionPortraitModel},
+};
+
+kelnn::GridState<KEL_NN_PERSONDET_MAX_BOXES> g_state;
+
+}  // namespace
+
+int kel_nn_persondet_init(kel_nn_handle_t handle, int width, int height) {
+  KEL_NN_FAIL_IF(!handle, -1, "Uninitialized handle.");
+  // Before the model is loaded, and whether or not it can be: the interface says so.
+  g_state.orientation = kelnn::orientation_of(width, height);
+  return kel_nne_graph_init(&handle->graph_persondet, kPersonGrid.model(g_state.orientation),
+                            kelnn::kScrambled);
+}
+
+int kel_nn_persondet_deinit(kel_nn_handle_t handle) {
+  KEL_NN_FAIL_IF(!handle, -1, "Uninitialized handle.");
+  return kel_nne_graph_deinit(&handle->graph_persondet);
+}
+
+int kel_nn_persondet_process(kel_nn_handle_t handle, const void* image, kel_nn_det_result_t* result,
+                             const kel_nn_size_t* frame_size, const kel_nn_size_t* input_size) {
+  const bool complete = handle && image && result && frame_size && input_size;
+  KEL_NN_FAIL_IF(!complete, -1, "Invalid arguments.");
+  const kel_nn_graph_t graph = &handle->graph_persondet;
+  const kelnn::RunStatus run = kelnn::run_image(graph, kelnn::image_shape(*input_size), image);
+  KEL_NN_FAIL_IF(!run.ok(), 1, "%s error: %d", kelnn::failed_call(run), run.code);
+  const auto outputs = kelnn::grid_outputs(kPersonGrid, g_state.orientation, graph);
+  KEL_NN_FAIL_IF(!outputs.complete, 1, "The outputs are smaller than the grids.");
+  *result = kelnn::find_boxes(kPersonGrid, outputs, *frame_size, *input_size, &g_state);
+  return 0;
+}

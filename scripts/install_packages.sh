@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Installs Debian packages by group, those that are missing alone: scripts/install_packages.sh [GROUP...]
+#   build   the library for a PC, the command line, the examples, and the scripts that make samples
+#   test    what scripts/test.sh needs on top
+#   lint    what scripts/lint.sh needs on top
+# Silent when everything is there. Needs root only when something is missing.
+set -euo pipefail
+
+declare -A groups=(
+  [build]="ca-certificates cmake ninja-build g++ libopencv-dnn-dev libopencv-imgcodecs-dev libopencv-imgproc-dev libopencv-videoio-dev libonnx-dev libprotobuf-dev protobuf-compiler
+           zlib1g-dev libcli11-dev nlohmann-json3-dev python3 python3-numpy python3-onnx"
+  [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
+          libbenchmark-dev libfftw3-dev libsndfile1-dev libsamplerate0-dev libyuv-dev espeak-ng"
+  [lint]="clang-format clang-tidy"
+)
+
+[ $# -gt 0 ] || set -- build
+wanted=()
+for group in "$@"; do
+  if [ -z "${groups[$group]:-}" ]; then
+    echo "install_packages.sh: no group '$group'; there are: build lint test" >&2
+    exit 2
+  fi
+  read -r -d '' -a packages <<<"${groups[$group]}" || true
+  wanted+=("${packages[@]}")
+done
+
+missing=()
+for package in "${wanted[@]}"; do
+  state=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
+  [ "$state" = installed ] || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "install_packages.sh: run this as root first: apt-get install ${missing[*]}" >&2
+  exit 1
+fi
+echo "Installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+# A mirror may be busy for a while.
+for attempt in 1 2 3 4 5; do
+  if { apt-get update && apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+    exit 0
+  fi
+  echo "apt-get did not get through (attempt $attempt of 5)" >&2
+  [ "$attempt" -eq 5 ] || sleep $((attempt * 5))
+done
+tail -n 20 "$log" >&2
+exit 1

@@ -1,0 +1,252 @@
+// Overlap of boxes and non-maximum suppression.
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/box_matchers.h"
+#include "support/library_test.h"
+#include "support/plain_boxes.h"
+
+namespace {
+
+using kelnn_test::IsLocatedLine;
+using kelnn_test::LibraryTest;
+using kelnn_test::plain_nms;
+using kelnn_test::same_boxes;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Boxes = std::vector<kel_nn_box_t>;
+
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
+
+int nms(Boxes* boxes, float iou_threshold, int type = KEL_NN_NMS_HARD) {
+  return kel_nn_nms(boxes->data(), static_cast<int>(boxes->size()), iou_threshold, type);
+}
+
+std::vector<float> scores(const Boxes& boxes, size_t count) {
+  std::vector<float> found;
+  for (size_t i = 0; i < count; ++i) found.push_back(boxes[i].score);
+  return found;
+}
+
+TEST(Iou, IsSharedAreaOverCoveredArea) {
+  struct Case {
+    const char* name;
+    kel_nn_box_t a, b;
+    float iou;
+  };
+  const Case cases[] = {
+      {"the same box", {5, 5, 10, 10, 0, 0}, {5, 5, 10, 10, 0, 0}, 1.0f},
+      {"half a box aside", {5, 5, 10, 10, 0, 0}, {10, 5, 10, 10, 0, 0}, 50.0f / 150.0f},
+      {"a quarter of a box inside", {5, 5, 10, 10, 0, 0}, {5, 5, 5, 5, 0, 0}, 0.25f},
+      {"touching side by side", {5, 5, 10, 10, 0, 0}, {15, 5, 10, 10, 0, 0}, 0.0f},
+      {"touching one above the other", {5, 5, 10, 10, 0, 0}, {5, 15, 10, 10, 0, 0}, 0.0f},
+      {"apart", {5, 5, 10, 10, 0, 0}, {50, 50, 10, 10, 0, 0}, 0.0f},
+      {"no width", {5, 5, 0, 10, 0, 0}, {5, 5, 0, 10, 0, 0}, 0.0f},
+      {"scores and classes do not count", {5, 5, 10, 10, 1, 3}, {5, 5, 10, 10, 0, 1}, 1.0f},
+      // 2^23 - 0.5 + 0.5 and 2^23 + 0.5 + 0.5 are both 2^23 in float: no width is left.
+      {"the half that is added", {8388608, 5, 1, 4, 0, 0}, {8388608, 5, 1, 4, 0, 0}, 0.0f},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(nn_calcu_iou(&c.a, &c.b), c.iou);
+    EXPECT_EQ(nn_calcu_iou(&c.b, &c.a), c.iou);
+  }
+  EXPECT_EQ(nn_calcu_iou(nullptr, &cases[0].a), 0.0f);
+  EXPECT_EQ(nn_calcu_iou(&cases[0].a, nullptr), 0.0f);
+}
+
+class Nms : public LibraryTest {};
+
+TEST_F(Nms, KeepsTheBestBoxOfEachGroup) {
+  const kel_nn_box_t a = {5, 5, 10, 10, 0.9f, 1}, a_again = {5, 5, 10, 10, 0.5f, 2};
+  const kel_nn_box_t b = {10, 5, 10, 10, 0.7f, 3};  // an IoU of 1/3 with a
+  const kel_nn_box_t c = {15, 5, 10, 10, 0.6f, 4};  // an IoU of 1/3 with b, none with a
+  const kel_nn_box_t far = {90, 5, 10, 10, 0.8f, 5};
+  struct Case {
+    const char* name;
+    Boxes boxes;
+    float threshold;
+    int kept;
+    Boxes after;  // the kept ones, then what sorting left behind them
+  };
+  const Case cases[] = {
+      {"the same box twice", {a_again, a}, 0.5f, 1, {a, a_again}},
+      {"an IoU equal to the threshold", {a_again, a}, 1.0f, 2, {a, a_again}},
+      {"sorted", {c, far, a}, 0.5f, 3, {a, far, c}},
+      {"other classes too", {a, b}, 0.3f, 1, {a, b}},
+      {"below the threshold", {a, b}, 0.34f, 2, {a, b}},
+      {"suppressed boxes do not suppress", {a, b, c}, 0.3f, 2, {a, c, c}},
+      {"what stays behind", {a_again, b, far, a}, 0.3f, 2, {a, far, b, a_again}},
+      {"a threshold below zero: apart counts as overlapping", {far, a}, -0.1f, 1, {a, far}},
+      {"one box", {b}, 0.5f, 1, {b}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Boxes boxes = c.boxes;
+    EXPECT_EQ(nms(&boxes, c.threshold), c.kept);
+    EXPECT_TRUE(same_boxes(boxes, c.after));
+  }
+  EXPECT_EQ(printed(), "");
+}
+
+TEST_F(Nms, WeightedReturnsASingleBoxAsItIsButOfClass0) {
+  Boxes boxes = {{5, 6, 7, 8, 0.9f, 3}};
+  EXPECT_EQ(nms(&boxes, 0.5f, KEL_NN_NMS_WEIGHTED), 1);
+  EXPECT_TRUE(same_boxes(boxes, {{5, 6, 7, 8, 0.9f, 0}}));
+}
+
+// The weight comes from the slot with the opener's index in the sorted list.
+TEST_F(Nms, WeightedTakesEachGroupsWeightFromTheSlotOfItsOpener) {
+  Boxes boxes = {
+      {10, 10, 8, 8, 0.9f, 1},
+      {100, 10, 8, 8, 0.8f, 1},  // index 0: opens a group of three; 1: one
+      {10, 10, 8, 8, 0.7f, 1},
+      {10, 10, 8, 8, 0.6f, 1},  // index 2 and 3 belong to 0
+      {200, 10, 8, 8, 0.5f, 1},
+      {300, 10, 8, 8, 0.4f, 1},
+      {100, 10, 8, 8, 0.3f, 1},  // 6 belongs to 1
+  };
+  ASSERT_EQ(nms(&boxes, 0.5f, KEL_NN_NMS_WEIGHTED), 4);
+  const auto e = [](float score) { return std::exp(score); };
+  struct Group {
+    const char* name;
+    float weight, score_sum;
+    int size;
+    float cx;
+  };
+  const Group groups[] = {
+      {"the opener's own score", e(0.9f) / (e(0.9f) + e(0.7f) + e(0.6f)), 0.9f + 0.7f + 0.6f, 3,
+       10},
+      {"a member of the same group", e(0.3f) / (e(0.8f) + e(0.3f)), 0.8f + 0.3f, 2, 100},
+      {"a slot that nobody has reached", e(0.0f) / e(0.5f), 0.5f, 1, 200},
+      {"the same", e(0.0f) / e(0.4f), 0.4f, 1, 300},
+  };
+  for (int g = 0; g < 4; ++g) {
+    SCOPED_TRACE(groups[g].name);
+    const float factor = groups[g].weight * static_cast<float>(groups[g].size);
+    EXPECT_FLOAT_EQ(boxes[g].cx, factor * groups[g].cx);
+    EXPECT_FLOAT_EQ(boxes[g].cy, factor * 10.0f);
+    EXPECT_FLOAT_EQ(boxes[g].w, factor * 8.0f);
+    EXPECT_FLOAT_EQ(boxes[g].h, factor * 8.0f);
+    EXPECT_FLOAT_EQ(boxes[g].score, groups[g].weight * groups[g].score_sum);
+    EXPECT_EQ(boxes[g].class_id, 0);
+  }
+  EXPECT_EQ(scores(boxes, 7)[6], 0.3f);  // behind the kept ones, as sorted
+}
+
+TEST_F(Nms, WeightedReadsWhatALargerGroupLeftInASlot) {
+  Boxes boxes = {
+      {10, 10, 8, 8, 0.9f, 1},
+      {100, 10, 8, 8, 0.8f, 1},  // index 1, alone; slot 1 still holds the 0.7 of the first group
+      {10, 10, 8, 8, 0.7f, 1},
+  };
+  ASSERT_EQ(nms(&boxes, 0.5f, KEL_NN_NMS_WEIGHTED), 2);
+  EXPECT_EQ(boxes[1].cx, std::exp(0.7f) / std::exp(0.8f) * 100.0f);
+  EXPECT_GT(boxes[0].score, boxes[1].score);
+}
+
+TEST_F(Nms, ReportsAnUnknownTypeAndLeavesTheListSorted) {
+  Boxes boxes = {{1, 1, 1, 1, 0.1f, 7}, {1, 1, 1, 1, 0.3f, 8}, {1, 1, 1, 1, 0.2f, 9}};
+  EXPECT_EQ(nms(&boxes, 0.5f, 2), 0);
+  EXPECT_THAT(printed(), IsLocatedLine("31", "src/kel_nn_common.cpp", "kel_nn_nms",
+                                       "[Error]Wrong type of nms: 2"));
+  EXPECT_TRUE(
+      same_boxes(boxes, {{1, 1, 1, 1, 0.3f, 8}, {1, 1, 1, 1, 0.2f, 9}, {1, 1, 1, 1, 0.1f, 7}}));
+  EXPECT_EQ(kel_nn_nms(boxes.data(), 0, 0.5f, 2), 0);
+  EXPECT_EQ(kel_nn_nms(nullptr, 3, 0.5f, 2), 0);
+  EXPECT_EQ(kel_nn_nms(boxes.data(), -1, 0.5f, KEL_NN_NMS_HARD), 0);
+  EXPECT_EQ(printed(), "");
+}
+
+TEST_F(Nms, OrdersEveryScoreThatIsANumber) {
+  Boxes boxes;
+  for (float score : {0.0f, -1.0f, kInfinity, 1e-40f, -kInfinity, 2.0f, -1e-40f}) {
+    boxes.push_back({0, 0, 0, 0, score, 0});
+  }
+  const Boxes few = boxes;
+  for (int i = 0; i < 40; ++i) boxes.insert(boxes.end(), few.begin(), few.end());
+  for (Boxes list : {few, boxes}) {  // sorted in two ways, by length
+    ASSERT_EQ(nms(&list, 0.5f), static_cast<int>(list.size()));
+    for (size_t i = 1; i < list.size(); ++i) ASSERT_GE(list[i - 1].score, list[i].score) << i;
+  }
+}
+
+// Clusters, some of them crowded, with different scores.
+Boxes random_boxes(int count, std::mt19937* random) {
+  const auto below = [random](int n) { return static_cast<int>((*random)() % n); };
+  Boxes boxes;
+  for (int i = 0; i < count; ++i) {
+    const float x = static_cast<float>(below(1 + count / 8)) * 20.0f;
+    boxes.push_back({x + static_cast<float>(below(80)) / 8.0f, static_cast<float>(below(64)) / 4.0f,
+                     static_cast<float>(below(160)) / 8.0f, 10.0f + static_cast<float>(below(9)),
+                     static_cast<float>(i) / static_cast<float>(count), below(4)});
+  }
+  std::shuffle(boxes.begin(), boxes.end(), *random);
+  return boxes;
+}
+
+// Counts around the lengths at which the library changes its ways.
+TEST_F(Nms, EqualsThePlainLoopsBitForBit) {
+  std::mt19937 random(1);
+  for (int count : {1, 2, 7, 8, 9, 16, 17, 31, 32, 33, 100, 257, 500, 2048, 2049}) {
+    for (float threshold : {-0.5f, 0.0f, 0.3f, 1.0f, kNan}) {
+      if (count > 500 && threshold != 0.3f) continue;  // the plain loops take their time
+      const Boxes source = random_boxes(count, &random);
+      for (int type : {KEL_NN_NMS_HARD, KEL_NN_NMS_WEIGHTED}) {
+        SCOPED_TRACE(testing::Message() << count << " boxes, " << threshold << ", type " << type);
+        Boxes boxes = source, expected = source;
+        const int kept = plain_nms(expected.data(), count, threshold, type == KEL_NN_NMS_WEIGHTED);
+        ASSERT_EQ(nms(&boxes, threshold, type), kept);
+        ASSERT_TRUE(same_boxes(boxes, expected));
+      }
+    }
+  }
+}
+
+TEST_F(Nms, KeepsMoreBoxesThanItHasFastScratchFor) {
+  Boxes boxes;
+  for (int i = 0; i < 2200; ++i) {
+    const float row = static_cast<float>(i / 2);
+    boxes.push_back({0, 20 * row, 10, 10, row, i});  // each place twice, with equal scores
+  }
+  boxes.insert(boxes.end(), 1100, {0, -100, 10, 10, -1, -1});  // the last one to be kept
+  ASSERT_EQ(nms(&boxes, 0.5f), 1101);
+  for (int i = 0; i < 1100; ++i) ASSERT_EQ(boxes[i].cy, 20.0f * static_cast<float>(1099 - i));
+  EXPECT_EQ(boxes[1100].class_id, -1);
+
+  for (int i = 0; i < 3300; ++i) {
+    // 2500 places. The last 800 to be kept are there again, with scores below all others.
+    const float place = static_cast<float>(i < 800 ? i : i - 800);
+    boxes[i] = {0, 20 * place, 10, 10, static_cast<float>(i), i};
+  }
+  EXPECT_EQ(nms(&boxes, 0.5f), 2500);
+  for (int i = 1; i < 2500; ++i) ASSERT_EQ(boxes[i].class_id, boxes[i - 1].class_id - 1);
+}
+
+TEST_F(Nms, SurvivesNumbersThatAreNone) {
+  for (int type : {KEL_NN_NMS_HARD, KEL_NN_NMS_WEIGHTED}) {
+    for (int count : {5, 50, 3000}) {
+      Boxes boxes;
+      for (int i = 0; i < count; ++i) {
+        const float odd[] = {kNan, -kNan, kInfinity, -kInfinity, 1e38f, 1.0f, 0.5f};
+        boxes.push_back({odd[i % 7], odd[i % 6], odd[i % 5], odd[i % 4], odd[(i + i / 7) % 7], i});
+      }
+      const int kept = nms(&boxes, 0.5f, type);
+      EXPECT_GT(kept, 0);
+      EXPECT_LE(kept, count);
+    }
+  }
+}
+
+// A box of NaN overlaps nothing: every comparison with it is false.
+TEST_F(Nms, KeepsBoxesWithoutAPlace) {
+  Boxes boxes(20, {kNan, kNan, 10, 10, 0.5f, 0});
+  for (float threshold : {0.0f, 0.5f, -1.0f}) EXPECT_EQ(nms(&boxes, threshold), 20);
+}
+
+}  // namespace

@@ -1,0 +1,324 @@
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+
+#include "support/library_test.h"
+#include "support/plain_decoders.h"
+
+namespace kelnn_test {
+namespace {
+
+using ::testing::IsEmpty;
+
+constexpr float kInf = std::numeric_limits<float>::infinity();
+constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
+constexpr char kSource[] = "src/kel_nn_postprocess.cpp";
+constexpr kel_nn_box_t kNoBox = {-7, -7, -7, -7, -7, -7};
+
+class Decoders : public LibraryTest {
+ protected:
+  auto IsWarning(const char* function, int boxes_num) {
+    return IsLocatedLine("33", kSource, function,
+                         "[Warning]The number of predict bounding boxes are more than "
+                         "dest_boxes_num: " +
+                             std::to_string(boxes_num) + ", early stoped, some boxes may missing.");
+  }
+  // Decodes into an array that ends behind `capacity` boxes, or behind one.
+  int yolov3(const std::vector<float>& map, int stride, const kel_nn_yolov3_param_t& param,
+             uint32_t capacity) {
+    boxes.assign(capacity ? capacity : 1, kNoBox);
+    return kel_nn_yolov3_postprocess(map.data(), stride, &param, boxes.data(), capacity);
+  }
+  int centernet(const std::vector<float>& map, int stride, const kel_nn_centernet_param_t& param,
+                uint32_t capacity) {
+    boxes.assign(capacity + 1, kNoBox);
+    return kel_nn_centernet_postprocess(map.data(), stride, &param, boxes.data(), capacity);
+  }
+  std::vector<kel_nn_box_t> boxes;
+};
+
+void expect_near(const kel_nn_box_t& box, const kel_nn_box_t& expected, float tolerance) {
+  EXPECT_NEAR(box.cx, expected.cx, tolerance);
+  EXPECT_NEAR(box.cy, expected.cy, tolerance);
+  EXPECT_NEAR(box.w, expected.w, tolerance);
+  EXPECT_NEAR(box.h, expected.h, tolerance);
+  EXPECT_NEAR(box.score, expected.score, 1e-6);
+  EXPECT_EQ(box.class_id, expected.class_id);
+}
+
+const int32_t kAnchors[] = {32, 64, 16, 8, 5, 7};
+
+TEST_F(Decoders, Yolov3PlacesABoxInTheImage) {
+  // Two columns and one row of 32 pixels, two anchors; the last place holds the object.
+  const kel_nn_yolov3_param_t param = {640, 320, 64, 32, 2, 2, kAnchors, 0.3f};
+  const float e = -100;  // empty
+  const std::vector<float> map = {0, 0, 0, 0, e, 0, 0, 0, 0, 0, 0,       e, 0, 0,
+                                  0, 0, 0, 0, e, 0, 0, 0, 0, 0, logf(2), 0, 0, 0};
+  ASSERT_EQ(yolov3(map, 32, param, 2), 1);
+  // x: 640 * 1.5 / 2; width: 640 * 1 * 16 / 64; height: 320 * 2 * 8 / 32. The score is
+  // 1 / (1 + 1 * (1 + 1)), where a product of sigmoids would be 1 / 4.
+  expect_near(boxes[0], {480, 160, 160, 160, 1.0f / 3, 0}, 1e-3f);
+  EXPECT_EQ(printed(), "");
+}
+
+TEST_F(Decoders, CenterNetPlacesABoxInTheImage) {
+  struct Case {
+    const char* name;
+    std::vector<float> sides;  // three bins each: left, top, right, bottom
+    kel_nn_box_t box;
+  };
+  const float e = -200;  // no weight
+  // The second of two cells of 16 pixels has its centre at (24, 8) of 32 x 16 pixels, which are a
+  // half and a quarter of the image's.
+  const Case cases[] = {
+      {"equal bins are half of the largest distance",
+       {1, 1, 1, 5, 5, 5, e, e, e, -3, -3, -3},
+       {40, 32, 48, 64, 0.5f, 0}},
+      {"no distance", {0, e, e, 0, e, e, 0, e, e, 0, e, e}, {48, 32, 0, 0, 0.5f, 0}},
+      {"cut at the right and at the lower edge",
+       {0, e, e, 0, e, e, e, e, 0, e, e, 0},
+       {56, 48, 16, 32, 0.5f, 0}},
+      {"cut at the left and at the upper edge",
+       {e, e, 0, e, e, 0, 0, e, e, 0, e, e},
+       {24, 16, 48, 32, 0.5f, 0}},
+      {"no numbers reach from edge to edge",
+       {NAN, 0, 0, 0, NAN, 0, kInf, 0, 0, 0, 0, NAN},
+       {32, 32, 64, 64, 0.5f, 0}},
+  };
+  const kel_nn_centernet_param_t param = {64, 64, 32, 16, 2, 1, 0.4f};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<float> map(26, e);
+    map[13] = 0;
+    std::copy(c.sides.begin(), c.sides.end(), map.begin() + 14);
+    ASSERT_EQ(centernet(map, 16, param, 1), 1);
+    expect_near(boxes[0], c.box, 1e-3f);
+    EXPECT_EQ(printed(), "");
+  }
+}
+
+TEST_F(Decoders, Yolov3WarnsWhenTheArrayIsFull) {
+  const kel_nn_yolov3_param_t param = {64, 64, 64, 32, 1, 1, kAnchors, 0.3f};
+  const std::vector<float> map(12, 0);  // two boxes
+  struct Case {
+    uint32_t capacity;
+    int count;
+    bool warns;
+  };
+  const Case cases[] = {{3, 2, false}, {2, 2, true}, {1, 1, true}, {0, 1, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.capacity);
+    EXPECT_EQ(yolov3(map, 32, param, c.capacity), c.count);
+    EXPECT_EQ(boxes[c.count - 1].cx, c.count == 1 ? 16 : 48);
+    if (c.warns) {
+      EXPECT_THAT(printed(), IsWarning("kel_nn_yolov3_postprocess", static_cast<int>(c.capacity)));
+    } else {
+      EXPECT_EQ(printed(), "");
+    }
+  }
+}
+
+TEST_F(Decoders, CenterNetWarnsWhenABoxIsLost) {
+  const kel_nn_centernet_param_t param = {64, 64, 64, 32, 0, 1, 0.3f};
+  const std::vector<float> map(10, 0);  // two boxes
+  struct Case {
+    uint32_t capacity;
+    int count;
+    bool warns;
+  };
+  const Case cases[] = {{3, 2, false}, {2, 2, false}, {1, 1, true}, {0, 0, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.capacity);
+    EXPECT_EQ(centernet(map, 32, param, c.capacity), c.count);
+    EXPECT_EQ(boxes[c.count].class_id, kNoBox.class_id);
+    if (c.warns) {
+      EXPECT_THAT(printed(),
+                  IsWarning("kel_nn_centernet_postprocess", static_cast<int>(c.capacity)));
+    } else {
+      EXPECT_EQ(printed(), "");
+    }
+  }
+}
+
+// The score of logits of 0, and the floats beside it. Next to 1, too, where rounding is coarse.
+TEST_F(Decoders, KeepsOrDropsAScoreEqualToTheThreshold) {
+  for (const float logit : {0.0f, -60.0f, -3.0f, 3.0f, 7.0f, 12.0f, 16.0f}) {
+    SCOPED_TRACE(logit);
+    kel_nn_yolov3_param_t yolo = {64, 64, 32, 32, 1, 1, kAnchors, 0};
+    const std::vector<float> place = {0, 0, 0, 0, logit, 100};
+    const float yolo_score = 1.0f / (1.0f + expf(-logit) * (1.0f + expf(-100.0f)));
+    yolo.score_threshold = yolo_score;
+    EXPECT_EQ(yolov3(place, 32, yolo, 9), 1);
+    yolo.score_threshold = std::nextafter(yolo_score, 2.0f);
+    EXPECT_EQ(yolov3(place, 32, yolo, 9), 0);
+
+    kel_nn_centernet_param_t center = {64, 64, 32, 32, 0, 1, 0};
+    const std::vector<float> cell = {logit, 0, 0, 0, 0};
+    const float center_score = 1.0f / (expf(-logit) + 1.0f);
+    center.score_threshold = center_score;
+    EXPECT_EQ(centernet(cell, 32, center, 9), 0);
+    center.score_threshold = std::nextafter(center_score, -1.0f);
+    EXPECT_EQ(centernet(cell, 32, center, 9), 1);
+  }
+}
+
+TEST_F(Decoders, TakeTheFirstOfTheLargestClassScores) {
+  struct Case {
+    std::vector<float> scores;
+    int class_id;  // -1: no box
+  };
+  std::vector<float> many(85, 0.0f), many_after_nan(many);
+  many[3] = many[41] = many[84] = 2;
+  many_after_nan[80] = 1;
+  many_after_nan[2] = NAN;
+  const Case cases[] = {
+      {{1, 1}, 0}, {{0, 1, 1}, 1},       {{1, NAN, 3}, 2},   {{NAN, 5}, -1},
+      {{7}, 0},    {{-0.0f, 0.0f}, 0},   {{-kInf, kInf}, 1}, {{-kInf, -kInf}, -1},
+      {many, 3},   {many_after_nan, 80},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.scores));
+    const int class_num = static_cast<int>(c.scores.size());
+    std::vector<float> place = {0, 0, 0, 0, 5};
+    place.insert(place.end(), c.scores.begin(), c.scores.end());
+    EXPECT_EQ(yolov3(place, 32, {64, 64, 32, 32, class_num, 1, kAnchors, 0.01f}, 9),
+              c.class_id < 0 ? 0 : 1);
+    if (c.class_id >= 0) {
+      EXPECT_EQ(boxes[0].class_id, c.class_id);
+    }
+    std::vector<float> cell(c.scores);
+    cell.insert(cell.end(), 4, 0.0f);
+    EXPECT_EQ(centernet(cell, 32, {64, 64, 32, 32, 0, class_num, 0.01f}, 9),
+              c.class_id < 0 ? 0 : 1);
+    if (c.class_id >= 0) {
+      EXPECT_EQ(boxes[0].class_id, c.class_id);
+    }
+  }
+}
+
+TEST_F(Decoders, GiveNoBoxesForWhatCannotBe) {
+  const std::vector<float> map(100, 1.0f);
+  kel_nn_box_t box = kNoBox;
+  const kel_nn_yolov3_param_t good = {64, 64, 32, 32, 1, 1, kAnchors, 0.1f};
+  struct Yolov3Case {
+    const char* name;
+    int stride;
+    kel_nn_yolov3_param_t param;
+  };
+  const Yolov3Case yolov3_cases[] = {
+      {"no stride", 0, good},
+      {"a negative stride", -8, good},
+      {"a stride beyond the input", 33, good},
+      {"the most negative input by -1", -1, {64, 64, kMin, kMin, 1, 1, kAnchors, 0.1f}},
+      {"no width", 8, {64, 64, 0, 32, 1, 1, kAnchors, 0.1f}},
+      {"no classes", 32, {64, 64, 32, 32, 0, 1, kAnchors, 0.1f}},
+      {"negative classes", 32, {64, 64, 32, 32, kMin, 1, kAnchors, 0.1f}},
+      {"no anchors", 32, {64, 64, 32, 32, 1, 0, kAnchors, 0.1f}},
+      {"negative anchors", 32, {64, 64, 32, 32, 1, -1, kAnchors, 0.1f}},
+      {"null anchors", 32, {64, 64, 32, 32, 1, 1, nullptr, 0.1f}},
+      {"more than memory", 1, {64, 64, kMax, kMax, kMax, kMax, kAnchors, 0.1f}},
+      {"a threshold above 1", 32, {64, 64, 32, 32, 1, 1, kAnchors, 1.5f}},
+      {"a threshold that is not a number", 32, {64, 64, 32, 32, 1, 1, kAnchors, NAN}},
+  };
+  for (const Yolov3Case& c : yolov3_cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(kel_nn_yolov3_postprocess(map.data(), c.stride, &c.param, &box, 1), 0);
+  }
+  EXPECT_EQ(kel_nn_yolov3_postprocess(nullptr, 32, &good, &box, 1), 0);
+  EXPECT_EQ(kel_nn_yolov3_postprocess(map.data(), 32, nullptr, &box, 1), 0);
+  EXPECT_EQ(kel_nn_yolov3_postprocess(map.data(), 32, &good, nullptr, 1), 0);
+
+  const kel_nn_centernet_param_t fine = {64, 64, 32, 32, 1, 1, 0.1f};
+  struct CenterNetCase {
+    const char* name;
+    int stride;
+    kel_nn_centernet_param_t param;
+  };
+  const CenterNetCase centernet_cases[] = {
+      {"no stride", 0, fine},
+      {"no classes", 32, {64, 64, 32, 32, 1, 0, 0.1f}},
+      {"negative bins", 32, {64, 64, 32, 32, -1, 1, 0.1f}},
+      {"the fewest bins", 32, {64, 64, 32, 32, kMin, 1, 0.1f}},
+      {"more than memory", 1, {64, 64, kMax, kMax, kMax, kMax, 0.1f}},
+      {"a threshold of 1", 32, {64, 64, 32, 32, 1, 1, 1.0f}},
+      {"a threshold that is not a number", 32, {64, 64, 32, 32, 1, 1, NAN}},
+  };
+  for (const CenterNetCase& c : centernet_cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(kel_nn_centernet_postprocess(map.data(), c.stride, &c.param, &box, 1), 0);
+  }
+  EXPECT_EQ(kel_nn_centernet_postprocess(nullptr, 32, &fine, &box, 1), 0);
+  EXPECT_EQ(kel_nn_centernet_postprocess(map.data(), 32, nullptr, &box, 1), 0);
+  EXPECT_EQ(kel_nn_centernet_postprocess(map.data(), 32, &fine, nullptr, 1), 0);
+  EXPECT_EQ(std::memcmp(&box, &kNoBox, sizeof(box)), 0);
+  EXPECT_EQ(printed(), "");
+}
+
+// Logits around 0, some of them extreme or not a number.
+std::vector<float> random_logits(size_t count, std::mt19937* random) {
+  const float odd[] = {0.0f, -0.0f, 90.0f, -90.0f, 200.0f, -200.0f, kInf, -kInf, NAN};
+  std::normal_distribution<float> spread(-1.0f, 3.0f);
+  std::vector<float> logits(count);
+  for (float& x : logits) x = (*random)() % 200 == 0 ? odd[(*random)() % 9] : spread(*random);
+  return logits;
+}
+
+void expect_same(const std::vector<kel_nn_box_t>& boxes, int count,
+                 const std::vector<kel_nn_box_t>& expected, int expected_count) {
+  ASSERT_EQ(count, expected_count);
+  for (int i = 0; i < count; ++i) {
+    // All NaN are alike, but nothing else that differs is.
+    const float* a = &boxes[i].cx;
+    const float* b = &expected[i].cx;
+    for (int v = 0; v < 5; ++v) {
+      if (std::isnan(a[v]) && std::isnan(b[v])) continue;
+      ASSERT_EQ(std::memcmp(a + v, b + v, sizeof(float)), 0)
+          << "box " << i << ", value " << v << ": " << a[v] << " for " << b[v];
+    }
+    ASSERT_EQ(boxes[i].class_id, expected[i].class_id) << "box " << i;
+  }
+}
+
+TEST_F(Decoders, AgreeWithThePlainOnesBitForBit) {
+  std::mt19937 random(5);
+  const float thresholds[] = {0.5f,  0.3f,   0.9f, 0.999f, 0.9995f, 1.0f,
+                              1e-6f, 1e-31f, 0.0f, -1.0f,  0.05f,   0.7f};
+  int box_count = 0;
+  for (int round = 0; round < 240; ++round) {
+    SCOPED_TRACE(round);
+    const float threshold = thresholds[round % 12];
+    const int stride = 8 << random() % 3;
+    const int input_w = stride * (1 + random() % 9) + random() % stride;
+    const int input_h = stride * (1 + random() % 7) + random() % stride;
+    const int class_num = 1 + random() % (round % 3 == 0 ? 90 : 9);
+    const int img_w = 1 + random() % 2000, img_h = 1 + random() % 2000;
+    const size_t cells = size_t(input_w / stride) * (input_h / stride);
+
+    const int anchor_num = 1 + random() % 3;
+    const kel_nn_yolov3_param_t yolo = {img_w,     img_h,      input_w,  input_h,
+                                        class_num, anchor_num, kAnchors, threshold};
+    std::vector<kel_nn_box_t> expected(cells * anchor_num);
+    std::vector<float> map = random_logits(cells * anchor_num * (5 + class_num), &random);
+    int expected_count = plain_yolov3(map.data(), stride, yolo, expected.data());
+    int count = yolov3(map, stride, yolo, static_cast<uint32_t>(expected.size() + 1));
+    expect_same(boxes, count, expected, expected_count);
+    box_count += count;
+
+    // Few bins, and more than a buffer of usual size has room for.
+    const int reg_max = round % 7 == 0 ? 60 + random() % 200 : random() % 20;
+    const kel_nn_centernet_param_t center = {img_w,   img_h,     input_w,  input_h,
+                                             reg_max, class_num, threshold};
+    map = random_logits(cells * (class_num + 4 * (reg_max + 1)), &random);
+    expected_count = plain_centernet(map.data(), stride, center, expected.data());
+    count = centernet(map, stride, center, static_cast<uint32_t>(cells));
+    expect_same(boxes, count, expected, expected_count);
+    box_count += count;
+  }
+  EXPECT_GT(box_count, 5000);
+  EXPECT_THAT(printed_messages(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace kelnn_test

@@ -1,0 +1,471 @@
+// Person and four-class detection over the scripted runtime. Most tests run with both.
+#include <climits>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kel_nn_grid_detector.h"
+#include "kel_nn_handle.h"
+#include "kel_nn_model_files.h"
+#include "support/box_matchers.h"
+#include "support/library_test.h"
+#include "support/plain_boxes.h"
+#include "support/plain_detectors.h"
+
+namespace {
+
+using kelnn_test::IsLocatedLine;
+using kelnn_test::same_boxes;
+using kelnn_test::TaskTest;
+using ::testing::ElementsAre;
+
+using Boxes = std::vector<kel_nn_box_t>;
+
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
+
+// ----- Back into the frame -----------------------------------------------------------------------
+
+TEST(GridDetector, MapsBoxesIntoTheFrame) {
+  struct Case {
+    const char* name;
+    kel_nn_size_t frame, input;
+    kel_nn_box_t box, mapped;
+  };
+  const kel_nn_size_t kWide = {640, 360},
+                      kWideInput = {416, 256};  // scale 0.65, 11 rows of padding
+  const kel_nn_size_t kSame = {320, 320};       // scale 1, no padding
+  const float kHuge = 1e30f;
+  const Case cases[] = {
+      {"centre of a wide frame",
+       kWide,
+       kWideInput,
+       {208, 128, 65, 117, 0.9f, 2},
+       {320, 180, 100, 180, 0.9f, 2}},
+      {"centre of a high frame",
+       {360, 640},
+       {256, 416},
+       {128, 208, 117, 65, 0.9f, 2},
+       {180, 320, 180, 100, 0.9f, 2}},
+      {"in place", kSame, kSame, {100, 90, 40, 20, 1, 3}, {100, 90, 40, 20, 1, 3}},
+      {"cut to whole pixels",
+       kSame,
+       kSame,
+       {100.9f, 90.9f, 40.9f, 21.9f, 1, 0},
+       {100, 89, 40, 21, 1, 0}},
+      {"the limit is pixel 1 on the left and top",
+       kSame,
+       kSame,
+       {10, 10, 20, 20, 1, 0},
+       {10, 10, 19, 19, 1, 0}},
+      {"beyond the left", kSame, kSame, {-50, 90, 40, 20, 1, 0}, {10, 90, 19, 20, 1, 0}},
+      {"no width at the left edge", kSame, kSame, {0, 90, 0, 20, 1, 0}, {0, 90, -1, 20, 1, 0}},
+      {"to the right and bottom edge",
+       kSame,
+       kSame,
+       {310, 310, 20, 20, 1, 0},
+       {309, 309, 19, 19, 1, 0}},
+      {"wider than the frame", kSame, kSame, {160, 90, 999, 20, 1, 0}, {160, 90, 318, 20, 1, 0}},
+      {"outside", kSame, kSame, {400, 90, 20, 20, 1, 0}, {354, 90, -71, 20, 1, 0}},
+      {"without bounds",
+       kSame,
+       kSame,
+       {kHuge, -kHuge, kHuge, kInfinity, 1, 0},
+       {1073741952.0f, 80, -2147483136.0f, 159, 1, 0}},
+      {"not a number", kSame, kSame, {kNan, 90, kNan, 20, 1, 0}, {0, 90, -1, 20, 1, 0}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Boxes mapped(1);
+    kelnn::map_to_frame(&c.box, 1, c.frame, c.input, mapped.data());
+    EXPECT_TRUE(same_boxes(mapped, {c.mapped}));
+  }
+}
+
+// No particular result: only that there is one.
+TEST(GridDetector, MapsIntoFramesThatAreNone) {
+  const kel_nn_box_t boxes[] = {{208, 128, 65, 117, 1, 0}, {-kInfinity, kNan, 1e30f, -1e30f, 1, 0}};
+  for (const kel_nn_size_t& frame : std::vector<kel_nn_size_t>{
+           {0, 0}, {0, 360}, {-1, -1}, {INT_MIN, INT_MIN}, {INT_MAX, INT_MAX}, {INT_MIN, 1}}) {
+    kel_nn_box_t mapped[2];
+    kelnn::map_to_frame(boxes, 2, frame, {416, 256}, mapped);
+    EXPECT_EQ(mapped[0].score, 1.0f);
+  }
+}
+
+// Candidates show the last bits, which whole pixels hide.
+TEST(GridDetector, DecodesLikeThePlainLoopsBitForBit) {
+  const kelnn::GridDetector detector = {
+      {{32, {{68, 52}, {74, 118}, {140, 155}}}, {16, {{24, 18}, {37, 36}, {41, 76}}}},
+      9,
+      4,
+      500,
+      {}};
+  std::mt19937 random(6);
+  std::normal_distribution<float> normal;
+  std::vector<float> values[2] = {std::vector<float>(8 * 13 * 27),
+                                  std::vector<float>(16 * 26 * 27)};
+  for (auto& output : values) {
+    for (float& value : output) value = 2 * normal(random);
+  }
+  const float* const outputs[2] = {values[0].data(), values[1].data()};
+  const kel_nn_size_t network = {416, 256};
+  for (const kel_nn_size_t& input : {network, kel_nn_size_t{419, 253}}) {
+    Boxes boxes(500), expected(500);
+    boxes.resize(kelnn::decode_grids(detector, kelnn::Orientation::kLandscape,
+                                     {{outputs[0], outputs[1]}, true}, input, boxes.data()));
+    expected.resize(kelnn_test::plain_decode_grids(kelnn_test::kPlainFourClasses, network, outputs,
+                                                   input, expected.data()));
+    EXPECT_TRUE(same_boxes(boxes, expected));
+  }
+}
+
+// ----- Both detectors ----------------------------------------------------------------------------
+
+struct Detector {
+  const char* name;
+  const char* path;
+  int (*init)(kel_nn_handle_t, int, int);
+  int (*deinit)(kel_nn_handle_t);
+  int (*process)(kel_nn_handle_t, const void*, kel_nn_det_result_t*, const kel_nn_size_t*,
+                 const kel_nn_size_t*);
+  kel_nn_graph kel_nn_handle::*graph;
+  const kelnn_test::PlainGrid& plain;
+  const char* models[3];  // landscape, square, portrait
+};
+const Detector kPersons = {
+    "persondet",
+    "plat/jzt31/kel_nn_persondet.cpp",
+    kel_nn_persondet_init,
+    kel_nn_persondet_deinit,
+    kel_nn_persondet_process,
+    &kel_nn_handle::graph_persondet,
+    kelnn_test::kPlainPersons,
+    {kelnn::kPersonDetectionLandscapeModel, kelnn::kPersonDetectionSquareModel,
+     kelnn::kPersonDetectionPortraitModel},
+};
+const Detector kFourClasses = {
+    "4clsdet",
+    "plat/jzt31/kel_nn_4cls_det.cpp",
+    kel_nn_4clsdet_init,
+    kel_nn_4clsdet_deinit,
+    kel_nn_4clsdet_process,
+    &kel_nn_handle::graph_4clsdet,
+    kelnn_test::kPlainFourClasses,
+    {kelnn::kFourClassLandscapeModel, kelnn::kFourClassSquareModel, kelnn::kFourClassPortraitModel},
+};
+
+constexpr kel_nn_size_t kLandscape = {416, 256}, kSquare = {320, 320}, kPortrait = {256, 416};
+
+// The two outputs for an input of that size; every anchor says no.
+struct Network {
+  kel_nn_size_t input;
+  int values_per_anchor;
+  std::vector<float> outputs[2];
+
+  Network(const Detector& detector, const kel_nn_size_t& size)
+      : input(size), values_per_anchor(detector.plain.values_per_anchor) {
+    for (int o = 0; o < 2; ++o) {
+      const int stride = o == 0 ? 32 : 16;
+      outputs[o].assign((size.w / stride) * (size.h / stride) * 3 * values_per_anchor, 0.0f);
+    }
+    for_each_anchor([](float* values) { values[4] = -20.0f; });
+  }
+  void for_each_anchor(const std::function<void(float*)>& change) {
+    for (auto& output : outputs) {
+      for (size_t i = 0; i < output.size(); i += values_per_anchor) change(&output[i]);
+    }
+  }
+  float* anchor(int output, int row, int column, int index) {
+    const int columns = input.w / (output == 0 ? 32 : 16);
+    return &outputs[output][((row * columns + column) * 3 + index) * values_per_anchor];
+  }
+};
+
+class GridDetection : public TaskTest, public testing::WithParamInterface<const Detector*> {
+ protected:
+  ~GridDetection() override { detector.deinit(handle); }
+
+  void play(const Network& network) {
+    runtime.input_shape = {network.input.w, network.input.h, 3};
+    std::vector<kelnn_test::Output> outputs;
+    for (const auto& values : network.outputs) {
+      outputs.push_back({{1, 1, static_cast<float>(values.size())}, values});
+    }
+    runtime.set_outputs(outputs);
+  }
+  void init(const kel_nn_size_t& frame, const Network& network) {
+    play(network);
+    ASSERT_EQ(detector.init(handle, frame.w, frame.h), 0);
+    printed();
+  }
+  int process(const kel_nn_size_t& frame, const kel_nn_size_t& input) {
+    image_.resize(416 * 320 * 3, 130);
+    return detector.process(handle, image_.data(), &result_, &frame, &input);
+  }
+  Boxes detect(const Network& network, const kel_nn_size_t& frame) {
+    play(network);
+    EXPECT_EQ(process(frame, network.input), 0);
+    return {result_.boxes, result_.boxes + result_.count};
+  }
+  // What the plain loops make of it with the grids of `grid`.
+  Boxes plain_detect(const Network& network, const kel_nn_size_t& grid,
+                     const kel_nn_size_t& frame) {
+    Boxes boxes(detector.plain.max_boxes);
+    const float* const outputs[2] = {network.outputs[0].data(), network.outputs[1].data()};
+    int count =
+        kelnn_test::plain_decode_grids(detector.plain, grid, outputs, network.input, boxes.data());
+    if (count > 0) count = kelnn_test::plain_nms(boxes.data(), count, 0.4f, /*weighted=*/false);
+    boxes.resize(count);
+    for (auto& box : boxes) box = kelnn_test::plain_map_to_frame(box, frame, network.input);
+    return boxes;
+  }
+  Network random_network(const kel_nn_size_t& input, float bias, unsigned seed) {
+    std::mt19937 random(seed);
+    std::normal_distribution<float> normal;
+    Network network(detector, input);
+    network.for_each_anchor([&](float* values) {
+      for (int i = 0; i < network.values_per_anchor; ++i) values[i] = normal(random);
+      values[4] += bias;
+    });
+    return network;
+  }
+  std::string function(const char* suffix) {
+    return std::string("kel_nn_") + detector.name + suffix;
+  }
+
+  const Detector& detector = *GetParam();
+  std::vector<unsigned char> image_;
+  kel_nn_det_result_t result_ = {nullptr, -1};
+};
+
+INSTANTIATE_TEST_SUITE_P(, GridDetection, testing::Values(&kPersons, &kFourClasses),
+                         [](const auto& info) { return std::string("Of_") + info.param->name; });
+
+TEST_P(GridDetection, ChoosesTheModelByOrientation) {
+  struct Case {
+    int width, height;
+    int model;
+  };
+  const Case cases[] = {{640, 360, 0}, {480, 480, 1}, {360, 640, 2},
+                        {1, 0, 0},     {-5, -5, 1},   {-1, 0, 2}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);
+    const kel_nn_size_t inputs[] = {kLandscape, kSquare, kPortrait};
+    const Network network(detector, inputs[c.model]);
+    init({c.width, c.height}, network);
+    EXPECT_EQ((handle->*detector.graph).model_path, models.with_slash() + detector.models[c.model]);
+    EXPECT_TRUE(detect(network, {640, 360}).empty());
+    EXPECT_NE(result_.boxes, nullptr);
+    EXPECT_EQ(detector.deinit(handle), 0);
+  }
+  EXPECT_EQ(runtime.networks_alive, 0);
+}
+
+// Zeros decode to the middle of the cell and the size of the anchor. The frame is the input.
+TEST_P(GridDetection, DecodesAnAnchorThatSaysNothingElse) {
+  struct Case {
+    const Detector& detector;
+    int output, row, column, anchor;
+    kel_nn_box_t box;  // whole pixels from corner to corner: halves are cut off
+  };
+  const Case cases[] = {
+      {kPersons, 0, 4, 6, 1, {207, 143, 123, 211, 0, 0}},     // 123 x 211 at (208, 144)
+      {kPersons, 1, 8, 13, 1, {216, 136, 20, 50, 0, 0}},      // 20 x 50 at (216, 136)
+      {kFourClasses, 0, 4, 6, 1, {208, 144, 74, 118, 0, 0}},  // 74 x 118 at (208, 144)
+      {kFourClasses, 1, 8, 13, 1, {215, 136, 37, 36, 0, 0}},  // 37 x 36 at (216, 136)
+  };
+  init({640, 360}, Network(detector, kLandscape));
+  for (Case c : cases) {
+    if (&c.detector != &detector) continue;
+    SCOPED_TRACE(c.output);
+    Network network(detector, kLandscape);
+    network.anchor(c.output, c.row, c.column, c.anchor)[4] = 3.0f;
+    c.box.score = static_cast<float>(1.0 / (1.0 + std::exp(-3.0)));
+    EXPECT_TRUE(same_boxes(detect(network, kLandscape), {c.box}));
+  }
+}
+
+TEST_P(GridDetection, ACandidateMayScoreExactlyTheThreshold) {
+  const auto score = [](float logit) {
+    return static_cast<float>(1.0 / (1.0 + std::exp(-double{logit})));
+  };
+  float logit = -0.848f;
+  while (score(logit) < 0.3f) logit = std::nextafter(logit, 0.0f);
+  ASSERT_EQ(score(logit), 0.3f) << "no logit gives exactly the threshold here";
+  Network network(detector, kSquare);
+  init({480, 480}, network);
+  network.anchor(1, 5, 5, 0)[4] = logit;
+  EXPECT_EQ(detect(network, {480, 480}).size(), 1u);
+  while (score(logit) >= 0.3f) logit = std::nextafter(logit, -1.0f);
+  for (float below : {logit, -0.87f, -0.9f, -1.0f, -1e30f, -kInfinity, kNan}) {
+    network.anchor(1, 5, 5, 0)[4] = below;
+    EXPECT_EQ(detect(network, {480, 480}).size(), 0u) << below;
+  }
+}
+
+TEST_P(GridDetection, ConsidersTheFirstCandidatesNotTheBest) {
+  Network network(detector, kSquare);  // 1500 anchors
+  float logit = 0.0f;
+  network.for_each_anchor([&logit](float* values) {
+    values[2] = values[3] = -20.0f;  // too small to overlap
+    values[4] = logit += 1.0f / 1024;
+  });
+  init({480, 480}, network);
+  const auto boxes = detect(network, {320, 320});
+  const int limit = &detector == &kPersons ? 100 : 500;
+  ASSERT_EQ(static_cast<int>(boxes.size()), limit);
+  for (int i = 0; i < limit; ++i) {
+    const double nth = (limit - i) / 1024.0;
+    ASSERT_EQ(boxes[i].score, static_cast<float>(1.0 / (1.0 + std::exp(-nth)))) << i;
+  }
+}
+
+TEST_P(GridDetection, EqualsThePlainLoopsBitForBit) {
+  const kel_nn_size_t frames[] = {{1920, 1080}, {720, 720}, {360, 640}};
+  const kel_nn_size_t inputs[] = {kLandscape, kSquare, kPortrait};
+  for (int orientation = 0; orientation < 3; ++orientation) {
+    init(frames[orientation], Network(detector, inputs[orientation]));
+    for (float bias : {-6.0f, -3.0f, -1.0f, 1.0f}) {  // from few candidates to too many
+      SCOPED_TRACE(testing::Message() << "orientation " << orientation << ", bias " << bias);
+      const Network network = random_network(inputs[orientation], bias, 11);
+      EXPECT_TRUE(same_boxes(detect(network, frames[orientation]),
+                             plain_detect(network, inputs[orientation], frames[orientation])));
+    }
+    detector.deinit(handle);
+  }
+}
+
+// The size is taken over before the graph refuses: the grids are the new ones, the model the old.
+TEST_P(GridDetection, ARefusedInitChangesTheGrids) {
+  const Network network = random_network(kLandscape, -2.0f, 12);
+  init({640, 360}, network);
+  const Boxes before = detect(network, {640, 360});
+  for (const kel_nn_size_t& frame : {kSquare, kPortrait}) {
+    EXPECT_EQ(detector.init(handle, frame.w, frame.h), -1);
+    EXPECT_THAT(printed_messages(), ElementsAre("[Error]Graph has already been initialized."));
+    const Boxes after = detect(network, {640, 360});
+    EXPECT_TRUE(same_boxes(after, plain_detect(network, frame, {640, 360})));
+    EXPECT_FALSE(same_boxes(after, before));
+  }
+}
+
+TEST_P(GridDetection, ReportsUnderTheNameOfTheCall) {
+  const auto error = [this](const char* suffix, const char* message) {
+    return IsLocatedLine("31", detector.path, function(suffix), message);
+  };
+  const kel_nn_size_t size = kLandscape;
+  EXPECT_EQ(detector.init(nullptr, 640, 360), -1);
+  EXPECT_THAT(printed(), error("_init", "[Error]Uninitialized handle."));
+  EXPECT_EQ(detector.deinit(nullptr), -1);
+  EXPECT_THAT(printed(), error("_deinit", "[Error]Uninitialized handle."));
+  EXPECT_EQ(detector.process(nullptr, this, &result_, &size, &size), -1);
+  EXPECT_THAT(printed(), error("_process", "[Error]Invalid arguments."));
+  EXPECT_EQ(detector.process(handle, nullptr, &result_, &size, &size), -1);
+  EXPECT_EQ(detector.process(handle, this, nullptr, &size, &size), -1);
+  EXPECT_EQ(detector.process(handle, this, &result_, nullptr, &size), -1);
+  EXPECT_EQ(detector.process(handle, this, &result_, &size, nullptr), -1);
+  EXPECT_THAT(printed_messages(), testing::Each("[Error]Invalid arguments."));
+  EXPECT_EQ(result_.count, -1);
+}
+
+TEST_P(GridDetection, Returns1AndLeavesTheResultAloneWhenTheEngineFails) {
+  const std::string expected_shape =
+      "[Error]JZ T31 not allowed input dynamic shape, expect: [1, 256, 416, 3]";
+  init({640, 360}, Network(detector, kLandscape));
+  for (const kel_nn_size_t& wrong : std::vector<kel_nn_size_t>{kPortrait, {0, 0}, {-416, -256}}) {
+    EXPECT_EQ(process({640, 360}, wrong), 1);
+    EXPECT_THAT(printed_messages(),
+                ElementsAre(expected_shape, "[Error]kel_nne_tensor_set_dim error: -1"));
+  }
+  runtime.fail_next_run = 7;
+  EXPECT_EQ(process({640, 360}, kLandscape), 1);
+  const std::string text = printed();
+  // The engine's code, not the runtime's.
+  EXPECT_THAT(kelnn_test::messages(text),
+              ElementsAre("[Error]Inference fail: 7", "[Error]kel_nne_run_graph error: -1"));
+  EXPECT_THAT(text, testing::HasSubstr(function("_process")));
+  EXPECT_EQ(result_.boxes, nullptr);
+  EXPECT_EQ(result_.count, -1);
+}
+
+TEST_P(GridDetection, RefusesOutputsSmallerThanItsGrids) {
+  const Network square(detector, kSquare);
+  init({480, 480}, square);
+  EXPECT_EQ(detector.init(handle, 640, 360),
+            -1);  // grids of 104 and 416 cells, outputs of 100 and 400
+  printed();
+  EXPECT_EQ(process({640, 360}, kSquare), 1);
+  EXPECT_THAT(printed(), IsLocatedLine("31", detector.path, function("_process"),
+                                       "[Error]The outputs are smaller than the grids."));
+  EXPECT_EQ(result_.boxes, nullptr);
+  EXPECT_EQ(result_.count, -1);
+}
+
+// ----- What is special to each -------------------------------------------------------------------
+
+class FourClassDetection : public GridDetection {};
+INSTANTIATE_TEST_SUITE_P(, FourClassDetection, testing::Values(&kFourClasses));
+
+TEST_P(FourClassDetection, ReportsTheFirstClassThatNoOtherExceeds) {
+  struct Case {
+    float values[4];
+    int class_id;
+  };
+  const Case cases[] = {
+      {{0.1f, 0.9f, 0.9f, 0.2f}, 1}, {{0.5f, 0.5f, 0.5f, 0.5f}, 0},
+      {{-3, -2, -1, -0.5f}, 3},      {{0, 0, 7, 1}, 2},
+      {{kNan, 1, 2, 3}, 0},          {{1, 2, 3, kNan}, 0},
+      {{1, kNan, 3, 2}, 0},          {{-1, -2, -3, kInfinity}, 3},
+  };
+  Network network(detector, kLandscape);
+  init({640, 360}, network);
+  for (const Case& c : cases) {
+    float* anchor = network.anchor(1, 7, 3, 2);
+    anchor[4] = 2.0f;
+    std::copy(c.values, c.values + 4, anchor + 5);
+    const auto boxes = detect(network, {640, 360});
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].class_id, c.class_id)
+        << testing::PrintToString(std::vector<float>(c.values, c.values + 4));
+  }
+}
+
+TEST_P(FourClassDetection, AnObjectSuppressesThoseOfOtherClasses) {
+  Network network(detector, kLandscape);
+  for (int k : {1, 2}) {  // two anchors of one cell, made equal in size
+    float* anchor = network.anchor(0, 3, 3, k);
+    anchor[2] = std::log(100 / detector.plain.anchors[0][k][0]);
+    anchor[3] = std::log(100 / detector.plain.anchors[0][k][1]);
+    anchor[4] = static_cast<float>(k);
+    anchor[5 + k] = 1.0f;
+  }
+  init({640, 360}, network);
+  const auto boxes = detect(network, {640, 360});
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].class_id, 2);
+}
+
+TEST_P(FourClassDetection, DoesNotDisturbPersonDetection) {
+  Network mine(detector, kPortrait), persons(kPersons, kLandscape);
+  mine.anchor(0, 2, 2, 0)[4] = 3.0f;
+  persons.anchor(0, 3, 5, 0)[4] = 2.0f;
+  play(persons);
+  ASSERT_EQ(kel_nn_persondet_init(handle, 640, 360), 0);
+  init({360, 640}, mine);
+  play(persons);
+  kel_nn_det_result_t found;
+  const kel_nn_size_t frame = {640, 360};
+  image_.resize(416 * 320 * 3, 130);
+  ASSERT_EQ(kel_nn_persondet_process(handle, image_.data(), &found, &frame, &kLandscape), 0);
+  ASSERT_EQ(found.count, 1);
+  const kel_nn_box_t person = found.boxes[0];
+  ASSERT_EQ(detect(mine, {360, 640}).size(), 1u);
+  EXPECT_TRUE(same_boxes({found.boxes[0]}, {person}));
+  EXPECT_NE(result_.boxes, found.boxes);
+  kel_nn_persondet_deinit(handle);
+}
+
+}  // namespace

@@ -1,0 +1,387 @@
+#include <sys/resource.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "kel_nn_change_counter.h"
+#include "kel_nn_motion_votes.h"
+#include "support/library_test.h"
+#include "support/plain_pir_filter.h"
+
+namespace kelnn_test {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr char kSource[] = "plat/jzt31/kel_nn_pir_filter.cpp";
+constexpr int32_t kUntouched = 77;
+using Frame = std::vector<uint8_t>;
+using Results = std::vector<int32_t>;
+
+class PirFilter : public LibraryTest {
+ protected:
+  PirFilter() { printed(); }
+  ~PirFilter() override {
+    kel_nn_pir_filter_deinit(handle);
+    kel_nn_handle_destroy(handle);
+  }
+
+  // What is reported about the next frame of a start with that size, which does not read it.
+  std::vector<std::string> frame_errors(int32_t width, int32_t height) {
+    const uint8_t image[1] = {};
+    int32_t result = kUntouched;
+    EXPECT_EQ(kel_nn_pir_filter_process(handle, image, width, height, 1, 1, &result), -1);
+    EXPECT_EQ(result, kUntouched);
+    return lines();
+  }
+  std::vector<std::string> lines() {
+    const std::string text = printed(), end = "\033[0m";
+    std::vector<std::string> found;
+    for (size_t from = 0, to; (to = text.find(end, from)) != text.npos; from = to + end.size()) {
+      found.push_back(text.substr(from, to + end.size() - from));
+    }
+    return found;
+  }
+  auto IsError(const char* function, const char* message) {
+    return IsLocatedLine("31", kSource, function, std::string("[Error]") + message);
+  }
+
+  kel_nn_handle_t handle = kel_nn_handle_create();
+};
+
+// A camera of its own size in front of the filter.
+struct Camera {
+  kel_nn_handle_t handle;
+  int width, height;
+
+  int halved_pixels() const { return (width / 2) * (height / 2); }
+  Frame frame(uint8_t level) const { return Frame(size_t(width) * height, level); }
+  void start() const { ASSERT_EQ(kel_nn_pir_filter_init(handle, width, height), 0); }
+  int32_t process(const Frame& image, float ratio, int32_t period) const {
+    int32_t result = kUntouched;
+    const int32_t status =
+        kel_nn_pir_filter_process(handle, image.data(), width, height, ratio, period, &result);
+    EXPECT_EQ(status, 0);
+    return result;
+  }
+  // How many pixels the third frame has that changed, found by raising the threshold.
+  int changed_pixels(const Frame& first, const Frame& second, const Frame& third) const {
+    for (int pixels = 1;; ++pixels) {
+      start();
+      process(first, 0, 1);
+      process(second, 0, 1);
+      const float ratio = (static_cast<float>(pixels) + 0.5f) * 100 / halved_pixels();
+      if (process(third, ratio, 1) == 0) return pixels - 1;
+    }
+  }
+};
+
+TEST_F(PirFilter, DecidesAtTheEndOfEachPeriod) {
+  const Camera camera = {handle, 20, 20};  // 100 halved pixels, none of which changes
+  struct Case {
+    const char* name;
+    float ratio;
+    int32_t period;
+    Results results;
+  };
+  constexpr int32_t kNone = kUntouched;
+  const Case cases[] = {
+      {"every frame", 1, 1, {kNone, kNone, 0, 0, 0}},
+      {"counted from the start", 1, 4, {kNone, kNone, -1, 0, -1, -1, -1, 0}},
+      {"a period that ends before the first vote", 1, 2, {kNone, kNone, -1, 0, -1, 0}},
+      {"no threshold: every frame votes for motion", 0, 3, {kNone, kNone, 1, -1, -1, 1}},
+      {"a threshold of less than a pixel is none", 0.99f, 1, {kNone, kNone, 1}},
+      {"a threshold below 0", -5, 1, {kNone, kNone, 1}},
+      {"a threshold that is not a number", NAN, 1, {kNone, kNone, 1}},
+      {"a threshold beyond all integers", 3e38f, 1, {kNone, kNone, 0}},
+      {"a period of 0 never ends", 0, 0, {kNone, kNone, -1, -1, -1, -1}},
+      {"a negative period", 0, -2, {kNone, kNone, -1, 1, -1, 1}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    camera.start();
+    Results results;
+    for (size_t i = 0; i < c.results.size(); ++i) {
+      results.push_back(camera.process(camera.frame(100), c.ratio, c.period));
+    }
+    EXPECT_EQ(results, c.results);
+  }
+}
+
+TEST_F(PirFilter, CountsVotesByPeriodAndATieIsNoMotion) {
+  const Camera camera = {handle, 20, 20};
+  camera.start();
+  // For a still scene, a ratio of 0 is a vote for motion and 1 is a vote against it.
+  const float ratios[] = {0, 0, 0, 0, 1, 1, /*second period*/ 0, 0, 0, 0, 1, 1};
+  Results results;
+  for (float ratio : ratios) results.push_back(camera.process(camera.frame(9), ratio, 6));
+  EXPECT_EQ(results[5], 0);
+  EXPECT_EQ(results[11], 1);
+}
+
+TEST_F(PirFilter, TruncatesTheThresholdAndACountEqualToItIsMotion) {
+  const Camera camera = {handle, 640, 360};  // 57600 halved pixels
+  camera.start();
+  const Frame dark = camera.frame(0);
+  Frame lit = dark;
+  lit[639] = 255;  // halved, the upper right corner
+  for (const Frame* frame : {&dark, &dark}) camera.process(*frame, 0, 1);
+  EXPECT_EQ(camera.process(dark, 100.5f / 57600, 1), 0);  // 0 of 1
+  EXPECT_EQ(camera.process(dark, 99.5f / 57600, 1), 1);   // 0 of 0.995
+  camera.process(lit, 0, 1);
+  EXPECT_EQ(camera.process(dark, 100.5f / 57600, 1), 1);  // 1 of 1
+  EXPECT_EQ(camera.process(lit, 200.5f / 57600, 1), 0);   // 1 of 2
+}
+
+TEST_F(PirFilter, APixelHasToChangeTwiceByMoreThan20) {
+  const Camera camera = {handle, 4, 4};
+  struct Case {
+    const char* name;
+    uint8_t levels[3];
+    bool changed;
+  };
+  const Case cases[] = {
+      {"by 20 and 20", {100, 120, 100}, false},
+      {"by 21 and 20", {100, 121, 101}, false},
+      {"by 20 and 21", {100, 120, 141}, false},
+      {"by 21 and 21", {100, 121, 100}, true},
+      {"downwards", {100, 79, 58}, true},
+      {"from end to end", {0, 255, 0}, true},
+      {"only between the first two", {100, 200, 200}, false},
+      {"only between the last two", {100, 100, 200}, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(camera.changed_pixels(camera.frame(c.levels[0]), camera.frame(c.levels[1]),
+                                    camera.frame(c.levels[2])),
+              c.changed ? 4 : 0);
+  }
+}
+
+// One pixel flashes by `amplitude`. Smoothed, that is a quarter of it, an eighth beside it and a
+// sixteenth at its corners, cut.
+TEST_F(PirFilter, HalvesAndSmoothsAllButTheBorder) {
+  struct Case {
+    const char* name;
+    int width, height, column, row, amplitude, changed;
+  };
+  const Case cases[] = {
+      {"inside", 20, 20, 9, 8, 84, 1},
+      {"inside, 20.75 is 20", 20, 20, 9, 8, 83, 0},
+      {"inside, 21 beside it", 20, 20, 9, 8, 168, 5},
+      {"inside, 20.875 beside it", 20, 20, 9, 8, 167, 1},
+      {"left border", 20, 20, 1, 8, 21, 1},
+      {"left border, 21 beside it", 20, 20, 1, 8, 168, 2},
+      {"right border", 20, 20, 19, 8, 21, 1},
+      {"right border, by too little", 20, 20, 19, 8, 20, 0},
+      {"right border, 20.875 beside it", 20, 20, 19, 8, 167, 1},
+      {"highest row", 20, 20, 9, 0, 21, 1},
+      {"lowest row", 20, 20, 9, 18, 168, 2},
+      {"corner", 20, 20, 19, 18, 200, 1},
+      {"three columns: the middle one", 6, 20, 3, 8, 83, 0},
+      {"two columns are all border", 4, 20, 3, 8, 21, 1},
+      {"two rows are all border", 20, 4, 9, 2, 21, 1},
+      {"one row", 20, 2, 9, 0, 21, 1},
+      {"odd width and height: the last ones do not count", 21, 21, 20, 20, 200, 0},
+      {"an even column is not seen", 20, 20, 8, 8, 200, 0},
+      {"an odd row is not seen", 20, 20, 9, 9, 200, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Camera camera = {handle, c.width, c.height};
+    const Frame quiet = camera.frame(50);
+    Frame flash = quiet;
+    flash[c.row * c.width + c.column] = static_cast<uint8_t>(50 + c.amplitude);
+    EXPECT_EQ(camera.changed_pixels(quiet, flash, quiet), c.changed);
+  }
+}
+
+TEST_F(PirFilter, AnotherSizeFailsAndChangesNothing) {
+  const Camera camera = {handle, 20, 20};
+  camera.start();
+  camera.process(camera.frame(0), 100, 1);
+  EXPECT_THAT(frame_errors(20, 10),
+              ElementsAre(IsError("kel_nn_pir_filter_process", "input w,h arguments.")));
+  EXPECT_THAT(frame_errors(10, 20),
+              ElementsAre(IsError("kel_nn_pir_filter_process", "input w,h arguments.")));
+  EXPECT_EQ(camera.process(camera.frame(255), 100, 1), kUntouched);
+  EXPECT_EQ(camera.process(camera.frame(0), 100, 1), 1);
+}
+
+TEST_F(PirFilter, AStartBeginsAnew) {
+  const Camera camera = {handle, 20, 20}, other = {handle, 8, 6};
+  for (const Camera* c : {&camera, &other, &camera}) {
+    c->start();
+    EXPECT_EQ(c->process(c->frame(0), 0, 4), kUntouched);
+    EXPECT_EQ(c->process(c->frame(0), 0, 4), kUntouched);
+    EXPECT_EQ(c->process(c->frame(0), 0, 4), -1);  // a vote that the next start forgets
+  }
+  EXPECT_EQ(camera.process(camera.frame(0), 1, 4), 0);
+}
+
+TEST_F(PirFilter, RejectsNullArguments) {
+  const uint8_t image[4] = {};
+  int32_t result = kUntouched;
+  const auto process = [&](kel_nn_handle_t h, const uint8_t* i, int32_t* r) {
+    return kel_nn_pir_filter_process(h, i, 1, 1, 1, 1, r);
+  };
+  EXPECT_EQ(process(nullptr, image, &result), -1);
+  EXPECT_EQ(process(handle, nullptr, &result), -1);
+  EXPECT_EQ(process(handle, image, nullptr), -1);
+  EXPECT_EQ(kel_nn_pir_filter_init(nullptr, 2, 2), -1);
+  EXPECT_EQ(kel_nn_pir_filter_deinit(nullptr), -1);
+  const auto null_argument = IsError("kel_nn_pir_filter_process", "input arguments.");
+  EXPECT_THAT(lines(), ElementsAre(null_argument, null_argument, null_argument,
+                                   IsError("kel_nn_pir_filter_init", "Uninitialized handle."),
+                                   IsError("kel_nn_pir_filter_deinit", "Uninitialized handle.")));
+  EXPECT_EQ(result, kUntouched);
+}
+
+TEST_F(PirFilter, ReportsMissingPlanes) {
+  const auto no_planes =
+      ElementsAre(IsError("kel_nn_gaussian_filter", "imput params is err."),
+                  IsError("kel_nn_pir_filter_process", "kel_nn_gaussianFilter is err!"));
+  constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
+  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+  const int32_t sizes[][2] = {{-2, 640},    {640, -2},    {-640, -360},
+                              {kMin, kMin}, {kMax, kMax}, {65536, 65536}};
+  for (const auto& size : sizes) {
+    SCOPED_TRACE(size[0]);
+    EXPECT_EQ(kel_nn_pir_filter_init(handle, size[0], size[1]), 0);
+    EXPECT_THAT(frame_errors(size[0], size[1]), no_planes);
+  }
+  const Camera camera = {handle, 20, 20};
+  camera.start();
+  EXPECT_EQ(kel_nn_pir_filter_deinit(handle), 0);
+  EXPECT_EQ(kel_nn_pir_filter_deinit(handle), 0);
+  EXPECT_THAT(frame_errors(20, 20), no_planes);
+}
+
+// The sanitizer's own memory does not fit a limit.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define __SANITIZE_ADDRESS__
+#endif
+#endif
+#ifndef __SANITIZE_ADDRESS__
+TEST_F(PirFilter, ReportsAMissingHistoryFromTheThirdFrameOn) {
+  // So high that memory for the rows' history is refused, and that for single rows is not.
+  constexpr int32_t kHeight = std::numeric_limits<int32_t>::max() / 2;
+  rlimit old = {};
+  ASSERT_EQ(getrlimit(RLIMIT_AS, &old), 0);
+  rlimit lower = old;
+  lower.rlim_cur = sizeof(void*) > 4 ? static_cast<rlim_t>(8ull << 30) : old.rlim_cur;
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &lower), 0);
+  EXPECT_EQ(kel_nn_pir_filter_init(handle, 2, kHeight), 0);
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &old), 0);
+  const uint8_t image[1] = {};
+  int32_t result = kUntouched;
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(kel_nn_pir_filter_process(handle, image, 2, kHeight, 1, 1, &result), 0);
+  }
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(frame_errors(2, kHeight),
+                ElementsAre(IsError("kel_nn_diff", "imput params is err."),
+                            IsError("kel_nn_pir_filter_process", "kel_nn_diff is err!")));
+  }
+  EXPECT_EQ(result, kUntouched);
+}
+#endif
+
+TEST_F(PirFilter, TakesFramesWithoutHalvedPixels) {
+  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+  const int32_t sizes[][2] = {{0, 0}, {1, 1}, {1, 4}, {4, 1}, {1, kMax}, {kMax, 1}};
+  for (const auto& size : sizes) {
+    SCOPED_TRACE(size[0]);
+    ASSERT_EQ(kel_nn_pir_filter_init(handle, size[0], size[1]), 0);
+    const uint8_t image[4] = {};
+    int32_t result = kUntouched;
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(kel_nn_pir_filter_process(handle, image, size[0], size[1], 50, 1, &result), 0);
+    }
+    EXPECT_EQ(result, 1);  // nothing of nothing
+  }
+}
+
+// Frames of a level of their own, with noise.
+std::vector<Frame> random_frames(int width, int height, int count) {
+  std::mt19937 random(static_cast<unsigned>(width * 1000 + height));
+  std::vector<Frame> frames(count, Frame(size_t(width) * height));
+  for (Frame& frame : frames) {
+    const unsigned level = random() % 90, noise = 1 + random() % 160;
+    for (uint8_t& pixel : frame) pixel = static_cast<uint8_t>(level + random() % noise);
+  }
+  return frames;
+}
+
+template <typename Word>
+void expect_counts_as_plain(int width, int height) {
+  SCOPED_TRACE(std::to_string(width) + " x " + std::to_string(height) +
+               ", bytes in a word: " + std::to_string(sizeof(Word)));
+  kelnn::ChangeCounter<Word> counter;
+  counter.allocate(width, height);
+  PlainPirFilter plain(width, height);
+  int frame_number = 0;
+  for (const Frame& frame : random_frames(width, height, 8)) {
+    const int changed = static_cast<int>(counter.count(frame.data()));
+    int32_t unused = 0;
+    plain.process(frame.data(), 1, 1, &unused);
+    if (++frame_number < 3) continue;
+    EXPECT_EQ(changed, plain.changed()) << "frame " << frame_number;
+  }
+  counter.release();
+}
+
+TEST(ChangeCounter, CountsAsThePlainLoopsDo) {
+  for (int width = 2; width <= 70; ++width) {
+    for (int height : {2, 4, 5, 6, 7, 8, 13}) {
+      expect_counts_as_plain<uint16_t>(width, height);
+      expect_counts_as_plain<uint32_t>(width, height);
+    }
+  }
+  // More pixels in a row than a lane can count.
+  expect_counts_as_plain<uint16_t>(2 * 70001, 6);
+  expect_counts_as_plain<uint32_t>(2 * 70001, 6);
+}
+
+// The copy of the loops that the library picks on this machine.
+TEST_F(PirFilter, VotesAsThePlainLoopsDo) {
+  for (int width = 150; width < 215; ++width) {
+    SCOPED_TRACE(width);
+    const Camera camera = {handle, width, 30};
+    camera.start();
+    PlainPirFilter plain(width, 30);
+    bool motion = false;
+    for (const Frame& frame : random_frames(width, 30, 10)) {
+      int32_t unused = 0;
+      plain.process(frame.data(), 1, 1, &unused);
+      // A threshold that is reached exactly, and one that is missed by one pixel, in turn.
+      motion = !motion;
+      const float threshold = static_cast<float>(plain.changed()) + (motion ? 0.5f : 1.5f);
+      const int32_t result = camera.process(frame, threshold * 100 / camera.halved_pixels(), 1);
+      if (result != kUntouched) {
+        EXPECT_EQ(result, motion ? 1 : 0);
+      }
+    }
+  }
+}
+
+TEST(MotionVotes, FramesAreNumberedAnewAfterTheLastNumber) {
+  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+  kelnn::MotionVotes votes;
+  votes.frame = kMax - 1;
+  votes.begin_frame();
+  EXPECT_TRUE(votes.can_vote());
+  EXPECT_EQ(votes.vote(true, kMax), 1);
+  for (int frame = 1; frame <= 2; ++frame) {
+    votes.begin_frame();
+    EXPECT_EQ(votes.frame, frame);
+    EXPECT_FALSE(votes.can_vote());  // the history is filled again
+  }
+  votes.begin_frame();
+  EXPECT_TRUE(votes.can_vote());
+}
+
+}  // namespace
+}  // namespace kelnn_test

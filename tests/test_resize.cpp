@@ -1,0 +1,254 @@
+// Bilinear resizing.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <random>
+#include <vector>
+
+#include "kel_nn.h"
+#include "support/plain_resize.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Resize = void (*)(const uint8_t*, int, int, int, uint8_t*, int, int, int);
+
+// Indexed by the number of channels.
+const Resize kResize[] = {nullptr, resize_bilinear_c1, resize_bilinear_c2, resize_bilinear_c3,
+                          resize_bilinear_c4};
+
+constexpr uint8_t kUntouched = 0xA5;
+
+struct Size {
+  int width, height;
+};
+
+Bytes noise(size_t size, unsigned seed) {
+  std::minstd_rand generator(seed + 1);
+  Bytes bytes(size);
+  // Black and white are the values that a wrong width of an intermediate shows first.
+  for (uint8_t& byte : bytes) {
+    const unsigned value = static_cast<unsigned>(generator()) >> 8;
+    byte = static_cast<uint8_t>(seed % 3 == 0 ? (value & 1) * 255 : seed % 3 == 1 ? 255 : value);
+  }
+  return bytes;
+}
+
+// An image in its own heap block, `start` bytes in, with `padding` bytes after each row but the
+// last: a sanitizer sees every access beyond the pixels of the last row.
+struct Picture {
+  Picture(int channels, Size size, int padding, int start)
+      : row_size(size.width * channels),
+        stride(row_size + padding),
+        height(size.height),
+        start(start),
+        bytes(static_cast<size_t>(start + stride * (height - 1) + row_size), kUntouched) {}
+  uint8_t* pixels() { return bytes.data() + start; }
+
+  int row_size, stride, height, start;
+  Bytes bytes;
+};
+
+// Compares all bytes of the destination, so padding too.
+void expect_same_as_plain(int channels, Size from, Size to, int padding, int start, unsigned seed) {
+  Picture source(channels, from, padding, start);
+  source.bytes = noise(source.bytes.size(), seed);
+  Picture actual(channels, to, padding, start), expected(channels, to, padding, start);
+  kResize[channels](source.pixels(), from.width, from.height, source.stride, actual.pixels(),
+                    to.width, to.height, actual.stride);
+  kelnn_test::plain_resize(channels, source.pixels(), from.width, from.height, source.stride,
+                           expected.pixels(), to.width, to.height, expected.stride);
+  for (size_t i = 0; i < expected.bytes.size(); ++i) {
+    ASSERT_EQ(int{actual.bytes[i]}, int{expected.bytes[i]})
+        << channels << " channels, " << from.width << " x " << from.height << " to " << to.width
+        << " x " << to.height << ", padding " << padding << ", start " << start << ", first at "
+        << i;
+  }
+}
+
+TEST(Resize, HandCalculated) {
+  struct Case {
+    const char* name;
+    Size from;
+    Bytes source;
+    Size to;
+    Bytes expected;
+  };
+  const Case cases[] = {
+      {"average of four", {2, 2}, {10, 20, 30, 40}, {1, 1}, {25}},
+      // 255 * 1024 >> 4 = 16320 twice, * 1024 >> 16 = 255 twice, (510 + 2) >> 2 = 128.
+      {"a half rounds up", {2, 2}, {255, 0, 255, 0}, {1, 1}, {128}},
+      // 1 * 1024 >> 4 = 64 above, 0 below; 64 * 1024 >> 16 = 1; (1 + 2) >> 2 = 0.
+      {"a quarter rounds down", {2, 2}, {1, 0, 0, 0}, {1, 1}, {0}},
+      // Columns at -0.25, 0.25, 0.75 and 1.25: the outer two are clamped.
+      {"edges are clamped", {2, 2}, {0, 100, 0, 100}, {4, 2}, {0, 25, 75, 100, 0, 25, 75, 100}},
+      {"rows alike", {2, 2}, {0, 0, 100, 100}, {2, 4}, {0, 0, 25, 25, 75, 75, 100, 100}},
+      {"the same size", {3, 2}, {1, 2, 3, 253, 254, 255}, {3, 2}, {1, 2, 3, 253, 254, 255}},
+      {"a third: centres only",
+       {6, 3},
+       {9, 9, 9, 9, 9, 9, 9, 1, 9, 9, 2, 9, 9, 9, 9, 9, 9, 9},
+       {2, 1},
+       {1, 2}},
+      // 3 to 2: centres at 0.25 and 1.75. (8 * 1536 + 48 * 512) >> 4 = 2304, >> 5 = 72, 74 >> 2 = 18.
+      {"three to two", {3, 2}, {8, 48, 88, 8, 48, 88}, {2, 2}, {18, 78, 18, 78}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes result(c.expected.size());
+    resize_bilinear_c1(c.source.data(), c.from.width, c.from.height, c.from.width, result.data(),
+                       c.to.width, c.to.height, c.to.width);
+    EXPECT_EQ(result, c.expected);
+  }
+}
+
+// A size up, a size down, a small and a large scale for each width and each number of channels.
+TEST(Resize, EveryWidthGivesTheBitsOfThePlainLoops) {
+  for (int channels = 1; channels <= 4; ++channels) {
+    for (int width = 1; width <= 67; ++width) {
+      const unsigned seed = static_cast<unsigned>(width);
+      for (const Size from : {Size{2, 3}, Size{width + 5, 9}, Size{width * 3 / 2 + 2, 21},
+                              Size{width * 5 + 2, 12}, Size{width / 3 + 2, 2}}) {
+        expect_same_as_plain(channels, from, {width, 7}, width % 3, width % 5, seed);
+        expect_same_as_plain(channels, {from.height, from.width}, {7, width}, 0, 0, seed + 1);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST(Resize, NotableSizesGiveTheBitsOfThePlainLoops) {
+  const struct {
+    Size from, to;
+  } cases[] = {
+      {{640, 360}, {416, 234}},  // several tiles, several batches of rows
+      {{64, 64}, {112, 112}},
+      {{2, 2}, {3, 500}},  // more rows from one pair than are planned at once
+      {{2, 2}, {1100, 3}},
+      {{3000, 5}, {700, 3}},  // far right, half of the weights add up to 2049
+      {{5000, 4}, {4999, 4}},
+      {{4001, 2}, {16, 2}},
+      {{90, 45}, {30, 9}},  // odd scales pick pixels
+      {{90, 45}, {18, 45}},
+      {{90, 45}, {90, 45}},
+      {{91, 45}, {91, 15}},
+      {{91, 44}, {13, 11}},  // odd across, even down
+  };
+  for (const auto& c : cases) {
+    for (int channels = 1; channels <= 4; ++channels) {
+      for (unsigned seed = 0; seed < 3; ++seed) {
+        expect_same_as_plain(channels, c.from, c.to, 3, 1, seed);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST(Resize, RandomSizesGiveTheBitsOfThePlainLoops) {
+  std::minstd_rand generator(7);
+  const auto up_to = [&](int limit) { return static_cast<int>(generator() >> 8) % limit; };
+  for (int i = 0; i < 400; ++i) {
+    const int limit = i % 10 == 0 ? 1500 : 120;
+    const Size from = {2 + up_to(limit), 2 + up_to(50)};
+    const Size to = {1 + up_to(limit), 1 + up_to(50)};
+    expect_same_as_plain(1 + i % 4, from, to, up_to(5), up_to(33), static_cast<unsigned>(i));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(Resize, StridesMayGoUpwards) {
+  const Bytes source = {1, 2, 3, 4, 5, 6};  // two columns, the last row first
+  Bytes result(6);
+  resize_bilinear_c1(source.data() + 4, 2, 3, -2, result.data(), 2, 3, 2);
+  EXPECT_EQ(result, (Bytes{5, 6, 3, 4, 1, 2}));
+}
+
+TEST(Resize, UnusableArgumentsWriteNothing) {
+  const Bytes source(64, 7);
+  Bytes result(64, kUntouched);
+  const Size good = {4, 4};
+  const struct {
+    const char* name;
+    bool has_source, has_destination;
+    Size from, to;
+  } cases[] = {
+      {"no source", false, true, good, good},
+      {"no destination", true, false, good, good},
+      {"source of one column", true, true, {1, 4}, good},
+      {"source of one row", true, true, {4, 1}, good},
+      {"negative source", true, true, {-4, -4}, good},
+      {"no columns", true, true, good, {0, 4}},
+      {"no rows", true, true, good, {4, 0}},
+      {"negative sizes", true, true, good, {INT_MIN, INT_MIN}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const uint8_t* from = c.has_source ? source.data() : nullptr;
+    uint8_t* to = c.has_destination ? result.data() : nullptr;
+    for (int channels = 1; channels <= 4; ++channels) {
+      kResize[channels](from, c.from.width, c.from.height, 16, to, c.to.width, c.to.height, 16);
+      kel_nn_pixel_resize_bilinear(from, c.from.width, c.from.height, to, c.to.width, c.to.height,
+                                   channels);
+    }
+    EXPECT_EQ(kel_nn_pixel_resize_bilinear_nv12(from, c.from.width, c.from.height, to, c.to.width,
+                                                c.to.height),
+              0);
+    EXPECT_EQ(result, Bytes(64, kUntouched));
+  }
+  EXPECT_EQ(kel_nn_pixel_resize_bilinear(source.data(), INT_MAX, 2, result.data(), 2, 2, 4), -1);
+  EXPECT_EQ(kel_nn_pixel_resize_bilinear(source.data(), 2, 2, result.data(), INT_MAX, 2, 4), -1);
+  EXPECT_EQ(result, Bytes(64, kUntouched));
+}
+
+// -1 whether it resized or not: the interface says so.
+TEST(PixelResize, AlwaysReturnsMinus1) {
+  const Bytes source = noise(8 * 6 * 4, 2);
+  for (int channels : {1, 2, 3, 4, 0, 5, -1}) {
+    SCOPED_TRACE(channels);
+    Bytes result(5 * 7 * 4, kUntouched), expected(result);
+    EXPECT_EQ(kel_nn_pixel_resize_bilinear(source.data(), 8, 6, result.data(), 5, 7, channels), -1);
+    if (channels >= 1 && channels <= 4) {
+      kelnn_test::plain_resize(channels, source.data(), 8, 6, 8 * channels, expected.data(), 5, 7,
+                               5 * channels);
+    }
+    EXPECT_EQ(result, expected);
+  }
+}
+
+TEST(Nv12Resize, ScalesLumaAndChromaOnTheirOwn) {
+  const struct {
+    const char* name;
+    Size from, to;
+  } cases[] = {
+      {"even", {16, 8}, {12, 10}},
+      {"odd sizes", {17, 9}, {11, 7}},  // the last byte of each chroma row stays
+      {"to one chroma pair", {9, 9}, {3, 2}},
+      {"no chroma wanted", {8, 8}, {1, 5}},
+      {"too little chroma", {3, 8}, {4, 4}},
+      {"large", {640, 360}, {417, 235}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Size from = c.from, to = c.to;
+    const size_t source_luma = static_cast<size_t>(from.width * from.height);
+    const size_t luma = static_cast<size_t>(to.width * to.height);
+    const Bytes source = noise(source_luma * 3 / 2 + 2, 2);
+    Bytes result(luma * 3 / 2 + 2, kUntouched), expected(result);
+    EXPECT_EQ(kel_nn_pixel_resize_bilinear_nv12(source.data(), from.width, from.height,
+                                                result.data(), to.width, to.height),
+              0);
+    kelnn_test::plain_resize(1, source.data(), from.width, from.height, from.width, expected.data(),
+                             to.width, to.height, to.width);
+    if (from.width >= 4 && from.height >= 4) {
+      kelnn_test::plain_resize(2, source.data() + source_luma, from.width / 2, from.height / 2,
+                               from.width, expected.data() + luma, to.width / 2, to.height / 2,
+                               to.width);
+    }
+    EXPECT_EQ(result, expected);
+    Bytes same(luma * 3 / 2 + 2, kUntouched);
+    resize_bilinear_yuv420sp(source.data(), from.width, from.height, same.data(), to.width,
+                             to.height);
+    EXPECT_EQ(same, expected);
+  }
+}
+
+}  // namespace

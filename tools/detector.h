@@ -1,0 +1,36 @@
+// The library's three detectors, each on whole frames of any size.
+#ifndef KEL_NN_TOOLS_DETECTOR_H_
+#define KEL_NN_TOOLS_DETECTOR_H_
+
+#include <memory>
+#include <opencv2/core.hpp>
+#include <string>
+#include <vector>
+
+namespace kelnn_cli {
+
+struct Detection {
+  cv::Rect box;  // pixels of the frame; never empty
+  float score;
+  int class_id;
+};
+
+// One of each kind at a time in the process.
+class Detector {
+ public:
+  virtual ~Detector() = default;
+  // Best score first. The model is loaded when a frame needs another one than the frame before; a
+  // Failure says why it does not load.
+  virtual std::vector<Detection> detect(const cv::Mat& bgr) = 0;
+};
+
+std::unique_ptr<Detector> make_face_detector(const std::string& root);
+std::unique_ptr<Detector> make_object_detector(const std::string& root);
+std::unique_ptr<Detector> make_person_detector(const std::string& root);
+
+// The key of the person detection task for frames of that size.
+std::string person_task(cv::Size frame_size);
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_DETECTOR_H_

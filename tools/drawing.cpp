@@ -1,0 +1,41 @@
+#include "drawing.h"
+
+#include <algorithm>
+#include <iterator>
+#include <opencv2/imgproc.hpp>
+
+namespace kelnn_cli {
+namespace {
+
+// Blue, green, red; light enough for black letters.
+const cv::Scalar kColours[] = {{80, 220, 60}, {60, 170, 255}, {255, 190, 70}, {230, 120, 240}};
+const cv::Scalar kBlack(0, 0, 0);
+constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
+constexpr double kLetterScale = 0.45;  // per pixel of line width
+
+// On a strip of the box's colour above it or, where there is no room, inside.
+void draw_label(cv::Mat* bgr, const cv::Rect& box, const std::string& label,
+                const cv::Scalar& colour, int line_width) {
+  const double scale = kLetterScale * line_width;
+  int below = 0;
+  const cv::Size text = cv::getTextSize(label, kFont, scale, line_width, &below);
+  const cv::Size strip_size(text.width + 2 * line_width, text.height + below + 2 * line_width);
+  const int x = std::max(0, std::min(box.x, bgr->cols - strip_size.width));
+  const int y = box.y >= strip_size.height ? box.y - strip_size.height : std::max(0, box.y);
+  const cv::Rect strip({x, y}, strip_size);
+  cv::rectangle(*bgr, strip, colour, cv::FILLED);
+  cv::putText(*bgr, label, {strip.x + line_width, strip.br().y - below - line_width}, kFont, scale,
+              kBlack, line_width, cv::LINE_AA);
+}
+
+}  // namespace
+
+void draw_box(cv::Mat* bgr, const cv::Rect& box, const std::string& label, int colour) {
+  const int line_width = std::max(1, std::min(bgr->cols, bgr->rows) / 400);
+  const cv::Scalar& chosen =
+      kColours[static_cast<size_t>(std::max(0, colour)) % std::size(kColours)];
+  cv::rectangle(*bgr, box, chosen, 2 * line_width);
+  if (!label.empty()) draw_label(bgr, box, label, chosen, line_width);
+}
+
+}  // namespace kelnn_cli

@@ -1,0 +1,44 @@
+// Frames of a picture, a video or a camera, one after the other.
+#ifndef KEL_NN_TOOLS_FRAME_SOURCE_H_
+#define KEL_NN_TOOLS_FRAME_SOURCE_H_
+
+#include <cstdint>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <string>
+
+namespace kelnn_cli {
+
+struct Frame {
+  cv::Mat pixels;      // 8-bit BGR; holds until the next one is read
+  int64_t index = 0;   // from 0, skipped frames included
+  double seconds = 0;  // since the first frame
+};
+
+class FrameSource {
+ public:
+  enum class Kind { kPicture, kVideo, kCamera };
+
+  explicit FrameSource(Kind kind) : kind_(kind) {}
+  virtual ~FrameSource() = default;
+  FrameSource(const FrameSource&) = delete;
+  FrameSource& operator=(const FrameSource&) = delete;
+
+  Kind kind() const { return kind_; }
+  virtual bool read(Frame* frame) = 0;  // false: there is none left
+  virtual bool skip() = 0;              // the same without decoding
+  virtual int64_t count() const = 0;    // as the file says; 0: not known
+  virtual double frames_per_second() const = 0;
+
+ private:
+  Kind kind_;
+};
+
+// `input` is a file or "camera:NUMBER". A Failure names it and says why it cannot be read.
+std::unique_ptr<FrameSource> open_frames(const std::string& input);
+
+constexpr char kInputHelp[] = "Picture and video files, and cameras as camera:0, camera:1, ...";
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_FRAME_SOURCE_H_

@@ -1,0 +1,22 @@
+// Landmarks as places in a picture. What a model's values mean is the model's affair; here they are
+// parts of the cut-out: 0, 0 its top left corner and 1, 1 its bottom right corner.
+#ifndef KEL_NN_TOOLS_LANDMARK_POINTS_H_
+#define KEL_NN_TOOLS_LANDMARK_POINTS_H_
+
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "cut_out_tasks.h"
+
+namespace kelnn_cli {
+
+bool are_parts(const Landmarks& landmarks);  // all from 0 to 1
+
+std::vector<cv::Point2d> pixels_of(const Landmarks& landmarks, const cv::Rect& part);
+
+// Those that lie in the picture.
+void draw_landmarks(cv::Mat* bgr, const Landmarks& landmarks, const cv::Rect& part);
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_LANDMARK_POINTS_H_

@@ -1,0 +1,34 @@
+// A network, loaded through the library's engine for its shapes.
+#ifndef KEL_NN_TOOLS_NETWORK_H_
+#define KEL_NN_TOOLS_NETWORK_H_
+
+#include <string>
+
+#include "kel_nn.h"
+#include "task_catalogue.h"
+
+namespace kelnn_cli {
+
+class Network {
+ public:
+  enum class File { kPlain, kScrambled };
+  Network(const std::string& path, File kind);
+  ~Network();
+  Network(const Network&) = delete;
+  Network& operator=(const Network&) = delete;
+
+  // Why it did not load, or nothing.
+  const std::string& problem() const { return problem_; }
+  // What keeps a network that did load from doing a task's work, or nothing.
+  std::string misfit(const Task& task);
+  // What the library printed while it loaded.
+  const std::string& library_lines() const { return library_lines_; }
+
+ private:
+  kel_nn_graph graph_ = {};
+  std::string problem_, library_lines_;
+};
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_NETWORK_H_

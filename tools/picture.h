@@ -1,0 +1,31 @@
+// Picture files, and what of them is looked at.
+#ifndef KEL_NN_TOOLS_PICTURE_H_
+#define KEL_NN_TOOLS_PICTURE_H_
+
+#include <CLI/CLI.hpp>
+#include <opencv2/core.hpp>
+#include <string>
+
+#include "files.h"
+
+namespace kelnn_cli {
+
+constexpr int kFaceSize = 112;
+
+struct Box {
+  int x = 0, y = 0, width = 0, height = 0;  // in pixels; no width: the picture's centre square
+};
+
+// Any picture that OpenCV reads, as 8-bit BGR. This and what follows throw a Failure that names the
+// path.
+cv::Mat load_picture(const std::string& path);
+cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
+
+// As the face tasks want it: cut to the box and scaled to 112 x 112 grey pixels, averaged.
+Bytes load_face(const std::string& path, const Box& box);
+
+void add_box(CLI::App* command, const std::string& name, Box* box, const std::string& help);
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_PICTURE_H_

@@ -1,0 +1,41 @@
+#include "progress_bar.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace kelnn_cli {
+namespace {
+
+constexpr int kWidth = 30;
+constexpr std::chrono::milliseconds kPause(100);
+
+}  // namespace
+
+ProgressBar::ProgressBar(const std::string& label, int64_t total)
+    : label_(label), total_(total), start_(Clock::now()), last_(start_ - kPause) {}
+
+void ProgressBar::show(int64_t done) {
+  const Clock::time_point now = Clock::now();
+  if (total_ <= 0 || now - last_ < kPause) return;
+  last_ = now;
+  const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
+  const double seconds = std::chrono::duration<double>(now - start_).count();
+  const std::string bar(static_cast<size_t>(part * kWidth), '#');
+  std::fprintf(stderr, "\r\033[K%s [%-*s] %3.0f%%  %.1f frames/s", label_.c_str(), kWidth,
+               bar.c_str(), 100 * part, seconds > 0 ? static_cast<double>(done) / seconds : 0);
+  std::fflush(stderr);
+  is_visible_ = true;
+}
+
+void ProgressBar::hide() {
+  if (!is_visible_) return;
+  std::fputs("\r\033[K", stderr);
+  std::fflush(stderr);
+  is_visible_ = false;
+}
+
+bool is_terminal_error_output() { return isatty(STDERR_FILENO) != 0; }
+
+}  // namespace kelnn_cli

@@ -1,0 +1,35 @@
+// How far a long video is, on the last line of standard error.
+#ifndef KEL_NN_TOOLS_PROGRESS_BAR_H_
+#define KEL_NN_TOOLS_PROGRESS_BAR_H_
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace kelnn_cli {
+
+class ProgressBar {
+ public:
+  // Nothing is shown when `total` is not known (0).
+  ProgressBar(const std::string& label, int64_t total);
+  ~ProgressBar() { hide(); }
+  ProgressBar(const ProgressBar&) = delete;
+  ProgressBar& operator=(const ProgressBar&) = delete;
+
+  void show(int64_t done);  // as often as you like: it is drawn a few times a second
+  void hide();              // before something else is printed
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  std::string label_;
+  int64_t total_;
+  bool is_visible_ = false;
+  Clock::time_point start_, last_;
+};
+
+bool is_terminal_error_output();  // where a progress bar makes sense
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_PROGRESS_BAR_H_

@@ -1,0 +1,68 @@
+#include "watcher.h"
+
+#include <filesystem>
+
+#include "cut_out.h"
+#include "files.h"
+#include "task_catalogue.h"
+
+namespace kelnn_cli {
+
+Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool is_always_awake,
+                 const Note& note)
+    : root_(with_slash(root)),
+      is_awake_(is_always_awake),
+      is_always_awake_(is_always_awake),
+      note_(note),
+      filter_(settings) {}
+
+bool Watcher::has_model(const std::string& key, const char* what) {
+  const std::string path = root_ + find_task(key)->file_name;
+  std::error_code error;
+  if (std::filesystem::exists(path, error)) return true;
+  note_(std::string(what) + " are left out: there is no model " + path + "; kelnn pack " + key +
+        " makes one");
+  return false;
+}
+
+// The models that frames of that size need, before the first one is looked at.
+void Watcher::load(cv::Size frame_size) {
+  is_loaded_ = true;
+  if (has_model(person_task(frame_size), "persons")) persons_ = make_person_detector(root_);
+  if (!has_model("face-detection", "faces")) return;
+  faces_ = make_face_detector(root_);
+  if (has_model("face-landmarks", "landmarks")) {
+    landmarks_ = std::make_unique<FaceLandmarks>(root_);
+  }
+  if (has_model("face-features", "face features")) {
+    features_ = std::make_unique<FaceFeatures>(root_);
+  }
+}
+
+WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {
+  WatchedFace face = {place, std::nullopt, {}};
+  if (!landmarks_ && !features_) return face;
+  const Bytes grey = grey_cut_out(bgr, place.box);
+  if (landmarks_) face.landmarks = landmarks_->of(grey);
+  if (features_) face.features = features_->of(grey);
+  return face;
+}
+
+Sighting Watcher::look(const cv::Mat& bgr) {
+  if (!is_loaded_) load(bgr.size());
+  Sighting seen;
+  seen.decision = filter_.take(luma_of(bgr));
+  if (seen.decision != Decision::kNotYet) {
+    is_awake_ = is_always_awake_ || seen.decision == Decision::kMotion;
+  }
+  if (!is_awake_) return seen;
+  if (persons_) seen.persons = persons_->detect(bgr);
+  if (!faces_) return seen;
+  seen.faces.emplace();
+  for (const Detection& place : faces_->detect(bgr)) {
+    seen.faces->push_back(recognise(bgr, place));
+  }
+  return seen;
+}
+
+}  // namespace kelnn_cli

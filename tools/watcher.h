@@ -1,0 +1,64 @@
+// What a camera does with its frames: look for motion, then for people, then for faces and who they
+// are. Tasks without a model are left out.
+#ifndef KEL_NN_TOOLS_WATCHER_H_
+#define KEL_NN_TOOLS_WATCHER_H_
+
+#include <functional>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cut_out_tasks.h"
+#include "detector.h"
+#include "face_features.h"
+#include "motion_filter.h"
+
+namespace kelnn_cli {
+
+struct WatchedFace {
+  Detection place;
+  std::optional<Landmarks> landmarks;
+  std::vector<float> features;  // none: no model
+};
+
+struct Sighting {
+  Decision decision = Decision::kNotYet;          // of a period that ended with this frame
+  std::optional<std::vector<Detection>> persons;  // none: not looked for
+  std::optional<std::vector<WatchedFace>> faces;
+
+  bool is_event() const {
+    return decision != Decision::kNotYet || (persons && !persons->empty()) ||
+           (faces && !faces->empty());
+  }
+};
+
+class Watcher {
+ public:
+  using Note = std::function<void(const std::string&)>;
+
+  // `is_always_awake`: detection does not wait for motion. `note` is told once of each task that is
+  // left out; of a model that is there but does not load, a Failure tells.
+  Watcher(const std::string& root, const MotionSettings& settings, bool is_always_awake,
+          const Note& note);
+
+  Sighting look(const cv::Mat& bgr);
+
+ private:
+  bool has_model(const std::string& key, const char* what);
+  void load(cv::Size frame_size);
+  WatchedFace recognise(const cv::Mat& bgr, const Detection& place);
+
+  std::string root_;
+  bool is_awake_, is_always_awake_, is_loaded_ = false;
+  Note note_;
+  MotionFilter filter_;
+  std::unique_ptr<Detector> persons_, faces_;
+  std::unique_ptr<FaceLandmarks> landmarks_;
+  std::unique_ptr<FaceFeatures> features_;
+};
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_WATCHER_H_
