@@ -12,7 +12,7 @@ namespace kelnn_cli {
 namespace {
 
 struct Options {
-  std::string sound, png, csv;
+  std::string input, png, csv;
   uint64_t window = 0;
 };
 
@@ -35,16 +35,16 @@ std::string title(const Options& options, double start) {
   std::snprintf(range, sizeof(range), ", window %llu (%.0f - %.0f s)",
                 static_cast<unsigned long long>(options.window), start, start + kWindowSeconds);
   const std::string name =
-      options.sound == "-" ? "standard input" : std::filesystem::path(options.sound).filename();
+      options.input == "-" ? "standard input" : std::filesystem::path(options.input).filename();
   return "Filter-bank features of " + name + range;
 }
 
 Report features(const Options& options) {
   const FeatureMatrix matrix =
-      window_features(open_sound(options.sound).get(), options.sound, options.window);
+      window_features(open_sound(options.input).get(), options.input, options.window);
   const double start = static_cast<double>(options.window) * kWindowSeconds;
   Report report;
-  report.json = {{"sound", options.sound}, {"window", options.window},
+  report.json = {{"input", options.input}, {"window", options.window},
                  {"start", start},         {"end", start + kWindowSeconds},
                  {"rows", matrix.rows},    {"channels", matrix.channels}};
   const auto save = [&report](const char* kind, const std::string& path, const Bytes& bytes) {
@@ -72,11 +72,7 @@ void add_features(CLI::App& app, Command* chosen) {
       "10 ms, of 64 bytes, the energy in 64 mel channels. 128 is a channel's mean over the "
       "window.\n"
       "Needs no model.");
-  command
-      ->add_option("sound", options->sound,
-                   "A sound file, or - for 16-bit mono samples at 16 kHz from standard input")
-      ->required()
-      ->type_name("FILE");
+  command->add_option("input", options->input, kSoundHelp)->required()->type_name("FILE");
   command->add_option("--window", options->window, "Which 3 seconds: 0 is the first")
       ->type_name("N")
       ->check(CLI::Range(uint64_t{0}, uint64_t{1} << 32).description(""))

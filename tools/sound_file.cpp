@@ -71,9 +71,9 @@ class SoundFile : public Sound {
  public:
   explicit SoundFile(const std::string& path)
       : path_(path), file_(sf_open(path.c_str(), SFM_READ, &info_)) {
-    if (!file_) throw Failure(path + ": " + sf_strerror(nullptr));
+    if (!file_) throw Failure(path, sf_strerror(nullptr));
     if (!src_is_valid_ratio(static_cast<double>(kSoundRate) / info_.samplerate)) {
-      throw Failure(path + ": a sampling rate of " + std::to_string(info_.samplerate) + " Hz");
+      throw Failure(path, "a sampling rate of " + std::to_string(info_.samplerate) + " Hz");
     }
     resampler_ = std::make_unique<Resampler>(info_.samplerate);
   }
@@ -113,7 +113,7 @@ class SoundFile : public Sound {
     std::vector<float> frames(static_cast<size_t>(kBlock) * channels);
     const sf_count_t n = sf_readf_float(file_.get(), frames.data(), kBlock);
     if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
-      throw Failure(path_ + ": " + sf_strerror(file_.get()));
+      throw Failure(path_, sf_strerror(file_.get()));
     }
     is_end_ = n < kBlock;
     std::vector<float> mono(static_cast<size_t>(std::max<sf_count_t>(n, 0)));

@@ -26,6 +26,10 @@ class Sound {
 // standard input: bare 16-bit samples, low byte first, mono at 16 kHz.
 std::unique_ptr<Sound> open_sound(const std::string& path);
 
+constexpr char kSoundHelp[] =
+    "A sound file (WAV, FLAC, Ogg, ...); or - for standard input, bare 16-bit samples, low byte\n"
+    "first, mono at 16 kHz";
+
 }  // namespace kelnn_cli
 
 #endif  // KEL_NN_TOOLS_SOUND_FILE_H_

@@ -1,10 +1,10 @@
 #include "sound_window.h"
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 
+#include "formatted.h"
 #include "kel_nn.h"
 #include "report.h"
 
@@ -23,9 +23,7 @@ Context create_context() {
 }
 
 std::string seconds_text(uint64_t samples) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.2f s", static_cast<double>(samples) / kSoundRate);
-  return text;
+  return formatted("%.2f s", static_cast<double>(samples) / kSoundRate);
 }
 
 std::vector<int16_t> read_window(Sound* sound, const std::string& name, uint64_t index) {
@@ -35,9 +33,9 @@ std::vector<int16_t> read_window(Sound* sound, const std::string& name, uint64_t
     const size_t n = sound->read(window.data(), window.size());
     total += n;
     if (n < window.size()) {
-      throw Failure(name + ": window " + std::to_string(index) + " ends at " +
-                    seconds_text((index + 1) * kWindowSamples) + ", the sound at " +
-                    seconds_text(total));
+      throw Failure(name, "window " + std::to_string(index) + " ends at " +
+                              seconds_text((index + 1) * kWindowSamples) + ", the sound at " +
+                              seconds_text(total));
     }
   }
   return window;
@@ -67,11 +65,10 @@ FeatureMatrix window_features(Sound* sound, const std::string& name, uint64_t in
     throw Failure("the features failed, see above");
   }
   if (!context->has_voice) {
-    char gate[64];
-    std::snprintf(gate, sizeof(gate), "its loudness is %.0f, and the gate is at %.0f",
-                  double{loudness(window)}, double{context->gate_threshold});
-    throw Failure(name + ": window " + std::to_string(index) +
-                  " is too quiet to have features: " + gate);
+    throw Failure(name, "window " + std::to_string(index) +
+                            " is too quiet to have features: its loudness is " +
+                            formatted("%.0f", double{loudness(window)}) + ", the gate is at " +
+                            formatted("%.0f", double{context->gate_threshold}));
   }
   FeatureMatrix matrix;
   matrix.rows = context->wave.n_frames;
