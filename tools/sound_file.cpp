@@ -104,11 +104,14 @@ class SoundFile : public Sound {
   bool refill() {
     ready_.clear();
     next_ = 0;
-    while (ready_.empty() && !is_end_) resampler_->process(read_mono(), is_end_, &ready_);
+    while (ready_.empty() && !is_end_) {
+      const std::vector<float> mono = read_mono();
+      resampler_->process(mono, is_end_, &ready_);
+    }
     return !ready_.empty();
   }
 
-  std::vector<float> read_mono() {
+  std::vector<float> read_mono() {  // and whether that was the end
     const auto channels = static_cast<size_t>(info_.channels);
     std::vector<float> frames(static_cast<size_t>(kBlock) * channels);
     const sf_count_t n = sf_readf_float(file_.get(), frames.data(), kBlock);
