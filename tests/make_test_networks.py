@@ -65,6 +65,14 @@ for i, width in enumerate([16, 24, 8]):
     channels = width
 save("convolutions", layers, [("x", [1, 3, 48, 64])], [("r2", [1, 8, 48, 64])], weights)
 
+# Cry detection's shape. No cry: 0; cry: how much the upper half of the channels ever exceeds its means, less the lower
+# half, in bytes.
+halves = numpy.zeros((64, 2), numpy.float32)
+halves[:32, 1], halves[32:, 1] = -1 / 32, 1 / 32
+save("high_or_low", [node("MaxPool", ["x"], ["loudest"], kernel_shape=[297, 1]),
+                     node("Flatten", ["loudest"], ["channels"], axis=1), node("MatMul", ["channels", "halves"], ["y"])],
+     [("x", [1, 1, 297, 64])], [("y", [1, 2])], {"halves": halves})
+
 # What is refused.
 relu = [node("Relu", ["x"], ["y"])]
 save("dynamic_height", relu, [("x", [1, 3, "H", 5])], [("y", [1, 3, "H", 5])])

@@ -25,10 +25,12 @@ void add_classifiers(CLI::App& app, Command* chosen);  // classify-face, classif
 void add_compare(CLI::App& app, Command* chosen);
 void add_doctor(CLI::App& app, Command* chosen);
 void add_feature(CLI::App& app, Command* chosen);
+void add_features(CLI::App& app, Command* chosen);
 void add_landmarks(CLI::App& app, Command* chosen);
 void add_models(CLI::App& app, Command* chosen);
 void add_pack(CLI::App& app, Command* chosen);
 void add_unpack(CLI::App& app, Command* chosen);
+void add_cry(CLI::App& app, StreamingCommand* chosen);
 void add_detectors(CLI::App& app, StreamingCommand* chosen);  // faces, objects, persons
 void add_motion(CLI::App& app, StreamingCommand* chosen);
 void add_watch(CLI::App& app, StreamingCommand* chosen);

@@ -7,7 +7,7 @@
 namespace kelnn_cli {
 
 LoadedTask::LoadedTask(const std::string& directory, const char* key, const char* result,
-                       Function* init, Function* deinit)
+                       const std::function<Function>& init, Function* deinit)
     : result_(result), deinit_(deinit) {
   const std::string root = with_slash(directory);
   kel_nn_set_model_root_dir(root.c_str());

@@ -2,6 +2,7 @@
 #ifndef KEL_NN_TOOLS_LOADED_TASK_H_
 #define KEL_NN_TOOLS_LOADED_TASK_H_
 
+#include <functional>
 #include <string>
 
 #include "kel_nn.h"
@@ -14,8 +15,8 @@ class LoadedTask {
 
   // `key` is the task's in the catalogue, `result` what it gives: a Failure says that there is none
   // of it, and why the model does not load.
-  LoadedTask(const std::string& directory, const char* key, const char* result, Function* init,
-             Function* deinit);
+  LoadedTask(const std::string& directory, const char* key, const char* result,
+             const std::function<Function>& init, Function* deinit);
   ~LoadedTask();
   LoadedTask(const LoadedTask&) = delete;
   LoadedTask& operator=(const LoadedTask&) = delete;

@@ -53,7 +53,7 @@ int run(const Command& command, const StreamingCommand& streaming_command, bool 
 int main(int argc, char** argv) {
   cv::utils::logging::setLogLevel(
       cv::utils::logging::LOG_LEVEL_SILENT);  // failures are reported here
-  CLI::App app("On-device neural-network tasks on a PC: model files and pictures.", "kelnn");
+  CLI::App app("On-device neural-network tasks on a PC: model files, pictures and sound.", "kelnn");
   Command command;
   StreamingCommand streaming_command;
   bool as_json = false;
@@ -63,10 +63,11 @@ int main(int argc, char** argv) {
   app.add_flag("--json", as_json, "Print the result as JSON");
   app.footer("kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly.");
   for (const auto add : {add_models, add_pack, add_unpack, add_doctor, add_feature, add_compare,
-                         add_landmarks, add_classifiers}) {
+                         add_landmarks, add_classifiers, add_features}) {
     add(app, &command);
   }
-  for (const auto add : {add_detectors, add_motion, add_watch}) add(app, &streaming_command);
+  for (const auto add : {add_detectors, add_motion, add_watch, add_cry})
+    add(app, &streaming_command);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& wanted) {  // --help, --version

@@ -13,8 +13,8 @@ constexpr std::chrono::milliseconds kPause(100);
 
 }  // namespace
 
-ProgressBar::ProgressBar(const std::string& label, int64_t total)
-    : label_(label), total_(total), start_(Clock::now()), last_(start_ - kPause) {}
+ProgressBar::ProgressBar(const std::string& label, int64_t total, const char* unit)
+    : label_(label), unit_(unit), total_(total), start_(Clock::now()), last_(start_ - kPause) {}
 
 void ProgressBar::show(int64_t done) {
   const Clock::time_point now = Clock::now();
@@ -23,8 +23,8 @@ void ProgressBar::show(int64_t done) {
   const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
   const double seconds = std::chrono::duration<double>(now - start_).count();
   const std::string bar(static_cast<size_t>(part * kWidth), '#');
-  std::fprintf(stderr, "\r\033[K%s [%-*s] %3.0f%%  %.1f frames/s", label_.c_str(), kWidth,
-               bar.c_str(), 100 * part, seconds > 0 ? static_cast<double>(done) / seconds : 0);
+  std::fprintf(stderr, "\r\033[K%s [%-*s] %3.0f%%  %.1f %s/s", label_.c_str(), kWidth, bar.c_str(),
+               100 * part, seconds > 0 ? static_cast<double>(done) / seconds : 0, unit_);
   std::fflush(stderr);
   is_visible_ = true;
 }

@@ -1,4 +1,4 @@
-// How far a long video is, on the last line of standard error.
+// How far a long video or sound is, on the last line of standard error.
 #ifndef KEL_NN_TOOLS_PROGRESS_BAR_H_
 #define KEL_NN_TOOLS_PROGRESS_BAR_H_
 
@@ -11,7 +11,7 @@ namespace kelnn_cli {
 class ProgressBar {
  public:
   // Nothing is shown when `total` is not known (0).
-  ProgressBar(const std::string& label, int64_t total);
+  ProgressBar(const std::string& label, int64_t total, const char* unit = "frames");
   ~ProgressBar() { hide(); }
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
@@ -23,6 +23,7 @@ class ProgressBar {
   using Clock = std::chrono::steady_clock;
 
   std::string label_;
+  const char* unit_;
   int64_t total_;
   bool is_visible_ = false;
   Clock::time_point start_, last_;

@@ -1,0 +1,35 @@
+// Sound as the cry detector hears it, mono at 16 kHz, from a file of any kind or a pipe.
+#ifndef KEL_NN_TOOLS_SOUND_FILE_H_
+#define KEL_NN_TOOLS_SOUND_FILE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace kelnn_cli {
+
+constexpr int kSoundRate = 16000;
+
+class Sound {
+ public:
+  virtual ~Sound() = default;
+
+  // The next `count` samples, or as many as there are left. What comes does not depend on how it is
+  // asked for. A Failure names the file.
+  virtual size_t read(int16_t* samples, size_t count) = 0;
+  // About how many samples there are in all; 0 when nobody knows.
+  virtual uint64_t expected_samples() const = 0;
+};
+
+// A file that libsndfile reads: its channels are averaged, and it is resampled if need be. "-" is
+// standard input: bare 16-bit samples, low byte first, mono at 16 kHz.
+std::unique_ptr<Sound> open_sound(const std::string& path);
+
+constexpr char kSoundHelp[] =
+    "A sound file (WAV, FLAC, Ogg, ...); or - for standard input, bare 16-bit samples, low byte\n"
+    "first, mono at 16 kHz";
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_SOUND_FILE_H_
