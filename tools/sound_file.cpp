@@ -35,12 +35,21 @@ class Resampler {
   Resampler(const Resampler&) = delete;
   Resampler& operator=(const Resampler&) = delete;
 
-  // Adds to `out` what `in` makes. Called with `is_end` once, it holds nothing back.
+  // Sets `out` to what `in` makes. Called with `is_end` once, it holds nothing back.
   void process(const std::vector<float>& in, bool is_end, std::vector<float>* out) {
     if (!state_) {
-      out->insert(out->end(), in.begin(), in.end());
+      *out = in;
       return;
     }
+    out->clear();
+    run(in, is_end, out);
+    taken_ += in.size();
+    if (is_end) end_exactly(out);
+    given_ += out->size();
+  }
+
+ private:
+  void run(const std::vector<float>& in, bool is_end, std::vector<float>* out) {
     SRC_DATA data = {};
     data.data_in = in.data();
     data.input_frames = static_cast<long>(in.size());
@@ -58,8 +67,14 @@ class Resampler {
     } while (data.input_frames > 0 || data.output_frames_gen > 0);
   }
 
- private:
+  // The resampler's roundings may leave a sample too few or too many; 3 seconds are to be a window.
+  void end_exactly(std::vector<float>* out) const {
+    const auto all = static_cast<uint64_t>(std::llround(static_cast<double>(taken_) * ratio_));
+    out->resize(all > given_ ? all - given_ : 0, out->empty() ? 0.0f : out->back());
+  }
+
   double ratio_;
+  uint64_t taken_ = 0, given_ = 0;  // samples
   SRC_STATE* state_ = nullptr;
 };
 
