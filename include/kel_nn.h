@@ -37,16 +37,18 @@
 extern "C" {
 #endif
 
+/** Marks what the library exports. */
 #define KEL_NN_API __attribute__((visibility("default")))
 
 /* -------------------------------------------------------------------------------------------------
  * Version and handle
  * ---------------------------------------------------------------------------------------------- */
 
-#define KEL_NN_VERSION_MAJOR 1
-#define KEL_NN_VERSION_MINOR 3
-#define KEL_NN_VERSION_PATCH 19
-#define KEL_NN_BUILD_DATE "2023/03/07"
+/* What the banner shows. */
+#define KEL_NN_VERSION_MAJOR 1         /**< changes break callers */
+#define KEL_NN_VERSION_MINOR 3         /**< changes add to the interface */
+#define KEL_NN_VERSION_PATCH 19        /**< changes mend */
+#define KEL_NN_BUILD_DATE "2023/03/07" /**< year, month, day */
 
 /** The one object of the library. It holds a graph for every task's model. */
 typedef struct kel_nn_handle* kel_nn_handle_t;
@@ -125,8 +127,14 @@ KEL_NN_API size_t kel_nn_model_xor_decode_from_file(const char* path, uint8_t** 
  * Tasks
  *
  * Each task has an `_init` that loads its model, a `_process` (or the like) and a `_deinit` that
- * releases the model. `_deinit` may be called on any handle, also when the task was never
- * initialised. A second `_init` without `_deinit` fails.
+ * releases the model. Unless a function says otherwise:
+ *
+ * _init     returns 0, or -1 for a null handle, a task that is initialised already or a model that
+ *           does not load.
+ * _deinit   returns 0, or -1 for a null handle. It may be called on any handle, also when the task
+ *           was never initialised.
+ * _process  returns 0, or -1 for a null argument, a failed run or a model whose outputs are too
+ *           small; what it would have written is then unchanged.
  * ---------------------------------------------------------------------------------------------- */
 
 /* What the detectors share --------------------------------------------------------------------- */
@@ -141,7 +149,7 @@ typedef struct kel_nn_box {
 
 /** A width and a height in pixels. */
 typedef struct kel_nn_size {
-  int32_t w, h;
+  int32_t w, h; /**< width and height */
 } kel_nn_size_t;
 
 /* Face detection: where are faces? ------------------------------------------------------------- */
@@ -157,25 +165,19 @@ typedef struct kel_nn_facedet_result {
  *
  *  width, height  Of the frames that the images are made from; results are scaled to them. They are
  *                 taken over also when the call fails for anything but a null handle.
- *  returns        0, or -1 for a null handle, a task that is initialised already or a model that
- *                 does not load.
  */
 KEL_NN_API int kel_nn_facedet_init(kel_nn_handle_t handle, int width, int height);
 
-/** Releases the face detection model. The frame size stays.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the face detection model. The frame size stays. */
 KEL_NN_API int kel_nn_facedet_deinit(kel_nn_handle_t handle);
 
 /** Finds the faces in one image.
  *
  *  image    320 * 240 * 3 bytes: the whole frame, scaled to that size without keeping its aspect.
- *  result   Filled on success, untouched on failure. `boxes` points into the task's own storage,
- *           also when there is no face. Pixels are those of the frame size that
- *           kel_nn_facedet_init() was given. Boxes score above 0.8 and overlap with an IoU of at
- *           most 0.3. Of more than 100 candidates, those of the smaller anchors are considered.
- *  returns  0, or -1 for a null argument, a failed run or a model whose outputs are too small.
+ *  result   `boxes` points into the task's own storage, also when there is no face. Pixels are those
+ *           of the frame size that kel_nn_facedet_init() was given. Boxes score above 0.8 and
+ *           overlap with an IoU of at most 0.3. Of more than 100 candidates, those of the smaller
+ *           anchors are considered.
  *
  *      kel_nn_facedet_result_t faces;
  *      if (kel_nn_facedet_process(handle, image, &faces) == 0) draw(faces.boxes, faces.count);
@@ -185,12 +187,13 @@ KEL_NN_API int kel_nn_facedet_process(kel_nn_handle_t handle, const uint8_t* ima
 
 /* Person detection: where are people? ---------------------------------------------------------- */
 
+/** How many candidates a person detection considers, and the most boxes that it gives. */
 #define KEL_NN_PERSONDET_MAX_BOXES 100
 
 /** What a person or four-class detection found. */
 typedef struct kel_nn_det_result {
   kel_nn_box_t* boxes; /**< `count` boxes, best score first */
-  int32_t count;
+  int32_t count;       /**< 0 to the detector's limit */
 } kel_nn_det_result_t;
 
 /** Loads the person detection model for one orientation of frames.
@@ -203,28 +206,22 @@ typedef struct kel_nn_det_result {
  *
  *                 The orientation is taken over also when the call fails for anything but a null
  *                 handle; for another orientation call kel_nn_persondet_deinit() first.
- *  returns        0, or -1 for a null handle, a task that is initialised already or a model that
- *                 does not load.
  */
 KEL_NN_API int kel_nn_persondet_init(kel_nn_handle_t handle, int width, int height);
 
-/** Releases the person detection model.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the person detection model. */
 KEL_NN_API int kel_nn_persondet_deinit(kel_nn_handle_t handle);
 
 /** Finds the people in one frame.
  *
  *  image       The model's input, `input_size` pixels of 3 channels: the frame, scaled by
  *              max(input_size) / max(frame_size) and centred on a canvas of the model's size.
- *  result      Filled on success, untouched on failure. `boxes` points into the task's own storage,
- *              also when there is nobody. Centres and sizes are whole numbers of pixels of the
- *              frame, cut off at its edges (at pixel 1, not 0, on the left and top; a box that lies
- *              outside may come out with a size of 0 or less). Boxes score at least 0.3 and overlap
- *              with an IoU of at most 0.4 in the image. Of more than KEL_NN_PERSONDET_MAX_BOXES
- *              candidates the first are considered, not the best: coarse grid before fine grid,
- *              from the top left.
+ *  result      `boxes` points into the task's own storage, also when there is nobody. Centres and
+ *              sizes are whole numbers of pixels of the frame, cut off at its edges (at pixel 1, not
+ *              0, on the left and top; a box that lies outside may come out with a size of 0 or
+ *              less). Boxes score at least 0.3 and overlap with an IoU of at most 0.4 in the image.
+ *              Of more than KEL_NN_PERSONDET_MAX_BOXES candidates the first are considered, not the
+ *              best: coarse grid before fine grid, from the top left.
  *  frame_size  Of the camera's frame.
  *  input_size  Must be the model's.
  *  returns     0; -1 for a null argument; 1 for a failed run, an `input_size` that is not the
@@ -243,17 +240,15 @@ KEL_NN_API int kel_nn_persondet_process(kel_nn_handle_t handle, const void* imag
 
 /* Four-class detection: where are things of four kinds? ---------------------------------------- */
 
+/** How many candidates a four-class detection considers, and the most boxes that it gives. */
 #define KEL_NN_4CLSDET_MAX_BOXES 500
 
-/** Loads the four-class detection model for one orientation of frames; the same as
- *  kel_nn_persondet_init(), with models and an orientation of its own.
+/** Loads the four-class detection model for one orientation of frames; as kel_nn_persondet_init(),
+ *  with models and an orientation of its own.
  */
 KEL_NN_API int kel_nn_4clsdet_init(kel_nn_handle_t handle, int width, int height);
 
-/** Releases the four-class detection model.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the four-class detection model. */
 KEL_NN_API int kel_nn_4clsdet_deinit(kel_nn_handle_t handle);
 
 /** Finds the objects in one frame; the same as kel_nn_persondet_process(), except that `class_id`
@@ -272,25 +267,17 @@ typedef struct kel_nn_feature {
   uint32_t len; /**< 256 */
 } kel_nn_feature_t;
 
-/** Loads the face feature model.
- *
- *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
- *           load.
- */
+/** Loads the face feature model. */
 KEL_NN_API int kel_nn_facercg_init(kel_nn_handle_t handle);
 
-/** Releases the face feature model, and with it the values of all features extracted so far.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the face feature model, and with it the values of all features extracted so far. */
 KEL_NN_API int kel_nn_facercg_deinit(kel_nn_handle_t handle);
 
 /** Extracts the features of one face.
  *
  *  image    112 * 112 bytes, grey: an upright face that fills the picture.
- *  feature  Filled on success, untouched on failure. `data` points into the handle: the next
- *           extraction overwrites the values, so copy them before extracting from a second face.
- *  returns  0, or -1 for a null argument or a failed run.
+ *  feature  `data` points into the handle: the next extraction overwrites the values, so copy them
+ *           before extracting from a second face.
  */
 KEL_NN_API int kel_nn_face_feature_extract(kel_nn_handle_t handle, const void* image,
                                            kel_nn_feature_t* feature);
@@ -306,17 +293,10 @@ KEL_NN_API float kel_nn_face_feature_similarity_calcul(const kel_nn_feature_t* a
 
 /* Face landmarks: where are eyes, nose and mouth? ---------------------------------------------- */
 
-/** Loads the face landmark model.
- *
- *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
- *           load.
- */
+/** Loads the face landmark model. */
 KEL_NN_API int kel_nn_facelm_init(kel_nn_handle_t handle);
 
-/** Releases the face landmark model.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the face landmark model. */
 KEL_NN_API int kel_nn_facelm_deinit(kel_nn_handle_t handle);
 
 /** Finds five points of one face, and which way it looks.
@@ -324,7 +304,6 @@ KEL_NN_API int kel_nn_facelm_deinit(kel_nn_handle_t handle);
  *  image      112 * 112 bytes, grey: a face that fills the picture.
  *  landmarks  Receives 10 values: x and y of each point, in the model's order.
  *  pose       Receives 3 values. NULL if they are not wanted.
- *  returns    0, or -1 for a null argument or a failed run; the arrays are then unchanged.
  *
  *  The values are the model's own, neither scaled nor mapped. Both arrays may lie at any address.
  */
@@ -333,17 +312,10 @@ KEL_NN_API int kel_nn_facelm_process(kel_nn_handle_t handle, const void* image, 
 
 /* Face classes: which of three kinds of face? -------------------------------------------------- */
 
-/** Loads the face classification model.
- *
- *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
- *           load.
- */
+/** Loads the face classification model. */
 KEL_NN_API int kel_nn_face_classify_init(kel_nn_handle_t handle);
 
-/** Releases the face classification model.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the face classification model. */
 KEL_NN_API int kel_nn_face_classify_deinit(kel_nn_handle_t handle);
 
 /** Classifies one face.
@@ -353,31 +325,22 @@ KEL_NN_API int kel_nn_face_classify_deinit(kel_nn_handle_t handle);
  *            the classes are comes with the model.
  *  score     Receives kel_nn_sigmoid() of that output alone, in 0 to 1. It does not depend on the
  *            other classes and may be below 0.5.
- *  returns   0, or -1 for a null argument or a failed run; the results are then unchanged.
  */
 KEL_NN_API int kel_nn_face_classify_process(kel_nn_handle_t handle, const void* image,
                                             int* class_id, float* score);
 
 /* Person classes: is it a person? -------------------------------------------------------------- */
 
-/** Loads the person classification model.
- *
- *  returns  0, or -1 for a null handle, a task that is initialised already or a model that does not
- *           load.
- */
+/** Loads the person classification model. */
 KEL_NN_API int kel_nn_person_classify_init(kel_nn_handle_t handle);
 
-/** Releases the person classification model.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the person classification model. */
 KEL_NN_API int kel_nn_person_classify_deinit(kel_nn_handle_t handle);
 
 /** Tells how probable the first of two classes is. Which of them is a person comes with the model.
  *
  *  image    112 * 112 * 3 bytes: what was found, cut out and resized.
  *  score    Receives the probability of class 0; that of class 1 is the rest.
- *  returns  0, or -1 for a null argument or a failed run; `score` is then unchanged.
  */
 KEL_NN_API int kel_nn_person_classify_process(kel_nn_handle_t handle, const void* image,
                                               float* score);
@@ -389,17 +352,13 @@ KEL_NN_API int kel_nn_person_classify_process(kel_nn_handle_t handle, const void
  *  A second start replaces the first. A size that no frame has (negative, or of more than 2^31 - 1
  *  pixels) and a lack of memory are reported by the frames, not here.
  *
- *  handle   Only has to be one.
- *  width    Of the frames, in pixels.
- *  height   Of the frames, in pixels.
- *  returns  0, or -1 for a null handle.
+ *  handle         Only has to be one.
+ *  width, height  Of the frames, in pixels.
+ *  returns        0, or -1 for a null handle.
  */
 KEL_NN_API int32_t kel_nn_pir_filter_init(kel_nn_handle_t handle, int32_t width, int32_t height);
 
-/** Releases the motion filter's memory; frames fail until the next start.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the motion filter's memory; frames fail until the next start. */
 KEL_NN_API int32_t kel_nn_pir_filter_deinit(kel_nn_handle_t handle);
 
 /** Takes one frame, and decides at the end of each period whether there was motion.
@@ -409,15 +368,14 @@ KEL_NN_API int32_t kel_nn_pir_filter_deinit(kel_nn_handle_t handle);
  *  The first two frames after the start are only remembered. From the third on each has a vote, and
  *  at the end of a period the majority decides; a tie is no motion.
  *
- *  image    The luma plane, `width` * `height` bytes.
- *  width    As given at the start.
- *  height   As given at the start.
- *  ratio    From how many changed pixels on a frame votes for motion, in per cent of the halved
- *           frame. Where that makes less than one pixel, and for NaN, every frame does.
- *  period   Frames in a period, counted from the start on. 0: it never ends.
- *  result   From the third frame on: 1 for motion, 0 for none, -1 as long as the period goes on.
- *           Unchanged by the first two frames and after an error.
- *  returns  0, or -1 for a null argument, another size than at the start, or missing memory.
+ *  image          The luma plane, `width` * `height` bytes.
+ *  width, height  As given at the start.
+ *  ratio          From how many changed pixels on a frame votes for motion, in per cent of the
+ *                 halved frame. Where that makes less than one pixel, and for NaN, every frame does.
+ *  period         Frames in a period, counted from the start on. 0: it never ends.
+ *  result         From the third frame on: 1 for motion, 0 for none, -1 as long as the period goes
+ *                 on. Unchanged by the first two frames.
+ *  returns        0, or -1 for a null argument, another size than at the start, or missing memory.
  *
  *      int32_t moved = -1;
  *      kel_nn_pir_filter_process(handle, luma, 640, 360, 1.0f, 25, &moved);
@@ -442,10 +400,7 @@ KEL_NN_API int32_t kel_nn_pir_filter_process(kel_nn_handle_t handle, const uint8
 KEL_NN_API int kel_nn_crydet_init(kel_nn_handle_t handle, uint32_t sample_rate,
                                   float gate_threshold);
 
-/** Releases the model and the window.
- *
- *  returns  0, or -1 for a null handle.
- */
+/** Releases the model and the window. */
 KEL_NN_API int kel_nn_crydet_deinit(kel_nn_handle_t handle);
 
 /** Adds sound to the window, and scores the window when it is full.
@@ -454,9 +409,8 @@ KEL_NN_API int kel_nn_crydet_deinit(kel_nn_handle_t handle);
  *  n        Any number; best a divisor of 48000, such as 16000. What a window has no room for is
  *           lost, with a warning: windows do not overlap, and the next one starts empty.
  *  score    -1 while the window is not full; 0.00001 for a full window that is too quiet, without
- *           asking the network; else the probability of crying, from 0 to 1. Untouched on failure.
- *  returns  0, or -1 for a null argument, a task that is not initialised or a failed run. The
- *           window that failed is gone.
+ *           asking the network; else the probability of crying, from 0 to 1. A window that fails
+ *           is gone.
  *
  *      float score;
  *      while (record(pcm, 16000)) {
@@ -512,9 +466,9 @@ KEL_NN_API float kel_nn_sigmoid(float x);
  */
 KEL_NN_API float nn_calcu_iou(const kel_nn_box_t* a, const kel_nn_box_t* b);
 
-/** Types of non-maximum suppression. */
+/* Types of non-maximum suppression. */
 #define KEL_NN_NMS_HARD 0     /**< a group becomes its best box */
-#define KEL_NN_NMS_WEIGHTED 1 /**< a group becomes a weighted sum of its boxes, see below */
+#define KEL_NN_NMS_WEIGHTED 1 /**< a group becomes a weighted sum of its boxes, see kel_nn_nms() */
 
 /** Thins a list of overlapping boxes (non-maximum suppression), in place.
  *
@@ -806,10 +760,10 @@ KEL_NN_API void kel_nn_real_fft(float* s);
 typedef struct kel_nn_yolov3_param {
   int32_t img_w, img_h;     /**< the image in whose pixels boxes are given */
   int32_t input_w, input_h; /**< the network's input */
-  int32_t class_num;
-  int32_t anchor_num;     /**< in each cell */
-  const int32_t* anchors; /**< width and height of each, in pixels of the network's input */
-  float score_threshold;  /**< a box with this score is kept */
+  int32_t class_num;        /**< how many classes */
+  int32_t anchor_num;       /**< anchors in each cell */
+  const int32_t* anchors;   /**< width and height of each, in pixels of the network's input */
+  float score_threshold;    /**< a box with this score is kept */
 } kel_nn_yolov3_param_t;
 
 /** What a CenterNet head with distance bins is like. */
@@ -817,8 +771,8 @@ typedef struct kel_nn_centernet_param {
   int32_t img_w, img_h;     /**< the image in whose pixels boxes are given */
   int32_t input_w, input_h; /**< the network's input */
   int32_t reg_max;          /**< the largest distance, in strides; each side has one bin more */
-  int32_t class_num;
-  float score_threshold; /**< a box with this score is dropped */
+  int32_t class_num;        /**< how many classes */
+  float score_threshold;    /**< a box with this score is dropped */
 } kel_nn_centernet_param_t;
 
 /** Decodes a YOLOv3 map.
@@ -866,6 +820,7 @@ KEL_NN_API int kel_nn_centernet_postprocess(const float* map, int stride,
  *     kel_nne_graph_deinit(&graph);
  * ---------------------------------------------------------------------------------------------- */
 
+/** The most inputs, and the most outputs, that a graph gives access to. */
 #define KEL_NN_MAX_TENSOR_CNT 16
 
 /** The name of a model file, relative to the model root directory. */

@@ -72,23 +72,24 @@ typedef enum kel_nn_kit_format {
 
 /** A picture from the camera, or from a file. */
 typedef struct kel_nn_kit_frame {
-  const uint8_t* data;
-  int width, height; /**< pixels; NV12: at least 2 x 2 */
+  const uint8_t* data; /**< the first row, the uppermost; NV12: of the luma */
+  int width, height;   /**< pixels; NV12: at least 2 x 2 */
   int stride; /**< bytes from row to row, in both planes of NV12, up to 65536; 0: no padding */
-  kel_nn_kit_format_t format;
-  const uint8_t* chroma; /**< NV12's second plane; NULL: right after `height` rows of luma */
+  kel_nn_kit_format_t format; /**< how its pixels are stored */
+  const uint8_t* chroma;      /**< NV12's second plane; NULL: right after `height` rows of luma */
 } kel_nn_kit_frame_t;
 
-/** What a task wants: `width` * `height` * (1 or 3) bytes of the caller's, no padding. */
+/** What a task wants. */
 typedef struct kel_nn_kit_image {
-  uint8_t* data;
-  int width, height;
+  uint8_t* data;              /**< the caller's `width` * `height` * (1 or 3) bytes, no padding */
+  int width, height;          /**< pixels */
   kel_nn_kit_format_t format; /**< KEL_NN_KIT_GREY, _RGB or _BGR: what the model was trained with */
 } kel_nn_kit_image_t;
 
-/** `w` x `h` pixels from column `x`, row `y` on. */
+/** A part of a picture. */
 typedef struct kel_nn_kit_rect {
-  int x, y, w, h;
+  int x, y; /**< its first column and row */
+  int w, h; /**< how many columns and rows */
 } kel_nn_kit_rect_t;
 
 /** The input of the person and four-class detectors for frames of that size: 416 x 256 for
