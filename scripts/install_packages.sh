@@ -2,6 +2,7 @@
 # Installs Debian packages by group, those that are missing alone: scripts/install_packages.sh [GROUP...]
 #   build   the library for a PC, the command line, the examples, and the scripts that make samples
 #   test    what scripts/test.sh needs on top
+#   docs    what scripts/document.sh needs
 #   lint    what scripts/lint.sh needs on top
 # Silent when everything is there. Needs root only when something is missing.
 set -euo pipefail
@@ -13,6 +14,7 @@ declare -A groups=(
            python3 python3-numpy python3-onnx"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng"
+  [docs]="doxygen"
   [lint]="clang-format clang-tidy"
 )
 
@@ -20,7 +22,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build lint test" >&2
+    echo "install_packages.sh: no group '$group'; there are: build docs lint test" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 configurations=("$@")
 [ $# -gt 0 ] || configurations=(gcc clang sanitize mips)
 
-scripts/install_packages.sh build test
+scripts/install_packages.sh build docs test
 
 passed=0
 failed=0

@@ -154,6 +154,14 @@ for orientation, width, height in [("landscape", 416, 256), ("square", 320, 320)
     grid_detector("objects_" + orientation, width, height, [(2, 140, 155), (0, 24, 18)],
                   [[0, 0, 0, 0.5], [1, 0, 0, 0], [0, 0, 1, 0], [0, 1, 0, 0]])
 
+# The persons' shapes with the values of a cell outside, where a row belongs: a network exported in another order.
+save("persons_values_outside",
+     [node("AveragePool", ["x"], [f"pooled_{n}"], kernel_shape=[n, n], strides=[n, n]) for n in (32, 16)] +
+     [node("Conv", [f"pooled_{n}", "w"], [f"cells_{n}"], kernel_shape=[1, 1]) for n in (32, 16)] +
+     [node("Transpose", [f"cells_{n}"], [f"y_{n}"], perm=[0, 2, 3, 1]) for n in (32, 16)],
+     [("x", [1, 3, 256, 416])], [("y_32", [1, 8, 13, 18]), ("y_16", [1, 16, 26, 18])],
+     {"w": numpy.ones([18, 3, 1, 1], numpy.float32)})
+
 # Faces: red patches of 32 x 24 around a cell of level 1, blue ones of 64 x 60 around one of level 3. The cells of
 # levels 2 and 3 are rounded up to 8 and 4 rows, of 30 and 60 pixels.
 nodes, weights, outputs = [], {"dark": constant(100)}, []

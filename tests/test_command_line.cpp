@@ -64,6 +64,7 @@ TEST_F(CommandLine, AnswersWrongUsageWith2AndOneMessage) {
       {"models", "--no-such-option"},
       {"pack", "face-featurs", "x.onnx"},
       {"feature", "x.png", "--box", "1,2,3"},
+      {"feature", "x.png", "--box", "0,0,99999999999,1"},
   };
   for (const auto& call : calls) {
     const CommandResult result = run_kelnn(call);
@@ -114,6 +115,56 @@ TEST_F(CommandLine, ANetworkThatDoesNotFitLeavesTheOldModelAlone) {
     EXPECT_THAT(result.err, HasSubstr("kelnn: "));
     EXPECT_EQ(text_of(model_), before);
     EXPECT_EQ(file_count(), 1u);
+  }
+}
+
+TEST_F(CommandLine, PackSaysWhichShapeDoesNotFit) {
+  struct Case {
+    std::string task, network;
+    const char* explanation;
+  };
+  const Case cases[] = {
+      {"face-features", kNetworks + "identity.onnx",
+       "the input is [1, 3, 2, 5] instead of [1, 1, 112, 112]"},
+      {"face-features", kNetworks + "mean_112x112x1.onnx", "has 1 values instead of 256"},
+      {"face-landmarks", kSample, "the network has 1 outputs instead of 2"},
+      {"person-detection-portrait", kNetworks + "persons_landscape.onnx",
+       "the input is [1, 3, 256, 416] instead of [1, 3, 416, 256]"},
+      // 8 * 13 cells of 18 values, where four classes need 27.
+      {"four-class-detection-landscape", kNetworks + "persons_landscape.onnx",
+       "has 1872 values instead of 2808"},
+      {"person-detection-landscape", kNetworks + "persons_values_outside.onnx",
+       "do not lie side by side"},
+  };
+  for (const Case& c : cases) {
+    const CommandResult result = run_kelnn({"pack", c.task, c.network, "--root", root_});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_THAT(result.err, HasSubstr(c.explanation));
+  }
+  EXPECT_FALSE(fs::exists(root_));
+}
+
+TEST_F(CommandLine, AFullDiskLeavesTheOldModelAlone) {
+  pack_sample();
+  const std::string before = text_of(model_);
+  // Files may grow to 64 blocks of 512 bytes, a tenth of the model.
+  const CommandResult result = kelnn_test::run_command(
+      {"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 64; exec \"$@\"", "sh", KEL_NN_TEST_PROGRAM,
+       "pack", "face-features", kSample, "--root", root_});
+  EXPECT_EQ(result.exit_code, 1);
+  EXPECT_THAT(result.err, HasSubstr("File too large"));
+  EXPECT_EQ(text_of(model_), before);
+  EXPECT_EQ(file_count(), 1u);
+}
+
+TEST_F(CommandLine, AResultThatCannotBeWrittenIsAFailure) {
+  for (const char* redirection : {">/dev/full", ">&-"}) {
+    SCOPED_TRACE(redirection);
+    const std::string call = std::string("exec \"$0\" models ") + redirection;
+    const CommandResult result =
+        kelnn_test::run_command({"/bin/sh", "-c", call, KEL_NN_TEST_PROGRAM});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_THAT(result.err, HasSubstr("kelnn: cannot write the result: "));
   }
 }
 

@@ -51,14 +51,16 @@ void add_classifier(CLI::App& app, Command* chosen, const char* name, const char
 void add_classifiers(CLI::App& app, Command* chosen) {
   add_classifier(
       app, chosen, "classify-face",
-      "Prints which of three classes a face belongs to, 0 to 2, and its score (0 to 1), which\n"
-      "does not depend on the other classes. What the classes are comes with the model.\n"
-      "The picture's centre square is taken, or the box, and scaled to 112 x 112 grey pixels.",
+      "Tells which of three classes a face belongs to.\n"
+      "Prints the class, 0 to 2, and its score (0 to 1), which does not depend on the other\n"
+      "classes. What the classes are comes with the model. The picture's centre square is\n"
+      "taken, or the box, and scaled to 112 x 112 grey pixels.",
       classify_face);
   add_classifier(
       app, chosen, "classify-person",
-      "Prints how probable (0 to 1) the first of two classes is. Which of them is a person comes\n"
-      "with the model. The picture's centre square is taken, or the box, and scaled to\n"
+      "Tells how probable a person is in a picture.\n"
+      "Prints the probability (0 to 1) of the first of two classes. Which of them is a person\n"
+      "comes with the model. The picture's centre square is taken, or the box, and scaled to\n"
       "112 x 112 pixels of red, green and blue.",
       classify_person);
 }

@@ -34,9 +34,9 @@ void add_compare(CLI::App& app, Command* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "compare",
-      "Prints how alike two faces are: 1 is the most, -1 the least. From which value on they are\n"
-      "the same person depends on the model. Of each picture the centre square is taken, or the\n"
-      "box, and scaled to 112 x 112 grey pixels.");
+      "Prints how alike two faces are: 1 is the most, -1 the least.\n"
+      "From which value on they are the same person depends on the model. Of each picture the\n"
+      "centre square is taken, or the box, and scaled to 112 x 112 grey pixels.");
   command->add_option("a", options->picture_a, "A picture file")->required()->type_name("FILE");
   command->add_option("b", options->picture_b, "Another one")->required()->type_name("FILE");
   add_box(command, "--box-a", &options->box_a, "Where the face is in the first picture");

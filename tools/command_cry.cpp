@@ -125,10 +125,11 @@ void add_cry(CLI::App& app, StreamingCommand* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "cry",
-      "Listens for a baby's cry. Prints the probability, from 0 to 1, for every 3 seconds of\n"
-      "sound as soon as they are over, and how loud they were; with --json an object a line.\n"
-      "What is too quiet for the gate is not shown to the network: 0.00001. Seconds left over at\n"
-      "the end are told; it is an error when there are no others.");
+      "Listens for a baby's cry.\n"
+      "Prints the probability, from 0 to 1, for every 3 seconds of sound as soon as they are\n"
+      "over, and how loud they were; with --json an object a line. What is too quiet for the\n"
+      "gate is not shown to the network: 0.00001. Seconds left over at the end are told; it is\n"
+      "an error when there are no others.");
   command->add_option("input", options->input, kSoundHelp)->required()->type_name("FILE");
   command
       ->add_option("--threshold", options->threshold,

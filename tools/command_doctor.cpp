@@ -95,11 +95,11 @@ void add_doctor(CLI::App& app, Command* chosen) {
   auto root = std::make_shared<std::string>();
   CLI::App* command = app.add_subcommand(
       "doctor",
-      "Looks at every task's model the way the library does: which file it opens, and whether the\n"
-      "file is there, whole, loads and has the task's shapes. Says what to do about what is "
-      "wrong.\n"
-      "The root is taken as it is given, without adding a \"/\" at its end.\n"
-      "Succeeds when at least one model is there and all that are there are fine.");
+      "Says what is wrong with a directory of models, and what to do.\n"
+      "Looks at every task's model the way the library does: which file it opens, and whether\n"
+      "the file is there, whole, loads and has the task's shapes. The root is taken as it is\n"
+      "given, without adding a \"/\" at its end. Succeeds when at least one model is there and\n"
+      "all that are there are fine.");
   add_root(command, root.get());
   command->callback([=] { *chosen = [root] { return doctor(*root); }; });
 }

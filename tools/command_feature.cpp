@@ -34,7 +34,7 @@ void add_feature(CLI::App& app, Command* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "feature",
-      "Prints the 256 numbers that the face features model makes of a face, one a line.\n"
+      "Prints the 256 numbers that stand for a face, one a line.\n"
       "The picture's centre square is taken, or the box, and scaled to 112 x 112 grey pixels.");
   command->add_option("picture", options->picture, "A picture file")->required()->type_name("FILE");
   add_box(command, "--box", &options->box, "Where the face is");

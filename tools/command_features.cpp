@@ -68,10 +68,9 @@ void add_features(CLI::App& app, Command* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "features",
-      "Shows what the cry detector's network sees of 3 seconds of sound: 297 rows, one for every\n"
-      "10 ms, of 64 bytes, the energy in 64 mel channels. 128 is a channel's mean over the "
-      "window.\n"
-      "Needs no model.");
+      "Shows what the cry detector's network sees of sound.\n"
+      "Of 3 seconds: 297 rows, one for every 10 ms, of 64 bytes, the energy in 64 mel channels.\n"
+      "128 is a channel's mean over the window. Needs no model.");
   command->add_option("input", options->input, kSoundHelp)->required()->type_name("FILE");
   command->add_option("--window", options->window, "Which 3 seconds: 0 is the first")
       ->type_name("N")

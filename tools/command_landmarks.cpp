@@ -66,11 +66,12 @@ void add_landmarks(CLI::App& app, Command* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "landmarks",
-      "Finds eyes, nose and mouth of a face, and which way it looks: prints the model's five\n"
-      "points, x and y, and the three values of the pose as the model gives them.\n"
-      "The picture's centre square is taken, or the box, and scaled to 112 x 112 grey pixels. If\n"
-      "all ten values are from 0 to 1 they are taken for parts of that cut-out, 0 its left or top\n"
-      "edge and 1 its right or bottom edge, and pixels of the picture are printed as well.");
+      "Finds eyes, nose and mouth of a face, and which way it looks.\n"
+      "Prints the model's five points, x and y, and the three values of the pose as the model\n"
+      "gives them. The picture's centre square is taken, or the box, and scaled to 112 x 112\n"
+      "grey pixels. If all ten values are from 0 to 1 they are taken for parts of that\n"
+      "cut-out, 0 its left or top edge and 1 its right or bottom edge, and pixels of the\n"
+      "picture are printed as well.");
   command->add_option("picture", options->picture, "A picture file")->required()->type_name("FILE");
   add_box(command, "--box", &options->box, "Where the face is");
   command

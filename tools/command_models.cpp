@@ -52,10 +52,10 @@ Report models(const std::string& only) {
 
 void add_models(CLI::App& app, Command* chosen) {
   auto only = std::make_shared<std::string>();
-  CLI::App* command = app.add_subcommand(
-      "models",
-      "Lists the tasks: the model file of each, and the input and outputs its network must have.\n"
-      "Inputs are in the order of ONNX: 1, channels, height, width.");
+  CLI::App* command =
+      app.add_subcommand("models",
+                         "Lists the tasks: the file, input and outputs of each.\n"
+                         "Inputs are in the order of ONNX: 1, channels, height, width.");
   command->add_option("task", *only, "One task (default: all)")->check(is_task());
   command->callback([=] { *chosen = [only] { return models(*only); }; });
 }

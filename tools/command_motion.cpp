@@ -124,12 +124,12 @@ void add_motion(CLI::App& app, StreamingCommand* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "motion",
-      "Did the picture move? Runs the motion filter, which needs no model, on a recording or a\n"
-      "camera. At the end of each period: motion or still, the share of the halved frame's\n"
-      "pixels that changed (more than half of the period's frames reach it: motion is where it\n"
-      "is at least the ratio), and the largest share. With --json an object a line.\n"
-      "--sweep runs a recording once for each of several ratios and periods and counts how many\n"
-      "decisions said motion, to choose both without filming again.");
+      "Tells motion in a recording or of a camera; needs no model.\n"
+      "At the end of each period: motion or still, the share of the halved frame's pixels\n"
+      "that changed (more than half of the period's frames reach it: motion is where it is at\n"
+      "least the ratio), and the largest share. With --json an object a line.\n"
+      "--sweep runs a recording once for each of several ratios and periods and counts how\n"
+      "many decisions said motion, to choose both without filming again.");
   command->add_option("input", options->input, kMovingInputHelp)->required()->type_name("INPUT");
   add_motion_settings(command, &options->settings);
   command

@@ -43,10 +43,10 @@ void add_pack(CLI::App& app, Command* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "pack",
-      "Makes an ONNX network the model of a task: checks that it runs and has the task's shapes,\n"
-      "and writes it under the task's file name. The directory is made when there is none; the "
-      "old\n"
-      "model stays until the new one is whole.");
+      "Makes an ONNX network the model of a task.\n"
+      "Checks that the network runs and has the shapes of the task, and writes it under the\n"
+      "file name of the task. The directory is made when there is none. The old model stays\n"
+      "until the new one is whole.");
   command->add_option("task", options->task, "The task; kelnn models lists them")
       ->required()
       ->check(is_task());

@@ -27,8 +27,7 @@ Report unpack(const Options& options) {
 
 void add_unpack(CLI::App& app, Command* chosen) {
   auto options = std::make_shared<Options>();
-  CLI::App* command =
-      app.add_subcommand("unpack", "Writes the ONNX network of a packed model to a file.");
+  CLI::App* command = app.add_subcommand("unpack", "Gets the ONNX network back out of a model.");
   command->add_option("model", options->model, "A task, or the path of a model file")
       ->required()
       ->type_name("TASK|FILE");

@@ -123,11 +123,11 @@ void add_watch(CLI::App& app, StreamingCommand* chosen) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "watch",
-      "Looks at a recording or a camera as a camera would: for motion; from a period with motion\n"
-      "until one without, for people and for faces; and of each face for its landmarks and\n"
-      "features. Prints every frame on which motion was decided or something was found; with\n"
-      "--json an object a line, with the landmarks and features. Tasks whose model is missing are\n"
-      "left out, with a note.");
+      "Looks as a camera would: motion, then people and faces.\n"
+      "From a period with motion until one without it looks for people and for faces, and at\n"
+      "each face for its landmarks and features. Prints every frame on which motion was\n"
+      "decided or something was found; with --json an object a line, with the landmarks and\n"
+      "features. Tasks whose model is missing are left out, with a note.");
   command->add_option("input", options->input, kMovingInputHelp)->required()->type_name("INPUT");
   add_motion_settings(command, &options->settings);
   command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");

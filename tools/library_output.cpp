@@ -21,8 +21,9 @@ ResultOutput::ResultOutput() : descriptor_(duplicate(STDOUT_FILENO)) {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
   }
-  // In step with what goes to standard error directly.
-  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  // In step with what goes to standard error directly. Lines are no unit here: the library ends its
+  // colour behind the newline.
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
 }
 
 ResultOutput::~ResultOutput() {

@@ -2,7 +2,9 @@
 // wrong, 2 it was called wrongly. Results go to standard output, everything else to standard error.
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <opencv2/core/utils/logger.hpp>
+#include <sstream>
 
 #include "command.h"
 #include "kel_nn.h"
@@ -20,6 +22,17 @@ std::string version() {
 }
 
 void complain(const std::string& message) { std::cerr << "kelnn: " << message << "\n"; }
+
+// In the list of all commands each gets one line: the first of its description.
+class ShortList : public CLI::Formatter {
+  std::string make_subcommand(const CLI::App* command) const override {
+    const std::string description = command->get_description();
+    std::stringstream line;
+    CLI::detail::format_help(line, command->get_name(),
+                             description.substr(0, description.find('\n')), column_width_);
+    return line.str();
+  }
+};
 
 constexpr int kJsonIndent = 2;
 constexpr int kJsonOnOneLine = -1;
@@ -54,6 +67,7 @@ int main(int argc, char** argv) {
   cv::utils::logging::setLogLevel(
       cv::utils::logging::LOG_LEVEL_SILENT);  // failures are reported here
   CLI::App app("On-device neural-network tasks on a PC: model files, pictures and sound.", "kelnn");
+  app.formatter(std::make_shared<ShortList>());
   Command command;
   StreamingCommand streaming_command;
   bool as_json = false;

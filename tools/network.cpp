@@ -1,6 +1,6 @@
 #include "network.h"
 
-#include <regex>
+#include <cstdlib>
 
 #include "library_output.h"
 #include "runtime_errors.h"
@@ -10,10 +10,11 @@ namespace {
 
 // The engine's line is the one place where the runtime's code appears.
 std::string load_problem(const std::string& library_lines) {
-  static const std::regex load_error("load model error\\[(-?[0-9]+)\\]");
-  std::smatch match;
-  if (!std::regex_search(library_lines, match, load_error)) return "the engine refuses the network";
-  return kelnn_host::describe_load_error(std::stoi(match[1]));
+  static const std::string kLine = "load model error[";
+  const size_t at = library_lines.find(kLine);
+  if (at == std::string::npos) return "the engine refuses the network";
+  const long code = std::strtol(library_lines.c_str() + at + kLine.size(), nullptr, 10);
+  return kelnn_host::describe_load_error(static_cast<int>(code));
 }
 
 std::string shape_text(const size_t* dim) {

@@ -1,9 +1,9 @@
 #include "picture.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <sstream>
 
 #include "report.h"
 
@@ -33,10 +33,11 @@ cv::Rect centre_square(const cv::Mat& picture) {
 }
 
 bool parse_box(const std::string& text, Box* box) {
-  char end;
-  return std::sscanf(text.c_str(), "%d,%d,%d,%d%c", &box->x, &box->y, &box->width, &box->height,
-                     &end) == 4 &&
-         box->x >= 0 && box->y >= 0 && box->width > 0 && box->height > 0;
+  std::istringstream in(text);
+  char comma[3] = {};
+  in >> box->x >> comma[0] >> box->y >> comma[1] >> box->width >> comma[2] >> box->height;
+  return in && in.peek() == EOF && std::string(comma, 3) == ",,," && box->x >= 0 && box->y >= 0 &&
+         box->width > 0 && box->height > 0;
 }
 
 }  // namespace
