@@ -2,29 +2,9 @@
  *
  * One line for each: score, left, top, width and height in pixels of the picture.
  */
-#include <stdio.h>
-#include <stdlib.h>
-
 #include "kel_nn.h"
 #include "kel_nn_kit.h"
-
-/* A binary PPM without comments; the pixels are the caller's to free, NULL if it is none. */
-static uint8_t* read_ppm(const char* path, int* width, int* height) {
-  uint8_t* pixels = NULL;
-  FILE* file = fopen(path, "rb");
-  if (!file) return NULL;
-  if (fscanf(file, "P6 %d %d 255", width, height) == 2 && fgetc(file) != EOF && *width > 0 &&
-      *height > 0 && *width <= KEL_NN_KIT_MAX_SIDE && *height <= KEL_NN_KIT_MAX_SIDE) {
-    const size_t size = (size_t)*width * (size_t)*height * 3;
-    pixels = malloc(size);
-    if (pixels && fread(pixels, 1, size, file) != size) {
-      free(pixels);
-      pixels = NULL;
-    }
-  }
-  fclose(file);
-  return pixels;
-}
+#include "ppm.h"
 
 static int print_people(kel_nn_handle_t handle, const uint8_t* pixels, int width, int height) {
   static uint8_t input[416 * 256 * 3]; /* the largest of the three inputs */
@@ -49,10 +29,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   uint8_t* pixels = read_ppm(argv[2], &width, &height);
-  if (!pixels) {
-    fprintf(stderr, "%s: no binary PPM\n", argv[2]);
-    return 1;
-  }
+  if (!pixels) return 1;
   kel_nn_set_model_root_dir(argv[1]);
   kel_nn_handle_t handle = kel_nn_handle_create();
   if (kel_nn_persondet_init(handle, width, height) == 0) {

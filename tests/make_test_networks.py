@@ -154,6 +154,16 @@ for orientation, width, height in [("landscape", 416, 256), ("square", 320, 320)
     grid_detector("objects_" + orientation, width, height, [(2, 140, 155), (0, 24, 18)],
                   [[0, 0, 0, 0.5], [1, 0, 0, 0], [0, 0, 1, 0], [0, 1, 0, 0]])
 
+# Maps of one scale, 4 rows of 6 cells of 16 pixels, that see a cell of red (class 0) or green (class 1): the box of the
+# first is 32 x 16 pixels, those of the second reach 1 cell to the left, top and right of the centre and 2 down.
+for name, values in [
+        ("yolov3_map", [[0, 0, 0, 0]] * 2 + [size(1, 32, 16), size(1, 16, 16), sees(RED, GREEN), [1, 0, 0, 0], [0, 1, 0, 0]]),
+        ("centernet_map", [sees(RED), sees(GREEN)] + [[0, 0, 0, 20 * (bin == reach)] for reach in (1, 1, 1, 2)
+                                                      for bin in range(4)])]:
+    conv, weights = head("seen_16", "map", values)
+    save(name, seen(16, 16, "seen_16") + [conv], [("x", [1, 3, 64, 96])], [("map", [1, len(values), 4, 6])],
+         {"dark": constant(100), **weights})
+
 # The persons' shapes with the values of a cell outside, where a row belongs: a network exported in another order.
 save("persons_values_outside",
      [node("AveragePool", ["x"], [f"pooled_{n}"], kernel_shape=[n, n], strides=[n, n]) for n in (32, 16)] +

@@ -279,8 +279,8 @@ TEST_F(CommandLine, AddsTheSlashAtTheEndOfTheRoot) {
 TEST_F(CommandLine, TheProgramInCAgrees) {
   pack_sample();
   const CommandResult result =
-      kelnn_test::run_command({KEL_NN_TEST_COMPARE_FACES, root_, kPictures + "face_a.pgm",
-                               kPictures + "face_a_distorted.pgm"});
+      kelnn_test::run_command({KEL_NN_TEST_EXAMPLES "/compare_faces", root_,
+                               kPictures + "face_a.pgm", kPictures + "face_a_distorted.pgm"});
   EXPECT_EQ(result.exit_code, 0) << result.err;
   const size_t at = result.out.find("similarity ");
   ASSERT_NE(at, std::string::npos) << result.out;
