@@ -69,6 +69,24 @@ TEST_F(Examples, OwnDetectorDecodesBothKindsOfMaps) {
   EXPECT_THAT(wrong.out, Not(HasSubstr("\nbox ")));
 }
 
+TEST_F(Examples, DetectPersonsPrintsBoxesInThePicture) {
+  const std::string models = directory_ / "models/";
+  const CommandResult packed =
+      kelnn_test::run_kelnn({"pack", "person-detection-landscape",
+                             kNetworks + "persons_landscape.onnx", "--root", models});
+  ASSERT_EQ(packed.exit_code, 0) << packed.err;
+  cv::Mat frame(256, 416, CV_8UC3, kGrey);
+  cv::rectangle(frame, {96, 80, 32, 64}, kRed, cv::FILLED);
+  const CommandResult found =
+      run_command({kExamples + "detect_persons", models, save("person.ppm", frame)});
+  EXPECT_EQ(found.exit_code, 0) << found.err;
+  EXPECT_THAT(found.out, HasSubstr("1.00 96 80 32 64\n"));
+  const CommandResult none =
+      run_command({kExamples + "detect_persons", models, directory_ / "no.ppm"});
+  EXPECT_EQ(none.exit_code, 1);
+  EXPECT_THAT(none.err, HasSubstr("no.ppm: no binary PPM"));
+}
+
 TEST_F(Examples, OwnNetworkShowsItsValues) {
   // 0.05 (red - 128) and 0.05 (blue - 128).
   const std::string picture = save("plain.ppm", cv::Mat(40, 30, CV_8UC3, cv::Scalar(188, 0, 208)));
