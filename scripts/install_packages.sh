@@ -2,6 +2,8 @@
 # Installs Debian packages by group, those that are missing alone: scripts/install_packages.sh [GROUP...]
 #   build   the library for a PC, the command line, the examples, and the scripts that make samples
 #   test    what scripts/test.sh needs on top
+#   data    what scripts/evaluate_models.sh needs on top, to draw pictures and make sounds
+#   train   what scripts/train_models.sh needs on top of those
 #   docs    what scripts/document.sh needs
 #   lint    what scripts/lint.sh needs on top
 # Silent when everything is there. Needs root only when something is missing.
@@ -14,6 +16,8 @@ declare -A groups=(
            python3 python3-numpy python3-onnx"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng"
+  [data]="python3-opencv python3-scipy python3-soundfile espeak-ng"
+  [train]="python3-torch"
   [docs]="doxygen"
   [lint]="clang-format clang-tidy"
 )
@@ -22,7 +26,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build docs lint test" >&2
+    echo "install_packages.sh: no group '$group'; there are: build data docs lint test train" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true

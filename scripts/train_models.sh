@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Trains the sample networks again, on this machine's processors, and measures what came out:
+#   scripts/train_models.sh [--quick] [NETWORK...]     (a directory of models/; default: all)
+# Writes over the networks in models/. --quick trains each for about a minute, into build/quick/, to see
+# that everything works; the result is no good and is not measured.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/sample_networks.sh
+quick=()
+[ "${1:-}" != --quick ] || {
+  quick=(--quick)
+  shift
+}
+
+scripts/install_packages.sh build data train
+cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build build/demo --target kelnn >/dev/null  # the audio features come from the library
+for line in "${sample_networks[@]}"; do
+  read -r name _ <<<"$line"
+  [ $# -eq 0 ] || [[ " $* " == *" $name "* ]] || continue
+  printf '\n=== %s\n' "$name"
+  if [ ${#quick[@]} -gt 0 ]; then
+    mkdir -p "build/quick/$name"
+    /usr/bin/python3 "models/$name/train.py" --quick --out "build/quick/$name"
+  else
+    /usr/bin/python3 "models/$name/train.py"
+  fi
+done
+[ ${#quick[@]} -gt 0 ] || scripts/evaluate_models.sh "$@"
