@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace kelnn_cli {
 
@@ -15,6 +16,7 @@ struct Report {
   std::string text;  // whole lines
   Json json;
   bool ok = true;  // false: the report is of something that is not as it should be
+  std::vector<std::string> complaints;  // for standard error
 };
 
 class Failure : public std::runtime_error {

@@ -1,0 +1,229 @@
+// kelnn eval for the tasks on a 112 x 112 cut-out: landmarks, features and classes. As in the
+// commands, a picture that is not square is cut to the square in its middle.
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+#include "cut_out.h"
+#include "cut_out_tasks.h"
+#include "evaluation.h"
+#include "evaluation_classes.h"
+#include "evaluation_landmarks.h"
+#include "evaluation_similarity.h"
+#include "face_features.h"
+#include "formatted.h"
+#include "frame_sink.h"
+#include "landmark_points.h"
+#include "picture.h"
+
+namespace kelnn_cli {
+namespace {
+
+// ----- Landmarks
+
+const LabelColumns kLandmarkColumns = {
+    {"file", "x1", "y1", "x2", "y2", "x3", "y3", "x4", "y4", "x5", "y5"}, {"yaw", "pitch", "roll"}};
+constexpr size_t kFirstPoint = 1, kFirstAngle = 11;
+constexpr double kDegrees = 180 / CV_PI;
+constexpr int kLeastDrawnSide = 448;
+const cv::Scalar kTruthColour(80, 220, 60), kFoundColour(60, 170, 255);  // blue, green, red
+
+struct LabelledFace {
+  std::string file, path;
+  std::vector<cv::Point2d> points;  // pixels of the picture
+  std::vector<double> pose;         // degrees; empty: not labelled
+};
+
+LabelledFace face_of(const std::string& directory, const LabelRow& row, bool has_pose) {
+  LabelledFace face = {row.file(), path_of(directory, row), {}, {}};
+  for (size_t i = 0; i < kPointCount; ++i) {
+    face.points.emplace_back(row.number(kFirstPoint + 2 * i), row.number(kFirstPoint + 2 * i + 1));
+  }
+  for (size_t i = 0; has_pose && i < kAngleCount; ++i) {
+    face.pose.push_back(row.number(kFirstAngle + i));
+  }
+  return face;
+}
+
+FaceErrors errors_of(const LabelledFace& face, const Landmarks& found, const cv::Rect& part) {
+  FaceErrors errors = {{}, {}, !face.pose.empty()};
+  const std::vector<cv::Point2d> pixels = pixels_of(found, part);
+  for (size_t i = 0; i < kPointCount; ++i) {
+    errors.points[i] = cv::norm(pixels[i] - face.points[i]) / part.width;
+  }
+  for (size_t i = 0; errors.has_pose && i < kAngleCount; ++i) {
+    errors.pose[i] = angle_between(face.pose[i], double{found.pose[i]} * kDegrees);
+  }
+  return errors;
+}
+
+void draw_face(const EvaluationSettings& settings, size_t rank, const LabelledFace& face,
+               const Landmarks& found) {
+  cv::Mat picture = load_picture(face.path);
+  const cv::Rect part = chosen_part(face.path, picture, {});
+  const int factor = 1 + (kLeastDrawnSide - 1) / part.width;
+  cv::resize(picture, picture, {}, factor, factor, cv::INTER_NEAREST);
+  const auto enlarged = [factor](std::vector<cv::Point2d> points) {
+    for (cv::Point2d& point : points) point *= factor;
+    return points;
+  };
+  const int radius = part.width * factor / 80;
+  draw_points(&picture, enlarged(face.points), kTruthColour, radius);
+  draw_points(&picture, enlarged(pixels_of(found, part)), kFoundColour, radius);
+  const auto sink = make_picture(drawing_path(settings, rank, face.file));
+  sink->write(picture);
+  sink->finish();
+}
+
+Report report_of(const EvaluationSettings& settings, const LandmarkFigures& figures,
+                 size_t face_count) {
+  Report report = begin_report(settings, face_count, "pictures");
+  add_figures({{"mean_point_error", "mean point error, of the side", figures.mean},
+               {"percentile_95_point_error", "95 % of the points within", figures.percentile_95},
+               {"left_eye_error", "left eye in the picture", figures.points[0]},
+               {"right_eye_error", "right eye in the picture", figures.points[1]},
+               {"nose_error", "nose tip", figures.points[2]},
+               {"left_mouth_error", "left mouth corner", figures.points[3]},
+               {"right_mouth_error", "right mouth corner", figures.points[4]},
+               {"yaw_error", "yaw, degrees", figures.pose[0]},
+               {"pitch_error", "pitch, degrees", figures.pose[1]},
+               {"roll_error", "roll, degrees", figures.pose[2]}},
+              &report);
+  return report;
+}
+
+// ----- Classes
+
+void check_class(int id, int class_count, const std::string& path) {
+  if (id < 0 || id >= class_count)
+    throw Failure(path, "class " + std::to_string(id) + " was found");
+}
+
+// `classify` gives the class of the picture at a path.
+template <typename Classify>
+Report evaluate_classes(const EvaluationSettings& settings, int class_count,
+                        const Classify& classify) {
+  struct LabelledPicture {
+    std::string path;
+    int class_id;
+  };
+  std::vector<LabelledPicture> pictures;
+  for (const LabelRow& row :
+       read_labels(settings.data, {{"file", "class"}, {}}, RowsPerFile::kOne).rows) {
+    pictures.push_back({path_of(settings.data, row), row.whole_number(1, class_count - 1)});
+  }
+  EvaluationProgress progress(settings, pictures.size());
+  ConfusionMatrix confusion(class_count);
+  for (const LabelledPicture& picture : pictures) {
+    const int found = classify(picture.path);
+    check_class(found, class_count, picture.path);
+    confusion.add(picture.class_id, found);
+    progress.add_file();
+  }
+
+  Report report = begin_report(settings, pictures.size(), "pictures");
+  add_figures({{"accuracy", "accuracy", confusion.accuracy()}}, &report);
+  TextTable table = {{"class", "labelled", "recall"}};
+  report.json["recall"] = Json::array();
+  for (int id = 0; id < class_count; ++id) {
+    table[0].push_back("found as " + std::to_string(id));
+    table.push_back({std::to_string(id), std::to_string(confusion.count(id)),
+                     figure_text(confusion.recall(id))});
+    for (int found = 0; found < class_count; ++found) {
+      table.back().push_back(std::to_string(confusion.count(id, found)));
+    }
+    report.json["recall"].push_back(confusion.recall(id));
+  }
+  report.json["confusion"] = confusion.rows();
+  report.text += text_of(table);
+  return report;
+}
+
+constexpr int kFaceClassCount = 3, kPersonClassCount = 2;
+constexpr float kPersonProbability = 0.5f;
+
+}  // namespace
+
+Report evaluate_landmarks(const EvaluationSettings& settings) {
+  const Labels labels = read_labels(settings.data, kLandmarkColumns, RowsPerFile::kOne);
+  std::vector<LabelledFace> faces;
+  for (const LabelRow& row : labels.rows) {
+    faces.push_back(face_of(settings.data, row, labels.has_optional));
+  }
+  FaceLandmarks landmarks(settings.root);
+  EvaluationProgress progress(settings, faces.size());
+  std::vector<Landmarks> all_found;
+  std::vector<FaceErrors> errors;
+  std::vector<double> badness;
+  for (const LabelledFace& face : faces) {
+    const cv::Mat picture = load_picture(face.path);
+    const cv::Rect part = chosen_part(face.path, picture, {});
+    all_found.push_back(landmarks.of(grey_cut_out(picture, part)));
+    for (const float value : all_found.back().points) check_is_number(value, face.path);
+    for (const float value : all_found.back().pose) check_is_number(value, face.path);
+    errors.push_back(errors_of(face, all_found.back(), part));
+    badness.push_back(errors.back().mean_point());
+    progress.add_file();
+  }
+  if (!settings.drawings.empty()) {
+    const std::vector<size_t> order = worst_first(badness);
+    for (size_t rank = 0; rank < order.size(); ++rank) {
+      draw_face(settings, rank, faces[order[rank]], all_found[order[rank]]);
+    }
+  }
+  return report_of(settings, landmark_figures(errors), faces.size());
+}
+
+Report evaluate_features(const EvaluationSettings& settings) {
+  const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
+  FaceFeatures features(settings.root);
+  EvaluationProgress progress(settings, labels.rows.size());
+  std::vector<std::vector<float>> all;
+  for (const LabelRow& row : labels.rows) {
+    const std::string path = path_of(settings.data, row);
+    all.push_back(features.of(load_face(path, {})));
+    for (const float value : all.back()) check_is_number(value, path);
+    progress.add_file();
+  }
+  std::vector<float> same, different;
+  for (size_t a = 0; a < all.size(); ++a) {
+    for (size_t b = a + 1; b < all.size(); ++b) {
+      const bool is_same = labels.rows[a].text(1) == labels.rows[b].text(1);
+      (is_same ? same : different).push_back(similarity(all[a], all[b]));
+    }
+  }
+
+  const SimilarityFigures figures = similarity_figures(same, different);
+  Report report = begin_report(settings, all.size(), "pictures");
+  report.text += std::to_string(same.size()) + " pairs of the same person, " +
+                 std::to_string(different.size()) + " of different ones\n";
+  report.json["same_pairs"] = same.size();
+  report.json["different_pairs"] = different.size();
+  add_figures(
+      {{"equal_error_rate", "equal error rate", figures.equal_error_rate},
+       {"equal_error_threshold", "at a similarity of", figures.equal_error_threshold},
+       {"true_accept_rate", "true accept rate at 1 % false accepts", figures.true_accept_rate},
+       {"mean_same_similarity", "mean similarity, same person", figures.mean_same},
+       {"mean_different_similarity", "mean similarity, different persons", figures.mean_different}},
+      &report);
+  return report;
+}
+
+Report evaluate_face_classes(const EvaluationSettings& settings) {
+  FaceClassifier classifier(settings.root);
+  return evaluate_classes(settings, kFaceClassCount, [&](const std::string& path) {
+    const cv::Mat picture = load_picture(path);
+    return classifier.of(grey_cut_out(picture, chosen_part(path, picture, {}))).id;
+  });
+}
+
+Report evaluate_person_classes(const EvaluationSettings& settings) {
+  PersonClassifier classifier(settings.root);
+  return evaluate_classes(settings, kPersonClassCount, [&](const std::string& path) {
+    const cv::Mat picture = load_picture(path);
+    const float person = classifier.of(rgb_cut_out(picture, chosen_part(path, picture, {})));
+    check_is_number(person, path);
+    return person >= kPersonProbability ? 0 : 1;
+  });
+}
+
+}  // namespace kelnn_cli
