@@ -67,15 +67,14 @@ void check_inside(const LabelledPicture& picture, cv::Size size) {
   }
 }
 
-// Frames for which a detector keeps its model. Face detection loads it for each size, the others for
-// each orientation, which the first value is.
+// Orientation, width, height: in this order every model is loaded once.
 using FrameKind = std::tuple<int, int, int>;
 FrameKind kind_of(cv::Size size) {
   return {(size.width > size.height) - (size.width < size.height), size.width, size.height};
 }
 
-// What is found in each picture. Those of the first one's kind are looked at in passing, the others
-// kind by kind, so that every model is loaded once.
+// What is found in each picture. Those that need the first one's model are looked at in passing, the
+// others kind by kind.
 class Looking {
  public:
   Looking(const EvaluationSettings& settings, const std::vector<LabelledPicture>& pictures)
@@ -86,12 +85,10 @@ class Looking {
 
   std::vector<DetectedPicture> at_all() {
     std::map<FrameKind, std::vector<size_t>> later;
-    FrameKind first_kind;
     for (size_t i = 0; i < pictures_.size(); ++i) {
       const cv::Mat bgr = load_picture(pictures_[i].path);
       check_inside(pictures_[i], bgr.size());
-      if (i == 0) first_kind = kind_of(bgr.size());
-      if (kind_of(bgr.size()) == first_kind) {
+      if (i == 0 || detector_->is_ready_for(bgr.size())) {
         at(i, bgr);
       } else {
         later[kind_of(bgr.size())].push_back(i);
@@ -127,8 +124,9 @@ size_t mistakes(const DetectedPicture& picture) {
 cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_classes) {
   const auto class_text = [=](int id) { return has_classes ? std::to_string(id) + " " : ""; };
   cv::Mat result = bgr.clone();
+  const cv::Rect2d frame({0, 0}, cv::Size2d(bgr.size()));
   for (const Truth& truth : picture.truths) {
-    draw_box(&result, truth.box, class_text(truth.class_id) + "label", kTruthColour);
+    draw_box(&result, truth.box & frame, class_text(truth.class_id) + "label", kTruthColour);
   }
   const std::vector<double> ious = match(picture);
   for (size_t i = 0; i < ious.size(); ++i) {
