@@ -126,7 +126,7 @@ cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_class
   cv::Mat result = bgr.clone();
   const cv::Rect2d frame({0, 0}, cv::Size2d(bgr.size()));
   for (const Truth& truth : picture.truths) {
-    draw_box(&result, truth.box & frame, class_text(truth.class_id) + "label", kTruthColour);
+    draw_box(&result, truth.box & frame, class_text(truth.class_id), kTruthColour);
   }
   const std::vector<double> ious = match(picture);
   for (size_t i = 0; i < ious.size(); ++i) {
