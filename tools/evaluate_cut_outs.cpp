@@ -98,23 +98,30 @@ void check_class(int id, int class_count, const std::string& path) {
     throw Failure(path, "class " + std::to_string(id) + " was found");
 }
 
-// `classify` gives the class of the picture at a path.
-template <typename Classify>
-Report evaluate_classes(const EvaluationSettings& settings, int class_count,
-                        const Classify& classify) {
-  struct LabelledPicture {
-    std::string path;
-    int class_id;
-  };
-  std::vector<LabelledPicture> pictures;
+struct ClassifiedPicture {
+  std::string path;
+  int class_id;
+};
+
+std::vector<ClassifiedPicture> read_classes(const std::string& directory, int class_count) {
+  std::vector<ClassifiedPicture> pictures;
   for (const LabelRow& row :
-       read_labels(settings.data, {{"file", "class"}, {}}, RowsPerFile::kOne).rows) {
-    pictures.push_back({path_of(settings.data, row), row.whole_number(1, class_count - 1)});
+       read_labels(directory, {{"file", "class"}, {}}, RowsPerFile::kOne).rows) {
+    pictures.push_back({path_of(directory, row), row.whole_number(1, class_count - 1)});
   }
+  return pictures;
+}
+
+// `classify` gives the class of the part of a picture that is looked at.
+template <typename Classify>
+Report evaluate_classes(const EvaluationSettings& settings,
+                        const std::vector<ClassifiedPicture>& pictures, int class_count,
+                        const Classify& classify) {
   EvaluationProgress progress(settings, pictures.size());
   ConfusionMatrix confusion(class_count);
-  for (const LabelledPicture& picture : pictures) {
-    const int found = classify(picture.path);
+  for (const ClassifiedPicture& picture : pictures) {
+    const cv::Mat bgr = load_picture(picture.path);
+    const int found = classify(bgr, chosen_part(picture.path, bgr, {}), picture.path);
     check_class(found, class_count, picture.path);
     confusion.add(picture.class_id, found);
     progress.add_file();
@@ -209,21 +216,25 @@ Report evaluate_features(const EvaluationSettings& settings) {
 }
 
 Report evaluate_face_classes(const EvaluationSettings& settings) {
+  const auto pictures = read_classes(settings.data, kFaceClassCount);
   FaceClassifier classifier(settings.root);
-  return evaluate_classes(settings, kFaceClassCount, [&](const std::string& path) {
-    const cv::Mat picture = load_picture(path);
-    return classifier.of(grey_cut_out(picture, chosen_part(path, picture, {}))).id;
-  });
+  return evaluate_classes(settings, pictures, kFaceClassCount,
+                          [&](const cv::Mat& bgr, const cv::Rect& part, const std::string& path) {
+                            const FaceClass found = classifier.of(grey_cut_out(bgr, part));
+                            check_is_number(found.score, path);
+                            return found.id;
+                          });
 }
 
 Report evaluate_person_classes(const EvaluationSettings& settings) {
+  const auto pictures = read_classes(settings.data, kPersonClassCount);
   PersonClassifier classifier(settings.root);
-  return evaluate_classes(settings, kPersonClassCount, [&](const std::string& path) {
-    const cv::Mat picture = load_picture(path);
-    const float person = classifier.of(rgb_cut_out(picture, chosen_part(path, picture, {})));
-    check_is_number(person, path);
-    return person >= kPersonProbability ? 0 : 1;
-  });
+  return evaluate_classes(settings, pictures, kPersonClassCount,
+                          [&](const cv::Mat& bgr, const cv::Rect& part, const std::string& path) {
+                            const float person = classifier.of(rgb_cut_out(bgr, part));
+                            check_is_number(person, path);
+                            return person >= kPersonProbability ? 0 : 1;
+                          });
 }
 
 }  // namespace kelnn_cli
