@@ -78,7 +78,7 @@ Report evaluate(const Options& options) {
   for (const Requirement& requirement : options.requirements) {
     const std::string complaint = shortfall(requirement, report.json);
     if (complaint.empty()) continue;
-    report.complaints.push_back(complaint);
+    report.complaint += (report.ok ? "" : "\n") + complaint;
     report.ok = false;
   }
   return report;

@@ -157,7 +157,7 @@ class GridDetector : public Detector {
 };
 
 std::string set_root(const std::string& directory) {
-  const std::string root = with_slash(directory);
+  std::string root = with_slash(directory);
   kel_nn_set_model_root_dir(root.c_str());
   return root;
 }

@@ -74,6 +74,30 @@ void draw_face(const EvaluationSettings& settings, size_t rank, const LabelledFa
   sink->finish();
 }
 
+struct SeenFace {
+  Landmarks found;
+  FaceErrors errors;
+};
+
+SeenFace look_at(const LabelledFace& face, FaceLandmarks* landmarks) {
+  const cv::Mat picture = load_picture(face.path);
+  const cv::Rect part = chosen_part(face.path, picture, {});
+  const Landmarks found = landmarks->of(grey_cut_out(picture, part));
+  for (const float value : found.points) check_is_number(value, face.path);
+  for (const float value : found.pose) check_is_number(value, face.path);
+  return {found, errors_of(face, found, part)};
+}
+
+void draw_worst(const EvaluationSettings& settings, const std::vector<LabelledFace>& faces,
+                const std::vector<SeenFace>& seen) {
+  std::vector<double> badness(seen.size());
+  for (size_t i = 0; i < seen.size(); ++i) badness[i] = seen[i].errors.mean_point();
+  const std::vector<size_t> order = worst_first(badness);
+  for (size_t rank = 0; rank < order.size(); ++rank) {
+    draw_face(settings, rank, faces[order[rank]], seen[order[rank]].found);
+  }
+}
+
 Report report_of(const EvaluationSettings& settings, const LandmarkFigures& figures,
                  size_t face_count) {
   Report report = begin_report(settings, face_count, "pictures");
@@ -89,6 +113,27 @@ Report report_of(const EvaluationSettings& settings, const LandmarkFigures& figu
                {"roll_error", "roll, degrees", figures.pose[2]}},
               &report);
   return report;
+}
+
+// ----- Features
+
+constexpr size_t kPerson = 1;  // the column
+
+struct Similarities {
+  std::vector<float> same, different;
+};
+
+// Of every pair.
+Similarities compare(const std::vector<LabelRow>& rows,
+                     const std::vector<std::vector<float>>& features) {
+  Similarities all;
+  for (size_t a = 0; a < rows.size(); ++a) {
+    for (size_t b = a + 1; b < rows.size(); ++b) {
+      const bool is_same = rows[a].text(kPerson) == rows[b].text(kPerson);
+      (is_same ? all.same : all.different).push_back(similarity(features[a], features[b]));
+    }
+  }
+  return all;
 }
 
 // ----- Classes
@@ -158,25 +203,14 @@ Report evaluate_landmarks(const EvaluationSettings& settings) {
   }
   FaceLandmarks landmarks(settings.root);
   EvaluationProgress progress(settings, faces.size());
-  std::vector<Landmarks> all_found;
+  std::vector<SeenFace> seen;
   std::vector<FaceErrors> errors;
-  std::vector<double> badness;
   for (const LabelledFace& face : faces) {
-    const cv::Mat picture = load_picture(face.path);
-    const cv::Rect part = chosen_part(face.path, picture, {});
-    all_found.push_back(landmarks.of(grey_cut_out(picture, part)));
-    for (const float value : all_found.back().points) check_is_number(value, face.path);
-    for (const float value : all_found.back().pose) check_is_number(value, face.path);
-    errors.push_back(errors_of(face, all_found.back(), part));
-    badness.push_back(errors.back().mean_point());
+    seen.push_back(look_at(face, &landmarks));
+    errors.push_back(seen.back().errors);
     progress.add_file();
   }
-  if (!settings.drawings.empty()) {
-    const std::vector<size_t> order = worst_first(badness);
-    for (size_t rank = 0; rank < order.size(); ++rank) {
-      draw_face(settings, rank, faces[order[rank]], all_found[order[rank]]);
-    }
-  }
+  if (!settings.drawings.empty()) draw_worst(settings, faces, seen);
   return report_of(settings, landmark_figures(errors), faces.size());
 }
 
@@ -191,20 +225,14 @@ Report evaluate_features(const EvaluationSettings& settings) {
     for (const float value : all.back()) check_is_number(value, path);
     progress.add_file();
   }
-  std::vector<float> same, different;
-  for (size_t a = 0; a < all.size(); ++a) {
-    for (size_t b = a + 1; b < all.size(); ++b) {
-      const bool is_same = labels.rows[a].text(1) == labels.rows[b].text(1);
-      (is_same ? same : different).push_back(similarity(all[a], all[b]));
-    }
-  }
-
-  const SimilarityFigures figures = similarity_figures(same, different);
+  const Similarities similarities = compare(labels.rows, all);
+  const size_t same = similarities.same.size(), different = similarities.different.size();
+  const SimilarityFigures figures = similarity_figures(similarities.same, similarities.different);
   Report report = begin_report(settings, all.size(), "pictures");
-  report.text += std::to_string(same.size()) + " pairs of the same person, " +
-                 std::to_string(different.size()) + " of different ones\n";
-  report.json["same_pairs"] = same.size();
-  report.json["different_pairs"] = different.size();
+  report.text += std::to_string(same) + " pairs of the same person, " + std::to_string(different) +
+                 " of different ones\n";
+  report.json["same_pairs"] = same;
+  report.json["different_pairs"] = different;
   add_figures(
       {{"equal_error_rate", "equal error rate", figures.equal_error_rate},
        {"equal_error_threshold", "at a similarity of", figures.equal_error_threshold},

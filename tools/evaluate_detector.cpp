@@ -139,9 +139,9 @@ cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_class
 
 void draw_worst(const EvaluationSettings& settings, const std::vector<LabelledPicture>& pictures,
                 const std::vector<DetectedPicture>& detected) {
-  std::vector<double> badness;
-  for (const DetectedPicture& picture : detected) {
-    badness.push_back(static_cast<double>(mistakes(picture)));
+  std::vector<double> badness(detected.size());
+  for (size_t i = 0; i < detected.size(); ++i) {
+    badness[i] = static_cast<double>(mistakes(detected[i]));
   }
   const std::vector<size_t> order = worst_first(badness);
   for (size_t rank = 0; rank < order.size(); ++rank) {

@@ -41,7 +41,7 @@ int run(const Command& command, const StreamingCommand& streaming_command, bool 
     }
     const Report report = command();
     output.write(rendered(report, as_json, kJsonIndent));
-    for (const std::string& complaint : report.complaints) complain(complaint);
+    if (!report.complaint.empty()) complain(report.complaint);
     return report.ok ? kFine : kFailed;
   } catch (const std::exception& error) {
     complain(error.what());

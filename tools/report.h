@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace kelnn_cli {
 
@@ -15,8 +14,8 @@ using Json = nlohmann::ordered_json;
 struct Report {
   std::string text;  // whole lines
   Json json;
-  bool ok = true;  // false: the report is of something that is not as it should be
-  std::vector<std::string> complaints;  // for standard error
+  bool ok = true;         // false: the report is of something that is not as it should be
+  std::string complaint;  // for standard error
 };
 
 class Failure : public std::runtime_error {
