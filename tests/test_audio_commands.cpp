@@ -236,6 +236,49 @@ TEST_F(AudioCommands, WhatCannotBeHeardIsAFailure) {
   }
 }
 
+// ----- eval
+
+TEST_F(AudioCommands, EvaluationCountsTheWindowsOfEverySound) {
+  const Samples quiet(48000, 17);
+  save("low.wav", joined(beeps(kLowHz, 3), beeps(kLowHz, 4)));
+  save("high.flac", beeps(kHighHz, 6.1, 44100), 44100, 1, SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+  save("both.wav", joined(beeps(kHighHz, 3), beeps(kLowHz, 3)));
+  save("quiet.wav", joined(quiet, beeps(kHighHz, 3)));
+  const auto label = [&](const std::string& rows) {
+    std::ofstream(directory + "labels.csv") << "file,cry,kind\n" << rows;
+  };
+  const auto eval = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), {"eval", "cry-detection", "--root", root, "--data", directory});
+    return kelnn_test::run_kelnn(more);
+  };
+  label("low.wav,0,speech\nhigh.flac,1,cry\nboth.wav,0,speech\nquiet.wav,1,faint\n");
+  const CommandResult result = eval({"--json"});
+  ASSERT_EQ(result.exit_code, 0) << result.err;
+  const Json json = Json::parse(result.out);
+  EXPECT_EQ(json.at("sounds"), 4);
+  EXPECT_EQ(json.at("windows"), 8);
+  EXPECT_EQ(json.at("cries"), 4);
+  EXPECT_EQ(json.at("too_quiet"), 1);
+  EXPECT_EQ(json.at("accuracy"), 6 / 8.);
+  EXPECT_EQ(json.at("recall"), 3 / 4.);
+  EXPECT_EQ(json.at("false_alarm_rate"), 1 / 4.);
+  EXPECT_EQ(json.at("kinds"), Json::parse(R"([
+      {"kind": "cry", "windows": 2, "cries": 2, "too_quiet": 0, "heard_as_cry": 2, "accuracy": 1.0},
+      {"kind": "faint", "windows": 2, "cries": 2, "too_quiet": 1, "heard_as_cry": 1,
+       "accuracy": 0.5},
+      {"kind": "speech", "windows": 4, "cries": 0, "too_quiet": 0, "heard_as_cry": 1,
+       "accuracy": 0.75}])"));
+  EXPECT_THAT(eval({}).out,
+              HasSubstr("speech        4      0          0               1    0.7500\n"));
+
+  save("brief.wav", beeps(kLowHz, 2));
+  label("low.wav,0,speech\nbrief.wav,0,speech\n");
+  const CommandResult brief = eval({});
+  EXPECT_EQ(brief.exit_code, 1);
+  EXPECT_EQ(brief.out, "");
+  EXPECT_THAT(brief.err, HasSubstr("brief.wav: shorter than a window of 3 s"));
+}
+
 // ----- features
 
 constexpr size_t kRows = 297, kChannels = 64;

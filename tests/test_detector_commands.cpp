@@ -1,6 +1,5 @@
 // kelnn faces, persons and objects, from files to boxes, over real networks: those of
-// make_test_networks.py find patches of pure colour. Where a patch has to be for a cell of the
-// network to be filled follows from how frames are letterboxed and scaled.
+// make_test_networks.py, which find patches of pure colour.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,73 +9,22 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 #include <sstream>
 
+#include "support/patches.h"
 #include "support/run_command.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using kelnn_test::CommandResult;
+using namespace kelnn_test;
 using ::testing::HasSubstr;
 using Json = nlohmann::json;
 
-const cv::Scalar kRed(0, 0, 255), kGreen(0, 255, 0), kBlue(255, 0, 0), kGrey(60, 60, 60);
 // Edges are whole pixels of the frame three times over: the letterbox's (half a pixel of frame or
 // image), the patch's, and the box's own, whose size and corner are rounded down.
 constexpr double kTolerance = 3;
-
-struct Patch {
-  cv::Scalar colour;
-  int column, row;  // the network's cell
-};
-
-cv::Size grid_input(cv::Size frame) {
-  if (frame.width > frame.height) return {416, 256};
-  return frame.width == frame.height ? cv::Size(320, 320) : cv::Size(256, 416);
-}
-
-cv::Rect2d from_letterbox(cv::Size frame, const cv::Rect2d& r) {
-  const cv::Size input = grid_input(frame);
-  const double scale =
-      double(std::max(input.width, input.height)) / double(std::max(frame.width, frame.height));
-  return {(r.x - (input.width - scale * frame.width) / 2) / scale,
-          (r.y - (input.height - scale * frame.height) / 2) / scale, r.width / scale,
-          r.height / scale};
-}
-
-cv::Rect2d from_face_input(cv::Size frame, const cv::Rect2d& r) {
-  return {r.x * frame.width / 320, r.y * frame.height / 240, r.width * frame.width / 320,
-          r.height * frame.height / 240};
-}
-
-cv::Rect2d around_cell(const Patch& patch, cv::Size cell, cv::Size size) {
-  return {(patch.column + 0.5) * cell.width - size.width / 2.0,
-          (patch.row + 0.5) * cell.height - size.height / 2.0, double(size.width),
-          double(size.height)};
-}
-
-cv::Rect2d on_grid(cv::Size frame, const Patch& patch) {
-  const int stride = patch.colour == kBlue ? 16 : 32;
-  return from_letterbox(frame, around_cell(patch, {stride, stride}, {stride, 2 * stride}));
-}
-
-cv::Rect2d on_face_level(cv::Size frame, const Patch& patch) {
-  return from_face_input(frame, patch.colour == kBlue ? around_cell(patch, {64, 60}, {64, 60})
-                                                      : around_cell(patch, {16, 16}, {32, 24}));
-}
-
-// Enlarged by a pixel of the input or so, for interpolation dims the edges.
-void paint(cv::Mat* frame, const cv::Rect2d& where, const cv::Scalar& colour) {
-  const int border = 1 + frame->cols / 320;
-  cv::rectangle(*frame, cv::Point(cvRound(where.x) - border, cvRound(where.y) - border),
-                cv::Point(cvRound(where.br().x) + border, cvRound(where.br().y) + border), colour,
-                cv::FILLED);
-}
-
-cv::Mat grey_frame(cv::Size size) { return cv::Mat(size, CV_8UC3, kGrey); }
 
 void expect_box(const Json& box, const cv::Rect2d& expected) {
   const double x = box.at("x"), y = box.at("y"), w = box.at("w"), h = box.at("h");
@@ -102,9 +50,9 @@ class DetectorCommands : public ::testing::Test {
   }
   static void TearDownTestSuite() { fs::remove_all(root); }
   static void pack(const std::string& task, const std::string& network) {
-    const CommandResult packed = kelnn_test::run_kelnn(
-        {"pack", task, std::string(KEL_NN_TEST_NETWORKS) + "/" + network + ".onnx", "--root",
-         root});
+    const CommandResult packed =
+        run_kelnn({"pack", task, std::string(KEL_NN_TEST_NETWORKS) + "/" + network + ".onnx",
+                   "--root", root});
     ASSERT_EQ(packed.exit_code, 0) << packed.err;
   }
 
@@ -113,7 +61,7 @@ class DetectorCommands : public ::testing::Test {
 
   CommandResult run(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"--root", root});
-    return kelnn_test::run_kelnn(arguments);
+    return run_kelnn(arguments);
   }
   std::vector<Json> run_json(std::vector<std::string> arguments) {
     arguments.push_back("--json");
@@ -324,8 +272,8 @@ TEST_F(DetectorCommands, DoTheOthersWhenOneInputIsBad) {
   const std::string video = save_video("good.avi", {64, 48}, 1);
   std::ofstream(directory + "text.txt") << "no picture";
   // Its header says that it is a picture.
-  std::ofstream(directory + "damaged.png") << kelnn_test::text_of(good).substr(0, 40);
-  std::ofstream(directory + "damaged.avi") << kelnn_test::text_of(video).substr(0, 100);
+  std::ofstream(directory + "damaged.png") << text_of(good).substr(0, 40);
+  std::ofstream(directory + "damaged.avi") << text_of(video).substr(0, 100);
   const CommandResult result =
       run({"persons", directory + "nothing.png", directory + "text.txt", directory,
            directory + "damaged.png", directory + "damaged.avi", "camera:x", "camera:99", good});
@@ -374,8 +322,7 @@ TEST_F(DetectorCommands, SayWhatIsWrong) {
     EXPECT_EQ(result.exit_code, c.exit_code);
     EXPECT_THAT(result.err, HasSubstr(c.complaint));
   }
-  const CommandResult no_model =
-      kelnn_test::run_kelnn({"persons", good, "--root", directory + "empty"});
+  const CommandResult no_model = run_kelnn({"persons", good, "--root", directory + "empty"});
   EXPECT_EQ(no_model.exit_code, 1);
   EXPECT_EQ(no_model.out, "");
   EXPECT_THAT(no_model.err, HasSubstr("kelnn pack person-detection-landscape"));

@@ -24,6 +24,7 @@ using StreamingCommand = std::function<bool(const Listener&)>;
 void add_classifiers(CLI::App& app, Command* chosen);  // classify-face, classify-person
 void add_compare(CLI::App& app, Command* chosen);
 void add_doctor(CLI::App& app, Command* chosen);
+void add_eval(CLI::App& app, Command* chosen);
 void add_feature(CLI::App& app, Command* chosen);
 void add_features(CLI::App& app, Command* chosen);
 void add_landmarks(CLI::App& app, Command* chosen);

@@ -1,23 +1,19 @@
 // kelnn cry: how likely a baby cries, for every 3 seconds of a sound.
-#include <algorithm>
 #include <memory>
 
 #include "command.h"
+#include "cry_detector.h"
 #include "formatted.h"
-#include "kel_nn.h"
-#include "loaded_task.h"
 #include "progress_bar.h"
-#include "sound_window.h"
 
 namespace kelnn_cli {
 namespace {
 
-constexpr uint32_t kDefaultChunk = kSoundRate / 10;
 constexpr uint64_t kLongSound = 60 * kSoundRate;  // less is done before a progress bar is read
 
 struct Options {
   std::string input, root;
-  uint32_t chunk = kDefaultChunk;
+  uint32_t chunk = CryDetector::kDefaultChunk;
   float threshold = kLowestGate;
   bool wants_progress = false;
 };
@@ -33,9 +29,9 @@ struct Window {
   bool is_full() const { return samples.size() == kWindowSamples; }
 };
 
-Report report_of(const Window& window, const Options& options) {
+Report report_of(const Window& window, const CryDetector& detector, const Options& options) {
   const float loud = loudness(window.samples);
-  const bool passed = !(loud < std::max(options.threshold, kLowestGate));
+  const bool passed = detector.is_loud_enough(window.samples);
   Report report;
   report.text = options.input + " " + std::to_string(window.start()) + " - " +
                 std::to_string(window.end()) + " s: cry " +
@@ -60,60 +56,27 @@ Report report_of_rest(const Window& window, const Options& options) {
   return report;
 }
 
-// The library drops what a window has no room for. So no chunk goes beyond the end of one, and the
-// next window begins with the sample after it.
-class Listening {
- public:
-  explicit Listening(const Options& options)
-      : options_(options),
-        sound_(open_sound(options.input)),
-        task_(
-            options.root, "cry-detection", "cry detection",
-            [&options](kel_nn_handle_t handle) {
-              return kel_nn_crydet_init(handle, kSoundRate, options.threshold);
-            },
-            kel_nn_crydet_deinit),
-        progress_(options.input, progress_total(), "s of sound") {}
-
-  // False: the sound has ended; the window holds what is left over.
-  bool next(Window* window) {
-    window->samples.clear();
-    while (!window->is_full()) {
-      const size_t fill = window->samples.size();
-      const size_t wanted = std::min<size_t>(options_.chunk, kWindowSamples - fill);
-      window->samples.resize(fill + wanted);
-      const size_t n = sound_->read(window->samples.data() + fill, wanted);
-      window->samples.resize(fill + n);
-      if (n < wanted) break;
-      task_.check(kel_nn_crydet_process(task_.handle(), window->samples.data() + fill,
-                                        static_cast<uint32_t>(n), &window->probability));
-    }
-    progress_.hide();
-    return window->is_full();
-  }
-  void show_progress(uint64_t seconds) { progress_.show(static_cast<int64_t>(seconds)); }
-
- private:
-  int64_t progress_total() const {
-    const uint64_t samples = sound_->expected_samples();
-    const bool is_wanted =
-        options_.wants_progress || (is_terminal_error_output() && samples > kLongSound);
-    return is_wanted ? static_cast<int64_t>(samples / kSoundRate) : 0;
-  }
-
-  const Options& options_;
-  std::unique_ptr<Sound> sound_;
-  LoadedTask task_;
-  ProgressBar progress_;
-};
+int64_t progress_total(const Sound& sound, const Options& options) {
+  const uint64_t samples = sound.expected_samples();
+  const bool is_wanted =
+      options.wants_progress || (is_terminal_error_output() && samples > kLongSound);
+  return is_wanted ? static_cast<int64_t>(samples / kSoundRate) : 0;
+}
 
 bool cry(const Options& options, const Listener& listener) {
-  Listening listening(options);
+  const std::unique_ptr<Sound> sound = open_sound(options.input);
+  CryDetector detector(options.root, options.threshold);
+  ProgressBar progress(options.input, progress_total(*sound, options), "s of sound");
   Window window;
-  for (; listening.next(&window); ++window.index) {
-    listener.report(report_of(window, options));
-    listening.show_progress(window.end());
+  for (;; ++window.index) {
+    window.samples = next_window(sound.get());
+    if (!window.is_full()) break;
+    window.probability = detector.of(window.samples, options.chunk);
+    progress.hide();
+    listener.report(report_of(window, detector, options));
+    progress.show(static_cast<int64_t>(window.end()));
   }
+  progress.hide();
   if (!window.samples.empty()) listener.report(report_of_rest(window, options));
   if (window.index == 0) throw Failure(options.input, "shorter than a window of 3 s");
   return true;

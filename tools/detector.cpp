@@ -72,7 +72,7 @@ class FaceDetector : public Detector {
   ~FaceDetector() override { kel_nn_facedet_deinit(handle_.value); }
 
   std::vector<Detection> detect(const cv::Mat& bgr) override {
-    if (bgr.size() != frame_size_) init(bgr.size());
+    if (!is_ready_for(bgr.size())) init(bgr.size());
     const kel_nn_kit_frame_t frame = as_frame(bgr);
     const kel_nn_kit_image_t image = input_.of_size(kFaceInput);
     check(kel_nn_kit_scale(&frame, &image), bgr);
@@ -80,6 +80,7 @@ class FaceDetector : public Detector {
     check_run(kel_nn_facedet_process(handle_.value, image.data, &faces));
     return detections(faces.boxes, faces.count);
   }
+  bool is_ready_for(cv::Size frame_size) const override { return frame_size == frame_size_; }
 
  private:
   // Boxes are scaled to the size that init is given.
@@ -122,7 +123,7 @@ class GridDetector : public Detector {
   ~GridDetector() override { task_.deinit(handle_.value); }
 
   std::vector<Detection> detect(const cv::Mat& bgr) override {
-    if (orientation_of(bgr.size()) != orientation_) init(bgr.size());
+    if (!is_ready_for(bgr.size())) init(bgr.size());
     const kel_nn_size_t frame_size = {bgr.cols, bgr.rows};
     const kel_nn_size_t input_size = kel_nn_kit_detector_input(bgr.cols, bgr.rows);
     const kel_nn_kit_frame_t frame = as_frame(bgr);
@@ -131,6 +132,9 @@ class GridDetector : public Detector {
     kel_nn_det_result_t found;
     check_run(task_.process(handle_.value, image.data, &found, &frame_size, &input_size));
     return detections(found.boxes, found.count);
+  }
+  bool is_ready_for(cv::Size frame_size) const override {
+    return orientation_of(frame_size) == orientation_;
   }
 
  private:
@@ -153,7 +157,7 @@ class GridDetector : public Detector {
 };
 
 std::string set_root(const std::string& directory) {
-  const std::string root = with_slash(directory);
+  std::string root = with_slash(directory);
   kel_nn_set_model_root_dir(root.c_str());
   return root;
 }

@@ -22,6 +22,8 @@ class Detector {
   // Best score first. The model is loaded when a frame needs another one than the frame before; a
   // Failure says why it does not load.
   virtual std::vector<Detection> detect(const cv::Mat& bgr) = 0;
+  // Whether a frame of that size needs no other model than the frame before.
+  virtual bool is_ready_for(cv::Size frame_size) const = 0;
 };
 
 std::unique_ptr<Detector> make_face_detector(const std::string& root);

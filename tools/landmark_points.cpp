@@ -24,13 +24,17 @@ std::vector<cv::Point2d> pixels_of(const Landmarks& landmarks, const cv::Rect& p
   return pixels;
 }
 
-void draw_landmarks(cv::Mat* bgr, const Landmarks& landmarks, const cv::Rect& part) {
-  const int radius = std::max(2, part.width / 40);
-  for (const cv::Point2d& point : pixels_of(landmarks, part)) {
+void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv::Scalar& colour,
+                 int radius) {
+  for (const cv::Point2d& point : points) {
     const bool is_inside = point.x >= 0 && point.x <= bgr->cols && point.y >= 0 &&
                            point.y <= bgr->rows;  // false for NaN, too
-    if (is_inside) cv::circle(*bgr, point, radius, kPointColour, cv::FILLED, cv::LINE_AA);
+    if (is_inside) cv::circle(*bgr, point, radius, colour, cv::FILLED, cv::LINE_AA);
   }
+}
+
+void draw_landmarks(cv::Mat* bgr, const Landmarks& landmarks, const cv::Rect& part) {
+  draw_points(bgr, pixels_of(landmarks, part), kPointColour, std::max(2, part.width / 40));
 }
 
 }  // namespace kelnn_cli

@@ -14,7 +14,9 @@ bool are_parts(const Landmarks& landmarks);  // all from 0 to 1
 
 std::vector<cv::Point2d> pixels_of(const Landmarks& landmarks, const cv::Rect& part);
 
-// Those that lie in the picture.
+// Those that lie in the picture, as discs.
+void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv::Scalar& colour,
+                 int radius);
 void draw_landmarks(cv::Mat* bgr, const Landmarks& landmarks, const cv::Rect& part);
 
 }  // namespace kelnn_cli

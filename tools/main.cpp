@@ -54,6 +54,7 @@ int run(const Command& command, const StreamingCommand& streaming_command, bool 
     }
     const Report report = command();
     output.write(rendered(report, as_json, kJsonIndent));
+    if (!report.complaint.empty()) complain(report.complaint);
     return report.ok ? kFine : kFailed;
   } catch (const std::exception& error) {
     complain(error.what());
@@ -77,7 +78,7 @@ int main(int argc, char** argv) {
   app.add_flag("--json", as_json, "Print the result as JSON");
   app.footer("kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly.");
   for (const auto add : {add_models, add_pack, add_unpack, add_doctor, add_feature, add_compare,
-                         add_landmarks, add_classifiers, add_features}) {
+                         add_landmarks, add_classifiers, add_features, add_eval}) {
     add(app, &command);
   }
   for (const auto add : {add_detectors, add_motion, add_watch, add_cry})

@@ -14,7 +14,8 @@ using Json = nlohmann::ordered_json;
 struct Report {
   std::string text;  // whole lines
   Json json;
-  bool ok = true;  // false: the report is of something that is not as it should be
+  bool ok = true;         // false: the report is of something that is not as it should be
+  std::string complaint;  // for standard error
 };
 
 class Failure : public std::runtime_error {

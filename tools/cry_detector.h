@@ -1,0 +1,36 @@
+// The library's cry detection task, on whole windows of sound.
+#ifndef KEL_NN_TOOLS_CRY_DETECTOR_H_
+#define KEL_NN_TOOLS_CRY_DETECTOR_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "loaded_task.h"
+#include "sound_window.h"
+
+namespace kelnn_cli {
+
+class CryDetector {
+ public:
+  static constexpr uint32_t kDefaultChunk = kSoundRate / 10;
+
+  // `gate`: the least loudness that is shown to the network; less than kLowestGate counts as that.
+  CryDetector(const std::string& root, float gate);
+
+  // The probability of crying in kWindowSamples samples, given to the library so many at a time.
+  float of(const std::vector<int16_t>& window, uint32_t chunk = kDefaultChunk);
+
+  bool is_loud_enough(const std::vector<int16_t>& window) const;
+
+ private:
+  LoadedTask task_;
+  float gate_;
+};
+
+// The sound's next window, or what is left of it at its end.
+std::vector<int16_t> next_window(Sound* sound);
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_CRY_DETECTOR_H_

@@ -1,0 +1,215 @@
+// kelnn eval for faces, persons and objects: boxes that were found beside boxes that were labelled.
+#include <map>
+#include <tuple>
+
+#include "drawing.h"
+#include "evaluation.h"
+#include "evaluation_detection.h"
+#include "formatted.h"
+#include "frame_sink.h"
+#include "picture.h"
+
+namespace kelnn_cli {
+namespace {
+
+const LabelColumns kColumns = {{"file", "class", "x", "y", "w", "h"}, {}};
+enum Column : size_t { kFile, kClass, kX, kY, kWidth, kHeight };
+
+struct DetectionTask {
+  decltype(make_face_detector)* make_detector;
+  int class_count;
+};
+const std::map<std::string, DetectionTask> kTasks = {
+    {"face-detection", {make_face_detector, 1}},
+    {"person-detection", {make_person_detector, 1}},
+    {"four-class-detection", {make_object_detector, 4}},
+};
+
+struct LabelledPicture {
+  std::string file, path;
+  std::vector<Truth> truths;
+  std::vector<LabelRow> rows;  // of the truths
+};
+
+Truth truth_of(const LabelRow& row, int class_count) {
+  const Truth truth = {{row.number(kX), row.number(kY), row.number(kWidth), row.number(kHeight)},
+                       row.whole_number(kClass, class_count - 1)};
+  if (truth.box.width <= 0 || truth.box.height <= 0) row.fail("a box without an area");
+  return truth;
+}
+
+// Rows of one file follow each other.
+std::vector<LabelledPicture> read_pictures(const std::string& directory, int class_count) {
+  std::vector<LabelledPicture> pictures;
+  bool was_empty = false;
+  for (const LabelRow& row : read_labels(directory, kColumns, RowsPerFile::kMany).rows) {
+    const bool is_new = pictures.empty() || pictures.back().file != row.file();
+    const bool is_empty = row.is_empty_from(kClass);
+    if (!is_new && (is_empty || was_empty)) {
+      row.fail(row.file() + " is a picture without objects here or in another line");
+    }
+    if (is_new) pictures.push_back({row.file(), path_of(directory, row), {}, {}});
+    was_empty = is_empty;
+    if (is_empty) continue;
+    pictures.back().truths.push_back(truth_of(row, class_count));
+    pictures.back().rows.push_back(row);
+  }
+  return pictures;
+}
+
+// So that labels in another unit, or of another picture, are noticed.
+void check_inside(const LabelledPicture& picture, cv::Size size) {
+  for (size_t i = 0; i < picture.truths.size(); ++i) {
+    if ((picture.truths[i].box & cv::Rect2d({0, 0}, cv::Size2d(size))).empty()) {
+      picture.rows[i].fail("the box is outside the picture, which is " +
+                           std::to_string(size.width) + " x " + std::to_string(size.height));
+    }
+  }
+}
+
+// Orientation, width, height: in this order every model is loaded once.
+using FrameKind = std::tuple<int, int, int>;
+FrameKind kind_of(cv::Size size) {
+  return {(size.width > size.height) - (size.width < size.height), size.width, size.height};
+}
+
+// What is found in each picture. Those that need the first one's model are looked at in passing, the
+// others kind by kind.
+class Looking {
+ public:
+  Looking(const EvaluationSettings& settings, const std::vector<LabelledPicture>& pictures)
+      : pictures_(pictures),
+        detector_(kTasks.at(settings.task).make_detector(settings.root)),
+        progress_(settings, pictures.size()),
+        found_(pictures.size()) {}
+
+  std::vector<DetectedPicture> at_all() {
+    std::map<FrameKind, std::vector<size_t>> later;
+    for (size_t i = 0; i < pictures_.size(); ++i) {
+      const cv::Mat bgr = load_picture(pictures_[i].path);
+      check_inside(pictures_[i], bgr.size());
+      if (i == 0 || detector_->is_ready_for(bgr.size())) {
+        at(i, bgr);
+      } else {
+        later[kind_of(bgr.size())].push_back(i);
+      }
+    }
+    for (const auto& [kind, indices] : later) {
+      for (const size_t i : indices) at(i, load_picture(pictures_[i].path));
+    }
+    return found_;
+  }
+
+ private:
+  void at(size_t i, const cv::Mat& bgr) {
+    found_[i] = {pictures_[i].truths, detector_->detect(bgr)};
+    for (const Detection& one : found_[i].found) check_is_number(one.score, pictures_[i].path);
+    progress_.add_file();
+  }
+
+  const std::vector<LabelledPicture>& pictures_;
+  std::unique_ptr<Detector> detector_;
+  EvaluationProgress progress_;
+  std::vector<DetectedPicture> found_;
+};
+
+constexpr int kTruthColour = 0, kMatchColour = 2, kFalseColour = 1;
+
+size_t mistakes(const DetectedPicture& picture) {
+  size_t matches = 0;
+  for (const double iou : match(picture)) matches += iou > 0;
+  return picture.truths.size() + picture.found.size() - 2 * matches;
+}
+
+cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_classes) {
+  const auto class_text = [=](int id) { return has_classes ? std::to_string(id) + " " : ""; };
+  cv::Mat result = bgr.clone();
+  const cv::Rect2d frame({0, 0}, cv::Size2d(bgr.size()));
+  for (const Truth& truth : picture.truths) {
+    draw_box(&result, truth.box & frame, class_text(truth.class_id), kTruthColour);
+  }
+  const std::vector<double> ious = match(picture);
+  for (size_t i = 0; i < ious.size(); ++i) {
+    const Detection& one = picture.found[i];
+    draw_box(&result, one.box, class_text(one.class_id) + formatted("%.2f", double{one.score}),
+             ious[i] > 0 ? kMatchColour : kFalseColour);
+  }
+  return result;
+}
+
+void draw_worst(const EvaluationSettings& settings, const std::vector<LabelledPicture>& pictures,
+                const std::vector<DetectedPicture>& detected) {
+  std::vector<double> badness(detected.size());
+  for (size_t i = 0; i < detected.size(); ++i) {
+    badness[i] = static_cast<double>(mistakes(detected[i]));
+  }
+  const std::vector<size_t> order = worst_first(badness);
+  for (size_t rank = 0; rank < order.size(); ++rank) {
+    const LabelledPicture& picture = pictures[order[rank]];
+    const auto sink = make_picture(drawing_path(settings, rank, picture.file));
+    sink->write(drawn(load_picture(picture.path), detected[order[rank]],
+                      kTasks.at(settings.task).class_count > 1));
+    sink->finish();
+  }
+}
+
+void add_counts(const DetectionFigures& figures, Json* json) {
+  (*json)["labelled"] = figures.truths;
+  (*json)["found"] = figures.found;
+  (*json)["matches"] = figures.matches;
+}
+
+Json json_of(int class_id, const DetectionFigures& figures) {
+  Json json = {{"class", class_id}};
+  add_counts(figures, &json);
+  json["average_precision"] = figures.average_precision;
+  json["precision"] = figures.precision;
+  json["recall"] = figures.recall;
+  json["mean_iou"] = figures.mean_iou;
+  return json;
+}
+
+void add_classes(const std::vector<DetectionFigures>& classes, Report* report) {
+  TextTable table = {{"class", "labelled", "found", "matches", "average precision", "precision",
+                      "recall", "mean IoU"}};
+  report->json["classes"] = Json::array();
+  for (const DetectionFigures& one : classes) {
+    const int id = static_cast<int>(report->json["classes"].size());
+    report->json["classes"].push_back(json_of(id, one));
+    table.push_back({std::to_string(id), std::to_string(one.truths), std::to_string(one.found),
+                     std::to_string(one.matches), figure_text(one.average_precision),
+                     figure_text(one.precision), figure_text(one.recall),
+                     figure_text(one.mean_iou)});
+  }
+  if (classes.size() > 1) report->text += text_of(table);
+}
+
+Report report_of(const EvaluationSettings& settings, const DetectionEvaluation& evaluation,
+                 size_t picture_count) {
+  const DetectionFigures& all = evaluation.all;
+  Report report = begin_report(settings, picture_count, "pictures");
+  add_counts(all, &report.json);
+  report.text += std::to_string(all.truths) + " boxes labelled, " + std::to_string(all.found) +
+                 " found, " + std::to_string(all.matches) + " of them match\n";
+  add_figures({{"mean_average_precision", "mean average precision", all.average_precision},
+               {"precision", "precision", all.precision},
+               {"recall", "recall", all.recall},
+               {"false_detections_per_picture", "false detections a picture",
+                evaluation.false_detections_per_picture},
+               {"mean_iou", "mean IoU of the matches", all.mean_iou}},
+              &report);
+  add_classes(evaluation.classes, &report);
+  return report;
+}
+
+}  // namespace
+
+Report evaluate_detector(const EvaluationSettings& settings) {
+  const int class_count = kTasks.at(settings.task).class_count;
+  const std::vector<LabelledPicture> pictures = read_pictures(settings.data, class_count);
+  const std::vector<DetectedPicture> detected = Looking(settings, pictures).at_all();
+  if (!settings.drawings.empty()) draw_worst(settings, pictures, detected);
+  return report_of(settings, evaluate_detections(detected, class_count), pictures.size());
+}
+
+}  // namespace kelnn_cli

@@ -1,0 +1,121 @@
+#include "evaluation_detection.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "evaluation_mean.h"
+
+namespace kelnn_cli {
+namespace {
+
+double iou(const cv::Rect2d& a, const cv::Rect2d& b) {
+  const double shared = (a & b).area();
+  return shared / (a.area() + b.area() - shared);
+}
+
+bool by_score(const ScoredDetection& a, const ScoredDetection& b) { return a.score > b.score; }
+
+// What is known of a class, or of all, before the figures are worked out.
+struct Tally {
+  size_t truths = 0;
+  std::vector<ScoredDetection> found;
+  std::vector<double> matching_ious;
+
+  DetectionFigures figures() const {
+    DetectionFigures result;
+    result.truths = truths;
+    result.found = found.size();
+    result.matches = matching_ious.size();
+    result.average_precision = average_precision(found, truths);
+    result.precision = share(result.matches, result.found);
+    result.recall = share(result.matches, result.truths);
+    result.mean_iou = mean(matching_ious);
+    return result;
+  }
+};
+
+void count(const DetectedPicture& picture, int class_id, Tally* tally) {
+  const auto is_counted = [class_id](int other) { return class_id < 0 || class_id == other; };
+  for (const Truth& truth : picture.truths) tally->truths += is_counted(truth.class_id);
+  const std::vector<double> ious = match(picture);
+  for (size_t i = 0; i < ious.size(); ++i) {
+    if (!is_counted(picture.found[i].class_id)) continue;
+    tally->found.push_back({picture.found[i].score, ious[i] > 0});
+    if (ious[i] > 0) tally->matching_ious.push_back(ious[i]);
+  }
+}
+
+constexpr int kAllClasses = -1;
+
+DetectionFigures figures_of(const std::vector<DetectedPicture>& pictures, int class_id) {
+  Tally tally;
+  for (const DetectedPicture& picture : pictures) count(picture, class_id, &tally);
+  return tally.figures();
+}
+
+}  // namespace
+
+std::vector<double> match(const DetectedPicture& picture) {
+  const std::vector<Detection>& found = picture.found;
+  std::vector<size_t> order(found.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t a, size_t b) { return found[a].score > found[b].score; });
+
+  std::vector<double> ious(found.size());
+  std::vector<bool> is_taken(picture.truths.size());
+  for (const size_t i : order) {
+    size_t best = 0;
+    double best_iou = 0;
+    for (size_t t = 0; t < picture.truths.size(); ++t) {
+      if (is_taken[t] || picture.truths[t].class_id != found[i].class_id) continue;
+      const double own_iou = iou(picture.truths[t].box, found[i].box);
+      if (own_iou > best_iou) best = t, best_iou = own_iou;
+    }
+    if (best_iou < kMatchingIou) continue;
+    is_taken[best] = true;
+    ious[i] = best_iou;
+  }
+  return ious;
+}
+
+double average_precision(std::vector<ScoredDetection> found, size_t truth_count) {
+  if (truth_count == 0) return kUndefined;
+  std::sort(found.begin(), found.end(), by_score);
+
+  struct Point {
+    double recall, precision;
+  };
+  std::vector<Point> curve = {{0, 0}};
+  size_t matches = 0;
+  for (size_t i = 0; i < found.size(); ++i) {
+    matches += found[i].is_match;
+    const bool is_last_of_score = i + 1 == found.size() || found[i + 1].score < found[i].score;
+    if (is_last_of_score) curve.push_back({share(matches, truth_count), share(matches, i + 1)});
+  }
+  // From the right, so that the best precision at a recall or any higher one is at hand.
+  double area = 0, best_precision = 0;
+  for (size_t i = curve.size() - 1; i > 0; --i) {
+    best_precision = std::max(best_precision, curve[i].precision);
+    area += (curve[i].recall - curve[i - 1].recall) * best_precision;
+  }
+  return area;
+}
+
+DetectionEvaluation evaluate_detections(const std::vector<DetectedPicture>& pictures,
+                                        int class_count) {
+  DetectionEvaluation evaluation;
+  std::vector<double> precisions;
+  for (int class_id = 0; class_id < class_count; ++class_id) {
+    evaluation.classes.push_back(figures_of(pictures, class_id));
+    const DetectionFigures& figures = evaluation.classes.back();
+    if (figures.truths > 0) precisions.push_back(figures.average_precision);
+  }
+  evaluation.all = figures_of(pictures, kAllClasses);
+  evaluation.all.average_precision = mean(precisions);
+  evaluation.false_detections_per_picture =
+      share(evaluation.all.found - evaluation.all.matches, pictures.size());
+  return evaluation;
+}
+
+}  // namespace kelnn_cli
