@@ -43,7 +43,7 @@ cv::Mat ChangedPixels::take(const cv::Mat& luma) {
   cv::Mat change;
   cv::absdiff(now, before, change);
   const cv::Mat changed = change >= kLeastChange;
-  const cv::Mat both = changed_.empty() ? cv::Mat() : cv::Mat(changed & changed_);
+  cv::Mat both = changed_.empty() ? cv::Mat() : cv::Mat(changed & changed_);
   changed_ = changed;
   return both;
 }

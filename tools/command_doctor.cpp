@@ -67,8 +67,8 @@ Report doctor(const std::string& root) {
                    indent + model.path + "\n";
     Json entry = {{"task", task.key}, {"path", model.path}, {"state", name_of(model.state)}};
     if (is_broken) {
-      report.text +=
-          indent + "problem: " + model.problem + "\n" + indent + "to do: " + model.command + "\n";
+      report.text += indent + "problem: " + model.problem + "\n";
+      report.text += indent + "to do: " + model.command + "\n";
       entry["problem"] = model.problem;
       entry["to_do"] = model.command;
     }

@@ -52,9 +52,9 @@ cv::Rect plot_area(const FeatureMatrix& matrix) {
 void draw_matrix(cv::Mat* picture, const FeatureMatrix& matrix) {
   cv::Mat upright(matrix.channels, matrix.rows, CV_8U), enlarged;
   for (int row = 0; row < matrix.rows; ++row) {
+    const uint8_t* const bytes = matrix.bytes.data() + ptrdiff_t{row} * matrix.channels;
     for (int channel = 0; channel < matrix.channels; ++channel) {
-      upright.at<uint8_t>(matrix.channels - 1 - channel, row) =
-          matrix.bytes[static_cast<size_t>(row * matrix.channels + channel)];
+      upright.at<uint8_t>(matrix.channels - 1 - channel, row) = bytes[channel];
     }
   }
   const cv::Rect area = plot_area(matrix);

@@ -62,7 +62,7 @@ std::string Network::misfit(const Task& task) {
       return "the network has " + std::to_string(i) + " outputs instead of " +
              std::to_string(task.outputs.size());
     }
-    const std::string problem = output_misfit(i, dim_of(output), task.outputs[i]);
+    std::string problem = output_misfit(i, dim_of(output), task.outputs[i]);
     if (!problem.empty()) return problem;
   }
   return {};

@@ -45,7 +45,8 @@ bool kel_nn_diff() {
 // The product is in single precision, its hundredth in double. A count that reaches the threshold
 // is motion, and so is every count where `ratio` is NaN.
 bool is_motion(uint32_t changed_count, int32_t width, int32_t height, float ratio) {
-  const float product = static_cast<float>(width / 2) * ratio * static_cast<float>(height / 2);
+  const int32_t columns = width / 2, rows = height / 2;
+  const float product = static_cast<float>(columns) * ratio * static_cast<float>(rows);
   const double threshold = std::trunc(static_cast<double>(product) * 0.01);
   return !(changed_count < threshold);
 }
