@@ -54,6 +54,7 @@ struct Destination {
 // ----- Where destination columns and rows come from ----------------------------------------------
 
 constexpr int kOne = 2048;  // weights have 11 bits below the point
+constexpr int kMaxSourceSize = std::numeric_limits<int>::max() - 127;  // its float fits an int
 
 // The two neighbouring source columns (or rows) of a destination column, and their weights. Each
 // weight is rounded on its own: they add up to 2048 or to 2049.
@@ -69,14 +70,18 @@ class Axis {
         step_(size != 0 && source_size % size == 0 ? source_size / size : 0),
         scale_(static_cast<double>(source_size) / size) {}
 
+  // Minimum, maximum and masks instead of branches, so that a loop over it becomes SIMD.
   Tap tap(int position) const {
     // Rounded to float before it is split: that decides which weight a column far right gets.
     const float center = static_cast<float>((position + 0.5) * scale_ - 0.5);
-    if (center < 0.0f) return {0, kOne, 0};
-    if (center >= static_cast<double>(source_size_ - 1)) return {source_size_ - 2, 0, kOne};
-    const int first = static_cast<int>(center);
-    const float fraction = center - static_cast<float>(first);
-    return {first, fixed_point(1.0f - fraction), fixed_point(fraction)};
+    const int whole = static_cast<int>(center);
+    // Left of the first centre whole is 0, and the fraction negative.
+    const float fraction = center - static_cast<float>(whole);
+    const int weight0 = std::min(fixed_point(1.0f - fraction), kOne);
+    const int weight1 = std::max(fixed_point(fraction), 0);
+    const int beyond = -static_cast<int>(whole >= source_size_ - 1);  // all bits or none
+    return {whole + (beyond & (source_size_ - 2 - whole)), static_cast<int16_t>(weight0 & ~beyond),
+            static_cast<int16_t>((weight1 & ~beyond) | (kOne & beyond))};
   }
 
   // Every destination pixel is one source pixel: the scale is odd, and the centres are exact in
@@ -85,15 +90,35 @@ class Axis {
   int step() const { return step_; }
 
  private:
-  // Rounds half up; weights are never negative, and the largest fits.
-  static int16_t fixed_point(float weight) {
+  // Rounds half up.
+  static int fixed_point(float weight) {
     constexpr float kHalf = 0.5f;
-    return static_cast<int16_t>(weight * kOne + kHalf);
+    return static_cast<int>(weight * kOne + kHalf);
   }
 
   int source_size_;
   int step_;  // 0: not a whole number
   double scale_;
+};
+
+// Consecutive taps of an axis, computed together.
+template <int kMaxSize>
+class TapTable {
+ public:
+  void fill(const Axis& of, int position, int size) {
+    const Axis axis = of;  // which the table does not overlap
+    for (int i = 0; i < size; ++i) {
+      const Tap tap = axis.tap(position + i);
+      first_[i] = tap.first;
+      weight0_[i] = tap.weight0;
+      weight1_[i] = tap.weight1;
+    }
+  }
+  Tap operator[](int i) const { return {first_[i], weight0_[i], weight1_[i]}; }
+
+ private:
+  int first_[kMaxSize];
+  int16_t weight0_[kMaxSize], weight1_[kMaxSize];
 };
 
 // ----- Weights 0 and 1 only ----------------------------------------------------------------------
@@ -382,9 +407,15 @@ class RowBatch {
   static void resize(const Source& source, const Axis& columns, const Axis& rows,
                      const Destination& to) {
     RowBatch batch;
-    for (int x = 0, left = to.width; left > 0; x += batch.width_, left -= batch.width_) {
-      batch.plan(source, columns, x, std::min(left, int{kTileWidth}));
-      batch.resize_tile(source, rows, to, x);
+    for (int y = 0, rows_left = to.height; rows_left > 0;) {
+      const int height = std::min(rows_left, int{kTileHeight});
+      batch.rows_.fill(rows, y, height);
+      for (int x = 0, left = to.width; left > 0; x += batch.width_, left -= batch.width_) {
+        batch.plan(source, columns, x, std::min(left, int{kTileWidth}));
+        batch.resize_tile(source, to, x, y, height);
+      }
+      y += height;
+      rows_left -= height;
     }
   }
 
@@ -393,13 +424,17 @@ class RowBatch {
                                   std::conditional_t<kChannels == 4, uint32_t, uint8_t>>;
   using State = RowBatchState<Unit>;
   static constexpr int kPixelUnits = kChannels / static_cast<int>(sizeof(Unit));
-  static constexpr int kTileWidth = State::kMaxColumns / kPixelUnits;
+  // Whole blocks also where a pixel is three units.
+  static constexpr int kTileWidth = State::kMaxColumns / kPixelUnits / kBlock * kBlock;
+  static constexpr int kTileHeight = 512;
 
   void plan(const Source& source, const Axis& axis, int x, int width) {
     width_ = width;
     const ptrdiff_t row_units = static_cast<ptrdiff_t>(source.width) * kPixelUnits;
-    const ptrdiff_t first = static_cast<ptrdiff_t>(axis.tap(x).first) * kPixelUnits;
-    const ptrdiff_t end = (static_cast<ptrdiff_t>(axis.tap(x + width - 1).first) + 2) * kPixelUnits;
+    TapTable<kTileWidth> taps;
+    taps.fill(axis, x, width);
+    const ptrdiff_t first = static_cast<ptrdiff_t>(taps[0].first) * kPixelUnits;
+    const ptrdiff_t end = (static_cast<ptrdiff_t>(taps[width - 1].first) + 2) * kPixelUnits;
     // Whole vectors where the row is long enough, so that no column is transposed one by one.
     ptrdiff_t span = (end - first + 31) / 32 * 32;
     if (span > row_units) span = row_units;
@@ -411,7 +446,7 @@ class RowBatch {
     state_.heavy_count = 0;
     int i = 0;
     for (int pixel = 0; pixel < width; ++pixel) {
-      const Tap tap = axis.tap(x + pixel);
+      const Tap tap = taps[pixel];
       for (int k = 0; k < kPixelUnits; ++k, ++i) {
         const ptrdiff_t unit = static_cast<ptrdiff_t>(tap.first) * kPixelUnits + k;
         const int left = dense ? static_cast<int>(unit - state_.begin) : 2 * i;
@@ -454,12 +489,13 @@ class RowBatch {
     const uint8_t* fresh[State::kRows];
   };
 
-  void resize_tile(const Source& source, const Axis& rows, const Destination& to, int x) {
+  // Of destination rows y to y + height, which rows_ is about.
+  void resize_tile(const Source& source, const Destination& to, int x, int y, int height) {
     int newest = -1;  // the last source row that has been scaled
-    for (int y = 0; y < to.height;) {
+    for (int done = 0; done < height;) {
       Plan plan;
-      while (plan.blend_count < std::min(to.height - y, int{Plan::kMaxBlends})) {
-        const Tap tap = rows.tap(y + plan.blend_count);
+      while (plan.blend_count < std::min(height - done, int{Plan::kMaxBlends})) {
+        const Tap tap = rows_[done + plan.blend_count];
         const int missing = tap.first + 1 - std::max(newest, tap.first - 1);
         if (plan.fresh_count + missing > State::kRows) break;
         if (missing == 2) plan.fresh[plan.fresh_count++] = source.row(tap.first);
@@ -469,8 +505,8 @@ class RowBatch {
                                            tap.weight1};
       }
       scale(plan);
-      for (int i = 0; i < plan.blend_count; ++i, ++y) {
-        blend(plan.blends[i], to.row(y) + static_cast<ptrdiff_t>(x) * kChannels);
+      for (int i = 0; i < plan.blend_count; ++i, ++done) {
+        blend(plan.blends[i], to.row(y + done) + static_cast<ptrdiff_t>(x) * kChannels);
       }
       keep(plan.fresh_count);
     }
@@ -502,11 +538,14 @@ class RowBatch {
     if (fresh_count == 0) return;
     for (int block = 0; block < state_.column_count / State::kRows; ++block) {
       int16_t(*rows)[kBlock] = state_.scaled[block];
-      std::memmove(rows, rows + fresh_count, State::kKept * sizeof(rows[0]));
+      for (int r = 0; r < State::kKept; ++r) {
+        std::memcpy(rows[r], rows[fresh_count + r], sizeof(rows[r]));
+      }
     }
   }
 
   int width_ = 0;
+  TapTable<kTileHeight> rows_;
   State state_;
 };
 
@@ -519,8 +558,8 @@ constexpr bool kHasVectorUnit = false;
 #endif
 
 bool can_resize(const Source& source, const Destination& to) {
-  return source.pixels && to.pixels && source.width >= 2 && source.height >= 2 && to.width > 0 &&
-         to.height > 0;
+  return source.pixels && to.pixels && source.width >= 2 && source.width <= kMaxSourceSize &&
+         source.height >= 2 && source.height <= kMaxSourceSize && to.width > 0 && to.height > 0;
 }
 
 template <int kChannels>
