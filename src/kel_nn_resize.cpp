@@ -253,7 +253,7 @@ constexpr int kBlock = 16;
 template <typename Unit>
 struct RowBatchState {
   static constexpr int kRows = kBlock / static_cast<int>(sizeof(Unit));  // also a block's columns
-  static constexpr int kKept = 2;
+  static constexpr int kSlots = 1 + kRows;
   static constexpr int kMaxColumns = 256;
   static constexpr int kMaxBlocks = kMaxColumns / kRows;
   static constexpr int kMaxSpan = 2 * kMaxColumns + 64;
@@ -265,8 +265,8 @@ struct RowBatchState {
 
   alignas(32) int16_t weights[kMaxColumns][kBlock];  // -32 times that of far, for every value
   alignas(32) Unit transposed[kMaxSpan][kRows];
-  // The last two rows of the batch before, then this batch's.
-  alignas(32) int16_t scaled[kMaxBlocks][kKept + kRows][kBlock];
+  // The last row of the batch before, then this batch's.
+  alignas(32) int16_t scaled[kMaxBlocks][kSlots][kBlock];
   ptrdiff_t begin;                     // the first unit of a source row that is transposed
   ptrdiff_t left_offset[kMaxColumns];  // where span is 0: bytes in a source row
   ptrdiff_t right_offset;              // of the right sample from the left one
@@ -361,7 +361,7 @@ KELNN_ALWAYS_INLINE void scale_batch(RowBatchState<Unit>& batch, const uint8_t* 
       scale_heavy_column(samples + column.near * kBlock, samples + column.far * kBlock,
                          batch.weights[*heavy][0] / -32, by_column[*heavy - first]);
     }
-    int16_t* __restrict by_row = batch.scaled[block][RowBatchState<Unit>::kKept];
+    int16_t* __restrict by_row = batch.scaled[block][1];
     for (int r = 0; r < kRows; ++r) {
       for (int i = 0; i < kRows; ++i) {
         std::memcpy(by_row + r * kBlock + i * kValues, &by_column[i][r * kValues],
@@ -476,71 +476,60 @@ class RowBatch {
     std::memcpy(state_.weights[i], state_.weights[i - 1], sizeof(state_.weights[i]));
   }
 
-  // The next destination rows that need no more than kRows source rows that are not scaled yet.
-  struct Plan {
-    struct Blend {
-      int lower_slot;  // in State::scaled; the upper row is in the slot before
-      int16_t b0, b1;
-    };
-    static constexpr int kMaxBlends = 64;
+  // How many of the two source rows of a tap have not been scaled yet, if `newest` is the last one
+  // that has been. Taps never go back.
+  static int missing_rows(const Tap& tap, int newest) {
+    return tap.first + 1 - std::max(newest, tap.first - 1);
+  }
 
-    int blend_count = 0, fresh_count = 0;
-    Blend blends[kMaxBlends];
-    const uint8_t* fresh[State::kRows];
-  };
-
-  // Of destination rows y to y + height, which rows_ is about.
+  // Destination rows y to y + height, which rows_ is about.
   void resize_tile(const Source& source, const Destination& to, int x, int y, int height) {
-    int newest = -1;  // the last source row that has been scaled
-    for (int done = 0; done < height;) {
-      Plan plan;
-      while (plan.blend_count < std::min(height - done, int{Plan::kMaxBlends})) {
-        const Tap tap = rows_[done + plan.blend_count];
-        const int missing = tap.first + 1 - std::max(newest, tap.first - 1);
-        if (plan.fresh_count + missing > State::kRows) break;
-        if (missing == 2) plan.fresh[plan.fresh_count++] = source.row(tap.first);
-        if (missing >= 1) plan.fresh[plan.fresh_count++] = source.row(tap.first + 1);
+    int newest = -1, newest_slot = 0;
+    for (int row = 0; row < height;) {
+      // As many as need no more than kRows fresh source rows; the next needs at least one more.
+      if (row > 0) keep(newest_slot);
+      const uint8_t* fresh[State::kRows];
+      std::fill(fresh, fresh + State::kRows, source.row(rows_[row].first));  // where fewer are left
+      int fresh_count = 0, end = row;
+      for (int scaled = newest; end < height; ++end) {
+        const Tap tap = rows_[end];
+        const int missing = missing_rows(tap, scaled);
+        if (fresh_count + missing > State::kRows) break;
+        if (missing == 2) fresh[fresh_count++] = source.row(tap.first);
+        if (missing >= 1) fresh[fresh_count++] = source.row(tap.first + 1);
+        scaled = tap.first + 1;
+      }
+      scale_batch_of(state_, fresh);
+      for (newest_slot = 0; row < end; ++row) {
+        const Tap tap = rows_[row];
+        newest_slot += missing_rows(tap, newest);
         newest = tap.first + 1;
-        plan.blends[plan.blend_count++] = {State::kKept - 1 + plan.fresh_count, tap.weight0,
-                                           tap.weight1};
+        blend(newest_slot, tap, to.row(y + row) + static_cast<ptrdiff_t>(x) * kChannels);
       }
-      scale(plan);
-      for (int i = 0; i < plan.blend_count; ++i, ++done) {
-        blend(plan.blends[i], to.row(y + done) + static_cast<ptrdiff_t>(x) * kChannels);
-      }
-      keep(plan.fresh_count);
     }
   }
 
-  void scale(Plan& plan) {
-    if (plan.fresh_count == 0) return;
-    for (int r = plan.fresh_count; r < State::kRows; ++r) plan.fresh[r] = plan.fresh[0];
-    scale_batch_of(state_, plan.fresh);
+  // Moves a scaled row to the front.
+  void keep(int slot) {
+    for (int block = 0; block < state_.column_count / State::kRows; ++block) {
+      std::memcpy(state_.scaled[block][0], state_.scaled[block][slot],
+                  sizeof(state_.scaled[block][0]));
+    }
   }
 
-  void blend(const typename Plan::Blend& blend, uint8_t* row) {
-    const ptrdiff_t block_step = (State::kKept + State::kRows) * kBlock;
-    const int16_t* upper = state_.scaled[0][blend.lower_slot - 1];
-    const int16_t* lower = state_.scaled[0][blend.lower_slot];
+  // The upper row is in the slot before.
+  void blend(int lower_slot, const Tap& tap, uint8_t* row) {
+    const ptrdiff_t block_step = State::kSlots * kBlock;
+    const int16_t* upper = state_.scaled[0][lower_slot - 1];
+    const int16_t* lower = state_.scaled[0][lower_slot];
     const int whole = width_ * kChannels / kBlock;
     const int rest = width_ * kChannels % kBlock;
-    blend_blocks(upper, lower, block_step, blend.b0, blend.b1, row, whole);
+    blend_blocks(upper, lower, block_step, tap.weight0, tap.weight1, row, whole);
     if (rest != 0) {
       uint8_t last[kBlock];
-      blend_blocks(upper + whole * block_step, lower + whole * block_step, block_step, blend.b0,
-                   blend.b1, last, 1);
+      blend_blocks(upper + whole * block_step, lower + whole * block_step, block_step, tap.weight0,
+                   tap.weight1, last, 1);
       std::memcpy(row + whole * kBlock, last, static_cast<size_t>(rest));
-    }
-  }
-
-  // Moves the last two scaled rows to the front.
-  void keep(int fresh_count) {
-    if (fresh_count == 0) return;
-    for (int block = 0; block < state_.column_count / State::kRows; ++block) {
-      int16_t(*rows)[kBlock] = state_.scaled[block];
-      for (int r = 0; r < State::kKept; ++r) {
-        std::memcpy(rows[r], rows[fresh_count + r], sizeof(rows[r]));
-      }
     }
   }
 
