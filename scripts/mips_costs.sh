@@ -3,7 +3,7 @@
 # write them: scripts/mips_costs.sh [NAME-PATTERN]. One Markdown table; the same figures in every run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-cmake -S . -B build/mips-bench -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mipsel-linux-gnu.cmake \
+[ -f build/mips-bench/build.ninja ] || cmake -S . -B build/mips-bench -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mipsel-linux-gnu.cmake \
   -DKEL_NN_PC=OFF -DKEL_NN_BENCH=ON >/dev/null
 cmake --build build/mips-bench --target mips_costs >/dev/null
 program=build/mips-bench/bench/mips_costs
