@@ -54,6 +54,7 @@ struct Destination {
 // ----- Where destination columns and rows come from ----------------------------------------------
 
 constexpr int kOne = 2048;  // weights have 11 bits below the point
+constexpr int kMaxSourceSize = std::numeric_limits<int>::max() - 127;  // its float fits an int
 
 // The two neighbouring source columns (or rows) of a destination column, and their weights. Each
 // weight is rounded on its own: they add up to 2048 or to 2049.
@@ -69,14 +70,18 @@ class Axis {
         step_(size != 0 && source_size % size == 0 ? source_size / size : 0),
         scale_(static_cast<double>(source_size) / size) {}
 
+  // Minimum, maximum and masks instead of branches, so that a loop over it becomes SIMD.
   Tap tap(int position) const {
     // Rounded to float before it is split: that decides which weight a column far right gets.
     const float center = static_cast<float>((position + 0.5) * scale_ - 0.5);
-    if (center < 0.0f) return {0, kOne, 0};
-    if (center >= static_cast<double>(source_size_ - 1)) return {source_size_ - 2, 0, kOne};
-    const int first = static_cast<int>(center);
-    const float fraction = center - static_cast<float>(first);
-    return {first, fixed_point(1.0f - fraction), fixed_point(fraction)};
+    const int whole = static_cast<int>(center);
+    // Left of the first centre whole is 0, and the fraction negative.
+    const float fraction = center - static_cast<float>(whole);
+    const int weight0 = std::min(fixed_point(1.0f - fraction), kOne);
+    const int weight1 = std::max(fixed_point(fraction), 0);
+    const int beyond = -static_cast<int>(whole >= source_size_ - 1);  // all bits or none
+    return {whole + (beyond & (source_size_ - 2 - whole)), static_cast<int16_t>(weight0 & ~beyond),
+            static_cast<int16_t>((weight1 & ~beyond) | (kOne & beyond))};
   }
 
   // Every destination pixel is one source pixel: the scale is odd, and the centres are exact in
@@ -85,15 +90,35 @@ class Axis {
   int step() const { return step_; }
 
  private:
-  // Rounds half up; weights are never negative, and the largest fits.
-  static int16_t fixed_point(float weight) {
+  // Rounds half up.
+  static int fixed_point(float weight) {
     constexpr float kHalf = 0.5f;
-    return static_cast<int16_t>(weight * kOne + kHalf);
+    return static_cast<int>(weight * kOne + kHalf);
   }
 
   int source_size_;
   int step_;  // 0: not a whole number
   double scale_;
+};
+
+// Consecutive taps of an axis, computed together.
+template <int kMaxSize>
+class TapTable {
+ public:
+  void fill(const Axis& of, int position, int size) {
+    const Axis axis = of;  // which the table does not overlap
+    for (int i = 0; i < size; ++i) {
+      const Tap tap = axis.tap(position + i);
+      first_[i] = tap.first;
+      weight0_[i] = tap.weight0;
+      weight1_[i] = tap.weight1;
+    }
+  }
+  Tap operator[](int i) const { return {first_[i], weight0_[i], weight1_[i]}; }
+
+ private:
+  int first_[kMaxSize];
+  int16_t weight0_[kMaxSize], weight1_[kMaxSize];
 };
 
 // ----- Weights 0 and 1 only ----------------------------------------------------------------------
@@ -228,7 +253,7 @@ constexpr int kBlock = 16;
 template <typename Unit>
 struct RowBatchState {
   static constexpr int kRows = kBlock / static_cast<int>(sizeof(Unit));  // also a block's columns
-  static constexpr int kKept = 2;
+  static constexpr int kSlots = 1 + kRows;
   static constexpr int kMaxColumns = 256;
   static constexpr int kMaxBlocks = kMaxColumns / kRows;
   static constexpr int kMaxSpan = 2 * kMaxColumns + 64;
@@ -240,8 +265,8 @@ struct RowBatchState {
 
   alignas(32) int16_t weights[kMaxColumns][kBlock];  // -32 times that of far, for every value
   alignas(32) Unit transposed[kMaxSpan][kRows];
-  // The last two rows of the batch before, then this batch's.
-  alignas(32) int16_t scaled[kMaxBlocks][kKept + kRows][kBlock];
+  // The last row of the batch before, then this batch's.
+  alignas(32) int16_t scaled[kMaxBlocks][kSlots][kBlock];
   ptrdiff_t begin;                     // the first unit of a source row that is transposed
   ptrdiff_t left_offset[kMaxColumns];  // where span is 0: bytes in a source row
   ptrdiff_t right_offset;              // of the right sample from the left one
@@ -285,16 +310,33 @@ KELNN_ALWAYS_INLINE void transpose_columns(RowBatchState<Unit>& batch, const uin
   }
 }
 
+// 128 times each value. A plain loop over bytes and 16-bit numbers would get vectors of 16 bytes
+// also where the numbers fill one of 32.
+KELNN_ALWAYS_INLINE void widen(const uint8_t* values, int16_t* __restrict wide) {
+#if defined(__clang__) || __GNUC__ >= 9
+  typedef uint8_t Bytes __attribute__((vector_size(kBlock)));
+  typedef int16_t Numbers __attribute__((vector_size(kBlock * sizeof(int16_t))));
+  Bytes bytes;
+  std::memcpy(&bytes, values, sizeof(bytes));
+  const Numbers numbers = __builtin_convertvector(bytes, Numbers) << 7;
+  std::memcpy(wide, &numbers, sizeof(numbers));
+#else
+  for (int r = 0; r < kBlock; ++r) wide[r] = static_cast<int16_t>(values[r] << 7);
+#endif
+}
+
 // 128 * near + (far - near) * weight / 16, rounded down, for a far sample of that weight. 16 bits
 // are enough: the upper half of a product with -32 times the weight, which may be 1024.
 KELNN_ALWAYS_INLINE void scale_column(const uint8_t* near, const uint8_t* far,
                                       const int16_t* weights, int16_t* __restrict scaled) {
+  alignas(32) int16_t wide_near[kBlock], wide_far[kBlock];
+  widen(near, wide_near);
+  widen(far, wide_far);
   KELNN_KEEP_LOOP
   for (int r = 0; r < kBlock; ++r) {
-    const int16_t near_value = static_cast<int16_t>(near[r] << 7);
-    const int16_t difference = static_cast<int16_t>(near_value - (far[r] << 7));
+    const int16_t difference = static_cast<int16_t>(wide_near[r] - wide_far[r]);
     scaled[r] =
-        static_cast<int16_t>(near_value + static_cast<int16_t>((difference * weights[r]) >> 16));
+        static_cast<int16_t>(wide_near[r] + static_cast<int16_t>((difference * weights[r]) >> 16));
   }
 }
 
@@ -336,7 +378,7 @@ KELNN_ALWAYS_INLINE void scale_batch(RowBatchState<Unit>& batch, const uint8_t* 
       scale_heavy_column(samples + column.near * kBlock, samples + column.far * kBlock,
                          batch.weights[*heavy][0] / -32, by_column[*heavy - first]);
     }
-    int16_t* __restrict by_row = batch.scaled[block][RowBatchState<Unit>::kKept];
+    int16_t* __restrict by_row = batch.scaled[block][1];
     for (int r = 0; r < kRows; ++r) {
       for (int i = 0; i < kRows; ++i) {
         std::memcpy(by_row + r * kBlock + i * kValues, &by_column[i][r * kValues],
@@ -354,8 +396,8 @@ KEL_NN_TARGET_CLONES void scale_batch_of(RowBatchState<uint16_t>& batch,
                                          const uint8_t* const* rows) {
   scale_batch(batch, rows);
 }
-KEL_NN_TARGET_CLONES void scale_batch_of(RowBatchState<uint32_t>& batch,
-                                         const uint8_t* const* rows) {
+// No copy: wider vectors would have to be cut in halves again to put pixels of 8 bytes in order.
+void scale_batch_of(RowBatchState<uint32_t>& batch, const uint8_t* const* rows) {
   scale_batch(batch, rows);
 }
 
@@ -382,9 +424,15 @@ class RowBatch {
   static void resize(const Source& source, const Axis& columns, const Axis& rows,
                      const Destination& to) {
     RowBatch batch;
-    for (int x = 0, left = to.width; left > 0; x += batch.width_, left -= batch.width_) {
-      batch.plan(source, columns, x, std::min(left, int{kTileWidth}));
-      batch.resize_tile(source, rows, to, x);
+    for (int y = 0, rows_left = to.height; rows_left > 0;) {
+      const int height = std::min(rows_left, int{kTileHeight});
+      batch.rows_.fill(rows, y, height);
+      for (int x = 0, left = to.width; left > 0; x += batch.width_, left -= batch.width_) {
+        batch.plan(source, columns, x, std::min(left, int{kTileWidth}));
+        batch.resize_tile(source, to, x, y, height);
+      }
+      y += height;
+      rows_left -= height;
     }
   }
 
@@ -393,13 +441,17 @@ class RowBatch {
                                   std::conditional_t<kChannels == 4, uint32_t, uint8_t>>;
   using State = RowBatchState<Unit>;
   static constexpr int kPixelUnits = kChannels / static_cast<int>(sizeof(Unit));
-  static constexpr int kTileWidth = State::kMaxColumns / kPixelUnits;
+  // Whole blocks also where a pixel is three units.
+  static constexpr int kTileWidth = State::kMaxColumns / kPixelUnits / kBlock * kBlock;
+  static constexpr int kTileHeight = 512;
 
   void plan(const Source& source, const Axis& axis, int x, int width) {
     width_ = width;
     const ptrdiff_t row_units = static_cast<ptrdiff_t>(source.width) * kPixelUnits;
-    const ptrdiff_t first = static_cast<ptrdiff_t>(axis.tap(x).first) * kPixelUnits;
-    const ptrdiff_t end = (static_cast<ptrdiff_t>(axis.tap(x + width - 1).first) + 2) * kPixelUnits;
+    TapTable<kTileWidth> taps;
+    taps.fill(axis, x, width);
+    const ptrdiff_t first = static_cast<ptrdiff_t>(taps[0].first) * kPixelUnits;
+    const ptrdiff_t end = (static_cast<ptrdiff_t>(taps[width - 1].first) + 2) * kPixelUnits;
     // Whole vectors where the row is long enough, so that no column is transposed one by one.
     ptrdiff_t span = (end - first + 31) / 32 * 32;
     if (span > row_units) span = row_units;
@@ -411,7 +463,7 @@ class RowBatch {
     state_.heavy_count = 0;
     int i = 0;
     for (int pixel = 0; pixel < width; ++pixel) {
-      const Tap tap = axis.tap(x + pixel);
+      const Tap tap = taps[pixel];
       for (int k = 0; k < kPixelUnits; ++k, ++i) {
         const ptrdiff_t unit = static_cast<ptrdiff_t>(tap.first) * kPixelUnits + k;
         const int left = dense ? static_cast<int>(unit - state_.begin) : 2 * i;
@@ -441,72 +493,65 @@ class RowBatch {
     std::memcpy(state_.weights[i], state_.weights[i - 1], sizeof(state_.weights[i]));
   }
 
-  // The next destination rows that need no more than kRows source rows that are not scaled yet.
-  struct Plan {
-    struct Blend {
-      int lower_slot;  // in State::scaled; the upper row is in the slot before
-      int16_t b0, b1;
-    };
-    static constexpr int kMaxBlends = 64;
+  // How many of the two source rows of a tap have not been scaled yet, if `newest` is the last one
+  // that has been. Taps never go back.
+  static int missing_rows(const Tap& tap, int newest) {
+    return tap.first + 1 - std::max(newest, tap.first - 1);
+  }
 
-    int blend_count = 0, fresh_count = 0;
-    Blend blends[kMaxBlends];
-    const uint8_t* fresh[State::kRows];
-  };
-
-  void resize_tile(const Source& source, const Axis& rows, const Destination& to, int x) {
-    int newest = -1;  // the last source row that has been scaled
-    for (int y = 0; y < to.height;) {
-      Plan plan;
-      while (plan.blend_count < std::min(to.height - y, int{Plan::kMaxBlends})) {
-        const Tap tap = rows.tap(y + plan.blend_count);
-        const int missing = tap.first + 1 - std::max(newest, tap.first - 1);
-        if (plan.fresh_count + missing > State::kRows) break;
-        if (missing == 2) plan.fresh[plan.fresh_count++] = source.row(tap.first);
-        if (missing >= 1) plan.fresh[plan.fresh_count++] = source.row(tap.first + 1);
+  // Destination rows y to y + height, which rows_ is about.
+  void resize_tile(const Source& source, const Destination& to, int x, int y, int height) {
+    int newest = -1, newest_slot = 0;
+    for (int row = 0; row < height;) {
+      // As many as need no more than kRows fresh source rows; the next needs at least one more.
+      if (row > 0) keep(newest_slot);
+      const uint8_t* fresh[State::kRows];
+      std::fill(fresh, fresh + State::kRows, source.row(rows_[row].first));  // where fewer are left
+      int fresh_count = 0, end = row;
+      for (int scaled = newest; end < height; ++end) {
+        const Tap tap = rows_[end];
+        const int missing = missing_rows(tap, scaled);
+        if (fresh_count + missing > State::kRows) break;
+        if (missing == 2) fresh[fresh_count++] = source.row(tap.first);
+        if (missing >= 1) fresh[fresh_count++] = source.row(tap.first + 1);
+        scaled = tap.first + 1;
+      }
+      scale_batch_of(state_, fresh);
+      for (newest_slot = 0; row < end; ++row) {
+        const Tap tap = rows_[row];
+        newest_slot += missing_rows(tap, newest);
         newest = tap.first + 1;
-        plan.blends[plan.blend_count++] = {State::kKept - 1 + plan.fresh_count, tap.weight0,
-                                           tap.weight1};
+        blend(newest_slot, tap, to.row(y + row) + static_cast<ptrdiff_t>(x) * kChannels);
       }
-      scale(plan);
-      for (int i = 0; i < plan.blend_count; ++i, ++y) {
-        blend(plan.blends[i], to.row(y) + static_cast<ptrdiff_t>(x) * kChannels);
-      }
-      keep(plan.fresh_count);
     }
   }
 
-  void scale(Plan& plan) {
-    if (plan.fresh_count == 0) return;
-    for (int r = plan.fresh_count; r < State::kRows; ++r) plan.fresh[r] = plan.fresh[0];
-    scale_batch_of(state_, plan.fresh);
+  // Moves a scaled row to the front.
+  void keep(int slot) {
+    for (int block = 0; block < state_.column_count / State::kRows; ++block) {
+      std::memcpy(state_.scaled[block][0], state_.scaled[block][slot],
+                  sizeof(state_.scaled[block][0]));
+    }
   }
 
-  void blend(const typename Plan::Blend& blend, uint8_t* row) {
-    const ptrdiff_t block_step = (State::kKept + State::kRows) * kBlock;
-    const int16_t* upper = state_.scaled[0][blend.lower_slot - 1];
-    const int16_t* lower = state_.scaled[0][blend.lower_slot];
+  // The upper row is in the slot before.
+  void blend(int lower_slot, const Tap& tap, uint8_t* row) {
+    const ptrdiff_t block_step = State::kSlots * kBlock;
+    const int16_t* upper = state_.scaled[0][lower_slot - 1];
+    const int16_t* lower = state_.scaled[0][lower_slot];
     const int whole = width_ * kChannels / kBlock;
     const int rest = width_ * kChannels % kBlock;
-    blend_blocks(upper, lower, block_step, blend.b0, blend.b1, row, whole);
+    blend_blocks(upper, lower, block_step, tap.weight0, tap.weight1, row, whole);
     if (rest != 0) {
       uint8_t last[kBlock];
-      blend_blocks(upper + whole * block_step, lower + whole * block_step, block_step, blend.b0,
-                   blend.b1, last, 1);
+      blend_blocks(upper + whole * block_step, lower + whole * block_step, block_step, tap.weight0,
+                   tap.weight1, last, 1);
       std::memcpy(row + whole * kBlock, last, static_cast<size_t>(rest));
     }
   }
 
-  // Moves the last two scaled rows to the front.
-  void keep(int fresh_count) {
-    if (fresh_count == 0) return;
-    for (int block = 0; block < state_.column_count / State::kRows; ++block) {
-      int16_t(*rows)[kBlock] = state_.scaled[block];
-      std::memmove(rows, rows + fresh_count, State::kKept * sizeof(rows[0]));
-    }
-  }
-
   int width_ = 0;
+  TapTable<kTileHeight> rows_;
   State state_;
 };
 
@@ -519,8 +564,8 @@ constexpr bool kHasVectorUnit = false;
 #endif
 
 bool can_resize(const Source& source, const Destination& to) {
-  return source.pixels && to.pixels && source.width >= 2 && source.height >= 2 && to.width > 0 &&
-         to.height > 0;
+  return source.pixels && to.pixels && source.width >= 2 && source.width <= kMaxSourceSize &&
+         source.height >= 2 && source.height <= kMaxSourceSize && to.width > 0 && to.height > 0;
 }
 
 template <int kChannels>

@@ -45,8 +45,7 @@ void fill_centres(float* centres, int count) {
 
 // kel_nn_softmax() of each anchor's two scores; tells whether there is a face among them. All
 // exponentials first: the rest then becomes SIMD.
-KEL_NN_TARGET_CLONES
-bool softmax_has_face(float* scores, int anchor_count) {
+inline __attribute__((always_inline)) int softmax_pairs(float* scores, int anchor_count) {
   for (int i = 0; i < 2 * anchor_count; ++i) scores[i] = std::exp(scores[i]);
   int has_face = 0;
   for (int i = 0; i < anchor_count; ++i) {
@@ -56,6 +55,18 @@ bool softmax_has_face(float* scores, int anchor_count) {
     has_face |= scores[2 * i + 1] > kScoreThreshold;
   }
   return has_face;
+}
+
+KEL_NN_TARGET_CLONES
+bool softmax_has_face(float* scores, int anchor_count) {
+#if defined(__SSE2__) || defined(__ARM_NEON)
+  return softmax_pairs(scores, anchor_count);
+#else
+  // One by one they stay in registers.
+  int has_face = 0;
+  for (int i = 0; i < anchor_count; ++i) has_face |= softmax_pairs(scores + 2 * i, 1);
+  return has_face;
+#endif
 }
 
 // `class_id` is not touched: it is 0 in the state's boxes, which is what callers see.
