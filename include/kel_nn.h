@@ -509,8 +509,8 @@ KEL_NN_API int kel_nn_nms(kel_nn_box_t* boxes, int count, float iou_threshold, i
  *          stays as it is.
  * w, h     The destination's size in pixels; srcw and srch are the source's.
  * strides  Bytes from the start of a row to the start of the next; a negative one goes upwards.
- * errors   Nothing is printed. A null pointer, a source below 2 x 2 or a destination below 1 x 1
- *          writes nothing.
+ * errors   Nothing is printed. A null pointer, a source below 2 x 2 or beyond 2^31 - 128 a side, or
+ *          a destination below 1 x 1 writes nothing.
  * memory   At most 40 KiB of stack whatever the size, and nothing from the heap.
  * ---------------------------------------------------------------------------------------------- */
 

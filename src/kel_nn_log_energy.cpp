@@ -35,6 +35,8 @@ int32_t bound_logs(const float* values, int32_t count, Bounds* bounds) {
     // As whole numbers, the bits of positive floats are in the order of the floats.
     int32_t bits;
     std::memcpy(&bits, values + i, sizeof(bits));
+    const int32_t magnitude = bits & 0x7fffffff;
+    bits = magnitude > kBitsOfInfinity ? magnitude : bits;  // NaN of either sign stays NaN
     bits = bits > kBitsOfOne ? bits : kBitsOfOne;
     const int32_t above = bits - kBitsOfRootHalf;
     const double exponent = above >> 23;

@@ -126,9 +126,9 @@ int kel_nn_yolov3_postprocess(const float* map, int stride, const kel_nn_yolov3_
         1.0f / (1.0f + std::exp(-objectness) * (1.0f + std::exp(-entry[5 + class_id])));
     if (!(param->score_threshold <= score)) continue;
 
-    const size_t cell = i / anchor_num;
+    const size_t cell = i / anchor_num, row_of_cell = cell / static_cast<size_t>(grid.columns);
     const float column = static_cast<float>(cell % static_cast<size_t>(grid.columns));
-    const float row = static_cast<float>(cell / static_cast<size_t>(grid.columns));
+    const float row = static_cast<float>(row_of_cell);
     const int32_t* const anchor = param->anchors + 2 * (i % anchor_num);
     kel_nn_box_t& box = boxes[count];
     box.cx = img_w * ((column + kel_nn_sigmoid(entry[0])) / static_cast<float>(grid.columns));

@@ -58,7 +58,13 @@ TEST_F(FaceClassification, TakesTheFirstOfTheLargestOutputs) {
 
 TEST_F(FaceClassification, AFailureLeavesTheResultsAlone) {
   EXPECT_EQ(kel_nn_face_classify_init(nullptr), -1);
+  EXPECT_THAT(printed(),
+              IsLocatedLine("31", "src/kel_nn_face_classify.cpp", "kel_nn_face_classify_init",
+                            "[Error]Uninitialized handle."));
   EXPECT_EQ(kel_nn_face_classify_deinit(nullptr), -1);
+  EXPECT_THAT(printed(),
+              IsLocatedLine("31", "src/kel_nn_face_classify.cpp", "kel_nn_face_classify_deinit",
+                            "[Error]Uninitialized handle."));
   ASSERT_EQ(kel_nn_face_classify_init(handle), 0);
   printed();
   EXPECT_EQ(kel_nn_face_classify_process(nullptr, image.data(), &class_id, &score), -1);
@@ -124,7 +130,13 @@ TEST_F(PersonClassification, IsTheProbabilityOfTheFirstClass) {
 
 TEST_F(PersonClassification, AFailureLeavesTheScoreAlone) {
   EXPECT_EQ(kel_nn_person_classify_init(nullptr), -1);
+  EXPECT_THAT(printed(),
+              IsLocatedLine("31", "src/kel_nn_person_classify.cpp", "kel_nn_person_classify_init",
+                            "[Error]Uninitialized handle."));
   EXPECT_EQ(kel_nn_person_classify_deinit(nullptr), -1);
+  EXPECT_THAT(printed(),
+              IsLocatedLine("31", "src/kel_nn_person_classify.cpp", "kel_nn_person_classify_deinit",
+                            "[Error]Uninitialized handle."));
   runtime.input_shape = {112, 112, 1};
   ASSERT_EQ(kel_nn_person_classify_init(handle), 0);
   printed();

@@ -287,6 +287,7 @@ TEST(WarpFreq, IsStraightInThreePieces) {
   const Case cases[] = {
       {1234.5f, 1.0f, 1234.5f},
       {1234.5f, 1.0000005f, 1234.5f},
+      {1234.5f, 1.000001f, 1234.5f},  // as a double less than 1.000001
       {0, 0.5f, 0},
       {100, 0.5f, 200},
       {200, 0.5f, 400},
@@ -297,6 +298,25 @@ TEST(WarpFreq, IsStraightInThreePieces) {
   };
   for (const Case& c : cases) {
     EXPECT_FLOAT_EQ(kel_nn_warp_freq(300, 3000, c.freq, 0, 5000, c.alpha), c.warped) << c.freq;
+  }
+  // Every step rounds to a float.
+  for (float freq = 3.7f, alpha = 0.835f; freq < 8000; freq *= 1.07f, alpha += 0.01f) {
+    const volatile float scale = 1.0f / alpha, above = scale + 1.0f;
+    const volatile float low = 2 * 300.3f / above, high = 2 * 6000.7f / above;
+    const volatile float low_scaled = low * scale, high_scaled = high * scale;
+    volatile float ratio = 0, expected = freq * scale;
+    if (freq > high) {
+      const volatile float rise = 8000.1f - high_scaled, run = 8000.1f - high, beyond = freq - high;
+      ratio = rise / run;
+      const volatile float product = beyond * ratio;
+      expected = product + high_scaled;
+    } else if (freq < low) {
+      const volatile float rise = low_scaled - 1.3f, run = low - 1.3f, beyond = freq - 1.3f;
+      ratio = rise / run;
+      const volatile float product = beyond * ratio;
+      expected = product + 1.3f;
+    }
+    EXPECT_EQ(kel_nn_warp_freq(300.3f, 6000.7f, freq, 1.3f, 8000.1f, alpha), expected) << freq;
   }
 }
 
@@ -442,11 +462,12 @@ TEST(LogEnergy, HasTheBitsOfLog) {
     const double energy = std::max(1.0f, values[i]);
     ASSERT_EQ(logs[i], static_cast<float>(std::log(energy))) << values[i];
   }
-  float odd[] = {INFINITY, NAN, -INFINITY};
-  kelnn::take_logs(odd, 3);
+  float odd[] = {INFINITY, NAN, -INFINITY, -NAN};  // processors make NaN of either sign
+  kelnn::take_logs(odd, 4);
   EXPECT_EQ(odd[0], INFINITY);
   EXPECT_TRUE(std::isnan(odd[1]));
   EXPECT_EQ(odd[2], 0.0f);
+  EXPECT_TRUE(std::isnan(odd[3]));
 }
 
 }  // namespace

@@ -150,7 +150,7 @@ class ChangeCounter {
       for (size_t i = begin; i < end; ++i) {
         Word pixels = raw[i];
         if (smoothed) {
-          const Word sum = static_cast<Word>(raw[i - 1] + 2 * raw[i] + raw[i + 1]);
+          const Word sum = static_cast<Word>((raw - 1)[i] + 2 * raw[i] + raw[i + 1]);
           const Word pair_sum = static_cast<Word>(sums[i] + sum);
           pixels = static_cast<Word>(static_cast<Word>(pair_sums[i] + pair_sum) >> 4);
           if (kLanes > 1) pixels = static_cast<Word>(pixels & each(0xff));

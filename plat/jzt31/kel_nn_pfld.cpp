@@ -33,8 +33,8 @@ int kel_nn_facelm_process(kel_nn_handle_t handle, const void* image, float* land
   KEL_NN_FAIL_IF(!points, -1, "Output 0 has fewer than %u values.", kLandmarkValues);
   const float* angles = kelnn::output_data(graph, 1, kPoseValues);
   KEL_NN_FAIL_IF(!angles, -1, "Output 1 has fewer than %u values.", kPoseValues);
-  std::memcpy(landmarks, points, kLandmarkValues * sizeof(float));
-  // Bytes, because a packed record may hold the pose at any address.
+  // Bytes, because packed records may hold them at any address.
+  std::memcpy(static_cast<void*>(landmarks), points, kLandmarkValues * sizeof(float));
   if (pose) std::memcpy(static_cast<void*>(pose), angles, kPoseValues * sizeof(float));
   return 0;
 }
