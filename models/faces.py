@@ -1,4 +1,6 @@
 """Draws faces. An Identity is who it is, a View how it is seen; render() gives pixels, box and points.
+`rng` is a numpy.random.Generator.
+
 
 Coordinates of a head: x to the picture's right, y down, both from -1 to 1 across the front of the face
 (x = -1 and 1: its edges; y = -1: hairline, y = 1: chin), z towards the viewer. The face box reaches from
@@ -55,21 +57,21 @@ def random_identity(rng):
     def u(low, high):
         return float(rng.uniform(low, high))
 
-    skin = _jitter(rng, SKINS[rng.randint(len(SKINS))], 12)
-    is_bearded = rng.rand() < 0.3
+    skin = _jitter(rng, SKINS[rng.integers(len(SKINS))], 12)
+    is_bearded = rng.random() < 0.3
     lips = tuple(int(c * f) for c, f in zip(skin, (u(0.6, 0.8), u(0.55, 0.75), u(0.85, 1.0))))
     return Identity(
-        skin=skin, hair_colour=_jitter(rng, HAIRS[rng.randint(len(HAIRS))], 12),
-        iris=IRISES[rng.randint(len(IRISES))], lips=lips,
+        skin=skin, hair_colour=_jitter(rng, HAIRS[rng.integers(len(HAIRS))], 12),
+        iris=IRISES[rng.integers(len(IRISES))], lips=lips,
         width=u(0.66, 0.88), jaw=u(1.7, 3.2), forehead=u(2.0, 3.0),
         eye_x=u(0.36, 0.50), eye_y=u(-0.22, -0.06), eye_width=u(0.15, 0.24), eye_height=u(0.06, 0.125), eye_tilt=u(-0.15, 0.15),
         brow_gap=u(0.12, 0.22), brow_thickness=u(0.025, 0.08), brow_tilt=u(-0.25, 0.2),
         nose_y=u(0.22, 0.38), nose_width=u(0.12, 0.26),
         mouth_y=u(0.52, 0.68), mouth_width=u(0.24, 0.42), lip=u(0.04, 0.10),
-        ear=u(0.14, 0.26), hair=["bald", "short", "short", "parted", "long", "long", "curly", "bun"][rng.randint(8)], fringe=u(-0.75, -0.45),
-        beard=["stubble", "full", "moustache", "chin"][rng.randint(4)] if is_bearded else "none",
-        glasses=["round", "square"][rng.randint(2)] if rng.rand() < 0.25 else "none",
-        moles=[(u(-0.6, 0.6), u(-0.5, 0.8), u(0.018, 0.04)) for _ in range(rng.randint(0, 3))], cheeks=u(0, 0.35))
+        ear=u(0.14, 0.26), hair=["bald", "short", "short", "parted", "long", "long", "curly", "bun"][rng.integers(8)], fringe=u(-0.75, -0.45),
+        beard=["stubble", "full", "moustache", "chin"][rng.integers(4)] if is_bearded else "none",
+        glasses=["round", "square"][rng.integers(2)] if rng.random() < 0.25 else "none",
+        moles=[(u(-0.6, 0.6), u(-0.5, 0.8), u(0.018, 0.04)) for _ in range(rng.integers(0, 3))], cheeks=u(0, 0.35))
 
 
 @dataclasses.dataclass
@@ -93,7 +95,7 @@ def random_view(rng, amount=1.0, covers=("none",)):
                 smile=float(rng.uniform(-0.6, 1.0)), mouth_open=float(max(0, rng.normal(-0.1, 0.4))),
                 eyes_open=float(numpy.clip(rng.normal(0.95, 0.2), 0.1, 1.2)), brows=float(rng.normal(0, 0.5)),
                 gaze=float(rng.uniform(-1, 1)), light=float(rng.uniform(-numpy.pi, numpy.pi)), shade=float(rng.uniform(0, 0.6)),
-                cover=covers[rng.randint(len(covers))])
+                cover=covers[rng.integers(len(covers))])
 
 
 class Head:
@@ -155,7 +157,7 @@ def render(identity, view, size=None):
 
 
 def _jitter(rng, colour, amount):
-    return tuple(int(numpy.clip(c + rng.randint(-amount, amount + 1), 0, 255)) for c in colour)
+    return tuple(int(numpy.clip(c + rng.integers(-amount, amount + 1), 0, 255)) for c in colour)
 
 
 def _darker(colour, factor):
