@@ -1,7 +1,6 @@
 """Draws faces. An Identity is who it is, a View how it is seen; render() gives pixels, box and points.
 `rng` is a numpy.random.Generator.
 
-
 Coordinates of a head: x to the picture's right, y down, both from -1 to 1 across the front of the face
 (x = -1 and 1: its edges; y = -1: hairline, y = 1: chin), z towards the viewer. The face box reaches from
 ear to ear and from the hairline's top to the chin, in the turned head.
@@ -89,9 +88,13 @@ class View:
     cover: str = "none"   # mask, sunglasses, cap, scarf, hand
 
 
+def _angle(rng, deviation):
+    return float(numpy.clip(rng.normal(0, deviation), -2.4 * deviation, 2.4 * deviation))
+
+
 def random_view(rng, amount=1.0, covers=("none",)):
     """How somebody is seen; `amount` scales pose and expression."""
-    return View(yaw=float(rng.normal(0, 17) * amount), pitch=float(rng.normal(0, 9) * amount), roll=float(rng.normal(0, 7) * amount),
+    return View(yaw=_angle(rng, 17 * amount), pitch=_angle(rng, 9 * amount), roll=_angle(rng, 7 * amount),
                 smile=float(rng.uniform(-0.6, 1.0)), mouth_open=float(max(0, rng.normal(-0.1, 0.4))),
                 eyes_open=float(numpy.clip(rng.normal(0.95, 0.2), 0.1, 1.2)), brows=float(rng.normal(0, 0.5)),
                 gaze=float(rng.uniform(-1, 1)), light=float(rng.uniform(-numpy.pi, numpy.pi)), shade=float(rng.uniform(0, 0.6)),
@@ -103,7 +106,7 @@ class Head:
 
     def __init__(self, identity, view):
         self.id = identity
-        yaw, pitch, roll = (numpy.radians(numpy.clip(a, -45, 45)) for a in (view.yaw, view.pitch, view.roll))
+        yaw, pitch, roll = (numpy.radians(a) for a in (view.yaw, view.pitch, view.roll))
         self.yaw, self.pitch = yaw, pitch
         self.roll = numpy.array([[numpy.cos(roll), -numpy.sin(roll)], [numpy.sin(roll), numpy.cos(roll)]])
 
