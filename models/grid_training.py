@@ -7,7 +7,9 @@ centre = (cell + sigmoid(t)) * stride, size = anchor * exp(t).
 """
 import argparse
 import copy
+import math
 import os
+import time
 
 import cv2
 import numpy as np
@@ -28,15 +30,18 @@ MAX_LABELS = 8
 class Task:
     """What the two detectors differ in."""
 
-    def __init__(self, anchors, values, class_count, things):
+    def __init__(self, anchors, values, class_count, things, stock):
         self.anchors = np.array(anchors, np.float32)  # output, anchor, (width, height) in input pixels
         self.values = values
         self.class_count = class_count
         self.things = things  # a function of scenes.py
+        self.stock = stock  # cut-outs of persons, of each of the four kinds, of each kind of distractor
 
 
-PERSONS = Task([[(64, 187), (123, 211), (227, 264)], [(7, 17), (20, 50), (45, 99)]], 6, 0, scenes.person_things)
-FOUR_CLASSES = Task([[(68, 52), (74, 118), (140, 155)], [(24, 18), (37, 36), (41, 76)]], 9, 4, scenes.object_things)
+PERSONS = Task([[(64, 187), (123, 211), (227, 264)], [(7, 17), (20, 50), (45, 99)]], 6, 0, scenes.person_things,
+               (1600, 100, 100))
+FOUR_CLASSES = Task([[(68, 52), (74, 118), (140, 155)], [(24, 18), (37, 36), (41, 76)]], 9, 4, scenes.object_things,
+                    (250, 350, 50))
 
 
 # The network
@@ -79,34 +84,59 @@ class GridNetwork(nn.Module):
 
 # Data
 
-def scene(rng, task, pool, shape):
-    """(picture of the input's shape, letterboxed as a camera's frame is; labels)"""
-    width, height = INPUTS[shape]
-    free = 0 if width == height or rng.random() < 0.3 else int(rng.integers(0, 24))  # rows or columns of padding
-    inner = (width, height - free) if height < width else (width - free, height)
-    background = drawing.background(rng, *inner, drawing.TRAINING)
-    picture, labels = scenes.compose(background, task.things(rng, pool, *inner), rng)
-    picture = drawing.degrade(rng, picture)
-    left, top = (width - inner[0]) // 2, (height - inner[1]) // 2
-    picture = cv2.copyMakeBorder(picture, top, height - inner[1] - top, left, width - inner[0] - left,
-                                 cv2.BORDER_CONSTANT, value=(PADDING,) * 3)
-    return picture, [(label[0], label[1] + left, label[2] + top, label[3], label[4]) for label in labels]
+class Scenes:
+    """Pictures of the inputs' shapes, letterboxed as a camera's frames are, with labels.
+
+    Composing takes as long as training: every scene is used about three times, in another light, at times mirrored.
+    """
+
+    def __init__(self, rng, task, pool):
+        self.rng, self.task, self.pool = rng, task, pool
+        self.kept = {shape: [] for shape in INPUTS}
+
+    def take(self, shape):
+        kept = self.kept[shape]
+        if len(kept) < 100 or self.rng.random() < 0.35:
+            made = self._compose(*INPUTS[shape])
+            if len(kept) < 300:
+                kept.append(made)
+            else:
+                kept[self.rng.integers(len(kept))] = made
+        else:
+            made = kept[self.rng.integers(len(kept))]
+        return self._letterboxed(*made, *INPUTS[shape])
+
+    def _compose(self, width, height):
+        free = 0 if width == height or self.rng.random() < 0.3 else int(self.rng.integers(0, 24))  # for padding
+        width, height = (width, height - free) if height < width else (width - free, height)
+        background = drawing.background(self.rng, width, height, drawing.TRAINING)
+        return scenes.compose(background, self.task.things(self.rng, self.pool, width, height), self.rng)
+
+    def _letterboxed(self, picture, labels, width, height):
+        rows, columns = picture.shape[:2]
+        if self.rng.random() < 0.5:
+            picture = np.ascontiguousarray(picture[:, ::-1])
+            labels = [(kind, columns - x - w, y, w, h) for kind, x, y, w, h in labels]
+        picture = drawing.degrade(self.rng, picture)
+        left, top = (width - columns) // 2, (height - rows) // 2
+        picture = cv2.copyMakeBorder(picture, top, height - rows - top, left, width - columns - left,
+                                     cv2.BORDER_CONSTANT, value=(PADDING,) * 3)
+        return picture, [(kind, x + left, y + top, w, h) for kind, x, y, w, h in labels]
 
 
 class Batches(torch.utils.data.IterableDataset):
     """Batches of ready tensors, made in a process of their own: images, truths, and positives of each output."""
 
-    def __init__(self, task, seed, batch_size, persons, things_of_a_kind):
-        self.task, self.seed, self.batch_size = task, seed, batch_size
-        self.stock = persons, things_of_a_kind
+    def __init__(self, task, seed, batch_size, stock):
+        self.task, self.seed, self.batch_size, self.stock = task, seed, batch_size, stock
 
     def __iter__(self):
         cv2.setNumThreads(1)
         rng = np.random.default_rng(self.seed)
-        pool = scenes.Pool(rng, drawing.TRAINING, *self.stock)
+        made = Scenes(rng, self.task, scenes.Pool(rng, drawing.TRAINING, *self.stock))
         while True:
             shape = ("landscape", "landscape", "square", "portrait")[rng.integers(4)]
-            yield self.batch([scene(rng, self.task, pool, shape) for _ in range(self.batch_size)])
+            yield self.batch([made.take(shape) for _ in range(self.batch_size)])
 
     def batch(self, examples):
         images = np.stack([picture[..., ::-1] for picture, _ in examples]).transpose(0, 3, 1, 2)  # red first
@@ -182,26 +212,38 @@ def loss_of(task, outputs, truths, positives):
 
 # Training
 
-def train(task, batches, steps, peak_rate):
+def rate_at(done, peak_rate):
+    """Learning rate when `done` (0 to 1) of the training is over: up quickly, then down along a cosine."""
+    if done < 0.08:
+        return peak_rate * (0.05 + 0.95 * done / 0.08)
+    return peak_rate * (0.501 + 0.499 * math.cos(math.pi * min(1, (done - 0.08) / 0.92)))
+
+
+def train(task, batches, steps, minutes, peak_rate):
+    """Ends after so many steps or minutes, whichever comes first; the learning rate follows."""
     network = GridNetwork(task)
     average = copy.deepcopy(network)  # of the weights of the last steps: less noisy than any of them
     optimiser = torch.optim.AdamW(network.parameters(), peak_rate, weight_decay=1e-3)
-    schedule = torch.optim.lr_scheduler.OneCycleLR(optimiser, peak_rate, steps, pct_start=0.08)
-    progress = training.Progress(steps)
     loader = iter(torch.utils.data.DataLoader(batches, batch_size=None, num_workers=1, prefetch_factor=4))
-    recent = None
-    for step in range(steps):
-        images, truths, *positives = next(loader)
+    batch = next(loader)  # the stock of cut-outs is ready now
+    progress = training.Progress(steps)
+    start, step, recent = time.time(), 0, None
+    while True:
+        done = max(step / steps, (time.time() - start) / (60 * minutes))
+        if done >= 1:
+            return average
+        optimiser.param_groups[0]["lr"] = rate_at(done, peak_rate)
+        images, truths, *positives = batch
         loss = loss_of(task, network(images.float() - 128), truths, positives)
         optimiser.zero_grad()
         loss.backward()
         nn.utils.clip_grad_norm_(network.parameters(), 20)
         optimiser.step()
-        schedule.step()
-        update_average(average, network, min(0.998, step / (step + 10)))
+        update_average(average, network, min(0.995, step / (step + 10)))
         recent = loss.item() if recent is None else 0.98 * recent + 0.02 * loss.item()
-        progress.step("loss %.3f" % recent)
-    return average
+        step += 1
+        progress.step("loss %.3f, %.0f %% done" % (recent, 100 * done))
+        batch = next(loader)
 
 
 def update_average(average, network, keep):
@@ -215,11 +257,14 @@ def main(task, folder, seed):
     parser = argparse.ArgumentParser(description="Trains the network and writes landscape.onnx, square.onnx and portrait.onnx.")
     parser.add_argument("--quick", action="store_true", help="about a minute, to see that it runs")
     parser.add_argument("--out", default=folder, help="the folder to write to")
-    parser.add_argument("--steps", type=int, default=4000)
+    parser.add_argument("--steps", type=int, default=3000)
+    parser.add_argument("--minutes", type=float, default=60, help="end after so long, with fewer steps")
     arguments = parser.parse_args()
     training.seed_all(seed)
-    stock, steps = ((60, 6), 60) if arguments.quick else ((1600, 220), arguments.steps)
-    network = train(task, Batches(task, seed, 16, *stock), steps, 4e-3)
+    if arguments.quick:
+        arguments.steps, arguments.minutes = 60, 1
+    stock = (60, 6, 6) if arguments.quick else task.stock
+    network = train(task, Batches(task, seed, 16, stock), arguments.steps, arguments.minutes, 4e-3)
     os.makedirs(arguments.out, exist_ok=True)
     torch.save(network.state_dict(), os.path.join(arguments.out, "weights.pt"))
     for name, (width, height) in INPUTS.items():

@@ -367,23 +367,49 @@ def add_head(painter, body, clothes, view, rng):
         painter.hull(peak, clothes.hat_colour * 0.85, nearness + (0.03 if view.nearness(turn[:, 2]) > 0 else -0.1), 0.2)
 
 
-def draw_person(rng, family, pixels=420, pose=None, yaw=None):
+def paste_head(canvas, body, view, picture, box):
+    """Another drawer's head (BGRA, with the box of the face in it) where this body has its own."""
+    scale = 1.75 * body.head_half[1] * view.pixels / box[3]
+    picture = cv2.resize(picture, None, fx=scale, fy=scale, interpolation=cv2.INTER_AREA)
+    chin = view.project(body.head - (0, body.head_half[1], 0))[0]
+    left, top = np.round(chin - ((box[0] + box[2] / 2) * scale, (box[1] + box[3]) * scale)).astype(int)
+    rows, columns = picture.shape[:2]
+    opacity = picture[..., 3].astype(np.float32) / 255
+    neck = int((box[1] + box[3] * 1.12) * scale)
+    opacity[neck:] = 0
+    place = np.s_[top:top + rows, left:left + columns]
+    canvas.colour[place] += (picture[..., :3] - canvas.colour[place]) * opacity[..., None]
+    canvas.alpha[place] = np.maximum(canvas.alpha[place], opacity)
+
+
+def draw_person(rng, family, pixels=420, pose=None, yaw=None, change=None, head=None):
     """A cut-out (BGRA, tight) of a person who would be `pixels` tall standing upright.
 
-    yaw   0: seen from the front; pi: from the back (radians). Random when it is not given.
+    pose    one of POSES
+    yaw     0: seen from the front; pi: from the back (radians)
+    change  a function that is given the Pose to change it: for a film
+    head    (BGRA picture, box of its face, skin colour) instead of a head drawn here
+    What is not given is random.
     """
     width, height = int(pixels * 1.5), int(pixels * 1.7)
     canvas = Canvas(width, height, light=(rng.uniform(-0.8, 0.8), rng.uniform(-0.9, -0.2)))
-    if yaw is None:
-        yaw = rng.uniform(-np.pi, np.pi) if rng.random() < 0.7 else rng.normal(0, 0.4)
-    view = View(yaw, rng.uniform(0, 0.3), pixels, (width / 2, height * 0.5))
-    body = Body(rng, Pose(rng, pose or rng.choice(POSES)))
+    random_yaw = rng.uniform(-np.pi, np.pi) if rng.random() < 0.7 else rng.normal(0, 0.4)
+    view = View(random_yaw if yaw is None else yaw, rng.uniform(0, 0.3), pixels, (width / 2, height * 0.5))
+    posed = Pose(rng, pose or rng.choice(POSES))
+    if change:
+        change(posed)
+    body = Body(rng, posed)
     clothes = Clothes(rng, family, width, height)
+    if head:
+        clothes.skin = np.float32(head[2])
     painter = Painter(canvas, view)
     add_trunk(painter, body, clothes, view)
     add_legs(painter, body, clothes, view)
     add_arms(painter, body, clothes, view)
-    add_head(painter, body, clothes, view, rng)
+    if head:
+        painter.add(view.nearness(body.head) + 0.1, lambda: paste_head(canvas, body, view, *head[:2]))
+    else:
+        add_head(painter, body, clothes, view, rng)
     add_bag(painter, body, clothes, view, rng)
     painter.finish()
     return canvas.cut_out()

@@ -191,12 +191,12 @@ class Fresh:
 class Pool:
     """Draws a stock of cut-outs once, which is much faster to train with."""
 
-    def __init__(self, rng, family, persons, things_of_a_kind, pixels=280):
+    def __init__(self, rng, family, persons, of_each_kind, of_each_distractor, pixels=260):
         fresh = Fresh(rng, family, pixels)
         self.rng = rng
         self.persons = [fresh.person() for _ in range(persons)]
-        self.things = {kind: [fresh.thing((kind,))[1] for _ in range(things_of_a_kind)]
-                       for kind in objects.KINDS + objects.DISTRACTORS}
+        counts = {**dict.fromkeys(objects.KINDS, of_each_kind), **dict.fromkeys(objects.DISTRACTORS, of_each_distractor)}
+        self.things = {kind: [fresh.thing((kind,))[1] for _ in range(count)] for kind, count in counts.items()}
 
     def person(self):
         return self.persons[self.rng.integers(len(self.persons))]
