@@ -91,6 +91,7 @@ def export_onnx(module, path, input_shape, output_names, input_name="image"):
     model.ir_version = 6
     for node in model.graph.node:
         node.doc_string = ""
+    _copy_shared_weights(model.graph)
     onnx.checker.check_model(model)
     onnx.save(model, path)
     if any(node.op_type == "BatchNormalization" for node in model.graph.node):
@@ -99,6 +100,16 @@ def export_onnx(module, path, input_shape, output_names, input_name="image"):
     _check_values(module, path, sample, output_names)
     print("%s: %d bytes, %d weights, %.1f million multiply-adds" % (
         path, os.path.getsize(path), weight_count(module), multiply_adds(module, input_shape) / 1e6))
+
+
+def _copy_shared_weights(graph):
+    """Weights that happen to be equal are exported once, with Identity nodes, which OpenCV does not import."""
+    weights = {weight.name: weight for weight in graph.initializer}
+    for node in [node for node in graph.node if node.op_type == "Identity" and node.input[0] in weights]:
+        copied = graph.initializer.add()
+        copied.CopyFrom(weights[node.input[0]])
+        copied.name = node.output[0]
+        graph.node.remove(node)
 
 
 def _check_size(path):
