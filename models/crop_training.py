@@ -67,7 +67,7 @@ def augmented(rng, pixels):
 
 
 def fit(module, loss_of, pool, epochs, batch=64, rate=2e-3, seed=7):
-    """`loss_of(images, pick)`: the loss of a batch; `pick` are its indices in the pool."""
+    """`loss_of(pick)`: the loss of a batch; `pick` are its indices in the pool."""
     count = len(pool["pixels"])
     steps = epochs * (count // batch)
     optimizer = torch.optim.AdamW(module.parameters(), lr=rate, weight_decay=1e-4)
@@ -79,7 +79,7 @@ def fit(module, loss_of, pool, epochs, batch=64, rate=2e-3, seed=7):
         order = rng.permutation(count)
         for at in range(0, count - batch + 1, batch):
             pick = order[at:at + batch]
-            loss = loss_of(augmented(rng, pool["pixels"][pick]), pick)
+            loss = loss_of(pick)
             optimizer.zero_grad()
             loss.backward()
             optimizer.step()

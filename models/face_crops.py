@@ -3,6 +3,7 @@
     for crop in crops(seed=1, identities=10, views=4, family=drawing.TRAINING, covers=ALL_COVERS): ...
 """
 import dataclasses
+import multiprocessing
 import os
 
 import cv2
@@ -17,6 +18,7 @@ CLASS_OF_COVER = {"none": OPEN, "cap": OPEN, "hand": OPEN, "mask": MOUTH_COVERED
                   "sunglasses": SUNGLASSES}
 # With their frequencies: nearly as many of each class.
 ALL_COVERS = ["none"] * 8 + ["cap"] * 2 + ["hand"] * 2 + ["mask"] * 5 + ["scarf"] * 4 + ["sunglasses"] * 8
+SOME_COVERS = ["none"] * 14 + ["cap"] * 2 + ["hand"] * 3 + ["mask"] * 2 + ["scarf"] + ["sunglasses"] * 3
 OPEN_COVERS = ["none"] * 8 + ["cap"] + ["hand"]
 
 
@@ -31,7 +33,11 @@ class Crop:
 
 def crops(seed, identities, views, family, covers):
     """`views` crops of each of `identities` persons; the same seed gives the same crops."""
-    for person in range(identities):
+    return crops_of(range(identities), seed, views, family, covers)
+
+
+def crops_of(persons, seed, views, family, covers):
+    for person in persons:
         rng = numpy.random.default_rng([seed, person])
         identity = faces.random_identity(rng)
         for _ in range(views):
@@ -57,20 +63,26 @@ def crop_of(rng, person, identity, family, covers):
                 numpy.float32([view.yaw, view.pitch, view.roll]), person, CLASS_OF_COVER[view.cover])
 
 
-def pool(path, **which):
+def pool(path, seed, identities, views, family, covers):
     """The crops as arrays (pixels, points, pose, person, face_class), kept in a file: drawing takes longer than training."""
     if not os.path.exists(path):
         os.makedirs(os.path.dirname(path), exist_ok=True)
-        total, made = which["identities"] * which["views"], []
-        for crop in crops(**which):
-            made.append(crop)
-            if len(made) % 1000 == 0:
-                print(f"drawing {len(made)}/{total}", flush=True)
+        parts = [(range(first, min(first + 50, identities)), seed, views, family, covers) for first in range(0, identities, 50)]
+        made = []
+        with multiprocessing.Pool(os.cpu_count()) as workers:
+            for part in workers.imap(_list_of_crops, parts):
+                made += part
+                print(f"drawn {len(made)}/{identities * views}", flush=True)
         arrays = {field.name: numpy.array([getattr(c, field.name) for c in made]) for field in dataclasses.fields(Crop)}
         numpy.savez(path + ".part.npz", **arrays)
         os.replace(path + ".part.npz", path)
     with numpy.load(path) as arrays:
         return {name: arrays[name] for name in arrays.files}
+
+
+def _list_of_crops(arguments):
+    cv2.setNumThreads(1)
+    return list(crops_of(*arguments))
 
 
 def save_picture(directory, name, crop):

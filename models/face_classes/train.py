@@ -3,6 +3,7 @@ own (a sigmoid each), because the library reports the sigmoid of the largest."""
 import os
 import sys
 
+import numpy
 import torch
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -29,9 +30,10 @@ def main():
     training.seed_all(2)
     pool = crop_training.training_pool("crops_all", options.quick, seed=1, identities=1400, views=6, covers=face_crops.ALL_COVERS)
     wanted = torch.nn.functional.one_hot(torch.from_numpy(pool["face_class"]), CLASSES).float()
-    module = crop_training.Scaled(Network())
+    module, rng = crop_training.Scaled(Network()), numpy.random.default_rng(9)
 
-    def loss_of(images, pick):
+    def loss_of(pick):
+        images = crop_training.augmented(rng, pool["pixels"][pick])
         return torch.nn.functional.binary_cross_entropy_with_logits(module(images), wanted[pick])
 
     crop_training.fit(module, loss_of, pool, epochs=1 if options.quick else 10)
