@@ -4,6 +4,7 @@
     face_a.png, face_b.png    two of them, 224 x 224
     face_a_distorted.png      face_a, brighter, flatter, blurred, shifted and noisy, grey
     both_faces.png            a scene with face a at 10,30,144,144 and face b at 180,50,120,120
+    scenes/faces_1.jpg ...    frames with several persons
     *.pgm                     the single faces at 112 x 112 grey, for examples/compare_faces.c
 """
 import os
@@ -15,12 +16,14 @@ import numpy
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "..", "models"))
 import drawing  # noqa: E402
+import face_scenes  # noqa: E402
 import faces  # noqa: E402
 
 SEED = 2026
 PERSONS = (6, 10, 13, 22, 1)  # of those that the seed gives: five that differ at a glance
 VIEWS = {"a": faces.View(smile=0.6, light=2.5), "b": faces.View(yaw=20, pitch=4, smile=0.1, mouth_open=0.5, light=0.5, shade=0.5),
          "c": faces.View(yaw=-16, pitch=-5, roll=6, smile=-0.3, brows=0.8, light=-2, shade=0.4)}
+SCENES = (3, 7)  # likewise
 MARGIN = 0.18  # of the face box, around it
 
 
@@ -63,6 +66,10 @@ def make_pictures():
     scene[30:174, 10:154] = cv2.resize(face_a, (144, 144), interpolation=cv2.INTER_AREA)
     scene[50:170, 180:300] = cv2.resize(face_b, (120, 120), interpolation=cv2.INTER_AREA)
     files.update({"face_a.png": face_a, "face_a_distorted.png": distorted, "face_b.png": face_b, "both_faces.png": scene})
+    heads = face_scenes.Heads(SEED, 30)
+    for n, number in enumerate(SCENES):
+        rng = numpy.random.default_rng([SEED, 7, number])
+        files[f"scenes/faces_{n + 1}.jpg"] = face_scenes.scene(rng, heads, 640, 360, drawing.HELD_OUT, least=30)[0]
     for name in ("face_a", "face_a_distorted", "face_b"):
         picture = files[name + ".png"]
         grey = picture if picture.ndim == 2 else cv2.cvtColor(picture, cv2.COLOR_BGR2GRAY)
@@ -72,6 +79,6 @@ def make_pictures():
 
 if __name__ == "__main__":
     directory = sys.argv[1] if len(sys.argv) > 1 else HERE
-    os.makedirs(os.path.join(directory, "faces"), exist_ok=True)
     for name, picture in make_pictures().items():
+        os.makedirs(os.path.dirname(os.path.join(directory, name)), exist_ok=True)
         cv2.imwrite(os.path.join(directory, name), picture)
