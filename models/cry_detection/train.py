@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Trains the sample network of cry detection: from 297 x 64 bytes, as libkelnn computes them, to two scores (no cry, cry).
+"""Trains the sample network of cry detection: from 297 x 64 bytes, as libkelnn computes them, to two scores.
 
     models/cry_detection/train.py [--quick] [--out FILE]
 """
@@ -54,7 +54,8 @@ class Network(torch.nn.Module):
         super().__init__()
         layers, last = [], 1
         for width, stride in ((12, 2), (16, 2), (24, 2), (32, 1), (40, 2), (48, 1)):
-            layers += [torch.nn.Conv2d(last, width, 3, stride, 1, bias=False), torch.nn.BatchNorm2d(width), torch.nn.ReLU()]
+            layers += [torch.nn.Conv2d(last, width, 3, stride, 1, bias=False), torch.nn.BatchNorm2d(width),
+                       torch.nn.ReLU()]
             last = width
         self.layers = torch.nn.Sequential(*layers)
         self.scores = torch.nn.Linear(2 * last, 2)
@@ -64,7 +65,8 @@ class Network(torch.nn.Module):
     def forward(self, image):
         cells = self.layers(image)
         # What is heard on average, and what is heard at all.
-        heard = torch.cat([torch.nn.functional.adaptive_avg_pool2d(cells, 1), torch.nn.functional.adaptive_max_pool2d(cells, 1)], 1)
+        heard = torch.cat([torch.nn.functional.adaptive_avg_pool2d(cells, 1),
+                           torch.nn.functional.adaptive_max_pool2d(cells, 1)], 1)
         return self.scores(torch.flatten(heard, 1))
 
 
@@ -79,9 +81,10 @@ def batch_of(rng, seen, pick):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Trains on synthetic sounds; takes about a quarter of an hour.")
+    parser = argparse.ArgumentParser(description="Trains on synthetic sounds, a quarter of an hour.")
     parser.add_argument("--out", default=os.path.join(HERE, "network.onnx"), help="where the network goes")
-    parser.add_argument("--quick", action="store_true", help="a minute, to see that everything works; the result is no good")
+    parser.add_argument("--quick", action="store_true",
+                        help="a minute, to see that everything works; the result is no good")
     options = parser.parse_args()
     training.seed_all(6)
     seen, is_cry = pool(160 if options.quick else 3200)
@@ -95,7 +98,8 @@ def main():
         order = rng.permutation(len(seen))
         for at in range(0, len(seen) - batch + 1, batch):
             pick = order[at:at + batch]
-            loss = torch.nn.functional.cross_entropy(module(batch_of(rng, seen, pick)), wanted[pick], label_smoothing=0.02)
+            scores = module(batch_of(rng, seen, pick))
+            loss = torch.nn.functional.cross_entropy(scores, wanted[pick], label_smoothing=0.02)
             optimizer.zero_grad()
             loss.backward()
             optimizer.step()
