@@ -1,0 +1,83 @@
+"""Draws visitor.avi: make_video.py [FILE]
+
+A still room for two seconds; a person walks in from the left, comes near, looks into the camera and leaves to the
+right; the room is empty again. 416 x 234, 10 frames a second, motion JPEG.
+"""
+import os
+import sys
+
+import cv2
+import numpy
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "../../models"))
+import drawing  # noqa: E402
+import faces  # noqa: E402
+import people  # noqa: E402
+import scenes  # noqa: E402
+
+WIDTH, HEIGHT, FRAMES_A_SECOND, FRAMES = 416, 234, 10, 84
+ROOM_SEED, PERSON_SEED, FACE_SEED = 14, 6, 14
+NOISE = 1.2  # standard deviation of the sensor's, in grey levels
+DRAWN_PIXELS = 700  # the person's height as drawn, before it is scaled
+
+# time in seconds, x of the person's middle (1: the frame's width), top of the head and height (1: the frame's
+# height), yaw (0: towards the camera, pi / 2: to the right)
+PATH = [(2.0, -0.15, 0.30, 0.58, 1.45), (3.4, 0.33, 0.27, 0.66, 1.25), (4.0, 0.47, 0.24, 0.80, 0.3),
+        (5.2, 0.50, 0.10, 2.1, 0.0), (6.4, 0.50, 0.10, 2.15, 0.0), (6.8, 0.58, 0.12, 2.0, 1.0), (7.8, 1.45, 0.16, 1.8, 1.5)]
+STANDS = (5.2, 6.5)
+STEPS_A_SECOND = 1.7
+
+
+def on_path(seconds):
+    times = [point[0] for point in PATH]
+    return [float(numpy.interp(seconds, times, values)) for values in list(zip(*PATH))[1:]]
+
+
+def walk(seconds):
+    """A function that puts the legs and arms of a pose where they are at this time of a walk."""
+    swing = 0.0 if STANDS[0] < seconds < STANDS[1] else 0.45 * numpy.sin(numpy.pi * STEPS_A_SECOND * seconds)
+
+    def change(pose):
+        pose.thigh = numpy.array([swing, -swing])
+        pose.knee = numpy.array([max(0.08, -1.1 * swing), max(0.08, 1.1 * swing)])
+        pose.arm = numpy.array([-0.7 * swing, 0.7 * swing])
+        pose.elbow = numpy.array([0.3, 0.3])
+        pose.arm_spread = numpy.array([0.12, 0.12])
+        pose.lean = 0.03
+    return change
+
+
+def head(seconds, yaw):
+    """Looks half-way towards the camera, and smiles when standing before it."""
+    identity = faces.random_identity(numpy.random.default_rng(FACE_SEED))
+    smile = float(numpy.interp(seconds, (STANDS[0], STANDS[0] + 0.5, STANDS[1]), (0.0, 0.9, 0.5)))
+    picture, box, _ = faces.render(identity, faces.View(yaw=numpy.degrees(0.5 * yaw), smile=smile))
+    return picture, box, identity.skin
+
+
+def visitor(seconds):
+    x, top, height, yaw = on_path(seconds)
+    rng = numpy.random.default_rng(PERSON_SEED)
+    person = people.draw_person(rng, drawing.HELD_OUT, DRAWN_PIXELS, "stand", yaw, walk(seconds), head(seconds, yaw))
+    factor = height * HEIGHT / DRAWN_PIXELS
+    person = cv2.resize(person, None, fx=factor, fy=factor, interpolation=cv2.INTER_AREA)
+    return scenes.Thing(person, x * WIDTH - person.shape[1] / 2, top * HEIGHT)
+
+
+def frames():
+    empty = drawing.room(numpy.random.default_rng(ROOM_SEED), WIDTH, HEIGHT, drawing.HELD_OUT)
+    noise = numpy.random.default_rng(1)
+    for number in range(FRAMES):
+        seconds = number / FRAMES_A_SECOND
+        there = [visitor(seconds)] if PATH[0][0] <= seconds <= PATH[-1][0] else []
+        picture, _ = scenes.compose(empty, there, numpy.random.default_rng(2))
+        yield numpy.clip(picture + noise.normal(0, NOISE, picture.shape), 0, 255).astype(numpy.uint8)
+
+
+if __name__ == "__main__":
+    path = sys.argv[1] if len(sys.argv) > 1 else os.path.join(HERE, "visitor.avi")
+    film = cv2.VideoWriter(path, cv2.CAP_FFMPEG, cv2.VideoWriter_fourcc(*"MJPG"), FRAMES_A_SECOND, (WIDTH, HEIGHT))
+    for frame in frames():
+        film.write(frame)
+    film.release()

@@ -1,0 +1,13 @@
+"""Makes labelled crops of faces for face classes: data.py DIR [--seed N] [--count N] [--training]"""
+import os
+import sys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+import face_crops  # noqa: E402
+import labelled  # noqa: E402
+
+options = labelled.arguments(__doc__, seed=102, count=900)
+rows = []
+for n, crop in enumerate(face_crops.crops(options.seed, options.count, 1, options.family, face_crops.ALL_COVERS)):
+    rows.append([face_crops.save_picture(options.directory, f"face_{n:04}.png", crop), crop.face_class])
+labelled.save(options, ["file", "class"], rows)

@@ -1,0 +1,206 @@
+"""Puts cut-outs in front of a background and says which box of each one is still seen.
+
+The box of a thing is tight around the pixels that nothing nearer hides. Things of which less than MIN_VISIBLE is
+seen, or whose boxes overlap one another so much that a detector has to take them for one, are left out.
+"""
+import cv2
+import numpy as np
+
+import objects
+import people
+
+MIN_VISIBLE = 0.35  # of the thing's pixels
+MAX_IOU = 0.35  # the library takes boxes above 0.4 for the same thing
+
+
+class Thing:
+    """A cut-out (BGRA) at a place: left, top; class_id is None for what is not to be found."""
+
+    def __init__(self, cut_out, left, top, class_id=None):
+        self.cut_out = cut_out
+        self.left, self.top = int(left), int(top)
+        self.class_id = class_id
+
+    @property
+    def bottom(self):
+        return self.top + self.cut_out.shape[0]
+
+    def region(self, width, height):
+        """(slices of the picture, slices of the cut-out), or None outside the picture."""
+        rows, columns = self.cut_out.shape[:2]
+        left, top = max(self.left, 0), max(self.top, 0)
+        right, bottom = min(self.left + columns, width), min(self.top + rows, height)
+        if right <= left or bottom <= top:
+            return None
+        return (np.s_[top:bottom, left:right],
+                np.s_[top - self.top:bottom - self.top, left - self.left:right - self.left])
+
+
+def scaled(cut_out, target, rng, by_height=True):
+    """The cut-out with a height (or longest side) of `target` pixels, mirrored at times, in a light of its own."""
+    size = cut_out.shape[0] if by_height else max(cut_out.shape[:2])
+    factor = target / size
+    shape = (max(2, round(cut_out.shape[1] * factor)), max(2, round(cut_out.shape[0] * factor)))
+    picture = cv2.resize(cut_out, shape, interpolation=cv2.INTER_AREA if factor < 1 else cv2.INTER_LINEAR)
+    if rng.random() < 0.5:
+        picture = picture[:, ::-1]
+    picture = picture.copy()
+    gain = rng.uniform(0.65, 1.15)
+    picture[..., :3] = np.clip(picture[..., :3] * np.float32(gain) + np.float32(rng.uniform(-8, 18)), 0, 255)
+    return picture
+
+
+def iou(a, b):
+    width = min(a[0] + a[2], b[0] + b[2]) - max(a[0], b[0])
+    height = min(a[1] + a[3], b[1] + b[3]) - max(a[1], b[1])
+    if width <= 0 or height <= 0:
+        return 0.0
+    return width * height / (a[2] * a[3] + b[2] * b[3] - width * height)
+
+
+def visible_boxes(things, width, height):
+    """For each thing, far ones first: (x, y, w, h) of what is seen of it, or None if that is too little."""
+    owner = np.full((height, width), -1, np.int16)
+    for index, thing in enumerate(things):
+        places = thing.region(width, height)
+        if places:
+            owner[places[0]][thing.cut_out[places[1]][..., 3] > 127] = index
+    boxes = []
+    for index, thing in enumerate(things):
+        places = thing.region(width, height)
+        seen = owner[places[0]] == index if places else np.zeros((1, 1), bool)
+        if seen.sum() < MIN_VISIBLE * (thing.cut_out[..., 3] > 127).sum() or not seen.any():
+            boxes.append(None)
+            continue
+        rows, columns = np.flatnonzero(seen.any(axis=1)), np.flatnonzero(seen.any(axis=0))
+        top, left = places[0][0].start, places[0][1].start
+        boxes.append((left + columns[0], top + rows[0], columns[-1] - columns[0] + 1, rows[-1] - rows[0] + 1))
+    return boxes
+
+
+def compose(background, things, rng):
+    """The picture, and [(class_id, x, y, w, h)] of the labelled things in it."""
+    height, width = background.shape[:2]
+    things = sorted(things, key=lambda thing: thing.bottom)
+    while True:
+        boxes = visible_boxes(things, width, height)
+        wrong = _first_wrong(things, boxes)
+        if wrong is None:
+            break
+        del things[wrong]
+    picture = background.astype(np.float32)
+    for thing in things:
+        places = thing.region(width, height)
+        if places:
+            _cast_shadow(picture, thing, rng)
+            opacity = thing.cut_out[places[1]][..., 3:].astype(np.float32) / 255
+            region = picture[places[0]]
+            region += (thing.cut_out[places[1]][..., :3] - region) * opacity
+    labels = [(thing.class_id, *box) for thing, box in zip(things, boxes) if thing.class_id is not None]
+    return np.clip(picture, 0, 255).astype(np.uint8), labels
+
+
+def _first_wrong(things, boxes):
+    for i, thing in enumerate(things):
+        if thing.class_id is None:
+            continue
+        if boxes[i] is None:
+            return i
+        for j in range(i + 1, len(things)):
+            if things[j].class_id is not None and boxes[j] and iou(boxes[i], boxes[j]) > MAX_IOU:
+                return i
+    return None
+
+
+def _cast_shadow(picture, thing, rng):
+    """A soft dark patch on the ground below."""
+    height, width = picture.shape[:2]
+    columns = thing.cut_out.shape[1]
+    half_width, half_height = columns * rng.uniform(0.45, 0.7), max(2.0, columns * rng.uniform(0.06, 0.14))
+    centre_x, centre_y = thing.left + columns / 2, thing.bottom - half_height * 0.5
+    left, right = int(max(centre_x - half_width, 0)), int(min(centre_x + half_width + 1, width))
+    top, bottom = int(max(centre_y - half_height, 0)), int(min(centre_y + half_height + 1, height))
+    if right <= left or bottom <= top:
+        return
+    x = (np.arange(left, right, dtype=np.float32) - centre_x) / half_width
+    y = (np.arange(top, bottom, dtype=np.float32) - centre_y) / half_height
+    shadow = np.maximum(1 - x[None, :] ** 2 - y[:, None] ** 2, 0) * rng.uniform(0.2, 0.7)
+    picture[top:bottom, left:right] *= 1 - shadow[..., None]
+
+
+def person_height(rng, height):
+    """From 15 % of the frame to more than fits into it."""
+    if rng.random() < 0.12:
+        return rng.uniform(1.0, 1.7) * height
+    return np.exp(rng.uniform(np.log(0.15), np.log(0.97))) * height
+
+
+def stand(rng, cut_out, width, height):
+    """Left and top of a thing that stands somewhere in the lower half, at times cut off at a side or at the bottom."""
+    rows, columns = cut_out.shape[:2]
+    outside = 0.3 * columns if rng.random() < 0.3 else 0
+    left = -outside + rng.random() * (width - columns + 2 * outside)
+    if rows > 0.97 * height:
+        return left, rng.uniform(0, 0.25 * height)
+    bottom = rng.uniform(max(rows, 0.45 * height), height * (1.0 if rng.random() < 0.75 else 1.15))
+    return left, bottom - rows
+
+
+def person_things(rng, source, width, height):
+    """0 to 5 persons among 0 to 4 things that are no persons. source.person() and source.thing(kinds) draw them."""
+    things = []
+    for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.1, 0.27, 0.25, 0.18, 0.12, 0.08])):
+        cut_out = scaled(source.person(), person_height(rng, height), rng)
+        things.append(Thing(cut_out, *stand(rng, cut_out, width, height), 0))
+    for _ in range(rng.integers(0, 5)):
+        _, thing = source.thing(objects.DISTRACTORS + objects.KINDS)
+        cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.12), np.log(0.85))) * height, rng)
+        things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
+    return things
+
+
+def object_things(rng, source, width, height):
+    """0 to 5 things of the four kinds, labelled, among 0 to 3 persons and other things."""
+    things = []
+    longest = max(width, height)
+    for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.06, 0.22, 0.26, 0.22, 0.15, 0.09])):
+        kind, thing = source.thing(objects.KINDS)
+        cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.07), np.log(0.55))) * longest, rng, by_height=False)
+        things.append(Thing(cut_out, *stand(rng, cut_out, width, height), objects.KINDS.index(kind)))
+    for _ in range(rng.integers(0, 4)):
+        thing = source.person() if rng.random() < 0.4 else source.thing(objects.DISTRACTORS)[1]
+        cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.15), np.log(0.9))) * height, rng)
+        things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
+    return things
+
+
+class Fresh:
+    """Draws every cut-out anew."""
+
+    def __init__(self, rng, family, pixels=360):
+        self.rng, self.family, self.pixels = rng, family, pixels
+
+    def person(self):
+        return people.draw_person(self.rng, self.family, self.pixels)
+
+    def thing(self, kinds):
+        kind = kinds[self.rng.integers(len(kinds))]
+        return kind, objects.draw_object(self.rng, self.family, kind, self.pixels)
+
+
+class Pool:
+    """Draws a stock of cut-outs once, which is much faster to train with."""
+
+    def __init__(self, rng, family, persons, of_each_kind, of_each_distractor, pixels=260):
+        fresh = Fresh(rng, family, pixels)
+        self.rng = rng
+        self.persons = [fresh.person() for _ in range(persons)]
+        counts = {**dict.fromkeys(objects.KINDS, of_each_kind), **dict.fromkeys(objects.DISTRACTORS, of_each_distractor)}
+        self.things = {kind: [fresh.thing((kind,))[1] for _ in range(count)] for kind, count in counts.items()}
+
+    def person(self):
+        return self.persons[self.rng.integers(len(self.persons))]
+
+    def thing(self, kinds):
+        kind = kinds[self.rng.integers(len(kinds))]
+        return kind, self.things[kind][self.rng.integers(len(self.things[kind]))]
