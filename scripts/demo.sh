@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Shows libkelnn at work, from nothing: installs what is missing, builds, packs the sample network and
-# compares pictures, and finds patches in a frame. Fails unless a face resembles its own distorted copy more than another face.
+# Shows libkelnn at work, from nothing: installs what is missing, builds, packs the sample networks, runs every
+# task on the sample pictures, video and sounds and writes a page with the results. Fails when a task fails or
+# does not see what the samples show.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/sample_networks.sh
 build=build/demo
 models=$build/models/
 pictures=examples/pictures
@@ -28,47 +30,28 @@ quietly cmake --build "$build" --target kelnn_cli compare_faces
 export PATH="$PWD/$build/tools:$PWD/$build/examples:$PATH"
 echo "kelnn and compare_faces are in $build"
 
-step "2. Pack the sample network"
+step "2. Pack the sample networks: kelnn pack TASK NETWORK.onnx --root $models"
 rm -rf "$models"
-echo "$ kelnn pack face-features models/face_features/sample.onnx --root $models"
-quietly kelnn pack face-features models/face_features/sample.onnx --root "$models"
-echo "$ kelnn doctor --root $models"
+mkdir -p "$models"
+quietly pack_sample_networks kelnn "$models"
 quietly kelnn doctor --root "$models"
-sed -n '/^ok/,+1p; $p' "$build/demo.log"
+tail -n 1 "$build/demo.log"
 
-# compare COMMAND...: shows the command and sets $similarity to the last line that it printed, without
-# the escape that ends the library's coloured lines.
-compare() {
-  echo "$ $*"
-  quietly "$@"
-  similarity=$(grep -oE -- '-?[0-9]+[.][0-9]+$' "$build/demo.log" | tail -n 1) || fail "no similarity: $*"
-  echo "  $similarity"
-}
-check() {
-  awk -v same="$1" -v other="$2" 'BEGIN { exit !(same + 0 > other + 0) }' ||
-    fail "the face resembles another face ($2) at least as much as its own copy ($1)"
-}
-
-step "3. Compare faces: with its own distorted copy, with another face"
-compare kelnn compare $pictures/face_a.png $pictures/face_a_distorted.png --root "$models"
-same=$similarity
-compare kelnn compare $pictures/face_a.png $pictures/face_b.png --root "$models"
-check "$same" "$similarity"
+step "3. Every task on the samples"
+/usr/bin/python3 scripts/make_report.py --kelnn kelnn --root "$models" --out "$build/report.html"
 
 step "4. The same in a C program of your own: examples/compare_faces.c"
-compare compare_faces "$models" $pictures/face_a.pgm $pictures/face_a_distorted.pgm
+# Sets $similarity to what the program prints for two pictures.
+compare() {
+  echo "$ compare_faces $models $1 $2"
+  quietly compare_faces "$models" "$1" "$2"
+  similarity=$(grep -oE -- '-?[0-9]+[.][0-9]+$' "$build/demo.log" | tail -n 1) || fail "no similarity"
+  echo "  $similarity"
+}
+compare $pictures/face_a.pgm $pictures/face_a_distorted.pgm
 same=$similarity
-compare compare_faces "$models" $pictures/face_a.pgm $pictures/face_b.pgm
-check "$same" "$similarity"
+compare $pictures/face_a.pgm $pictures/face_b.pgm
+awk -v same="$same" -v other="$similarity" 'BEGIN { exit !(same + 0 > other + 0) }' ||
+  fail "the face resembles another face ($similarity) at least as much as its own copy ($same)"
 
-step "5. Detectors: a network that takes red patches for people, in a frame with two of them"
-quietly /usr/bin/python3 tests/make_test_networks.py "$build/networks"
-quietly kelnn pack person-detection-landscape "$build/networks/persons_landscape.onnx" --root "$models"
-quietly /usr/bin/python3 scripts/draw_patches.py "$build/patches.ppm"
-echo "$ kelnn persons $build/patches.ppm --draw $build/persons.png --root $models"
-kelnn persons "$build/patches.ppm" --draw "$build/persons.png" --root "$models" 2>"$build/demo.log" |
-  tee "$build/persons.txt"
-[ "$(grep -c '^  person' "$build/persons.txt")" -ge 2 ] || fail "both patches should have been found"
-echo "The boxes are drawn in $build/persons.png"
-
-step "A face resembles its own distorted copy more than another face."
+step "All tasks work. Open $build/report.html in a browser."
