@@ -8,6 +8,7 @@ import numpy as np
 import drawing
 import scenes
 
+DEGRADATION = 0.7  # light and camera: 1 is a cheap one in a dim room
 FRAMES = ((640, 360), (640, 360), (480, 480), (360, 640))  # width, height
 
 
@@ -28,7 +29,7 @@ def frame(rng, family, things, width, height):
     source = scenes.Fresh(rng, family)
     background = drawing.background(rng, width, height, family)
     picture, labels = scenes.compose(background, things(rng, source, width, height), rng)
-    return drawing.degrade(rng, picture), labels
+    return drawing.degrade(rng, picture, DEGRADATION), labels
 
 
 def main(things, description):

@@ -18,6 +18,7 @@ from torch import nn
 from torch.nn import functional
 
 import drawing
+import grid_data
 import scenes
 import training
 
@@ -25,6 +26,7 @@ STRIDES = (32, 16)
 INPUTS = {"landscape": (416, 256), "square": (320, 320), "portrait": (256, 416)}  # width, height
 PADDING = 128  # what the letterbox puts above and below
 MAX_LABELS = 8
+PEAK_RATE = 4e-3
 
 
 class Task:
@@ -39,9 +41,9 @@ class Task:
 
 
 PERSONS = Task([[(64, 187), (123, 211), (227, 264)], [(7, 17), (20, 50), (45, 99)]], 6, 0, scenes.person_things,
-               (1600, 100, 100))
+               (500, 30, 30))
 FOUR_CLASSES = Task([[(68, 52), (74, 118), (140, 155)], [(24, 18), (37, 36), (41, 76)]], 9, 4, scenes.object_things,
-                    (250, 350, 50))
+                    (120, 200, 30))
 
 
 # The network
@@ -96,7 +98,7 @@ class Scenes:
 
     def take(self, shape):
         kept = self.kept[shape]
-        if len(kept) < 100 or self.rng.random() < 0.35:
+        if len(kept) < 100 or self.rng.random() < 0.3:
             made = self._compose(*INPUTS[shape])
             if len(kept) < 300:
                 kept.append(made)
@@ -117,7 +119,7 @@ class Scenes:
         if self.rng.random() < 0.5:
             picture = np.ascontiguousarray(picture[:, ::-1])
             labels = [(kind, columns - x - w, y, w, h) for kind, x, y, w, h in labels]
-        picture = drawing.degrade(self.rng, picture)
+        picture = drawing.degrade(self.rng, picture, grid_data.DEGRADATION)
         left, top = (width - columns) // 2, (height - rows) // 2
         picture = cv2.copyMakeBorder(picture, top, height - rows - top, left, width - columns - left,
                                      cv2.BORDER_CONSTANT, value=(PADDING,) * 3)
@@ -219,9 +221,12 @@ def rate_at(done, peak_rate):
     return peak_rate * (0.501 + 0.499 * math.cos(math.pi * min(1, (done - 0.08) / 0.92)))
 
 
-def train(task, batches, steps, minutes, peak_rate):
+def train(task, batches, steps, minutes, start_weights=None):
     """Ends after so many steps or minutes, whichever comes first; the learning rate follows."""
-    network = GridNetwork(task)
+    network, peak_rate = GridNetwork(task), PEAK_RATE
+    if start_weights:
+        network.load_state_dict(torch.load(start_weights))
+        peak_rate /= 2
     average = copy.deepcopy(network)  # of the weights of the last steps: less noisy than any of them
     optimiser = torch.optim.AdamW(network.parameters(), peak_rate, weight_decay=1e-3)
     loader = iter(torch.utils.data.DataLoader(batches, batch_size=None, num_workers=1, prefetch_factor=4))
@@ -258,13 +263,16 @@ def main(task, folder, seed):
     parser.add_argument("--quick", action="store_true", help="about a minute, to see that it runs")
     parser.add_argument("--out", default=folder, help="the folder to write to")
     parser.add_argument("--steps", type=int, default=3000)
+    parser.add_argument("--start", help="weights.pt of an earlier run to go on from, with half the learning rate")
+    parser.add_argument("--seed", type=int, default=seed)
     parser.add_argument("--minutes", type=float, default=60, help="end after so long, with fewer steps")
     arguments = parser.parse_args()
-    training.seed_all(seed)
+    training.seed_all(arguments.seed)
     if arguments.quick:
         arguments.steps, arguments.minutes = 60, 1
     stock = (60, 6, 6) if arguments.quick else task.stock
-    network = train(task, Batches(task, seed, 16, stock), arguments.steps, arguments.minutes, 4e-3)
+    network = train(task, Batches(task, arguments.seed, 16, stock), arguments.steps, arguments.minutes,
+                    arguments.start)
     os.makedirs(arguments.out, exist_ok=True)
     torch.save(network.state_dict(), os.path.join(arguments.out, "weights.pt"))
     for name, (width, height) in INPUTS.items():

@@ -9,8 +9,8 @@ import numpy as np
 import objects
 import people
 
-MIN_VISIBLE = 0.35  # of the thing's pixels
-MAX_IOU = 0.35  # the library takes boxes above 0.4 for the same thing
+MIN_VISIBLE = 0.5  # of the thing's pixels
+MAX_IOU = 0.3  # the library takes boxes above 0.4 for the same thing
 
 
 class Thing:
@@ -45,7 +45,7 @@ def scaled(cut_out, target, rng, by_height=True):
     if rng.random() < 0.5:
         picture = picture[:, ::-1]
     picture = picture.copy()
-    gain = rng.uniform(0.65, 1.15)
+    gain = rng.uniform(0.75, 1.15)
     picture[..., :3] = np.clip(picture[..., :3] * np.float32(gain) + np.float32(rng.uniform(-8, 18)), 0, 255)
     return picture
 
@@ -129,10 +129,10 @@ def _cast_shadow(picture, thing, rng):
 
 
 def person_height(rng, height):
-    """From 15 % of the frame to more than fits into it."""
+    """From 17 % of the frame to more than fits into it."""
     if rng.random() < 0.12:
         return rng.uniform(1.0, 1.7) * height
-    return np.exp(rng.uniform(np.log(0.15), np.log(0.97))) * height
+    return np.exp(rng.uniform(np.log(0.17), np.log(0.97))) * height
 
 
 def stand(rng, cut_out, width, height):
@@ -147,12 +147,12 @@ def stand(rng, cut_out, width, height):
 
 
 def person_things(rng, source, width, height):
-    """0 to 5 persons among 0 to 4 things that are no persons. source.person() and source.thing(kinds) draw them."""
+    """0 to 5 persons among 0 to 3 things that are no persons. source.person() and source.thing(kinds) draw them."""
     things = []
-    for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.1, 0.27, 0.25, 0.18, 0.12, 0.08])):
+    for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.1, 0.33, 0.27, 0.16, 0.09, 0.05])):
         cut_out = scaled(source.person(), person_height(rng, height), rng)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height), 0))
-    for _ in range(rng.integers(0, 5)):
+    for _ in range(rng.integers(0, 4)):
         _, thing = source.thing(objects.DISTRACTORS + objects.KINDS)
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.12), np.log(0.85))) * height, rng)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
@@ -160,14 +160,14 @@ def person_things(rng, source, width, height):
 
 
 def object_things(rng, source, width, height):
-    """0 to 5 things of the four kinds, labelled, among 0 to 3 persons and other things."""
+    """0 to 5 things of the four kinds, labelled, among 0 to 2 persons and other things."""
     things = []
     longest = max(width, height)
-    for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.06, 0.22, 0.26, 0.22, 0.15, 0.09])):
+    for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.06, 0.28, 0.3, 0.2, 0.11, 0.05])):
         kind, thing = source.thing(objects.KINDS)
-        cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.07), np.log(0.55))) * longest, rng, by_height=False)
+        cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.12), np.log(0.55))) * longest, rng, by_height=False)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height), objects.KINDS.index(kind)))
-    for _ in range(rng.integers(0, 4)):
+    for _ in range(rng.integers(0, 3)):
         thing = source.person() if rng.random() < 0.4 else source.thing(objects.DISTRACTORS)[1]
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.15), np.log(0.9))) * height, rng)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
