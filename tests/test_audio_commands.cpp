@@ -157,6 +157,30 @@ TEST_F(AudioCommands, BareSamplesFromStandardInputAreTheFile) {
   EXPECT_EQ(odd.out, piped.out);
 }
 
+TEST_F(AudioCommands, FilesFromStandardInputAreRefusedInsteadOfHeardAsSamples) {
+  const Samples samples = beeps(kHighHz, 3.5);
+  struct Case {
+    const char* name;
+    int format;
+  };
+  const Case cases[] = {{"RIFF", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+                        {"fLaC", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+                        {"OggS", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+                        {"FORM", SF_FORMAT_AIFF | SF_FORMAT_PCM_16}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string file = text_of(save("sound", samples, kRate, 1, c.format));
+    ASSERT_EQ(file.substr(0, 4), c.name);
+    const CommandResult result = cry("-", {"--chunk", "1"}, file);
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_THAT(result.err, HasSubstr("standard input: a sound file"));
+    EXPECT_EQ(result.out.find("cry 0."), std::string::npos);
+  }
+  // The same letters later on are samples, and so are three of them at the beginning.
+  EXPECT_EQ(cry("-", {}, "RIF" + bytes_of(samples)).exit_code, 0);
+  EXPECT_EQ(cry("-", {}, bytes_of(samples) + "RIFF").exit_code, 0);
+}
+
 TEST_F(AudioCommands, OtherRatesChannelsAndFormatsAreHeardAlike) {
   struct Case {
     const char* name;

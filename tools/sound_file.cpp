@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "report.h"
@@ -152,20 +154,53 @@ class SoundFile : public Sound {
   bool is_end_ = false;
 };
 
+// What files of the common formats begin with. Taken for samples, they would be heard as noise.
+bool begins_like_a_file(const uint8_t* bytes) {
+  const char* const marks[] = {"RIFF", "RIFX", "RF64", "fLaC", "OggS", "FORM"};
+  return std::any_of(std::begin(marks), std::end(marks),
+                     [bytes](const char* mark) { return std::memcmp(bytes, mark, 4) == 0; });
+}
+
 class StandardInput : public Sound {
  public:
   uint64_t expected_samples() const override { return 0; }
 
   size_t read(int16_t* samples, size_t count) override {
-    std::vector<uint8_t> bytes(count * 2);
-    const size_t n = std::fread(bytes.data(), 2, count, stdin);  // half a sample at the end is lost
+    size_t n = take_head(samples, count);
+    std::vector<uint8_t> bytes((count - n) * 2);
+    // Half a sample at the end is lost.
+    const size_t fresh = std::fread(bytes.data(), 2, count - n, stdin);
     if (std::ferror(stdin)) throw Failure("standard input cannot be read");
-    for (size_t i = 0; i < n; ++i) {
-      samples[i] =
-          static_cast<int16_t>(static_cast<uint16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8));
+    for (size_t i = 0; i < fresh; ++i) samples[n + i] = sample_at(bytes.data() + 2 * i);
+    return n + fresh;
+  }
+
+ private:
+  static int16_t sample_at(const uint8_t* bytes) {
+    return static_cast<int16_t>(static_cast<uint16_t>(bytes[0] | bytes[1] << 8));
+  }
+
+  // The first two samples are looked at together, however few are asked for.
+  size_t take_head(int16_t* samples, size_t count) {
+    if (!has_head_) {
+      has_head_ = true;
+      head_samples_ = std::fread(head_, 2, 2, stdin);
+      if (head_samples_ == 2 && begins_like_a_file(head_)) {
+        throw Failure(
+            "standard input",
+            "a sound file, but \"-\" takes bare samples: give the file's name, or decode it");
+      }
+    }
+    size_t n = 0;
+    for (; n < count && head_next_ < head_samples_; ++n, ++head_next_) {
+      samples[n] = sample_at(head_ + 2 * head_next_);
     }
     return n;
   }
+
+  bool has_head_ = false;
+  uint8_t head_[4] = {};
+  size_t head_samples_ = 0, head_next_ = 0;
 };
 
 }  // namespace

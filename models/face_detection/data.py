@@ -9,7 +9,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import face_scenes  # noqa: E402
 import labelled  # noqa: E402
 
-FRAMES = ((640, 360), (640, 480), (320, 240), (480, 480))
+FRAMES = ((640, 360), (640, 480), (320, 240), (480, 480), (360, 640))
 
 options = labelled.arguments(__doc__, seed=104, count=300)
 heads = face_scenes.Heads(options.seed, 300)

@@ -17,6 +17,8 @@ import training  # noqa: E402
 WIDTH, HEIGHT = 320, 240
 LEVELS = ((40, 30, (10, 16, 24)), (20, 15, (32, 48)), (10, 8, (64, 96)), (5, 4, (128, 192, 256)))  # columns, rows, sizes
 CENTRE_VARIANCE, SIZE_VARIANCE = 0.1, 0.2
+# Shapes of frames: each is scaled to the input without keeping its aspect, and the faces with it.
+FRAMES = ((320, 240), (384, 216), (280, 280), (240, 320), (216, 384))
 MATCH, IGNORE = 0.45, 0.35  # overlap of an anchor with a face: from here on it is one; below, it is background
 
 
@@ -114,7 +116,11 @@ def draw(queue, seed, head_count):
     while True:
         rng = numpy.random.default_rng([seed, 1, number])
         number += 1
-        picture, boxes = face_scenes.scene(rng, heads, WIDTH, HEIGHT, drawing.TRAINING)
+        width, height = FRAMES[number % len(FRAMES)]
+        least = 14 * max(width / WIDTH, height / HEIGHT)
+        picture, boxes = face_scenes.scene(rng, heads, width, height, drawing.TRAINING, least)
+        picture = cv2.resize(picture, (WIDTH, HEIGHT), interpolation=cv2.INTER_AREA)
+        boxes = [box * numpy.tile((WIDTH / width, HEIGHT / height), 2) for box in boxes]
         queue.put((cv2.cvtColor(picture, cv2.COLOR_BGR2RGB), *targets(boxes)))
 
 
@@ -144,13 +150,13 @@ def main():
     parser = argparse.ArgumentParser(description="Trains on drawn scenes; takes about half an hour, tells how much is left.")
     parser.add_argument("--out", default=os.path.join(HERE, "network.onnx"), help="where the network goes")
     parser.add_argument("--quick", action="store_true", help="a minute, to see that everything works; the result is no good")
-    parser.add_argument("--steps", type=int, default=3600)
+    parser.add_argument("--steps", type=int, default=1800)
     options = parser.parse_args()
     steps, batch, rate = (40 if options.quick else options.steps), 16, 4e-3
     training.seed_all(4)
     queue = multiprocessing.Queue(64)
-    multiprocessing.Process(target=draw, args=(queue, 11, 60 if options.quick else 800), daemon=True).start()
-    pool, rng = Pool(queue, 4000), numpy.random.default_rng(5)
+    multiprocessing.Process(target=draw, args=(queue, 11, 60 if options.quick else 500), daemon=True).start()
+    pool, rng = Pool(queue, 2500), numpy.random.default_rng(5)
     module = Network()
     optimizer = torch.optim.AdamW(module.parameters(), lr=rate, weight_decay=1e-4)
     schedule = torch.optim.lr_scheduler.OneCycleLR(optimizer, rate, total_steps=steps, pct_start=0.1)
