@@ -1,4 +1,8 @@
-"""Trains the sample network of face features: faces of one drawn person in one direction, of others in others."""
+"""Trains the sample network of face features.
+
+A drawn person is a record of what it is drawn from: widths, distances, kind of hair, beard, glasses. The network learns to
+read that record from a crop; the feature is the record, scaled so that every entry counts alike, turned into 256 values.
+"""
 import os
 import sys
 
@@ -10,22 +14,48 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, ".."))
 import crop_training  # noqa: E402
 import face_crops  # noqa: E402
+import faces  # noqa: E402
 import training  # noqa: E402
 
 LENGTH = 256
-MARGIN, SCALE = 0.15, 20.0  # of the cosine softmax: persons have to be told apart with room between them
+KINDS = {"hair": ("bald", "short", "parted", "long", "curly", "bun"), "beard": ("none", "stubble", "full", "moustache", "chin"),
+         "glasses": ("none", "round", "square")}
+COLOURS = ("skin", "hair_colour", "iris")
+MEASURES = ("width", "jaw", "forehead", "eye_x", "eye_y", "eye_width", "eye_height", "eye_tilt", "brow_gap", "brow_thickness",
+            "brow_tilt", "nose_y", "nose_width", "mouth_y", "mouth_width", "lip", "ear", "fringe", "cheeks")
+ENTRIES = len(MEASURES) + len(COLOURS) + sum(len(kinds) for kinds in KINDS.values())
+
+
+def record_of(identity):
+    values = [getattr(identity, name) for name in MEASURES]
+    values += [float(numpy.dot(getattr(identity, name), (0.114, 0.587, 0.299))) for name in COLOURS]  # as grey
+    for name, kinds in KINDS.items():
+        values += [float(getattr(identity, name) == kind) for kind in kinds]
+    return values
+
+
+def records(seed, persons):
+    """Of every person of the pool, each entry with mean 0 and deviation 1."""
+    made = numpy.array([record_of(faces.random_identity(numpy.random.default_rng([seed, person]))) for person in range(persons)])
+    return torch.from_numpy(((made - made.mean(axis=0)) / made.std(axis=0)).astype(numpy.float32))
 
 
 class Network(torch.nn.Module):
     def __init__(self):
         super().__init__()
         self.trunk = crop_training.trunk((12, 20, 24, 32, 32, 40, 40))
-        self.places = crop_training.convolution(40, 14, size=1)
-        self.mix = torch.nn.Sequential(torch.nn.Conv2d(14, 44, 7, bias=False), torch.nn.BatchNorm2d(44), torch.nn.Flatten())
-        self.feature = torch.nn.Linear(44, LENGTH, bias=False)
+        self.places = crop_training.convolution(40, 16, size=1)
+        self.record = torch.nn.Sequential(torch.nn.Conv2d(16, ENTRIES, 7), torch.nn.Flatten())
+        self.feature = torch.nn.Linear(ENTRIES, LENGTH, bias=False)
+        with torch.no_grad():  # orthogonal: angles between records stay as they are
+            self.feature.weight.copy_(torch.linalg.qr(torch.randn(LENGTH, ENTRIES))[0])
+        self.feature.weight.requires_grad = False
+
+    def read(self, image):
+        return self.record(self.places(self.trunk(image)))
 
     def forward(self, image):
-        return self.feature(self.mix(self.places(self.trunk(image))))
+        return self.feature(self.read(image))
 
 
 def moved(rng, pixels):
@@ -40,33 +70,18 @@ def moved(rng, pixels):
     return pixels
 
 
-class Persons(torch.nn.Module):
-    """A direction for each person of the training set; thrown away afterwards."""
-
-    def __init__(self, count):
-        super().__init__()
-        self.directions = torch.nn.Parameter(torch.randn(count, LENGTH))
-
-    def forward(self, features, persons):
-        cosines = torch.nn.functional.linear(torch.nn.functional.normalize(features),
-                                             torch.nn.functional.normalize(self.directions))
-        margin = MARGIN * torch.nn.functional.one_hot(persons, cosines.shape[1])
-        return torch.nn.functional.cross_entropy(SCALE * (cosines - margin), persons)
-
-
 def main():
     options = crop_training.arguments(HERE)
     training.seed_all(3)
     pool = crop_training.training_pool("crops_features", options.quick, seed=2, identities=1900, views=9, covers=face_crops.OPEN_COVERS)
-    persons = torch.from_numpy(pool["person"])
-    module = crop_training.Scaled(Network())
-    head = Persons(int(persons.max()) + 1)
-    both, rng = torch.nn.ModuleList([module, head]), numpy.random.default_rng(9)
+    wanted = records(2, int(pool["person"].max()) + 1)[torch.from_numpy(pool["person"])]
+    module, rng = crop_training.Scaled(Network()), numpy.random.default_rng(9)
 
     def loss_of(pick):
-        return head(module(crop_training.augmented(rng, moved(rng, pool["pixels"][pick]))), persons[pick])
+        images = crop_training.augmented(rng, moved(rng, pool["pixels"][pick]))
+        return torch.nn.functional.mse_loss(module.network.read(images), wanted[pick])
 
-    crop_training.fit(both, loss_of, pool, epochs=1 if options.quick else 24)
+    crop_training.fit(module, loss_of, pool, epochs=1 if options.quick else 9)
     training.export_onnx(module, options.out, [1, 1, 112, 112], ["feature"])
 
 
