@@ -1,7 +1,8 @@
 """Trains the sample network of face features.
 
 A drawn person is a record of what it is drawn from: widths, distances, kind of hair, beard, glasses. The network learns to
-read that record from a crop; the feature is the record, scaled so that every entry counts alike, turned into 256 values.
+read that record from a crop, every entry scaled to count alike. Then it learns to compare: an entry that is read badly, or
+that many persons share, comes to count less. The feature is the record, turned into 256 values.
 """
 import os
 import sys
@@ -37,7 +38,8 @@ def record_of(identity):
 def records(seed, persons):
     """Of every person of the pool, each entry with mean 0 and deviation 1."""
     made = numpy.array([record_of(faces.random_identity(numpy.random.default_rng([seed, person]))) for person in range(persons)])
-    return torch.from_numpy(((made - made.mean(axis=0)) / made.std(axis=0)).astype(numpy.float32))
+    deviation = numpy.maximum(made.std(axis=0), 1e-6)  # 0 where few persons have all the same kind
+    return torch.from_numpy(((made - made.mean(axis=0)) / deviation).astype(numpy.float32))
 
 
 class Network(torch.nn.Module):
@@ -70,6 +72,39 @@ def moved(rng, pixels):
     return pixels
 
 
+def pair_loss(records_read, person, threshold, slope=12.0):
+    """Of every two crops: the cosine above the threshold for one person, below it for two."""
+    features = torch.nn.functional.normalize(records_read, dim=1)
+    distance = slope * (features @ features.T - threshold)
+    same = person[:, None] == person[None]
+    pairs = same & ~torch.eye(len(person), dtype=torch.bool)
+    return torch.nn.functional.softplus(-distance[pairs]).mean() + torch.nn.functional.softplus(distance[~same]).mean()
+
+
+def learn_to_compare(module, pool, wanted, steps, rng, persons=24, views=4, rate=1e-3):
+    """Batches of several crops of each of some persons; records stay near what they were."""
+    number_of = torch.from_numpy(pool["person"])
+    crops_of = [numpy.flatnonzero(pool["person"] == number) for number in numpy.unique(pool["person"])]
+    threshold = torch.tensor(0.4, requires_grad=True)
+    learned = [weight for weight in module.parameters() if weight.requires_grad] + [threshold]
+    optimizer = torch.optim.AdamW(learned, lr=rate, weight_decay=1e-4)
+    schedule = torch.optim.lr_scheduler.OneCycleLR(optimizer, rate, total_steps=steps, pct_start=0.1)
+    progress, mean = training.Progress(steps), None
+    module.eval()  # the normalisations stay as they are
+    for _ in range(steps):
+        who = rng.choice(len(crops_of), persons, replace=False)
+        pick = numpy.concatenate([rng.choice(crops_of[number], views, replace=False) for number in who])
+        found = module.network.read(crop_training.augmented(rng, moved(rng, pool["pixels"][pick])))
+        loss = pair_loss(found, number_of[pick], threshold) + 0.2 * torch.nn.functional.mse_loss(found, wanted[pick])
+        optimizer.zero_grad()
+        loss.backward()
+        torch.nn.utils.clip_grad_norm_(learned, 5)
+        optimizer.step()
+        schedule.step()
+        mean = loss.item() if mean is None else 0.98 * mean + 0.02 * loss.item()
+        progress.step("pairs %.4f, threshold %.2f" % (mean, threshold.item()))
+
+
 def main():
     options = crop_training.arguments(HERE)
     training.seed_all(3)
@@ -82,6 +117,7 @@ def main():
         return torch.nn.functional.mse_loss(module.network.read(images), wanted[pick])
 
     crop_training.fit(module, loss_of, pool, epochs=1 if options.quick else 9)
+    learn_to_compare(module, pool, wanted, 20 if options.quick else 1200, rng)
     training.export_onnx(module, options.out, [1, 1, 112, 112], ["feature"])
 
 
