@@ -20,6 +20,8 @@ set(kelnn_sources
   src/kel_nn_person_classify.cpp
   src/kel_nn_postprocess.cpp
   src/kel_nn_resize.cpp
+  src/kel_nn_resize_blend.cpp
+  src/kel_nn_resize_windows.cpp
   src/kel_nn_utils.cpp
 )
 # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the tests need, builds everything four times and runs every test in each:
 #   gcc       the library, the command line and all tests, warnings as errors
-#   clang     the same
+#   clang     the same, as a PC without AVX2 runs it
 #   sanitize  the same with AddressSanitizer and UndefinedBehaviorSanitizer
 #   mips      the library and its unit tests as MIPS32r2 code, under emulation
 # scripts/test.sh [CONFIGURATION...]   (default: all four). Ends with the number of tests.

@@ -7,8 +7,8 @@
 // A column's samples lie anywhere in a row, which vector units cannot load at once. Where there is
 // one, RowBatch therefore scales 4 to 16 rows together and transposes them, so that a vector holds
 // one column of all the rows: one address, one weight. Elsewhere RowPair does what the formulas
-// say. Both work on tiles of columns, so the scratch is small whatever the width; the heap is not
-// used.
+// say. On PCs with AVX2, kel_nn_resize_windows.h comes first. All work on tiles of columns, so the
+// scratch is small whatever the width; the heap is not used.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +17,9 @@
 #include <type_traits>
 
 #include "kel_nn.h"
-#include "kel_nn_float_rules.h"
+#include "kel_nn_resize_axis.h"
+#include "kel_nn_resize_blend.h"
+#include "kel_nn_resize_windows.h"
 #include "kel_nn_target_clones.h"
 
 // A function that takes the target of the one it is called from; see KEL_NN_TARGET_CLONES.
@@ -33,93 +35,8 @@
 #define KELNN_UNROLL_BY_4
 #endif
 
+namespace kelnn {
 namespace {
-
-struct Source {
-  const uint8_t* pixels;
-  int width, height;
-  ptrdiff_t stride_bytes;
-
-  const uint8_t* row(int y) const { return pixels + stride_bytes * y; }
-};
-
-struct Destination {
-  uint8_t* pixels;
-  int width, height;
-  ptrdiff_t stride_bytes;
-
-  uint8_t* row(int y) const { return pixels + stride_bytes * y; }
-};
-
-// ----- Where destination columns and rows come from ----------------------------------------------
-
-constexpr int kOne = 2048;  // weights have 11 bits below the point
-constexpr int kMaxSourceSize = std::numeric_limits<int>::max() - 127;  // its float fits an int
-
-// The two neighbouring source columns (or rows) of a destination column, and their weights. Each
-// weight is rounded on its own: they add up to 2048 or to 2049.
-struct Tap {
-  int first;
-  int16_t weight0, weight1;
-};
-
-class Axis {
- public:
-  Axis(int source_size, int size)
-      : source_size_(source_size),
-        step_(size != 0 && source_size % size == 0 ? source_size / size : 0),
-        scale_(static_cast<double>(source_size) / size) {}
-
-  // Minimum, maximum and masks instead of branches, so that a loop over it becomes SIMD.
-  Tap tap(int position) const {
-    // Rounded to float before it is split: that decides which weight a column far right gets.
-    const float center = static_cast<float>((position + 0.5) * scale_ - 0.5);
-    const int whole = static_cast<int>(center);
-    // Left of the first centre whole is 0, and the fraction negative.
-    const float fraction = center - static_cast<float>(whole);
-    const int weight0 = std::min(fixed_point(1.0f - fraction), kOne);
-    const int weight1 = std::max(fixed_point(fraction), 0);
-    const int beyond = -static_cast<int>(whole >= source_size_ - 1);  // all bits or none
-    return {whole + (beyond & (source_size_ - 2 - whole)), static_cast<int16_t>(weight0 & ~beyond),
-            static_cast<int16_t>((weight1 & ~beyond) | (kOne & beyond))};
-  }
-
-  // Every destination pixel is one source pixel: the scale is odd, and the centres are exact in
-  // single precision. Pixel i is then step() * i + step() / 2.
-  bool only_picks() const { return step_ % 2 == 1 && source_size_ <= 1 << 24; }
-  int step() const { return step_; }
-
- private:
-  // Rounds half up.
-  static int fixed_point(float weight) {
-    constexpr float kHalf = 0.5f;
-    return static_cast<int>(weight * kOne + kHalf);
-  }
-
-  int source_size_;
-  int step_;  // 0: not a whole number
-  double scale_;
-};
-
-// Consecutive taps of an axis, computed together.
-template <int kMaxSize>
-class TapTable {
- public:
-  void fill(const Axis& of, int position, int size) {
-    const Axis axis = of;  // which the table does not overlap
-    for (int i = 0; i < size; ++i) {
-      const Tap tap = axis.tap(position + i);
-      first_[i] = tap.first;
-      weight0_[i] = tap.weight0;
-      weight1_[i] = tap.weight1;
-    }
-  }
-  Tap operator[](int i) const { return {first_[i], weight0_[i], weight1_[i]}; }
-
- private:
-  int first_[kMaxSize];
-  int16_t weight0_[kMaxSize], weight1_[kMaxSize];
-};
 
 // ----- Weights 0 and 1 only ----------------------------------------------------------------------
 
@@ -153,10 +70,6 @@ void pick(const Source& source, const Axis& columns, const Axis& rows, const Des
 }
 
 // ----- Row by row: processors without a vector unit ----------------------------------------------
-
-inline uint8_t blended(int scaled0, int scaled1, int b0, int b1) {
-  return static_cast<uint8_t>((((scaled0 * b0) >> 16) + ((scaled1 * b1) >> 16) + 2) >> 2);
-}
 
 template <int kChannels>
 class RowPair {
@@ -245,8 +158,7 @@ class RowPair {
 
 // ----- Several rows at a time: processors with a vector unit -------------------------------------
 
-// 16 values: a block's width, and one column of all rows of a batch.
-constexpr int kBlock = 16;
+// kBlock values are a block's width, and one column of all rows of a batch.
 
 // A unit is what moves as a whole when rows are transposed: a pixel of 1, 2 or 4 channels. The
 // three values of a 3-channel pixel are units of their own whose neighbours are 3 units away.
@@ -401,23 +313,6 @@ void scale_batch_of(RowBatchState<uint32_t>& batch, const uint8_t* const* rows) 
   scale_batch(batch, rows);
 }
 
-// Blends `block_count` blocks of two scaled rows. The int16_t in between is what makes the compiler
-// multiply 16 bits by 16.
-KEL_NN_TARGET_CLONES void blend_blocks(const int16_t* scaled0, const int16_t* scaled1,
-                                       ptrdiff_t block_step, int16_t b0, int16_t b1,
-                                       uint8_t* __restrict row, int block_count) {
-  for (int block = 0; block < block_count; ++block) {
-    for (int i = 0; i < kBlock; ++i) {
-      const int16_t upper = static_cast<int16_t>((scaled0[i] * b0) >> 16);
-      const int16_t lower = static_cast<int16_t>((scaled1[i] * b1) >> 16);
-      row[i] = static_cast<uint8_t>((upper + lower + 2) >> 2);
-    }
-    scaled0 += block_step;
-    scaled1 += block_step;
-    row += kBlock;
-  }
-}
-
 template <int kChannels>
 class RowBatch {
  public:
@@ -539,15 +434,7 @@ class RowBatch {
     const ptrdiff_t block_step = State::kSlots * kBlock;
     const int16_t* upper = state_.scaled[0][lower_slot - 1];
     const int16_t* lower = state_.scaled[0][lower_slot];
-    const int whole = width_ * kChannels / kBlock;
-    const int rest = width_ * kChannels % kBlock;
-    blend_blocks(upper, lower, block_step, tap.weight0, tap.weight1, row, whole);
-    if (rest != 0) {
-      uint8_t last[kBlock];
-      blend_blocks(upper + whole * block_step, lower + whole * block_step, block_step, tap.weight0,
-                   tap.weight1, last, 1);
-      std::memcpy(row + whole * kBlock, last, static_cast<size_t>(rest));
-    }
+    blend_row(upper, lower, block_step, tap.weight0, tap.weight1, row, width_ * kChannels);
   }
 
   int width_ = 0;
@@ -574,6 +461,8 @@ void resize(const Source& source, const Destination& to) {
   const Axis columns(source.width, to.width), rows(source.height, to.height);
   if (columns.only_picks() && rows.only_picks()) {
     pick<kChannels>(source, columns, rows, to);
+  } else if (resize_by_windows<kChannels>(source, columns, rows, to)) {
+    return;
   } else if (kHasVectorUnit) {
     RowBatch<kChannels>::resize(source, columns, rows, to);
   } else {
@@ -582,6 +471,9 @@ void resize(const Source& source, const Destination& to) {
 }
 
 }  // namespace
+}  // namespace kelnn
+
+using kelnn::resize;
 
 void resize_bilinear_c1(const uint8_t* src, int srcw, int srch, int srcstride, uint8_t* dst, int w,
                         int h, int stride) {
