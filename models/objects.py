@@ -93,13 +93,13 @@ def add_animal_head(painter, view, rng, chest, stout, coat, colour, pale, is_cat
         painter.limb(point, point if end is None else end, size, end_size or size, fabric_,
                      base + (order if facing > 0.15 * radius else -order) - view.nearness(middle))
     spot(at(-0.18, 0, 0), radius * 0.85, coat, 0, at(0.18, 0, 0), radius * 0.85)
-    drooping = not is_cat and rng.random() < 0.6
+    ear = coat if rng.random() < 0.3 else coat * rng.uniform(0.4, 0.65)
     for side in (-1, 1):
-        if drooping:
-            painter.limb(at(side * 0.85, 0.45, 0), at(side * 1.05, -0.55, 0.1), radius * 0.25, radius * 0.36, coat,
+        if not is_cat:  # long ears that hang
+            painter.limb(at(side * 0.85, 0.5, 0), at(side * 1.1, -0.85, 0.1), radius * 0.28, radius * 0.4, ear,
                          base + 0.02 * side * np.sign(view.nearness(turn[:, 0])) - view.nearness(head))
         else:
-            tip, wide = (1.55, 0.3) if is_cat else (1.6, 0.22)
+            tip, wide = 1.75, 0.34
             painter.hull([at(side * 0.6 - wide, 0.65, 0), at(side * 0.6 + wide, 0.6, 0), at(side * 0.8, tip, -0.05),
                           at(side * 0.6, 0.5, 0.25)], coat, base + 0.001)
             painter.hull([at(side * 0.6 - wide * 0.5, 0.8, 0.1), at(side * 0.6 + wide * 0.5, 0.75, 0.1),
@@ -109,7 +109,7 @@ def add_animal_head(painter, view, rng, chest, stout, coat, colour, pale, is_cat
              from_hsv(rng.uniform(0.13, 0.35), 0.7, 0.8) if is_cat else dark, 0.006)
         if is_cat:
             spot(at(side * 0.4, 0.26, 0.78), radius * 0.07, dark, 0.007, at(side * 0.4, 0.14, 0.78))
-    reach = rng.uniform(0.85, 1.0) if is_cat else rng.uniform(1.35, 1.8)
+    reach = rng.uniform(0.85, 1.0) if is_cat else rng.uniform(1.5, 1.9)
     spot(at(0, -0.3, 0.45), radius * 0.48, pale, 0.004, at(0, -0.32, reach - 0.3), radius * (0.36 if is_cat else 0.33))
     spot(at(0, -0.12, reach - (0.1 if is_cat else 0.05)), radius * (0.1 if is_cat else 0.17), dark, 0.009)
 

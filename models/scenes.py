@@ -41,7 +41,8 @@ def scaled(cut_out, target, rng, by_height=True):
     size = cut_out.shape[0] if by_height else max(cut_out.shape[:2])
     factor = target / size
     shape = (max(2, round(cut_out.shape[1] * factor)), max(2, round(cut_out.shape[0] * factor)))
-    picture = cv2.resize(cut_out, shape, interpolation=cv2.INTER_AREA if factor < 1 else cv2.INTER_LINEAR)
+    smooth = factor < 1 and rng.random() < 0.5  # at times with steps, as the bilinear letterbox leaves them
+    picture = cv2.resize(cut_out, shape, interpolation=cv2.INTER_AREA if smooth else cv2.INTER_LINEAR)
     if rng.random() < 0.5:
         picture = picture[:, ::-1]
     picture = picture.copy()
@@ -165,7 +166,7 @@ def object_things(rng, source, width, height):
     longest = max(width, height)
     for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.06, 0.28, 0.3, 0.2, 0.11, 0.05])):
         kind, thing = source.thing(objects.KINDS)
-        cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.12), np.log(0.55))) * longest, rng, by_height=False)
+        cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.15), np.log(0.55))) * longest, rng, by_height=False)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height), objects.KINDS.index(kind)))
     for _ in range(rng.integers(0, 3)):
         thing = source.person() if rng.random() < 0.4 else source.thing(objects.DISTRACTORS)[1]

@@ -89,7 +89,7 @@ if __name__ == "__main__":
     parser = argparse.ArgumentParser(description="Trains the network and writes it.")
     parser.add_argument("--quick", action="store_true", help="about a minute, to see that it runs")
     parser.add_argument("--out", default=os.path.join(HERE, "network.onnx"))
-    parser.add_argument("--steps", type=int, default=700)
+    parser.add_argument("--steps", type=int, default=2000)
     arguments = parser.parse_args()
     training.seed_all(SEED)
     stock, number = (100, 60) if arguments.quick else (2400, arguments.steps)
