@@ -9,6 +9,7 @@ build=build/demo
 root=build/evaluation/models/
 
 scripts/install_packages.sh build data
+echo "Building kelnn"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$build" --target kelnn_cli >/dev/null
 rm -rf "$root"

@@ -13,6 +13,7 @@ quick=()
 }
 
 scripts/install_packages.sh build data train
+echo "Building libkelnn"
 cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/demo --target kelnn >/dev/null  # the audio features come from the library
 for line in "${sample_networks[@]}"; do

@@ -165,7 +165,7 @@ int kel_nn_centernet_postprocess(const float* map, int stride,
   for (size_t cell = 0;; ++cell) {
     cell =
         next_candidate(map, values_per_cell, param->class_num, score_floor, cell, grid.cell_count);
-    if (cell == grid.cell_count) break;
+    if (cell >= grid.cell_count) break;
     const float* const scores = map + cell * values_per_cell;
     const int class_id = best_class(scores, param->class_num);
     const float score = kel_nn_sigmoid(scores[class_id]);
