@@ -8,14 +8,10 @@ import torch
 import drawing
 import face_crops
 import training
+from layers import convolution
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 POOLS = os.path.join(HERE, "..", "build", "pools")
-
-
-def convolution(inputs, outputs, stride=1, size=3):
-    return torch.nn.Sequential(torch.nn.Conv2d(inputs, outputs, size, stride, size // 2, bias=False),
-                               torch.nn.BatchNorm2d(outputs), torch.nn.ReLU())
 
 
 def trunk(widths, inputs=1):

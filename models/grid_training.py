@@ -21,6 +21,7 @@ import drawing
 import grid_data
 import scenes
 import training
+from layers import Surroundings, convolution
 
 STRIDES = (32, 16)
 INPUTS = {"landscape": (416, 256), "square": (320, 320), "portrait": (256, 416)}  # width, height
@@ -47,23 +48,6 @@ FOUR_CLASSES = Task([[(68, 52), (74, 118), (140, 155)], [(24, 18), (37, 36), (41
 
 
 # The network
-
-def convolution(inputs, outputs, stride=1, dilation=1, size=3):
-    return nn.Sequential(nn.Conv2d(inputs, outputs, size, stride, dilation * (size // 2), dilation, bias=False),
-                         nn.BatchNorm2d(outputs), nn.ReLU(inplace=True))
-
-
-class Surroundings(nn.Module):
-    """Adds what is seen two cells around, for few weights."""
-
-    def __init__(self, channels):
-        super().__init__()
-        self.look = nn.Conv2d(channels, channels, 5, padding=2, groups=channels, bias=False)
-        self.judge = convolution(channels, channels, size=1)
-
-    def forward(self, cells):
-        return cells + self.judge(self.look(cells))
-
 
 class GridNetwork(nn.Module):
     """Plain 3 x 3 convolutions down to stride 32; what is seen there is given back to stride 16."""
@@ -235,19 +219,12 @@ def rate_at(done, peak_rate):
     return peak_rate * (0.501 + 0.499 * math.cos(math.pi * min(1, (done - 0.08) / 0.92)))
 
 
-def multiplies_bfloat16():
-    """Whether the processor has instructions for it, which makes a step take little more than half as long."""
-    with open("/proc/cpuinfo") as information:
-        return "amx_bf16" in information.read()
-
-
 def train(task, batches, steps, minutes, checkpoint, start_weights=None):
     """Ends after so many steps or minutes, whichever comes first; the learning rate follows.
 
     checkpoint  file that the weights are written to every thousand steps
     """
-    network, peak_rate, mixed = GridNetwork(task), PEAK_RATE, multiplies_bfloat16()
-    network = network.to(memory_format=torch.channels_last) if mixed else network
+    network, peak_rate = training.fast(GridNetwork(task)), PEAK_RATE
     if start_weights:
         network.load_state_dict(torch.load(start_weights))
         peak_rate /= 2
@@ -263,10 +240,7 @@ def train(task, batches, steps, minutes, checkpoint, start_weights=None):
             return average
         optimiser.param_groups[0]["lr"] = rate_at(done, peak_rate)
         images, truths, *positives = batch
-        images = images.float() - 128
-        with torch.autocast("cpu", torch.bfloat16, mixed):
-            outputs = network(images.contiguous(memory_format=torch.channels_last) if mixed else images)
-        loss = loss_of(task, outputs, truths, positives)
+        loss = loss_of(task, training.run_fast(network, images.float() - 128), truths, positives)
         optimiser.zero_grad()
         loss.backward()
         nn.utils.clip_grad_norm_(network.parameters(), 20)

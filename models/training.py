@@ -4,6 +4,7 @@ A script in models/<network>/ imports it after
 
     sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 """
+import functools
 import os
 import random
 import sys
@@ -23,6 +24,26 @@ def seed_all(seed):
     numpy.random.seed(seed)
     torch.manual_seed(seed)
     torch.set_num_threads(1)
+
+
+@functools.lru_cache()
+def multiplies_bfloat16():
+    """Whether the processor has instructions for it, which make a step take little more than half as long."""
+    with open("/proc/cpuinfo") as information:
+        return "amx_bf16" in information.read()
+
+
+def fast(network):
+    """The network, in the layout that run_fast() wants."""
+    return network.to(memory_format=torch.channels_last) if multiplies_bfloat16() else network
+
+
+def run_fast(network, images):
+    """What the network says, in bfloat16 where the processor has it, except where the network forbids."""
+    if not multiplies_bfloat16():
+        return network(images)
+    with torch.autocast("cpu", torch.bfloat16):
+        return network(images.contiguous(memory_format=torch.channels_last))
 
 
 class Progress:

@@ -16,6 +16,7 @@ sys.path.insert(0, os.path.join(HERE, ".."))
 import crop_training  # noqa: E402
 import face_crops  # noqa: E402
 import faces  # noqa: E402
+import layers  # noqa: E402
 import training  # noqa: E402
 
 LENGTH = 256
@@ -46,7 +47,7 @@ class Network(torch.nn.Module):
     def __init__(self):
         super().__init__()
         self.trunk = crop_training.trunk((12, 20, 24, 32, 32, 40, 40))
-        self.places = crop_training.convolution(40, 16, size=1)
+        self.places = layers.convolution(40, 16, size=1)
         self.record = torch.nn.Sequential(torch.nn.Conv2d(16, ENTRIES, 7), torch.nn.Flatten())
         self.feature = torch.nn.Linear(ENTRIES, LENGTH, bias=False)
         with torch.no_grad():  # orthogonal: angles between records stay as they are

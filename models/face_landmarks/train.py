@@ -10,6 +10,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, ".."))
 import crop_training  # noqa: E402
 import face_crops  # noqa: E402
+import layers  # noqa: E402
 import training  # noqa: E402
 
 
@@ -38,7 +39,7 @@ class Network(torch.nn.Module):
     def __init__(self):
         super().__init__()
         self.trunk = crop_training.trunk((12, 16, 24, 32, 32, 48, 48))
-        self.places = crop_training.convolution(48, 20, size=1)
+        self.places = layers.convolution(48, 20, size=1)
         self.mix = torch.nn.Sequential(torch.nn.Flatten(), torch.nn.Linear(20 * 7 * 7, 40), torch.nn.ReLU())
         self.points = torch.nn.Linear(40, 10)
         self.pose = torch.nn.Linear(40, 3)
