@@ -20,7 +20,7 @@ import report_page as page
 EXAMPLES = pathlib.Path(__file__).resolve().parent.parent / "examples"
 OBJECT_CLASSES = "cat,dog,car,parcel"
 FACE_CLASSES = ["open face", "covered mouth", "sunglasses"]
-SAME_PERSON = 0.52  # similarity from which on two faces are taken for one person's
+SAME_PERSON = 0.55  # similarity from which on two faces are taken for one person's
 
 
 class Runner:
