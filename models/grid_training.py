@@ -133,6 +133,7 @@ class Batches(torch.utils.data.IterableDataset):
     def __iter__(self):
         cv2.setNumThreads(1)
         rng = np.random.default_rng(self.seed)
+        print("drawing persons and things, about a minute", flush=True)
         made = Scenes(rng, self.task, scenes.Pool(rng, drawing.TRAINING, *self.stock))
         while True:
             shape = ("landscape", "landscape", "square", "portrait")[rng.integers(4)]

@@ -467,7 +467,8 @@ ALARMS = {
         lambda rng, s: beeps(rng, s, (400, 1000), (0.3, 1.0), (0.2, 0.8)),
         lambda rng, s: sweep(rng, s, (400, 1100), (0.15, 1.0), "wail"),
         lambda rng, s: sweep(rng, s, (400, 1000), (0.4, 1.2), "two tones"),
-        lambda rng, s: ring(rng, s, (600, 1500), (12, 22), (0.8, 1.5), (0.5, 2))],
+        lambda rng, s: ring(rng, s, (600, 1500), (12, 22), (0.8, 1.5), (0.5, 2)),
+        lambda rng, s: ring(rng, s, (500, 1700), (8, 24), (0.25, 0.9), (0.2, 1.0))],
     HELD_OUT: [
         lambda rng, s: beeps(rng, s, (1000, 1400), (0.4, 0.7), (0.4, 0.7)),
         lambda rng, s: beeps(rng, s, (2400, 4000), (0.1, 0.3), (0.1, 0.2), 3, 1.0),

@@ -15,7 +15,8 @@ quick=()
 scripts/install_packages.sh build data train
 echo "Building libkelnn"
 cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/demo --target kelnn >/dev/null  # the audio features come from the library
+cmake --build build/demo --target kelnn >/dev/null
+export KELNN_LIBRARY=$PWD/build/demo/libkelnn.so  # the audio features come from it
 for line in "${sample_networks[@]}"; do
   read -r name _ <<<"$line"
   [ $# -eq 0 ] || [[ " $* " == *" $name "* ]] || continue

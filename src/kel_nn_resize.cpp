@@ -5,10 +5,10 @@
 //     pixel = (((scaled * b0) >> 16) + ((scaled below * b1) >> 16) + 2) >> 2
 //
 // A column's samples lie anywhere in a row, which vector units cannot load at once. Where there is
-// one, RowBatch therefore scales 4 to 16 rows together and transposes them, so that a vector holds
+// one, RowBatch therefore scales 8 or 16 rows together and transposes them, so that a vector holds
 // one column of all the rows: one address, one weight. Elsewhere RowPair does what the formulas
-// say. On PCs with AVX2, kel_nn_resize_windows.h comes first. All work on tiles of columns, so the
-// scratch is small whatever the width; the heap is not used.
+// say. On a PC, kel_nn_resize_windows.h comes first. All work on tiles of columns, so the scratch is
+// small whatever the width; the heap is not used.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -160,7 +160,7 @@ class RowPair {
 
 // kBlock values are a block's width, and one column of all rows of a batch.
 
-// A unit is what moves as a whole when rows are transposed: a pixel of 1, 2 or 4 channels. The
+// A unit is what moves as a whole when rows are transposed: a pixel of 1 or 2 channels. The
 // three values of a 3-channel pixel are units of their own whose neighbours are 3 units away.
 template <typename Unit>
 struct RowBatchState {
@@ -308,10 +308,6 @@ KEL_NN_TARGET_CLONES void scale_batch_of(RowBatchState<uint16_t>& batch,
                                          const uint8_t* const* rows) {
   scale_batch(batch, rows);
 }
-// No copy: wider vectors would have to be cut in halves again to put pixels of 8 bytes in order.
-void scale_batch_of(RowBatchState<uint32_t>& batch, const uint8_t* const* rows) {
-  scale_batch(batch, rows);
-}
 
 template <int kChannels>
 class RowBatch {
@@ -332,8 +328,7 @@ class RowBatch {
   }
 
  private:
-  using Unit = std::conditional_t<kChannels == 2, uint16_t,
-                                  std::conditional_t<kChannels == 4, uint32_t, uint8_t>>;
+  using Unit = std::conditional_t<kChannels == 2, uint16_t, uint8_t>;
   using State = RowBatchState<Unit>;
   static constexpr int kPixelUnits = kChannels / static_cast<int>(sizeof(Unit));
   // Whole blocks also where a pixel is three units.
@@ -461,12 +456,11 @@ void resize(const Source& source, const Destination& to) {
   const Axis columns(source.width, to.width), rows(source.height, to.height);
   if (columns.only_picks() && rows.only_picks()) {
     pick<kChannels>(source, columns, rows, to);
-  } else if (resize_by_windows<kChannels>(source, columns, rows, to)) {
-    return;
-  } else if (kHasVectorUnit) {
-    RowBatch<kChannels>::resize(source, columns, rows, to);
-  } else {
-    RowPair<kChannels>::resize(source, columns, rows, to);
+  } else if (!resize_by_windows<kChannels>(source, columns, rows, to)) {
+    // Four channels are windows' business where there is a vector unit.
+    using Way = std::conditional_t<kHasVectorUnit && kChannels != 4, RowBatch<kChannels>,
+                                   RowPair<kChannels>>;
+    Way::resize(source, columns, rows, to);
   }
 }
 

@@ -1,7 +1,8 @@
 // A scaled row's values come in blocks of 16, whose samples, two each, lie within a few windows of
-// 16 bytes of the source row: where each byte of a window goes is the same in every row, so one
-// shuffle puts all samples of a window where they are multiplied. No plain loop is compiled to that
-// instruction: hence the intrinsics.
+// the source row. Where each byte of a window goes is the same in every row: with AVX2, one shuffle
+// puts all samples of a window of 16 bytes where they are multiplied. Without, that is done for
+// pixels of 4 channels, whose two samples are the halves of a window of 8 bytes. No plain loop is
+// compiled to these instructions: hence the intrinsics.
 #include "kel_nn_resize_windows.h"
 
 #include "kel_nn_resize_blend.h"
@@ -9,26 +10,57 @@
 
 #ifdef KEL_NN_CHOOSES_TARGETS
 #include <immintrin.h>
+#elif defined(__SSE2__)
+#include <emmintrin.h>
 #endif
 
 namespace kelnn {
 
-#ifdef KEL_NN_CHOOSES_TARGETS
+#ifdef __SSE2__
 
 namespace {
 
-constexpr int kWindow = 16;  // bytes
-constexpr int kHalf = 8;     // values: what one half of a 32-byte vector holds
+constexpr int kHalf = 8;  // values: what one half of a 32-byte vector holds
 
 // A half's values are those of kParts windows, 8 of one or 4 of each of two.
 template <int kParts>
 struct Block {
-  alignas(32) uint8_t order[kParts][2 * kWindow];  // the byte of its window that goes there
+  alignas(32) uint8_t order[kParts][4 * kHalf];  // the byte of its window that goes there
   alignas(32) int16_t weights[2][kBlock];  // of each half's first four values' samples, last four's
   ptrdiff_t begin[kParts][2];              // of the windows of the two halves
 };
 
 constexpr uint8_t kNoByte = 0x80;  // in Block::order: zero goes there
+
+// Four channels: a window is a pixel and its right neighbour.
+struct PixelPairs {
+  static constexpr int kBytes = 8;
+
+  static __m128i scaled_pixel(const uint8_t* source, const int16_t* weights) {
+    const __m128i pair = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(source));
+    const __m128i samples = _mm_unpacklo_epi8(pair, _mm_shuffle_epi32(pair, 1));
+    const __m128i wide = _mm_unpacklo_epi8(samples, _mm_setzero_si128());
+    const __m128i sums =
+        _mm_madd_epi16(wide, _mm_load_si128(reinterpret_cast<const __m128i*>(weights)));
+    return _mm_srai_epi32(sums, 4);
+  }
+
+  static void scale_row(const uint8_t* source, const Block<2>* blocks, int block_count,
+                        int16_t* scaled) {
+    for (int i = 0; i < block_count; ++i) {
+      const Block<2>& block = blocks[i];
+      for (int half = 0; half < 2; ++half, scaled += kHalf) {
+        const __m128i first =
+            scaled_pixel(source + block.begin[0][half], block.weights[0] + half * kHalf);
+        const __m128i second =
+            scaled_pixel(source + block.begin[1][half], block.weights[1] + half * kHalf);
+        _mm_store_si128(reinterpret_cast<__m128i*>(scaled), _mm_packs_epi32(first, second));
+      }
+    }
+  }
+};
+
+#ifdef KEL_NN_CHOOSES_TARGETS
 
 template <int kParts>
 __attribute__((target("avx2"))) inline __m256i samples_of(const uint8_t* source,
@@ -42,22 +74,31 @@ __attribute__((target("avx2"))) inline __m256i samples_of(const uint8_t* source,
 }
 
 template <int kParts>
-__attribute__((target("avx2"))) void scale_row(const uint8_t* source, const Block<kParts>* blocks,
-                                               int block_count, int16_t* scaled) {
-  const __m256i zero = _mm256_setzero_si256();
-  for (int i = 0; i < block_count; ++i) {
-    const Block<kParts>& block = blocks[i];
-    __m256i samples = samples_of(source, block, 0);
-    if (kParts == 2) samples = _mm256_or_si256(samples, samples_of(source, block, kParts - 1));
-    const auto* weights = reinterpret_cast<const __m256i*>(block.weights);
-    const __m256i first = _mm256_madd_epi16(_mm256_unpacklo_epi8(samples, zero), weights[0]);
-    const __m256i last = _mm256_madd_epi16(_mm256_unpackhi_epi8(samples, zero), weights[1]);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(scaled + i * kBlock),
-                       _mm256_packs_epi32(_mm256_srai_epi32(first, 4), _mm256_srai_epi32(last, 4)));
-  }
-}
+struct ShuffledWindows {
+  static constexpr int kBytes = 16;
 
-template <int kChannels, int kParts>
+  __attribute__((target("avx2"))) static void scale_row(const uint8_t* source,
+                                                        const Block<kParts>* blocks,
+                                                        int block_count, int16_t* scaled) {
+    const __m256i zero = _mm256_setzero_si256();
+    for (int i = 0; i < block_count; ++i) {
+      const Block<kParts>& block = blocks[i];
+      __m256i samples = samples_of(source, block, 0);
+      if (kParts == 2) samples = _mm256_or_si256(samples, samples_of(source, block, kParts - 1));
+      const auto* weights = reinterpret_cast<const __m256i*>(block.weights);
+      const __m256i first = _mm256_madd_epi16(_mm256_unpacklo_epi8(samples, zero), weights[0]);
+      const __m256i last = _mm256_madd_epi16(_mm256_unpackhi_epi8(samples, zero), weights[1]);
+      _mm256_store_si256(
+          reinterpret_cast<__m256i*>(scaled + i * kBlock),
+          _mm256_packs_epi32(_mm256_srai_epi32(first, 4), _mm256_srai_epi32(last, 4)));
+    }
+  }
+};
+
+#endif
+
+// Windows is one of the above.
+template <int kChannels, int kParts, typename Windows>
 class RowWindows {
  public:
   static bool resize(const Source& source, const Axis& columns, const Axis& rows,
@@ -72,7 +113,7 @@ class RowWindows {
   }
 
  private:
-  static constexpr int kMaxBlocks = 48;  // whole pixels, however many channels
+  static constexpr int kMaxBlocks = 120;  // whole pixels, however many channels
   static constexpr int kTileWidth = kMaxBlocks * kBlock / kChannels;
   static constexpr int kPartValues = kHalf / kParts;
   static constexpr int kTapCount = 128;  // rows that are planned at once
@@ -80,7 +121,7 @@ class RowWindows {
   // False if some samples are not within their window.
   bool plan(const Source& source, const Axis& axis, int x) {
     block_count_ = (width_ * kChannels + kBlock - 1) / kBlock;
-    const ptrdiff_t last_begin = static_cast<ptrdiff_t>(source.width) * kChannels - kWindow;
+    const ptrdiff_t last_begin = static_cast<ptrdiff_t>(source.width) * kChannels - Windows::kBytes;
     if (last_begin < 0) return false;
     TapTable<kTileWidth> taps;
     taps.fill(axis, x, width_);
@@ -95,8 +136,8 @@ class RowWindows {
         ptrdiff_t& begin = block.begin[part][half];
         if (place % kPartValues == 0) begin = std::min(left - channel, last_begin);
         const ptrdiff_t right_place = left + kChannels - begin;
-        if (right_place >= kWindow) return false;
-        uint8_t* order = &block.order[part][half * kWindow + place * 2];
+        if (right_place >= Windows::kBytes) return false;
+        uint8_t* order = &block.order[part][half * 2 * kHalf + place * 2];
         order[0] = static_cast<uint8_t>(left - begin);
         order[1] = static_cast<uint8_t>(right_place);
         int16_t* weights = &block.weights[place / 4][half * kHalf + place % 4 * 2];
@@ -118,7 +159,7 @@ class RowWindows {
       if (y % kTapCount == 0) taps.fill(rows, y, std::min(to.height - y, int{kTapCount}));
       const Tap tap = taps[y % kTapCount];
       for (int row = std::max(tap.first, newest + 1); row <= tap.first + 1; ++row) {
-        scale_row(source.row(row), blocks_, block_count_, scaled_[row % 2]);
+        Windows::scale_row(source.row(row), blocks_, block_count_, scaled_[row % 2]);
       }
       newest = tap.first + 1;
       blend_row(scaled_[tap.first % 2], scaled_[1 - tap.first % 2], kBlock, tap.weight0,
@@ -131,14 +172,25 @@ class RowWindows {
   Block<kParts> blocks_[kMaxBlocks];
 };
 
+template <int kChannels>
+struct WithoutShuffle {
+  static bool resize(const Source&, const Axis&, const Axis&, const Destination&) { return false; }
+};
+template <>
+struct WithoutShuffle<4> : RowWindows<4, 2, PixelPairs> {};
+
 }  // namespace
 
 template <int kChannels>
 bool resize_by_windows(const Source& source, const Axis& columns, const Axis& rows,
                        const Destination& to) {
-  if (!__builtin_cpu_supports("avx2")) return false;
-  return RowWindows<kChannels, 1>::resize(source, columns, rows, to) ||
-         RowWindows<kChannels, 2>::resize(source, columns, rows, to);
+#ifdef KEL_NN_CHOOSES_TARGETS
+  if (__builtin_cpu_supports("avx2")) {
+    return RowWindows<kChannels, 1, ShuffledWindows<1>>::resize(source, columns, rows, to) ||
+           RowWindows<kChannels, 2, ShuffledWindows<2>>::resize(source, columns, rows, to);
+  }
+#endif
+  return WithoutShuffle<kChannels>::resize(source, columns, rows, to);
 }
 
 #else

@@ -1,4 +1,4 @@
-// Bilinear resizing where a processor can pick any bytes out of 16 with one instruction.
+// Bilinear resizing where a PC has instructions that gather what is multiplied.
 #ifndef KEL_NN_RESIZE_WINDOWS_H_
 #define KEL_NN_RESIZE_WINDOWS_H_
 

@@ -1,6 +1,6 @@
 """What the cry detector's network sees, computed by libkelnn itself.
 
-The library is libkelnn.so beside the build in build/, or the file that KELNN_LIBRARY names.
+The library is the file that KELNN_LIBRARY names, or the newest libkelnn.so in build/.
 """
 import ctypes
 import glob
@@ -20,10 +20,10 @@ class _Context(ctypes.Structure):
 
 def _load():
     found = [os.environ["KELNN_LIBRARY"]] if "KELNN_LIBRARY" in os.environ else sorted(
-        glob.glob(os.path.join(ROOT, "build", "**", "libkelnn.so"), recursive=True))
+        glob.glob(os.path.join(ROOT, "build", "**", "libkelnn.so"), recursive=True), key=os.path.getmtime)
     if not found:
         sys.exit("libkelnn.so is not there: build the library, or set KELNN_LIBRARY")
-    library = ctypes.CDLL(found[0])
+    library = ctypes.CDLL(found[-1])
     context = ctypes.POINTER(_Context)
     library.kel_nn_mfcc_create.argtypes = [ctypes.POINTER(context), ctypes.c_uint32, ctypes.c_float]
     library.kel_nn_mfcc_process.argtypes = [context, ctypes.c_void_p]

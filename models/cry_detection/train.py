@@ -87,7 +87,7 @@ def main():
                         help="a minute, to see that everything works; the result is no good")
     options = parser.parse_args()
     training.seed_all(6)
-    seen, is_cry = pool(160 if options.quick else 3200)
+    seen, is_cry = pool(160 if options.quick else 4800)
     batch, epochs, rate = 32, 1 if options.quick else 20, 3e-3
     rng, wanted, module = numpy.random.default_rng(8), torch.from_numpy(is_cry), Network()
     steps = epochs * (len(seen) // batch)

@@ -47,11 +47,14 @@ class Batches(torch.utils.data.IterableDataset):
         cv2.setNumThreads(1)
         cv2.setRNGSeed(SEED)
         rng = np.random.default_rng(SEED)
+        print("drawing persons and things, about a minute", flush=True)
         pool = scenes.Pool(rng, drawing.TRAINING, self.scene_count // 3, self.scene_count // 16,
                            self.scene_count // 16)
         stock = []
-        for _ in range(self.scene_count):
+        for number in range(self.scene_count):
             stock += data.cut_outs(rng, drawing.TRAINING, pool)
+            if number % 400 == 399:
+                print("scenes: %d/%d" % (number + 1, self.scene_count), flush=True)
         while True:
             batch = [stock[index] for index in rng.integers(len(stock), size=BATCH)]
             images = np.stack([changed(rng, picture)[..., ::-1] for picture, _ in batch]).transpose(0, 3, 1, 2)
