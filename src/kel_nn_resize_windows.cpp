@@ -35,6 +35,7 @@ constexpr uint8_t kNoByte = 0x80;  // in Block::order: zero goes there
 // Four channels: a window is a pixel and its right neighbour.
 struct PixelPairs {
   static constexpr int kBytes = 8;
+  static constexpr bool kShuffles = false;  // the order is always the same
 
   static __m128i scaled_pixel(const uint8_t* source, const int16_t* weights) {
     const __m128i pair = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(source));
@@ -76,6 +77,7 @@ __attribute__((target("avx2"))) inline __m256i samples_of(const uint8_t* source,
 template <int kParts>
 struct ShuffledWindows {
   static constexpr int kBytes = 16;
+  static constexpr bool kShuffles = true;
 
   __attribute__((target("avx2"))) static void scale_row(const uint8_t* source,
                                                         const Block<kParts>* blocks,
@@ -128,7 +130,9 @@ class RowWindows {
     int pixel = 0, channel = 0;
     for (int i = 0; i < block_count_; ++i) {
       Block<kParts>& block = blocks_[i];
-      std::fill(block.order[0], block.order[0] + sizeof(block.order), kNoByte);
+      if (Windows::kShuffles) {
+        std::fill(block.order[0], block.order[0] + sizeof(block.order), kNoByte);
+      }
       for (int value = 0; value < kBlock; ++value) {
         const Tap tap = taps[pixel];
         const int half = value / kHalf, place = value % kHalf, part = place / kPartValues;
@@ -137,9 +141,11 @@ class RowWindows {
         if (place % kPartValues == 0) begin = std::min(left - channel, last_begin);
         const ptrdiff_t right_place = left + kChannels - begin;
         if (right_place >= Windows::kBytes) return false;
-        uint8_t* order = &block.order[part][half * 2 * kHalf + place * 2];
-        order[0] = static_cast<uint8_t>(left - begin);
-        order[1] = static_cast<uint8_t>(right_place);
+        if (Windows::kShuffles) {
+          uint8_t* order = &block.order[part][half * 2 * kHalf + place * 2];
+          order[0] = static_cast<uint8_t>(left - begin);
+          order[1] = static_cast<uint8_t>(right_place);
+        }
         int16_t* weights = &block.weights[place / 4][half * kHalf + place % 4 * 2];
         weights[0] = tap.weight0;
         weights[1] = tap.weight1;
