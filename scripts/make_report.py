@@ -161,7 +161,7 @@ def cries(run):
                             seen, f"what the network sees of the seconds {loudest['start']} to {loudest['end']}: 64 mel "
                             "channels, brighter where there is more energy than usual")
     return page.section("Is a baby crying?", f"Cry detection on {windows[-1]['end']} seconds of sound: talk, a cry from 12 to 21 s, "
-                        "a telephone from 24 s on, music. Telephones are this network's weak side.",
+                        "a telephone from 24 s on, music.",
                         "kelnn cry " + relative(sound), run.seconds("cry"), content)
 
 
