@@ -115,7 +115,7 @@ class RowWindows {
   }
 
  private:
-  static constexpr int kMaxBlocks = 120;  // whole pixels, however many channels
+  static constexpr int kMaxBlocks = 108;  // whole pixels, however many channels
   static constexpr int kTileWidth = kMaxBlocks * kBlock / kChannels;
   static constexpr int kPartValues = kHalf / kParts;
   static constexpr int kTapCount = 128;  // rows that are planned at once
