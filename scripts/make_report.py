@@ -79,7 +79,7 @@ def detected(run, name, command, pictures, *options):
         names = [box["name"] for box in found["boxes"]]
         count += len(names)
         caption = ", ".join(f"{names.count(n)} × {n}" for n in dict.fromkeys(names)) or "nothing found"
-        figures.append(page.figure(drawn, f"{picture.name}: {caption}", height=290))
+        figures.append(page.figure(drawn, f"{picture.name}: {caption}", height=280))
     return figures, count
 
 
@@ -126,7 +126,8 @@ def persons(run):
     check(count >= len(pictures), "no person was found")
     rows = []
     for picture, is_person in [(pictures[0], True), (run.scenes / "objects_1.jpg", False)]:
-        boxes = run("person classes", "persons" if is_person else "objects", picture)[0]["boxes"][:3]
+        detector = ["persons", picture] if is_person else ["objects", picture, "--classes", OBJECT_CLASSES]
+        boxes = run("person classes", *detector)[0]["boxes"][:3]
         for box in boxes:
             place = f"{box['x']},{box['y']},{box['w']},{box['h']}"
             probability = run("person classes", "classify-person", picture, "--box", place)[0]["probability"]
