@@ -106,8 +106,8 @@ class RowWindows {
   static bool resize(const Source& source, const Axis& columns, const Axis& rows,
                      const Destination& to) {
     RowWindows windows;
-    for (int x = 0; x < to.width; x += kTileWidth) {
-      windows.width_ = std::min(to.width - x, int{kTileWidth});
+    for (int x = 0, left = to.width; left > 0; x += windows.width_, left -= windows.width_) {
+      windows.width_ = std::min(left, int{kTileWidth});
       if (!windows.plan(source, columns, x)) return false;
       windows.resize_tile(source, rows, to, x);
     }
