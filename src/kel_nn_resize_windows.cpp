@@ -22,7 +22,7 @@ namespace {
 
 constexpr int kHalf = 8;  // values: what one half of a 32-byte vector holds
 
-// A half's values are those of kParts windows, 8 of one or 4 of each of two.
+// A half's samples come from up to kParts windows.
 template <int kParts>
 struct Block {
   alignas(32) uint8_t order[kParts][4 * kHalf];  // the byte of its window that goes there
@@ -32,7 +32,7 @@ struct Block {
 
 constexpr uint8_t kNoByte = 0x80;  // in Block::order: zero goes there
 
-// Four channels: a window is a pixel and its right neighbour.
+// Four channels: each pixel has a window, itself and its right neighbour.
 struct PixelPairs {
   static constexpr int kBytes = 8;
   static constexpr bool kShuffles = false;  // the order is always the same
@@ -86,7 +86,9 @@ struct ShuffledWindows {
     for (int i = 0; i < block_count; ++i) {
       const Block<kParts>& block = blocks[i];
       __m256i samples = samples_of(source, block, 0);
-      if (kParts == 2) samples = _mm256_or_si256(samples, samples_of(source, block, kParts - 1));
+      for (int part = 1; part < kParts; ++part) {
+        samples = _mm256_or_si256(samples, samples_of(source, block, part));
+      }
       const auto* weights = reinterpret_cast<const __m256i*>(block.weights);
       const __m256i first = _mm256_madd_epi16(_mm256_unpacklo_epi8(samples, zero), weights[0]);
       const __m256i last = _mm256_madd_epi16(_mm256_unpackhi_epi8(samples, zero), weights[1]);
@@ -115,36 +117,41 @@ class RowWindows {
   }
 
  private:
-  static constexpr int kMaxBlocks = 108;  // whole pixels, however many channels
+  static constexpr int kMaxBlocks = kParts == 4 ? 78 : 108;  // whole pixels of 1 to 4 channels
   static constexpr int kTileWidth = kMaxBlocks * kBlock / kChannels;
-  static constexpr int kPartValues = kHalf / kParts;
   static constexpr int kTapCount = 128;  // rows that are planned at once
 
-  // False if some samples are not within their window.
+  // False if a half needs more windows.
   bool plan(const Source& source, const Axis& axis, int x) {
     block_count_ = (width_ * kChannels + kBlock - 1) / kBlock;
     const ptrdiff_t last_begin = static_cast<ptrdiff_t>(source.width) * kChannels - Windows::kBytes;
     if (last_begin < 0) return false;
     TapTable<kTileWidth> taps;
     taps.fill(axis, x, width_);
-    int pixel = 0, channel = 0;
+    int pixel = 0, channel = 0, part = 0;
     for (int i = 0; i < block_count_; ++i) {
       Block<kParts>& block = blocks_[i];
-      if (Windows::kShuffles) {
+      if (Windows::kShuffles) {  // a window that is not needed is read, too
         std::fill(block.order[0], block.order[0] + sizeof(block.order), kNoByte);
+        std::fill(block.begin[0], block.begin[0] + 2 * kParts, ptrdiff_t{0});
       }
       for (int value = 0; value < kBlock; ++value) {
         const Tap tap = taps[pixel];
-        const int half = value / kHalf, place = value % kHalf, part = place / kPartValues;
+        const int half = value / kHalf, place = value % kHalf;
         const ptrdiff_t left = static_cast<ptrdiff_t>(tap.first) * kChannels + channel;
-        ptrdiff_t& begin = block.begin[part][half];
-        if (place % kPartValues == 0) begin = std::min(left - channel, last_begin);
-        const ptrdiff_t right_place = left + kChannels - begin;
-        if (right_place >= Windows::kBytes) return false;
+        const ptrdiff_t right = left + kChannels;
+        const bool is_first = place == 0;
+        if (is_first || (Windows::kShuffles ? right >= block.begin[part][half] + Windows::kBytes
+                                            : channel == 0)) {
+          part = is_first ? 0 : part + 1;
+          if (part == kParts) return false;
+          block.begin[part][half] = std::min(left - channel, last_begin);
+        }
         if (Windows::kShuffles) {
+          const ptrdiff_t begin = block.begin[part][half];
           uint8_t* order = &block.order[part][half * 2 * kHalf + place * 2];
           order[0] = static_cast<uint8_t>(left - begin);
-          order[1] = static_cast<uint8_t>(right_place);
+          order[1] = static_cast<uint8_t>(right - begin);
         }
         int16_t* weights = &block.weights[place / 4][half * kHalf + place % 4 * 2];
         weights[0] = tap.weight0;
@@ -193,7 +200,8 @@ bool resize_by_windows(const Source& source, const Axis& columns, const Axis& ro
 #ifdef KEL_NN_CHOOSES_TARGETS
   if (__builtin_cpu_supports("avx2")) {
     return RowWindows<kChannels, 1, ShuffledWindows<1>>::resize(source, columns, rows, to) ||
-           RowWindows<kChannels, 2, ShuffledWindows<2>>::resize(source, columns, rows, to);
+           RowWindows<kChannels, 2, ShuffledWindows<2>>::resize(source, columns, rows, to) ||
+           RowWindows<kChannels, 4, ShuffledWindows<4>>::resize(source, columns, rows, to);
   }
 #endif
   return WithoutShuffle<kChannels>::resize(source, columns, rows, to);

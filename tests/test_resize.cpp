@@ -122,6 +122,7 @@ TEST(Resize, NotableSizesGiveTheBitsOfThePlainLoops) {
   } cases[] = {
       {{640, 360}, {416, 234}},  // several tiles, several batches of rows
       {{64, 64}, {112, 112}},
+      {{1920, 12}, {416, 3}},  // neighbours far apart
       {{2, 2}, {3, 500}},  // more rows from one pair than are planned at once
       {{2, 2}, {1100, 3}},
       {{3000, 5}, {700, 3}},  // far right, half of the weights add up to 2049
