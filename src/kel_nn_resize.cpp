@@ -158,6 +158,8 @@ class RowPair {
 
 // ----- Several rows at a time: processors with a vector unit -------------------------------------
 
+#if defined(__SSE2__) || defined(__ARM_NEON)
+
 // kBlock values are a block's width, and one column of all rows of a batch.
 
 // A unit is what moves as a whole when rows are transposed: a pixel of 1 or 2 channels. The
@@ -437,13 +439,18 @@ class RowBatch {
   State state_;
 };
 
-// ----- One image ---------------------------------------------------------------------------------
+// A PC never gets here with four channels.
+template <int kChannels>
+using Rows = std::conditional_t<kChannels == 4, RowPair<4>, RowBatch<kChannels>>;
 
-#if defined(__SSE2__) || defined(__ARM_NEON)
-constexpr bool kHasVectorUnit = true;
 #else
-constexpr bool kHasVectorUnit = false;
+
+template <int kChannels>
+using Rows = RowPair<kChannels>;
+
 #endif
+
+// ----- One image ---------------------------------------------------------------------------------
 
 bool can_resize(const Source& source, const Destination& to) {
   return source.pixels && to.pixels && source.width >= 2 && source.width <= kMaxSourceSize &&
@@ -457,10 +464,7 @@ void resize(const Source& source, const Destination& to) {
   if (columns.only_picks() && rows.only_picks()) {
     pick<kChannels>(source, columns, rows, to);
   } else if (!resize_by_windows<kChannels>(source, columns, rows, to)) {
-    // Four channels are windows' business where there is a vector unit.
-    using Way = std::conditional_t<kHasVectorUnit && kChannels != 4, RowBatch<kChannels>,
-                                   RowPair<kChannels>>;
-    Way::resize(source, columns, rows, to);
+    Rows<kChannels>::resize(source, columns, rows, to);
   }
 }
 
