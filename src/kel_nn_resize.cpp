@@ -439,7 +439,7 @@ class RowBatch {
   State state_;
 };
 
-// A PC never gets here with four channels.
+// On a PC, four channels get here from sources of two or three columns alone.
 template <int kChannels>
 using Rows = std::conditional_t<kChannels == 4, RowPair<4>, RowBatch<kChannels>>;
 
