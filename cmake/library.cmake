@@ -15,6 +15,7 @@ set(kelnn_sources
   src/kel_nn_filter_bank.cpp
   src/kel_nn_frame_batch.cpp
   src/kel_nn_graph_run.cpp
+  src/kel_nn_log.cpp
   src/kel_nn_log_energy.cpp
   src/kel_nn_mfcc.cpp
   src/kel_nn_person_classify.cpp

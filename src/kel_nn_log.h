@@ -1,7 +1,8 @@
 // The library's lines on standard output: red errors, yellow warnings, green information.
 //
 // Macros, because a line names the file, function and line of the one who reports. The exported
-// function reports, so that its own name is shown; the helpers below it return a status.
+// function reports, so that its own name is shown; the helpers below it return a status. What all
+// lines have in common is one function's, so that a line costs a call and its own text.
 #ifndef KEL_NN_LOG_H_
 #define KEL_NN_LOG_H_
 
@@ -17,12 +18,23 @@
 #define KEL_NN_LOG_FUNCTION __func__
 #endif
 
-#define KEL_NN_LOG_LOCATED(colour, tag, format, ...)                                  \
-  std::printf("\033[0;" colour "m%s: In function: '%s': %d\n" tag format "\n\033[0m", \
-              KEL_NN_SOURCE_PATH, KEL_NN_LOG_FUNCTION, __LINE__, ##__VA_ARGS__)
+namespace kelnn {
 
-#define KEL_NN_ERROR(format, ...) KEL_NN_LOG_LOCATED("31", "[Error]", format, ##__VA_ARGS__)
-#define KEL_NN_WARNING(format, ...) KEL_NN_LOG_LOCATED("33", "[Warning]", format, ##__VA_ARGS__)
+enum class Severity { kError, kWarning };
+
+// Prints the whole line, which lines of other threads do not interrupt.
+__attribute__((format(printf, 5, 6))) void report(Severity severity, const char* source_path,
+                                                  const char* function, int line,
+                                                  const char* format, ...);
+
+}  // namespace kelnn
+
+#define KEL_NN_REPORT(severity, ...)                                                          \
+  kelnn::report(kelnn::Severity::severity, KEL_NN_SOURCE_PATH, KEL_NN_LOG_FUNCTION, __LINE__, \
+                __VA_ARGS__)
+
+#define KEL_NN_ERROR(...) KEL_NN_REPORT(kError, __VA_ARGS__)
+#define KEL_NN_WARNING(...) KEL_NN_REPORT(kWarning, __VA_ARGS__)
 #define KEL_NN_INFO(format, ...) std::printf("\033[0;32m[Info]" format "\n\033[0m", ##__VA_ARGS__)
 
 // Reports an error and returns `result` from the function when `condition` holds.
