@@ -9,8 +9,8 @@
 #include <limits>
 #include <memory>
 
+#include "kel_nn_compiler.h"
 #include "kel_nn_float_rules.h"
-#include "kel_nn_target_clones.h"
 
 namespace {
 
@@ -87,9 +87,9 @@ inline uint8_t limited(int value) {
 }
 
 template <int kRed>  // its place in a pixel: 0 for RGB, 2 for BGR
-inline __attribute__((always_inline)) void colour_row(const uint8_t* luma, const uint8_t* chroma,
-                                                      const YuvWeights& weights, int width,
-                                                      uint8_t* __restrict row) {
+KEL_NN_ALWAYS_INLINE void colour_row(const uint8_t* luma, const uint8_t* chroma,
+                                     const YuvWeights& weights, int width,
+                                     uint8_t* __restrict row) {
   const YuvWeights by = weights;
   const auto convert = [&](int x, int pair) __attribute__((always_inline)) {
     const int c = by.luma * (luma[x] - by.black) + 128;

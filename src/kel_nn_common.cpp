@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "kel_nn.h"
+#include "kel_nn_compiler.h"
 #include "kel_nn_float_rules.h"
 #include "kel_nn_log.h"
-#include "kel_nn_target_clones.h"
 
 // ----- Vectors -----------------------------------------------------------------------------------
 
@@ -149,15 +149,9 @@ void sort_by_score(kel_nn_box_t* boxes, int count) {
 
 // ----- Hard suppression
 
-#if defined(__SSE__) || defined(__ARM_NEON) || defined(__mips_msa)
-constexpr bool kHasSimd = true;
-#else
-constexpr bool kHasSimd = false;
-#endif
-
 // Corners of kept boxes, side by side. Unused lanes repeat the first.
 struct KeptBlock {
-  static constexpr int kLanes = kHasSimd ? 8 : 1;
+  static constexpr int kLanes = KEL_NN_HAS_VECTORS ? 8 : 1;
   float x1[kLanes], y1[kLanes], x2[kLanes], y2[kLanes], area[kLanes];
 
   void set(int lane, const Corners& c) {
@@ -178,9 +172,9 @@ inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners
     int any = 0;
     for (int k = 0; k < KeptBlock::kLanes; ++k) {
       const float height = smaller(kept.y2[k], box.y2) - larger(kept.y1[k], box.y1);
-      if (!kHasSimd && height <= 0.0f) continue;
+      if (!KEL_NN_HAS_VECTORS && height <= 0.0f) continue;
       const float width = smaller(kept.x2[k], box.x2) - larger(kept.x1[k], box.x1);
-      if (!kHasSimd && width <= 0.0f) continue;
+      if (!KEL_NN_HAS_VECTORS && width <= 0.0f) continue;
       const float intersection = larger(height, 0.0f) * larger(width, 0.0f);
       any |= iou_threshold < intersection / (kept.area[k] + box.area - intersection);
     }

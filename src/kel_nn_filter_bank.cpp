@@ -6,13 +6,13 @@
 #include <cstring>
 
 #include "kel_nn.h"
+#include "kel_nn_compiler.h"
 #include "kel_nn_counted_vector.h"
 #include "kel_nn_float_rules.h"
 #include "kel_nn_frame_batch.h"
 #include "kel_nn_log.h"
 #include "kel_nn_log_energy.h"
 #include "kel_nn_rotation.h"
-#include "kel_nn_target_clones.h"
 
 namespace {
 

@@ -5,25 +5,11 @@
 
 #include <cstdlib>
 
+#include "kel_nn_compiler.h"
 #include "kel_nn_counted_vector.h"
 #include "kel_nn_float_rules.h"
 #include "kel_nn_log_energy.h"
 #include "kel_nn_rotation.h"
-#include "kel_nn_target_clones.h"
-
-// What GCC must be told to make vectors of the lanes. KEL_NN_STEP, in front of a step for a batch:
-// inlined together, steps lose what __restrict says. KEL_NN_KEEP_LOOP, in front of a loop over
-// lanes: unrolled, it is no longer a loop for the vectoriser.
-#ifdef __clang__
-#define KEL_NN_STEP KEL_NN_TARGET_CLONES
-#else
-#define KEL_NN_STEP KEL_NN_TARGET_CLONES __attribute__((noinline))
-#endif
-#if !defined(__clang__) && __GNUC__ >= 8
-#define KEL_NN_KEEP_LOOP _Pragma("GCC unroll 1")
-#else
-#define KEL_NN_KEEP_LOOP
-#endif
 
 namespace kelnn {
 namespace {
@@ -57,6 +43,8 @@ struct Scratch {
   Tables tables;
   Batch batch;
 };
+
+// Each step for a batch stays a function: inlined together, steps lose what __restrict says.
 
 void fill_twiddles(Tables* tables) {
   for (int distance = 1; distance < kPoints; distance *= 2) {
@@ -121,7 +109,7 @@ void load_samples(const float* samples, Batch* batch) {
 
 // Samples are whole numbers of at most 2^15, so every sum of up to 512 of them is one of at most
 // 2^24: exact in single precision, in whatever order.
-KEL_NN_STEP
+KEL_NN_TARGET_CLONES_APART
 void take_means(Batch* batch) {
   constexpr int kWhole = kFrameSize / kFrameShift, kRest = kFrameSize % kFrameShift;
   float columns[kColumns] = {}, rest[kLanes] = {};
@@ -154,7 +142,7 @@ inline void condition_pair(const float* __restrict before, const float* __restri
 }
 
 // Mean, pre-emphasis and window, and each complex number to where the butterflies want it.
-KEL_NN_STEP
+KEL_NN_TARGET_CLONES_APART
 void condition(const Tables& tables, const float* window, float pre_emphasis, Batch* batch) {
   const float* before = batch->samples[0];  // there is none before the first: see below
   for (int point = 0, row = 0, column = 0; point < kPoints; ++point) {
@@ -223,7 +211,7 @@ inline void butterfly(const Twiddle& w, float* __restrict a_re, float* __restric
 // Two stages at a time, with the distances d and 2 d. Their steps 0 and, in the second, d form
 // butterflies_of_1(). The others could go through registers in pairs as well, but GCC 12's
 // vectoriser then leaves out the rounding to float between the stages.
-KEL_NN_STEP
+KEL_NN_TARGET_CLONES_APART
 void transform(const Tables& tables, Batch* batch) {
   float(*const re)[kLanes] = batch->re;
   float(*const im)[kLanes] = batch->im;
@@ -265,7 +253,7 @@ inline void split_pair(const Twiddle& w, float* __restrict a_re, const float* __
   }
 }
 
-KEL_NN_STEP
+KEL_NN_TARGET_CLONES_APART
 void split_to_power(const Tables& tables, Batch* batch) {
   for (int k = 1; k < kPoints / 2; ++k) {
     split_pair(tables.split[k], batch->re[k], batch->im[k], batch->re[kPoints - k],
@@ -278,7 +266,7 @@ void split_to_power(const Tables& tables, Batch* batch) {
 
 // Bins between the centres of two channels share their energy among the two. Sums run from the
 // lowest bin to the highest: a channel first gets what is below its centre, then what is above.
-KEL_NN_STEP
+KEL_NN_TARGET_CLONES_APART
 void sum_channels(const Tables& tables, const kel_nn_fbank_info_t& info, Batch* batch) {
   float upper[kLanes] = {};
   int bin = info.klo;

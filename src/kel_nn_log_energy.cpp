@@ -9,8 +9,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "kel_nn_compiler.h"
 #include "kel_nn_float_rules.h"
-#include "kel_nn_target_clones.h"
 
 namespace kelnn {
 namespace {

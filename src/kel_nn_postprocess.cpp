@@ -6,9 +6,9 @@
 #include <limits>
 
 #include "kel_nn.h"
+#include "kel_nn_compiler.h"
 #include "kel_nn_float_rules.h"
 #include "kel_nn_log.h"
-#include "kel_nn_target_clones.h"
 
 namespace {
 

@@ -17,23 +17,10 @@
 #include <type_traits>
 
 #include "kel_nn.h"
+#include "kel_nn_compiler.h"
 #include "kel_nn_resize_axis.h"
 #include "kel_nn_resize_blend.h"
 #include "kel_nn_resize_windows.h"
-#include "kel_nn_target_clones.h"
-
-// A function that takes the target of the one it is called from; see KEL_NN_TARGET_CLONES.
-#define KELNN_ALWAYS_INLINE inline __attribute__((always_inline))
-
-// Hints in front of loops. A loop over one vector that is unrolled before it is vectorised stays
-// scalar; a loop of a few instructions spends half of them on counting.
-#if defined(__GNUC__) && !defined(__clang__) && __GNUC__ >= 8
-#define KELNN_KEEP_LOOP _Pragma("GCC unroll 1")
-#define KELNN_UNROLL_BY_4 _Pragma("GCC unroll 4")
-#else
-#define KELNN_KEEP_LOOP
-#define KELNN_UNROLL_BY_4
-#endif
 
 namespace kelnn {
 namespace {
@@ -124,7 +111,7 @@ class RowPair {
     int16_t* scaled1 = scaled_[1 - tap.first % 2];
     const int b0 = tap.weight0, b1 = tap.weight1;
     const Column* const end = columns_ + width_;
-    KELNN_UNROLL_BY_4
+    KEL_NN_UNROLL_BY_4
     for (const Column* column = columns_; column != end; ++column) {
       const int a0 = column->a0, a1 = column->a1;
       const uint8_t* lower = below + column->offset;
@@ -158,7 +145,7 @@ class RowPair {
 
 // ----- Several rows at a time: processors with a vector unit -------------------------------------
 
-#if defined(__SSE2__) || defined(__ARM_NEON)
+#if KEL_NN_HAS_VECTORS
 
 // kBlock values are a block's width, and one column of all rows of a batch.
 
@@ -192,7 +179,7 @@ struct RowBatchState {
 };
 
 template <typename Unit>
-KELNN_ALWAYS_INLINE Unit load(const uint8_t* from) {
+KEL_NN_ALWAYS_INLINE Unit load(const uint8_t* from) {
   Unit unit;
   std::memcpy(&unit, from, sizeof(unit));
   return unit;
@@ -200,8 +187,8 @@ KELNN_ALWAYS_INLINE Unit load(const uint8_t* from) {
 
 // Unit i of every row becomes row i of `to`.
 template <typename Unit>
-KELNN_ALWAYS_INLINE void transpose(const uint8_t* const* rows, ptrdiff_t begin, int unit_count,
-                                   Unit* __restrict to) {
+KEL_NN_ALWAYS_INLINE void transpose(const uint8_t* const* rows, ptrdiff_t begin, int unit_count,
+                                    Unit* __restrict to) {
   constexpr int kRows = RowBatchState<Unit>::kRows;
   const uint8_t* row[kRows];
   for (int r = 0; r < kRows; ++r) row[r] = rows[r] + begin * ptrdiff_t{sizeof(Unit)};
@@ -214,7 +201,8 @@ KELNN_ALWAYS_INLINE void transpose(const uint8_t* const* rows, ptrdiff_t begin, 
 
 // Only what the columns need, where that is less than half of a row.
 template <typename Unit>
-KELNN_ALWAYS_INLINE void transpose_columns(RowBatchState<Unit>& batch, const uint8_t* const* rows) {
+KEL_NN_ALWAYS_INLINE void transpose_columns(RowBatchState<Unit>& batch,
+                                            const uint8_t* const* rows) {
   for (int i = 0; i < batch.column_count; ++i) {
     for (int r = 0; r < RowBatchState<Unit>::kRows; ++r) {
       const uint8_t* left = rows[r] + batch.left_offset[i];
@@ -226,7 +214,7 @@ KELNN_ALWAYS_INLINE void transpose_columns(RowBatchState<Unit>& batch, const uin
 
 // 128 times each value. A plain loop over bytes and 16-bit numbers would get vectors of 16 bytes
 // also where the numbers fill one of 32.
-KELNN_ALWAYS_INLINE void widen(const uint8_t* values, int16_t* __restrict wide) {
+KEL_NN_ALWAYS_INLINE void widen(const uint8_t* values, int16_t* __restrict wide) {
 #if defined(__clang__) || __GNUC__ >= 9
   typedef uint8_t Bytes __attribute__((vector_size(kBlock)));
   typedef int16_t Numbers __attribute__((vector_size(kBlock * sizeof(int16_t))));
@@ -241,12 +229,12 @@ KELNN_ALWAYS_INLINE void widen(const uint8_t* values, int16_t* __restrict wide) 
 
 // 128 * near + (far - near) * weight / 16, rounded down, for a far sample of that weight. 16 bits
 // are enough: the upper half of a product with -32 times the weight, which may be 1024.
-KELNN_ALWAYS_INLINE void scale_column(const uint8_t* near, const uint8_t* far,
-                                      const int16_t* weights, int16_t* __restrict scaled) {
+KEL_NN_ALWAYS_INLINE void scale_column(const uint8_t* near, const uint8_t* far,
+                                       const int16_t* weights, int16_t* __restrict scaled) {
   alignas(32) int16_t wide_near[kBlock], wide_far[kBlock];
   widen(near, wide_near);
   widen(far, wide_far);
-  KELNN_KEEP_LOOP
+  KEL_NN_KEEP_LOOP
   for (int r = 0; r < kBlock; ++r) {
     const int16_t difference = static_cast<int16_t>(wide_near[r] - wide_far[r]);
     scaled[r] =
@@ -255,11 +243,11 @@ KELNN_ALWAYS_INLINE void scale_column(const uint8_t* near, const uint8_t* far,
 }
 
 // The same where near weighs 2049 - weight: one more near / 16.
-KELNN_ALWAYS_INLINE void scale_heavy_column(const uint8_t* near, const uint8_t* far, int weight,
-                                            int16_t* __restrict scaled) {
+KEL_NN_ALWAYS_INLINE void scale_heavy_column(const uint8_t* near, const uint8_t* far, int weight,
+                                             int16_t* __restrict scaled) {
   const int16_t high = static_cast<int16_t>(weight >> 4);
   const int16_t low = static_cast<int16_t>(weight & 15);
-  KELNN_KEEP_LOOP
+  KEL_NN_KEEP_LOOP
   for (int r = 0; r < kBlock; ++r) {
     const int16_t difference = static_cast<int16_t>(far[r] - near[r]);
     const int16_t whole = static_cast<int16_t>((near[r] << 7) + difference * high);
@@ -269,7 +257,7 @@ KELNN_ALWAYS_INLINE void scale_heavy_column(const uint8_t* near, const uint8_t* 
 }
 
 template <typename Unit>
-KELNN_ALWAYS_INLINE void scale_batch(RowBatchState<Unit>& batch, const uint8_t* const* rows) {
+KEL_NN_ALWAYS_INLINE void scale_batch(RowBatchState<Unit>& batch, const uint8_t* const* rows) {
   constexpr int kRows = RowBatchState<Unit>::kRows;
   constexpr int kValues = static_cast<int>(sizeof(Unit));
   if (batch.span > 0) {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "kel_nn_target_clones.h"
+#include "kel_nn_compiler.h"
 
 namespace kelnn {
 namespace {

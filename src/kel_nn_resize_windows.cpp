@@ -5,8 +5,8 @@
 // compiled to these instructions: hence the intrinsics.
 #include "kel_nn_resize_windows.h"
 
+#include "kel_nn_compiler.h"
 #include "kel_nn_resize_blend.h"
-#include "kel_nn_target_clones.h"
 
 #ifdef KEL_NN_CHOOSES_TARGETS
 #include <immintrin.h>

@@ -16,11 +16,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kel_nn_compiler.h"
+
 namespace kelnn {
 
-// The row loops must be part of the function that is built for several targets.
-#define KEL_NN_ALWAYS_INLINE inline __attribute__((always_inline))
-
+// Always inline: the row loops must be part of the function that is built for several targets.
 template <typename Word>
 class ChangeCounter {
  public:

@@ -5,15 +5,15 @@
 
 #include "kel_nn.h"
 #include "kel_nn_change_counter.h"
+#include "kel_nn_compiler.h"
 #include "kel_nn_float_rules.h"
 #include "kel_nn_log.h"
 #include "kel_nn_motion_votes.h"
-#include "kel_nn_target_clones.h"
 
 namespace {
 
 // Loops over 16-bit words become vectors where there are any; else two pixels share a word.
-#if defined(__SSE2__) || defined(__ARM_NEON) || defined(__mips_msa)
+#if KEL_NN_HAS_VECTORS
 using Word = uint16_t;
 #else
 using Word = uint32_t;

@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kel_nn_compiler.h"
 #include "kel_nn_float_rules.h"
 #include "kel_nn_graph_run.h"
 #include "kel_nn_handle.h"
 #include "kel_nn_log.h"
 #include "kel_nn_model_files.h"
-#include "kel_nn_target_clones.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ void fill_centres(float* centres, int count) {
 
 // kel_nn_softmax() of each anchor's two scores; tells whether there is a face among them. All
 // exponentials first: the rest then becomes SIMD.
-inline __attribute__((always_inline)) int softmax_pairs(float* scores, int anchor_count) {
+KEL_NN_ALWAYS_INLINE int softmax_pairs(float* scores, int anchor_count) {
   for (int i = 0; i < 2 * anchor_count; ++i) scores[i] = std::exp(scores[i]);
   int has_face = 0;
   for (int i = 0; i < anchor_count; ++i) {
@@ -59,7 +59,7 @@ inline __attribute__((always_inline)) int softmax_pairs(float* scores, int ancho
 
 KEL_NN_TARGET_CLONES
 bool softmax_has_face(float* scores, int anchor_count) {
-#if defined(__SSE2__) || defined(__ARM_NEON)
+#if KEL_NN_HAS_VECTORS
   return softmax_pairs(scores, anchor_count);
 #else
   // One by one they stay in registers.
