@@ -1,5 +1,5 @@
 // ONNX models from outside: the runtime loads and runs them, or says why not. Start from the
-// networks of tests/make_test_networks.py.
+// networks of tests/support/make_test_networks.py.
 #include <jzdl.h>
 
 #include <algorithm>

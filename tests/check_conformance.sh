@@ -12,7 +12,7 @@ while read -r name; do
 done < <(grep -v '^#' "$here/exports.txt")
 
 # As "Suite.Test".
-tests=$(cat "$here"/test_*.cpp | tr '\n' ' ' | grep -oE '\bTEST(_F|_P)?\( *\w+, *\w+ *\)' | sed -E 's/.*\( *(\w+), *(\w+) *\)/\1.\2/')
+tests=$(cat "$here"/*/test_*.cpp | tr '\n' ' ' | grep -oE '\bTEST(_F|_P)?\( *\w+, *\w+ *\)' | sed -E 's/.*\( *(\w+), *(\w+) *\)/\1.\2/')
 while read -r pattern; do
   [[ $pattern == *.* ]] || continue
   expression="^${pattern//./\\.}$"

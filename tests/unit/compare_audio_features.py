@@ -1,4 +1,4 @@
-"""Holds tools/python/kelnn_audio_features.py against the library: compare_audio_features.py PROGRAM
+"""Holds models/kelnn_audio_features.py against the library: compare_audio_features.py PROGRAM
 
 PROGRAM is audio_features, built from the library. Prints for each window how many bytes differ and by how
 much at most, in steps of 1/256; fails for any difference. Speech comes from espeak-ng where it is installed.
@@ -12,7 +12,7 @@ import wave
 
 import numpy as np
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools", "python"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "models"))
 import kelnn_audio_features as audio  # noqa: E402
 
 N = audio.SAMPLES

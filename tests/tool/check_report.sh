@@ -4,7 +4,7 @@
 set -euo pipefail
 kelnn=$1
 scratch=$2
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . scripts/sample_networks.sh
 rm -rf "$scratch"
 mkdir -p "$scratch/models"
