@@ -23,8 +23,7 @@ namespace {
 
 namespace runtime = kelnn::runtime;
 
-constexpr unsigned char kZeroPoint =
-    128;  // what the network's signed bytes are less than the image's
+constexpr unsigned char kZeroPoint = 128;  // the image's byte that is the network's 0
 constexpr size_t kNoSize = static_cast<size_t>(-1);
 
 jzdl::BaseNet* network(kel_nn_graph_t graph) { return static_cast<jzdl::BaseNet*>(graph->net); }
@@ -35,35 +34,60 @@ size_t product(size_t a, size_t b) {
   return b != 0 && a > (kNoSize - 1) / b ? kNoSize : a * b;
 }
 
-// ----- The buffer of a graph's outputs, and the scratch image of its runs ------------------------
+// ----- What runs need and a graph's record has no member for -------------------------------------
 //
-// One block: this header, the output values (where `output_data` points), the private copy of the
-// image. The header keeps the sizes without a member of their own in the graph record.
-struct OutputBlock {
-  size_t value_count;
+// The record is public: its `output_data` is a heap block of floats and nothing else, and may have
+// come from anywhere. So the sizes and the private copy of the image lie beside, in a list.
+struct RunMemory {
+  const float* output_data;  // of the graph that this belongs to
+  size_t value_count;        // elements that it has room for
+  unsigned char* image;
   size_t image_size;  // bytes
-
-  float* values() { return reinterpret_cast<float*>(this + 1); }
-  unsigned char* image() { return reinterpret_cast<unsigned char*>(values() + value_count); }
-  static OutputBlock* of(kel_nn_graph_t graph) {
-    return reinterpret_cast<OutputBlock*>(graph->output_data) - 1;
-  }
+  RunMemory* next;
 };
+RunMemory* g_run_memories = nullptr;
 
-// Where `output_data` points; null when memory is short.
-float* allocate_output_data(size_t value_count, size_t image_size) {
-  const size_t values_size = product(value_count, sizeof(float));
-  if (values_size == kNoSize || image_size > kNoSize / 2 || values_size > kNoSize / 4)
-    return nullptr;
-  void* memory = std::malloc(sizeof(OutputBlock) + values_size + image_size);
-  return memory ? (new (memory) OutputBlock{value_count, image_size})->values() : nullptr;
+// The link to what belongs to `output_data`, or the null link at the list's end.
+RunMemory** find_run_memory(const float* output_data) {
+  RunMemory** link = &g_run_memories;
+  while (*link && (*link)->output_data != output_data) link = &(*link)->next;
+  return link;
+}
+
+void release_run_memory(const float* output_data) {
+  RunMemory** const link = find_run_memory(output_data);
+  RunMemory* const memory = *link;
+  if (memory) *link = memory->next;
+  std::free(memory);
+}
+
+// Null when memory is short.
+RunMemory* allocate_run_memory(const float* output_data, size_t value_count, size_t image_size) {
+  constexpr size_t kAlignment = 64;  // the runtime may load whole vectors
+  release_run_memory(output_data);   // left by a record that was released by hand
+  if (image_size > kNoSize / 2) return nullptr;
+  void* block = std::malloc(sizeof(RunMemory) + kAlignment - 1 + image_size);
+  if (!block) return nullptr;
+  const uintptr_t behind = reinterpret_cast<uintptr_t>(block) + sizeof(RunMemory);
+  const uintptr_t image = (behind + kAlignment - 1) / kAlignment * kAlignment;
+  g_run_memories =
+      new (block) RunMemory{output_data, value_count, reinterpret_cast<unsigned char*>(image),
+                            image_size, g_run_memories};
+  return g_run_memories;
+}
+
+// Where the values of all outputs will be; null when memory is short.
+float* allocate_output_data(size_t value_count) {
+  const size_t size = product(value_count, sizeof(float));
+  if (size > kNoSize / 2) return nullptr;  // kNoSize too
+  return static_cast<float*>(std::malloc(size ? size : 1));
 }
 
 // ----- The trailer -------------------------------------------------------------------------------
 
 struct Trailer {
   bool valid;
-  int out_num;          // as the network gives it, not limited to the tensors of a graph
+  size_t out_num;       // not limited to the tensors of a graph
   size_t value_count;   // elements in front of the trailer
   const float* shapes;  // three for each output
 };
@@ -74,13 +98,13 @@ Trailer read_trailer(const jzdl::Mat<float>& output) {
   const float* values = runtime::data(output);
   const float declared = values[total - 1];
   if (declared < 0.0f) {  // No outputs. Data beyond the last element is not there to be copied.
-    return {true, -1, declared > -1.0f ? total - 1 : total, nullptr};
+    return {true, 0, declared > -1.0f ? total - 1 : total, nullptr};
   }
   if (!(declared < static_cast<float>(total))) return {false, 0, 0, nullptr};  // NaN too
   const size_t out_num = static_cast<size_t>(declared);
   if (1 + 3 * out_num > total) return {false, 0, 0, nullptr};
   const size_t value_count = total - 1 - 3 * out_num;
-  return {true, static_cast<int>(out_num), value_count, values + value_count};
+  return {true, out_num, value_count, values + value_count};
 }
 
 // A shape value as an unsigned integer, or kNoSize for one that no memory could hold.
@@ -155,7 +179,7 @@ int kel_nn_handle_destroy(kel_nn_handle_t handle) {
 int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled) {
   KEL_NN_FAIL_IF(!graph, -1, "Unhandled graph input.");
   KEL_NN_FAIL_IF(graph->net, -1, "Graph has already been initialized.");
-  KEL_NN_FAIL_IF(!model || !*model, -1, "Unhandled model input.");
+  KEL_NN_FAIL_IF(!model, -1, "Unhandled model input.");
 
   jzdl::BaseNet* net = jzdl::net_create();
   graph->net = net;
@@ -188,14 +212,16 @@ int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled
   const Trailer trailer = read_trailer(output);
   KEL_NN_FAIL_INIT_IF(!trailer.valid, "Invalid output layout in %zu values.",
                       runtime::element_count(output));
-  graph->output_data =
-      allocate_output_data(trailer.value_count, product(product(width, height), channels));
-  KEL_NN_FAIL_INIT_IF(!graph->output_data, "Out of memory.");
+  graph->output_data = allocate_output_data(trailer.value_count);
+  const size_t image_size = product(product(width, height), channels);
+  KEL_NN_FAIL_INIT_IF(!graph->output_data ||
+                          !allocate_run_memory(graph->output_data, trailer.value_count, image_size),
+                      "Out of memory.");
 
-  size_t tensor_count = trailer.out_num > 0 ? static_cast<size_t>(trailer.out_num) : 0;
+  size_t tensor_count = trailer.out_num;
   if (tensor_count > KEL_NN_MAX_TENSOR_CNT) {  // an error that initialisation survives
-    KEL_NN_ERROR("out_num larger than KEL_NN_MAX_TENSOR_CNT (%d vs %d).", trailer.out_num,
-                 KEL_NN_MAX_TENSOR_CNT);
+    KEL_NN_ERROR("out_num larger than KEL_NN_MAX_TENSOR_CNT (%d vs %d).",
+                 static_cast<int>(trailer.out_num), KEL_NN_MAX_TENSOR_CNT);
     tensor_count = KEL_NN_MAX_TENSOR_CNT;
   }
   const bool fits = slice_outputs(graph, trailer, tensor_count);
@@ -210,7 +236,8 @@ int kel_nne_graph_deinit(kel_nn_graph_t graph) {
   KEL_NN_FAIL_IF(!graph, -1, "Uninitialized graph.");
   if (graph->net) jzdl::net_destory(network(graph));
   graph->net = nullptr;
-  if (graph->output_data) std::free(OutputBlock::of(graph));
+  release_run_memory(graph->output_data);
+  std::free(graph->output_data);
   graph->output_data = nullptr;
   std::free(graph->model_data);
   graph->model_data = nullptr;
@@ -244,18 +271,21 @@ void kel_nne_show_graph_info(kel_nn_graph_t graph) {
 int kel_nne_run_graph(kel_nn_graph_t graph) {
   KEL_NN_FAIL_IF(!graph, -1, "Unhandled graph.");
   KEL_NN_FAIL_IF(!graph->net, -1, "Uninitialized graph.");
-  // A model that did not load leaves a graph without outputs: room for nothing. The network says no.
-  OutputBlock none = {0, 0};
-  OutputBlock* block = graph->output_data ? OutputBlock::of(graph) : &none;
   const kel_nn_tensor& input = graph->inputs[0];
   const size_t height = input.dim[1], width = input.dim[2], channels = input.dim[3];
   const size_t image_size = product(product(width, height), channels);
-  KEL_NN_FAIL_IF(image_size > block->image_size, -1, "The input's dimensions have been changed.");
+  // A model that did not load leaves a graph without outputs: room for nothing. The network says no.
+  const RunMemory none = {};
+  const RunMemory* memory = graph->output_data ? *find_run_memory(graph->output_data) : &none;
+  // A record that was filled by hand has room for what its network gives.
+  if (!memory) memory = allocate_run_memory(graph->output_data, kNoSize, image_size);
+  KEL_NN_FAIL_IF(!memory, -1, "Out of memory.");
+  KEL_NN_FAIL_IF(image_size > memory->image_size, -1, "The input's dimensions have been changed.");
 
   // The network gets a private copy, so that the caller's image stays as it is. Without a buffer it
   // gets a matrix of the shape that has no data.
   const bool has_image = input.buffer && image_size > 0;
-  unsigned char* pixels = has_image ? block->image() : nullptr;
+  unsigned char* pixels = has_image ? memory->image : nullptr;
   jzdl::Mat<unsigned char> image;
   if (has_image) {
     std::memcpy(pixels, input.buffer, image_size);
@@ -272,7 +302,7 @@ int kel_nne_run_graph(kel_nn_graph_t graph) {
   KEL_NN_FAIL_IF(run_result != 0, -1, "Inference fail: %d", run_result);
 
   const Trailer trailer = read_trailer(output);  // this run's own
-  KEL_NN_FAIL_IF(!trailer.valid || trailer.value_count > block->value_count, -1,
+  KEL_NN_FAIL_IF(!trailer.valid || trailer.value_count > memory->value_count, -1,
                  "Invalid output layout in %zu values.", runtime::element_count(output));
   if (trailer.value_count > 0) {
     std::memcpy(graph->output_data, runtime::data(output), trailer.value_count * sizeof(float));

@@ -38,7 +38,7 @@ class ScriptedNet : public jzdl::BaseNet {
     ScriptedRuntime& script = scripted_runtime();
     script.last_layer = layer;
     script.last_input_shape = {image.w, image.h, image.c};
-    script.last_input_had_data = image.data != nullptr;
+    script.last_input_data = image.data;
     script.last_input.assign(image.data, image.data + (image.data ? image.total() : 0));
     return script.fail_dry_run ? 1 : std::exchange(script.fail_next_input, 0);
   }

@@ -30,7 +30,7 @@ struct ScriptedRuntime {
   int loaded_from_memory = -1;         // the flag
   std::string loaded_path;             // if it was a path
   const char* loaded_model = nullptr;  // if it was memory
-  bool last_input_had_data = false;
+  const void* last_input_data = nullptr;
   std::vector<int> last_input_shape;  // width, height, channels
   std::vector<signed char> last_input;
 };
