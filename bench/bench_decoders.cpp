@@ -53,13 +53,14 @@ void faces(benchmark::State& state, Decode decode) {
 }
 
 void faces_kelnn(benchmark::State& state) {
-  kelnn::make_face_anchors();
-  faces(state, [](FaceOutputs& outputs, kel_nn_box_t* boxes) {
+  kelnn::FaceAnchors anchors[kelnn::kFaceLevels];
+  kelnn::fill_face_anchors(anchors);
+  faces(state, [&anchors](FaceOutputs& outputs, kel_nn_box_t* boxes) {
     kelnn::FaceLevelOutputs levels[4];
     for (int l = 0; l < 4; ++l) {
       levels[l] = {outputs.scores[l].data(), outputs.regressions[l].data()};
     }
-    return kelnn::decode_faces(levels, 1920, 1080, boxes);
+    return kelnn::decode_faces(anchors, levels, 1920, 1080, boxes);
   });
 }
 
@@ -93,14 +94,14 @@ struct GridOutputs {
   }
 };
 
-void grids_kelnn(benchmark::State& state, const kelnn::GridDetector& detector) {
+void grids_kelnn(benchmark::State& state, const kelnn::GridDetector& detector, int max_boxes) {
   const GridOutputs source(detector.values_per_anchor);
   const kelnn::GridOutputs outputs = {{source.values[0].data(), source.values[1].data()}, true};
-  std::vector<kel_nn_box_t> boxes(detector.max_boxes);
+  std::vector<kel_nn_box_t> boxes(max_boxes);
   int count = 0;
   for (auto _ : state) {
     count = kelnn::decode_grids(detector, kelnn::Orientation::kLandscape, outputs, kInput,
-                                boxes.data());
+                                max_boxes, boxes.data());
     benchmark::DoNotOptimize(boxes.data());
     benchmark::ClobberMemory();
   }
@@ -122,24 +123,21 @@ void grids_plain(benchmark::State& state, const kelnn_test::PlainGrid& detector)
 
 // The tables of the tasks are their own; these have the same shapes.
 constexpr kelnn::GridDetector kPersons = {
-    {{32, {{64, 187}, {123, 211}, {227, 264}}}, {16, {{7, 17}, {20, 50}, {45, 99}}}},
-    6,
-    0,
-    100,
-    {}};
+    {{32, {{64, 187}, {123, 211}, {227, 264}}}, {16, {{7, 17}, {20, 50}, {45, 99}}}}, 6, 0, {}};
 constexpr kelnn::GridDetector kFourClasses = {
-    {{32, {{68, 52}, {74, 118}, {140, 155}}}, {16, {{24, 18}, {37, 36}, {41, 76}}}}, 9, 4, 500, {}};
+    {{32, {{68, 52}, {74, 118}, {140, 155}}}, {16, {{24, 18}, {37, 36}, {41, 76}}}}, 9, 4, {}};
 
 const int kRegistered = [] {
   using benchmark::RegisterBenchmark;
   using benchmark::State;
   RegisterBenchmark("decode/4420 face anchors/kelnn", faces_kelnn);
   RegisterBenchmark("decode/4420 face anchors/plain", faces_plain);
-  RegisterBenchmark("decode/1560 person anchors/kelnn", [](State& s) { grids_kelnn(s, kPersons); });
+  RegisterBenchmark("decode/1560 person anchors/kelnn",
+                    [](State& s) { grids_kelnn(s, kPersons, 100); });
   RegisterBenchmark("decode/1560 person anchors/plain",
                     [](State& s) { grids_plain(s, kelnn_test::kPlainPersons); });
   RegisterBenchmark("decode/1560 four-class anchors/kelnn",
-                    [](State& s) { grids_kelnn(s, kFourClasses); });
+                    [](State& s) { grids_kelnn(s, kFourClasses, 500); });
   RegisterBenchmark("decode/1560 four-class anchors/plain",
                     [](State& s) { grids_plain(s, kelnn_test::kPlainFourClasses); });
   return 0;

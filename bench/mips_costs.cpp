@@ -101,7 +101,8 @@ Run decode_faces(bool plain) {
       source->regressions[l].push_back(between(random, -2, 2));
     }
   }
-  kelnn::make_face_anchors();
+  static kelnn::FaceAnchors face_anchors[kelnn::kFaceLevels];
+  kelnn::fill_face_anchors(face_anchors);
   const auto anchors = kelnn_test::plain_face_anchors();
   auto outputs = std::make_shared<Outputs>(*source);
   auto boxes = std::make_shared<std::vector<kel_nn_box_t>>(kelnn::kMaxFaces);
@@ -118,7 +119,7 @@ Run decode_faces(bool plain) {
     if (plain) {
       kelnn_test::plain_decode_faces(anchors, scores, regressions, 1920, 1080, boxes->data());
     } else {
-      kelnn::decode_faces(levels, 1920, 1080, boxes->data());
+      kelnn::decode_faces(face_anchors, levels, 1920, 1080, boxes->data());
     }
   };
 }

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kel_nn_audio_context.h"
 #include "kel_nn_graph_run.h"
 #include "kel_nn_handle.h"
 #include "kel_nn_log.h"
@@ -9,8 +10,8 @@
 
 namespace {
 
-constexpr uint32_t kSampleRate = 16000;
-constexpr size_t kChannels = 64;
+using kelnn::kSampleRate;
+
 constexpr uint32_t kScoreCount = 2;  // no cry, cry
 constexpr float kNotFull = -1.0f;
 constexpr float kTooQuiet = 1e-5f;
@@ -52,8 +53,7 @@ int kel_nn_crydet_init(kel_nn_handle_t handle, uint32_t sample_rate, float gate_
   const int created =
       kel_nn_mfcc_create(&g_state.mfcc, g_state.sample_rate, g_state.gate_threshold);
   KEL_NN_FAIL_IF(created != 0, -1, "kel_nn_mfcc_create is err!");
-  const uint32_t audio_len =
-      g_state.sample_rate * static_cast<uint32_t>(g_state.mfcc->audio_ms) / 1000;
+  const uint32_t audio_len = kelnn::samples_in_window(g_state.sample_rate, g_state.mfcc->audio_ms);
   g_state.audio = static_cast<int16_t*>(std::calloc(audio_len, sizeof(int16_t)));
   if (!g_state.audio) {
     kel_nn_mfcc_destory(&g_state.mfcc);
@@ -94,7 +94,8 @@ int kel_nn_crydet_process(kel_nn_handle_t handle, const int16_t* pcm, uint32_t n
     *score = kTooQuiet;
     return 0;
   }
-  const kelnn::ImageShape shape = {static_cast<size_t>(g_state.mfcc->wave.n_frames), kChannels, 1};
+  const kelnn::ImageShape shape = {static_cast<size_t>(g_state.mfcc->wave.n_frames),
+                                   kelnn::kChannels, 1};
   const kel_nn_graph_t graph = &handle->graph_crydet;
   if (!kelnn::run_image(graph, shape, g_state.mfcc->feature_u8).ok()) return -1;
   float* scores = kelnn::output_data(graph, 0, kScoreCount);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kel_nn.h"
+#include "kel_nn_audio_context.h"
 #include "kel_nn_compiler.h"
 #include "kel_nn_counted_vector.h"
 #include "kel_nn_float_rules.h"
@@ -17,23 +18,15 @@
 namespace {
 
 using kelnn::count_of;
-using kelnn::to_int;
+using kelnn::kChannels;
+using kelnn::truncated;
 
-constexpr int kChannels = 64;
 constexpr int kLastEdge = kChannels + 1;
 constexpr float kPreEmphasis = 0.97f;
 constexpr int kGateStep = 10;           // the gate hears every tenth sample
 constexpr float kFeatureLimit = 28.0f;  // features beyond it are clipped
 constexpr double kBytesPerFeature = 4.5714;
 constexpr double kZeroByte = 128.0;
-
-bool is_complete(const kel_nn_mfcc_t* m) {
-  if (!m) return false;
-  const kel_nn_frame_cfg_t& cfg = m->cfg;
-  const kel_nn_fbank_info_t& info = cfg.fbank;
-  return m->feature_u8 && m->window && m->wave.samples && m->wave.features && cfg.frame &&
-         cfg.fbank_out && info.cf && info.lo_chan && info.lo_wt && info.x;
-}
 
 KEL_NN_TARGET_CLONES
 void widen(const int16_t* pcm, float* samples, int32_t count) {
@@ -44,8 +37,7 @@ void widen(const int16_t* pcm, float* samples, int32_t count) {
 bool is_loud_enough(const float* samples, int32_t count, float threshold) {
   float sum = 0.0f;
   for (int64_t i = 0; i < count; i += kGateStep) {
-    const float size = std::fabs(samples[i]);
-    sum += size < kelnn::kTwoTo31 ? static_cast<float>(static_cast<int32_t>(size)) : size;
+    sum += static_cast<float>(truncated(std::fabs(samples[i])));
   }
   return !(sum < threshold);
 }
@@ -190,7 +182,7 @@ int32_t kel_nn_pre_emphasise(float* s, float k) {
   const int32_t n = count_of(s);
   // Downwards: each element needs the one before it as it was.
   for (int32_t i = n; i >= 2; --i) s[i] -= s[i - 1] * k;
-  if (n >= 1) s[1] = static_cast<float>(s[1] * (1.0 - k));  // in double
+  s[1] = static_cast<float>(s[1] * (1.0 - k));  // in double; of an empty vector, too
   return 0;
 }
 
@@ -218,9 +210,10 @@ void kel_nn_wave_to_filter_bank(float* s, float* fbank, kel_nn_fbank_info_t info
     const float re = x[2 * bin - 1], im = x[2 * bin];
     const float power = re * re + im * im;
     const float energy = info.use_power ? power : std::sqrt(power);
-    const int32_t lower = to_int(info.lo_chan[bin]);
+    const int32_t lower = truncated(info.lo_chan[bin]);
     const float share = info.lo_wt[bin] * energy;
     if (lower > 0 && lower <= last_channel) fbank[lower] += share;
+    // A bin that is marked unused, with -1, adds to element 0; what lies before that is not ours.
     if (lower >= -1 && lower < info.num_chans) fbank[lower + 1] += energy - share;
   }
   if (info.take_logs) kelnn::take_logs(fbank + 1, info.num_chans);
@@ -241,7 +234,7 @@ int32_t kel_nn_convert_frame(kel_nn_frame_cfg_t* cfg, kel_nn_wave_t* w, const fl
 }
 
 void kel_nn_link_data(kel_nn_frame_cfg_t* cfg, kel_nn_wave_t* w, int32_t row) {
-  if (!cfg || !w || !cfg->fbank_out || !w->features || row < 0 || row > w->n_frames) return;
+  if (!cfg || !w || !cfg->fbank_out || !w->features || row < 0) return;
   std::memcpy(w->features + static_cast<size_t>(row) * kChannels, cfg->fbank_out + 1,
               kChannels * sizeof(float));
 }
@@ -262,7 +255,7 @@ void kel_nn_zeromean(kel_nn_wave_t* w) {
 }
 
 int32_t kel_nn_filter_bank(kel_nn_mfcc_t* m, const int16_t* pcm) {
-  KEL_NN_FAIL_IF(!is_complete(m), -1, "Invalid arguments.");
+  KEL_NN_FAIL_IF(!m || !kelnn::is_complete(*m), -1, "Invalid arguments.");
   kel_nn_wave_t& wave = m->wave;
   const bool is_loaded = kel_nn_load_data(pcm, &wave) == 0;  // reported, and then ignored
   m->has_voice = is_loud_enough(wave.samples, wave.n_samples, m->gate_threshold);

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "kel_nn_audio_context.h"
 #include "kel_nn_compiler.h"
 #include "kel_nn_counted_vector.h"
 #include "kel_nn_float_rules.h"
@@ -15,10 +16,7 @@ namespace kelnn {
 namespace {
 
 constexpr int kLanes = 8;
-constexpr int kFrameSize = 512;
-constexpr int kFrameShift = 160;
 constexpr int kPoints = kFrameSize / 2;  // complex
-constexpr int kChannels = 64;
 constexpr int kColumns = kLanes + kFrameSize / kFrameShift;
 constexpr int kSpan = (kLanes - 1) * kFrameShift + kFrameSize;  // samples of a batch
 
@@ -71,7 +69,7 @@ void fill_reversed(Tables* tables) {
 bool fill_lower_channels(const kel_nn_fbank_info_t& info, Tables* tables) {
   int last = 0;
   for (int bin = info.klo; bin <= info.khi; ++bin) {
-    const int32_t channel = to_int(info.lo_chan[bin]);
+    const int32_t channel = truncated(info.lo_chan[bin]);
     if (channel < last || channel > kChannels) return false;
     tables->lower_channel[bin] = static_cast<int8_t>(channel);
     last = channel;

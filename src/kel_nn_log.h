@@ -29,12 +29,13 @@ __attribute__((format(printf, 5, 6))) void report(Severity severity, const char*
 
 }  // namespace kelnn
 
-#define KEL_NN_REPORT(severity, ...)                                                          \
-  kelnn::report(kelnn::Severity::severity, KEL_NN_SOURCE_PATH, KEL_NN_LOG_FUNCTION, __LINE__, \
-                __VA_ARGS__)
+#define KEL_NN_REPORT(severity, function, ...) \
+  kelnn::report(kelnn::Severity::severity, KEL_NN_SOURCE_PATH, function, __LINE__, __VA_ARGS__)
 
-#define KEL_NN_ERROR(...) KEL_NN_REPORT(kError, __VA_ARGS__)
-#define KEL_NN_WARNING(...) KEL_NN_REPORT(kWarning, __VA_ARGS__)
+#define KEL_NN_ERROR(...) KEL_NN_REPORT(kError, KEL_NN_LOG_FUNCTION, __VA_ARGS__)
+#define KEL_NN_WARNING(...) KEL_NN_REPORT(kWarning, KEL_NN_LOG_FUNCTION, __VA_ARGS__)
+// An error under the name of a stage that is no function here.
+#define KEL_NN_ERROR_OF(stage, ...) KEL_NN_REPORT(kError, stage, __VA_ARGS__)
 #define KEL_NN_INFO(format, ...) std::printf("\033[0;32m[Info]" format "\n\033[0m", ##__VA_ARGS__)
 
 // Reports an error and returns `result` from the function when `condition` holds.

@@ -4,16 +4,15 @@
 #include <cstdlib>
 
 #include "kel_nn.h"
+#include "kel_nn_audio_context.h"
 #include "kel_nn_float_rules.h"
 #include "kel_nn_log.h"
 #include "kel_nn_rotation.h"
 
 namespace {
 
-constexpr int32_t kAudioMs = 3000;
-constexpr int32_t kFrameSize = 512;
-constexpr int32_t kFrameShift = 160;
-constexpr int kChannels = 64;
+using kelnn::kChannels;
+
 constexpr float kLowestGateThreshold = 86046.0f;
 
 // A zeroed block, also for a count of 0 or less, which odd settings can give. Null when memory is
@@ -79,9 +78,7 @@ void* kel_nn_mfcc_mem_malloc(kel_nn_mfcc_t* m) {
   m->cfg.fbank_out = allocate<float>(kChannels + 1);
   m->window = allocate<float>(size + 1);
   m->feature_u8 = allocate<uint8_t>(frames * kChannels);
-  const bool has_all = wave.samples && wave.features && info.cf && info.lo_chan && info.lo_wt &&
-                       info.x && m->cfg.frame && m->cfg.fbank_out && m->window && m->feature_u8;
-  if (!has_all) kel_nn_mfcc_mem_free(m);
+  if (!kelnn::is_complete(*m)) kel_nn_mfcc_mem_free(m);
   return m->feature_u8;
 }
 
@@ -105,10 +102,10 @@ int32_t kel_nn_mfcc_create(kel_nn_mfcc_t** out, uint32_t sample_rate, float gate
   KEL_NN_FAIL_IF(!out, -1, "kel_nn_mfcc_create g_mfcc is NULL.");
   kel_nn_mfcc_t* m = static_cast<kel_nn_mfcc_t*>(std::calloc(1, sizeof(kel_nn_mfcc_t)));
   KEL_NN_FAIL_IF(!m, -1, "Out of memory.");
-  m->audio_ms = kAudioMs;
-  const uint32_t n_samples = sample_rate * uint32_t{kAudioMs} / 1000;  // the product may wrap
-  kel_nn_mfcc_para_init(m, 0, kFrameShift, kFrameSize, static_cast<int32_t>(n_samples),
-                        gate_threshold);
+  m->audio_ms = kelnn::kWindowMs;
+  const uint32_t n_samples = kelnn::samples_in_window(sample_rate, m->audio_ms);
+  kel_nn_mfcc_para_init(m, 0, kelnn::kFrameShift, kelnn::kFrameSize,
+                        static_cast<int32_t>(n_samples), gate_threshold);
   if (!kel_nn_mfcc_mem_malloc(m)) {
     std::free(m);
     KEL_NN_ERROR("Out of memory.");

@@ -13,9 +13,9 @@ namespace {
 
 char* g_model_root_dir = nullptr;
 
-// Its own inverse: no other byte maps to 0 or to the key's byte. The key's byte is compared as a
-// signed number with the unsigned one of the model, so bytes of 0x80 and above are never equal and
-// become 0.
+// Its own inverse with a key of ASCII: 0 and the key's byte stay, and no other byte becomes one of
+// them. The key's byte is compared as a signed number with the unsigned one of the model, so a key's
+// byte of 0x80 or more is never equal: it becomes 0 and does not come back.
 void descramble(uint8_t* model, size_t encode_size, const char* key) {
   const size_t key_length = encode_size ? std::strlen(key) : 0;
   for (size_t i = 0, k = 0; i < encode_size; ++i, k = k + 1 == key_length ? 0 : k + 1) {

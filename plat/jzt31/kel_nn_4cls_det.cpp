@@ -12,7 +12,6 @@ constexpr kelnn::GridDetector kFourClassGrid = {
      {/*stride=*/16, {{24, 18}, {37, 36}, {41, 76}}}},
     /*values_per_anchor=*/9,
     /*class_count=*/4,
-    KEL_NN_4CLSDET_MAX_BOXES,
     {kelnn::kFourClassLandscapeModel, kelnn::kFourClassSquareModel, kelnn::kFourClassPortraitModel},
 };
 

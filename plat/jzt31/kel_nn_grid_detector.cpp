@@ -4,11 +4,13 @@
 #include <cmath>
 
 #include "kel_nn_float_rules.h"
+#include "kel_nn_truncated.h"
 
 namespace kelnn {
 namespace {
 
 constexpr float kScoreThreshold = 0.3f;  // a candidate's score may equal it
+constexpr float kNmsThreshold = 0.4f;    // the IoU above which it gives way to a better one
 
 // Most anchors see nothing, and exp() is most of the work. The sigmoid of this logit is 0.289; any
 // logit below is below the threshold, however exp() rounds.
@@ -50,12 +52,6 @@ float decode_centre(float value, int cell, int cell_count, float input_size) {
   return input_size * (position / static_cast<float>(cell_count));
 }
 
-// Towards zero; what does not fit becomes the nearest that does, NaN becomes 0.
-int32_t truncate(double value) {
-  if (!(value > INT32_MIN)) return std::isnan(value) ? 0 : INT32_MIN;
-  return value < INT32_MAX ? static_cast<int32_t>(value) : INT32_MAX;
-}
-
 // One axis of the way back into the frame.
 struct FrameAxis {
   float scale, padding;
@@ -63,14 +59,14 @@ struct FrameAxis {
 
   // Changes a centre and a size.
   void map(float* centre, float* size) const {
-    const int32_t length = std::min(truncate(*size / scale), frame_size);
-    const int32_t middle = std::max(truncate((*centre - padding) / scale), 0);
-    int64_t low = truncate(middle - length * 0.5);
-    int64_t high = truncate(middle + length * 0.5);
+    const int32_t length = std::min(truncated(*size / scale), frame_size);
+    const int32_t middle = std::max(truncated((*centre - padding) / scale), 0);
+    int64_t low = truncated(middle - length * 0.5);
+    int64_t high = truncated(middle + length * 0.5);
     if (low <= 0) low = 1;  // 1, not 0: the interface says so
     if (high >= frame_size) high = int64_t{frame_size} - 1;
     *size = static_cast<float>(high - low);  // may be negative
-    *centre = static_cast<float>(truncate((low + high) * 0.5));
+    *centre = static_cast<float>(truncated((low + high) * 0.5));
   }
 };
 
@@ -115,7 +111,7 @@ GridOutputs grid_outputs(const GridDetector& detector, Orientation orientation,
 }
 
 int decode_grids(const GridDetector& detector, Orientation orientation, const GridOutputs& outputs,
-                 const kel_nn_size_t& input_size, kel_nn_box_t* candidates) {
+                 const kel_nn_size_t& input_size, int max_count, kel_nn_box_t* candidates) {
   const float input_width = static_cast<float>(input_size.w);
   const float input_height = static_cast<float>(input_size.h);
   int count = 0;
@@ -137,12 +133,16 @@ int decode_grids(const GridDetector& detector, Orientation orientation, const Gr
                                decode_size(v[3], anchor.h, input_height),
                                score,
                                best_class(v + 5, detector.class_count)};
-          if (++count == detector.max_boxes) return count;  // the first ones, not the best ones
+          if (++count == max_count) return count;  // the first ones, not the best ones
         }
       }
     }
   }
   return count;
+}
+
+int suppress_overlaps(kel_nn_box_t* candidates, int count) {
+  return kel_nn_nms(candidates, count, kNmsThreshold, KEL_NN_NMS_HARD);
 }
 
 void map_to_frame(const kel_nn_box_t* candidates, int count, const kel_nn_size_t& frame_size,

@@ -27,8 +27,7 @@ struct GridLevel {
 struct GridDetector {
   GridLevel levels[kGridLevels];  // in the order of the outputs
   int values_per_anchor;
-  int class_count;  // 0: boxes have class 0
-  int max_boxes;
+  int class_count;        // 0: boxes have class 0
   const char* models[3];  // by Orientation
 
   const char* model(Orientation orientation) const { return models[static_cast<int>(orientation)]; }
@@ -61,27 +60,26 @@ struct GridOutputs {
 GridOutputs grid_outputs(const GridDetector& detector, Orientation orientation,
                          kel_nn_graph_t graph);
 
-// Decodes the first `max_boxes` anchors that score high enough, in the order of the outputs, and
+// Decodes the first `max_count` anchors that score high enough, in the order of the outputs, and
 // returns how many there are. The orientation gives the grids, `input_size` scales the boxes.
 int decode_grids(const GridDetector& detector, Orientation orientation, const GridOutputs& outputs,
-                 const kel_nn_size_t& input_size, kel_nn_box_t* candidates);
+                 const kel_nn_size_t& input_size, int max_count, kel_nn_box_t* candidates);
+
+// Keeps the best of candidates that overlap, in front, and returns how many there are.
+int suppress_overlaps(kel_nn_box_t* candidates, int count);
 
 // Takes boxes out of the letterbox: from pixels of the input to whole pixels of the frame.
 void map_to_frame(const kel_nn_box_t* candidates, int count, const kel_nn_size_t& frame_size,
                   const kel_nn_size_t& input_size, kel_nn_box_t* boxes);
-
-// The IoU above which a candidate gives way to a better one.
-constexpr float kGridNmsThreshold = 0.4f;
 
 // From the outputs of a run to boxes in the frame: decodes, suppresses overlaps, maps.
 template <int kMaxBoxes>
 kel_nn_det_result_t find_boxes(const GridDetector& detector, const GridOutputs& outputs,
                                const kel_nn_size_t& frame_size, const kel_nn_size_t& input_size,
                                GridState<kMaxBoxes>* state) {
-  int count = decode_grids(detector, state->orientation, outputs, input_size, state->candidates);
-  if (count > 0) {
-    count = kel_nn_nms(state->candidates, count, kGridNmsThreshold, KEL_NN_NMS_HARD);
-  }
+  int count =
+      decode_grids(detector, state->orientation, outputs, input_size, kMaxBoxes, state->candidates);
+  count = suppress_overlaps(state->candidates, count);
   map_to_frame(state->candidates, count, frame_size, input_size, state->boxes);
   return {state->boxes, count};
 }

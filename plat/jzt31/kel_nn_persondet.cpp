@@ -11,7 +11,6 @@ constexpr kelnn::GridDetector kPersonGrid = {
      {/*stride=*/16, {{7, 17}, {20, 50}, {45, 99}}}},
     /*values_per_anchor=*/6,  // the last is not used
     /*class_count=*/0,
-    KEL_NN_PERSONDET_MAX_BOXES,
     {kelnn::kPersonDetectionLandscapeModel, kelnn::kPersonDetectionSquareModel,
      kelnn::kPersonDetectionPortraitModel},
 };

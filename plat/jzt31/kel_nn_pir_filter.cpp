@@ -29,25 +29,12 @@ KEL_NN_TARGET_CLONES uint32_t count_changed_pixels(const uint8_t* image) {
   return g_state.pixels.count(image);
 }
 
-// The two stages report under their own names, which is why they have them. They are one pass: the
-// first also takes the differences, as far as there is a history to take them from.
-bool kel_nn_gaussian_filter(const uint8_t* image, uint32_t* changed_count) {
-  KEL_NN_FAIL_IF(!g_state.pixels.has_row_buffers(), false, "imput params is err.");
-  if (g_state.pixels.has_history()) *changed_count = count_changed_pixels(image);
-  return true;
-}
-
-bool kel_nn_diff() {
-  KEL_NN_FAIL_IF(!g_state.pixels.has_history(), false, "imput params is err.");
-  return true;
-}
-
-// The product is in single precision, its hundredth in double. A count that reaches the threshold
-// is motion, and so is every count where `ratio` is NaN.
+// The product is in single precision, its hundredth in double. A count that reaches the threshold,
+// which loses its fraction, is motion, and so is every count where `ratio` is negative or NaN.
 bool is_motion(uint32_t changed_count, int32_t width, int32_t height, float ratio) {
   const int32_t columns = width / 2, rows = height / 2;
   const float product = static_cast<float>(columns) * ratio * static_cast<float>(rows);
-  const double threshold = std::trunc(static_cast<double>(product) * 0.01);
+  const double threshold = std::floor(static_cast<double>(product) * 0.01);
   return !(changed_count < threshold);
 }
 
@@ -72,13 +59,16 @@ int32_t kel_nn_pir_filter_process(kel_nn_handle_t handle, const uint8_t* image, 
                                   int32_t height, float ratio, int32_t period, int32_t* result) {
   KEL_NN_FAIL_IF(!handle || !image || !result, -1, "input arguments.");
   KEL_NN_FAIL_IF(width != g_state.width || height != g_state.height, -1, "input w,h arguments.");
-  uint32_t changed_count = 0;
-  const bool smoothed = kel_nn_gaussian_filter(image, &changed_count);
-  KEL_NN_FAIL_IF(!smoothed, -1, "kel_nn_gaussianFilter is err!");
+  // Smoothing and differences are one pass, but missing memory is told stage by stage.
+  const bool can_smooth = g_state.pixels.has_row_buffers(), can_diff = g_state.pixels.has_history();
+  if (!can_smooth) KEL_NN_ERROR_OF("kel_nn_gaussian_filter", "imput params is err.");
+  KEL_NN_FAIL_IF(!can_smooth, -1, "kel_nn_gaussianFilter is err!");
+  const uint32_t changed_count = can_diff ? count_changed_pixels(image) : 0;
 
   g_state.votes.begin_frame();
   if (!g_state.votes.can_vote()) return 0;  // `result` stays as it is
-  KEL_NN_FAIL_IF(!kel_nn_diff(), -1, "kel_nn_diff is err!");
+  if (!can_diff) KEL_NN_ERROR_OF("kel_nn_diff", "imput params is err.");
+  KEL_NN_FAIL_IF(!can_diff, -1, "kel_nn_diff is err!");
   const bool motion = is_motion(changed_count, width, height, ratio);
   *result = g_state.votes.vote(motion, period);
   return 0;

@@ -14,6 +14,7 @@
 
 namespace {
 
+using kelnn::FaceAnchors;
 using kelnn::FaceLevelOutputs;
 using kelnn::kFaceLevels;
 using kelnn::kFaceLevelTable;
@@ -24,16 +25,9 @@ constexpr float kScoreThreshold = 0.8f;  // a face scores more than this
 constexpr float kNmsThreshold = 0.3f;
 constexpr float kCentreVariance = 0.1f, kSizeVariance = 0.2f;
 
-// The anchors of a level, relative to the input. Centres repeat from row to row and from column to
-// column and sizes from cell to cell, so each is kept once.
-struct LevelAnchors {
-  float column_centres[40], row_centres[30];
-  float widths[3], heights[3];
-};
-
 struct State {  // one per process; all zero until _init
   int frame_width, frame_height;
-  LevelAnchors anchors[kFaceLevels];
+  FaceAnchors anchors[kFaceLevels];
   kel_nn_box_t boxes[kMaxFaces];  // what the last result points at
 } g_state;
 
@@ -70,9 +64,8 @@ bool softmax_has_face(float* scores, int anchor_count) {
 }
 
 // `class_id` is not touched: it is 0 in the state's boxes, which is what callers see.
-void decode_face(const LevelAnchors& anchors, int row, int column, int size,
-                 const float* regression, float frame_width, float frame_height,
-                 kel_nn_box_t* box) {
+void decode_face(const FaceAnchors& anchors, int row, int column, int size, const float* regression,
+                 float frame_width, float frame_height, kel_nn_box_t* box) {
   const float width = anchors.widths[size], height = anchors.heights[size];
   const float cx = anchors.column_centres[column], cy = anchors.row_centres[row];
   box->cx = frame_width * clamp(cx + regression[0] * kCentreVariance * width);
@@ -85,21 +78,21 @@ void decode_face(const LevelAnchors& anchors, int row, int column, int size,
 
 namespace kelnn {
 
-void make_face_anchors() {
+void fill_face_anchors(FaceAnchors (&anchors)[kFaceLevels]) {
   for (int l = 0; l < kFaceLevels; ++l) {
     const kelnn::FaceLevel& level = kFaceLevelTable[l];
-    LevelAnchors& anchors = g_state.anchors[l];
-    fill_centres(anchors.column_centres, level.columns);
-    fill_centres(anchors.row_centres, level.rows);
+    fill_centres(anchors[l].column_centres, level.columns);
+    fill_centres(anchors[l].row_centres, level.rows);
     for (int a = 0; a < level.anchor_count; ++a) {
       const float size = static_cast<float>(level.anchor_sizes[a]);
-      anchors.widths[a] = clamp(size / static_cast<float>(kInput.width));
-      anchors.heights[a] = clamp(size / static_cast<float>(kInput.height));
+      anchors[l].widths[a] = clamp(size / static_cast<float>(kInput.width));
+      anchors[l].heights[a] = clamp(size / static_cast<float>(kInput.height));
     }
   }
 }
 
-int decode_faces(const FaceLevelOutputs (&outputs)[kFaceLevels], int frame_width, int frame_height,
+int decode_faces(const FaceAnchors (&anchors)[kFaceLevels],
+                 const FaceLevelOutputs (&outputs)[kFaceLevels], int frame_width, int frame_height,
                  kel_nn_box_t* boxes) {
   const float width = static_cast<float>(frame_width), height = static_cast<float>(frame_height);
   int count = 0;
@@ -115,7 +108,7 @@ int decode_faces(const FaceLevelOutputs (&outputs)[kFaceLevels], int frame_width
         const float score = scores[2 * i + 1];
         if (!(score > kScoreThreshold)) continue;
         kel_nn_box_t& box = boxes[count++];
-        decode_face(g_state.anchors[l], row, i / level.anchor_count, i % level.anchor_count,
+        decode_face(anchors[l], row, i / level.anchor_count, i % level.anchor_count,
                     regressions + 4 * i, width, height, &box);
         box.score = clamp(score);
       }
@@ -131,7 +124,7 @@ int kel_nn_facedet_init(kel_nn_handle_t handle, int width, int height) {
   // Also when the graph is initialised already and refuses: the interface says so.
   g_state.frame_width = width;
   g_state.frame_height = height;
-  kelnn::make_face_anchors();
+  kelnn::fill_face_anchors(g_state.anchors);
   return kel_nne_graph_init(&handle->graph_facedet, kelnn::kFaceDetectionModel, kelnn::kScrambled);
 }
 
@@ -154,8 +147,8 @@ int kel_nn_facedet_process(kel_nn_handle_t handle, const uint8_t* image,
     KEL_NN_FAIL_IF(!complete, -1, "Outputs %d and %d are too small for %d anchors.", 2 * l,
                    2 * l + 1, anchors);
   }
-  result->count =
-      kelnn::decode_faces(outputs, g_state.frame_width, g_state.frame_height, g_state.boxes);
+  result->count = kelnn::decode_faces(g_state.anchors, outputs, g_state.frame_width,
+                                      g_state.frame_height, g_state.boxes);
   if (result->count != 0) {
     result->count = kel_nn_nms(g_state.boxes, result->count, kNmsThreshold, KEL_NN_NMS_HARD);
   }

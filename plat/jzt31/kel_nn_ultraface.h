@@ -31,12 +31,19 @@ struct FaceLevelOutputs {
   const float* regressions;  // four for each anchor: dx, dy, dw, dh
 };
 
-// Fills the tables of the anchors' centres and sizes, which decode_faces() uses.
-void make_face_anchors();
+// The anchors of a level, relative to the input. Centres repeat from row to row and from column to
+// column and sizes from cell to cell, so each is kept once.
+struct FaceAnchors {
+  float column_centres[40], row_centres[30];
+  float widths[3], heights[3];
+};
+
+void fill_face_anchors(FaceAnchors (&anchors)[kFaceLevels]);
 
 // Turns all scores into probabilities, in place, and the first `kMaxFaces` anchors that score high
 // enough into boxes, level by level. Returns how many boxes there are.
-int decode_faces(const FaceLevelOutputs (&outputs)[kFaceLevels], int frame_width, int frame_height,
+int decode_faces(const FaceAnchors (&anchors)[kFaceLevels],
+                 const FaceLevelOutputs (&outputs)[kFaceLevels], int frame_width, int frame_height,
                  kel_nn_box_t* boxes);
 
 }  // namespace kelnn

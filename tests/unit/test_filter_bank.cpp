@@ -196,9 +196,11 @@ TEST(FrameConditioning, SmallCasesByHand) {
   s = counted({1, 2, 4});
   EXPECT_EQ(kel_nn_pre_emphasise(s.data(), 0.5f), 0);
   EXPECT_THAT(s, ElementsAre(3, 0.5f, 1.5f, 3));
-  s = counted({8});
-  kel_nn_pre_emphasise(s.data(), 0.75f);
-  EXPECT_THAT(s, ElementsAre(1, 2));
+  for (const float count : {1.0f, 0.0f, -3.0f}) {  // the last step is for all of them
+    s = {count, 8, 4};
+    kel_nn_pre_emphasise(s.data(), 0.75f);
+    EXPECT_THAT(s, ElementsAre(count, 2, 4));
+  }
   // 0.97 is the float next to it.
   s = counted({10000});
   kel_nn_pre_emphasise(s.data(), 0.97f);
@@ -250,18 +252,18 @@ TEST(LoadData, KeepsEveryValue) {
 TEST(Features, RowsAreCopiedAndCentredPerChannel) {
   Floats features(3 * 64, -1.0f), out = counted(Floats(64));
   kel_nn_wave_t wave = {};
-  wave.n_frames = 2;
   wave.features = features.data();
   kel_nn_frame_cfg_t cfg = {};
   cfg.fbank_out = out.data();
-  cfg.fbank.num_chans = 3;  // 64 are copied all the same
-  for (int row = -1; row <= 3; ++row) {
+  cfg.fbank.num_chans = 3;               // 64 are copied all the same
+  for (int row = -1; row <= 2; ++row) {  // row -1 is not there
     for (int c = 0; c < 64; ++c) out[c + 1] = static_cast<float>(100 * row + c * row);
-    kel_nn_link_data(&cfg, &wave, row);  // rows -1 and 3 are not there
+    kel_nn_link_data(&cfg, &wave, row);  // whatever number of frames is set
   }
   EXPECT_EQ(features[0], 0.0f);
   EXPECT_EQ(features[64 + 5], 105.0f);
   EXPECT_EQ(features[2 * 64 + 63], 326.0f);
+  wave.n_frames = 2;
   kel_nn_zeromean(&wave);
   for (int c = 0; c < 64; ++c) {
     EXPECT_EQ(features[c], -(100.0f + c) / 2) << c;
@@ -407,6 +409,9 @@ TEST_F(Energies, AreSharedByTwoChannelsAndNeitherConstantNorNyquistCounts) {
     const Floats out = run(tone(bin, 1000.0f), info);
     for (int c = 1; c <= 64; ++c) EXPECT_NEAR(out[c], 0.0, 1e-3) << bin << " " << c;
   }
+  info.lo_chan[40] = -1.0f;  // marked unused by hand: all goes to the channel above, element 0
+  info.lo_wt[40] = 0.0f;
+  EXPECT_NEAR(run(tone(40, 1.0f), info)[0], 64 + 256.0 * 256.0, 1.0);
 }
 
 TEST_F(Energies, MagnitudesAndLogarithmsAreSwitches) {

@@ -98,11 +98,7 @@ TEST(GridDetector, MapsIntoFramesThatAreNone) {
 // Candidates show the last bits, which whole pixels hide.
 TEST(GridDetector, DecodesLikeThePlainLoopsBitForBit) {
   const kelnn::GridDetector detector = {
-      {{32, {{68, 52}, {74, 118}, {140, 155}}}, {16, {{24, 18}, {37, 36}, {41, 76}}}},
-      9,
-      4,
-      500,
-      {}};
+      {{32, {{68, 52}, {74, 118}, {140, 155}}}, {16, {{24, 18}, {37, 36}, {41, 76}}}}, 9, 4, {}};
   std::mt19937 random(6);
   std::normal_distribution<float> normal;
   std::vector<float> values[2] = {std::vector<float>(8 * 13 * 27),
@@ -115,7 +111,7 @@ TEST(GridDetector, DecodesLikeThePlainLoopsBitForBit) {
   for (const kel_nn_size_t& input : {network, kel_nn_size_t{419, 253}}) {
     Boxes boxes(500), expected(500);
     boxes.resize(kelnn::decode_grids(detector, kelnn::Orientation::kLandscape,
-                                     {{outputs[0], outputs[1]}, true}, input, boxes.data()));
+                                     {{outputs[0], outputs[1]}, true}, input, 500, boxes.data()));
     expected.resize(kelnn_test::plain_decode_grids(kelnn_test::kPlainFourClasses, network, outputs,
                                                    input, expected.data()));
     EXPECT_TRUE(same_boxes(boxes, expected));
