@@ -2,7 +2,7 @@
 # Layout and static analysis; silent when there is nothing to say. Needs the configuration `gcc`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-git ls-files '*.h' '*.c' '*.cpp' | xargs clang-format --dry-run --Werror
+git ls-files '*.h' '*.hpp' '*.c' '*.cpp' | xargs clang-format --dry-run --Werror
 cmake --preset gcc >/dev/null
 # Tests are left to the compilers: the matchers of their framework set the analyser off.
 git ls-files 'src/*.cpp' 'plat/*.cpp' 'kit/*.cpp' 'tools/*.cpp' |

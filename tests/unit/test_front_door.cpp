@@ -1,0 +1,608 @@
+// The C++ interface over the scripted runtime: what its objects add to the C calls.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "kel_nn.hpp"
+#include "kel_nn_model_files.h"
+#include "support/library_test.h"
+#include "support/plain_detectors.h"
+#include "support/sounds.h"
+
+namespace {
+
+using kel_nn::Detection;
+using kel_nn::Error;
+using kel_nn::Frame;
+using kel_nn::Image;
+using kel_nn::Library;
+using kel_nn::Messages;
+using kel_nn::Rect;
+using kel_nn::Size;
+using kelnn_test::kFaceAnchorCounts;
+using kelnn_test::Output;
+using kelnn_test::TemporaryDirectory;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+using Bytes = std::vector<uint8_t>;
+
+// The error that `action` throws.
+template <typename Action>
+std::optional<Error> error_of(Action action) {
+  try {
+    action();
+  } catch (const Error& error) {
+    return error;
+  }
+  return std::nullopt;
+}
+
+// What a network plays in which there is one face, or one person or object.
+std::vector<Output> face_outputs() {
+  std::vector<Output> outputs;
+  for (const int count : kFaceAnchorCounts) {
+    const float anchors = static_cast<float>(count);
+    outputs.push_back({{1, anchors, 2}, std::vector<float>(size_t(count) * 2)});
+    outputs.push_back({{1, anchors, 4}, std::vector<float>(size_t(count) * 4)});
+  }
+  outputs[4].values[2 * 70 + 1] = 10.0f;  // stride 32, in the middle
+  return outputs;
+}
+
+std::vector<Output> grid_outputs(size_t values_per_anchor, Size input) {
+  std::vector<Output> outputs;
+  for (const int stride : {32, 16}) {
+    const float rows = static_cast<float>(input.h / stride);
+    const float columns = static_cast<float>(input.w / stride);
+    const size_t anchors = size_t(rows * columns) * 3;
+    outputs.push_back({{rows, columns, 3.0f * static_cast<float>(values_per_anchor)},
+                       std::vector<float>(anchors * values_per_anchor, -10.0f)});
+  }
+  for (size_t i = 0; i < values_per_anchor; ++i) {  // in the middle, of the anchor's size
+    outputs[0].values[outputs[0].values.size() / 2 / values_per_anchor * values_per_anchor + i] =
+        i == 4 ? 3.0f : 0.0f;
+  }
+  return outputs;
+}
+
+class FrontDoor : public kelnn_test::TaskTest {
+ protected:
+  // A library that looks where the models are, and a runtime that plays.
+  Library library() {
+    Library library(models.with_slash());
+    printed();
+    return library;
+  }
+  void play(std::vector<int> input_shape, const std::vector<Output>& outputs) {
+    runtime.input_shape = std::move(input_shape);
+    runtime.set_outputs(outputs);
+  }
+
+  const Bytes pixels = Bytes(640 * 640 * 3, 130);
+  const Frame landscape = Frame::rgb(pixels.data(), 640, 360);
+  const std::vector<int16_t> loud = kelnn_test::sounds(100000)[3].pcm;
+};
+
+// ----- What every task with a network does -------------------------------------------------------
+
+struct AnyTask {
+  const char* name;
+  std::vector<int> input_shape;
+  std::vector<Output> outputs;
+  std::function<std::shared_ptr<void>(const Library&)> make;
+  std::function<void(const FrontDoor&, void*)> run;
+  std::function<std::shared_ptr<void>(void*)> move;
+};
+
+template <typename T, typename Make, typename Run>
+AnyTask any_task(const char* name, std::vector<int> input_shape, std::vector<Output> outputs,
+                 Make make, Run run) {
+  return {name,
+          std::move(input_shape),
+          std::move(outputs),
+          [make](const Library& library) { return std::make_shared<T>(make(library)); },
+          [run](const FrontDoor&, void* task) { run(static_cast<T*>(task)); },
+          [](void* task) { return std::make_shared<T>(std::move(*static_cast<T*>(task))); }};
+}
+
+class EveryTask : public FrontDoor {
+ protected:
+  template <typename T>
+  AnyTask of_crop(const char* name, int channels, const std::vector<Output>& outputs) const {
+    return any_task<T>(
+        name, {112, 112, channels}, outputs, [](const Library& library) { return T(library); },
+        [this](T* task) { task->of(landscape, landscape.whole()); });
+  }
+
+  const std::vector<AnyTask> kAll = {
+      any_task<kel_nn::FaceDetector>(
+          "face-detection", {320, 240, 3}, face_outputs(),
+          [](const Library& library) { return kel_nn::FaceDetector(library); },
+          [this](kel_nn::FaceDetector* task) { EXPECT_EQ(task->detect(landscape).size(), 1u); }),
+      any_task<kel_nn::PersonDetector>(
+          "person-detection-landscape", {416, 256, 3}, grid_outputs(6, {416, 256}),
+          [](const Library& library) {
+            return kel_nn::PersonDetector(library, {640, 360});
+          },
+          [this](kel_nn::PersonDetector* task) { EXPECT_EQ(task->detect(landscape).size(), 1u); }),
+      any_task<kel_nn::ObjectDetector>(
+          "four-class-detection-landscape", {416, 256, 3}, grid_outputs(9, {416, 256}),
+          [](const Library& library) {
+            return kel_nn::ObjectDetector(library, {640, 360});
+          },
+          [this](kel_nn::ObjectDetector* task) { EXPECT_EQ(task->detect(landscape).size(), 1u); }),
+      of_crop<kel_nn::FaceFeatures>("face-features", 1,
+                                    {{{1, 1, 256}, std::vector<float>(256, 0.5f)}}),
+      of_crop<kel_nn::FaceLandmarks>(
+          "face-landmarks", 1,
+          {{{1, 1, 10}, std::vector<float>(10, 0.5f)}, {{1, 1, 3}, {0.1f, 0.2f, 0.3f}}}),
+      of_crop<kel_nn::FaceClassifier>("face-classes", 1, {{{1, 1, 3}, {0, 1, 0}}}),
+      of_crop<kel_nn::PersonClassifier>("person-classes", 3, {{{1, 1, 2}, {0, 1}}}),
+      any_task<kel_nn::CryDetector>(
+          "cry-detection", {64, 297, 1}, {{{1, 1, 2}, {0.5f, 2.0f}}},
+          [](const Library& library) { return kel_nn::CryDetector(library); },
+          [this](kel_nn::CryDetector* task) {
+            int windows = 0;
+            task->add(loud.data(), kel_nn::kWindowSamples, [&](float) { ++windows; });
+            EXPECT_EQ(windows, 1);
+          }),
+  };
+};
+
+TEST_F(EveryTask, SaysWhyItsModelDoesNotLoadAndCanBeTriedAgain) {
+  const Library library = this->library();
+  for (const AnyTask& task : kAll) {
+    SCOPED_TRACE(task.name);
+    play(task.input_shape, task.outputs);
+    printed();
+    runtime.fail_next_load = 7;
+    const auto error = error_of([&] { task.make(library); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), Error::kModel);
+    EXPECT_STREQ(error->task(), task.name);
+    EXPECT_THAT(error->line(), HasSubstr("load model error[7]"));
+    EXPECT_THAT(error->what(), AllOf(HasSubstr(task.name), EndsWith(error->line())));
+    EXPECT_THAT(printed_messages(), ElementsAre("[Error]" + error->line()));
+    EXPECT_EQ(runtime.networks_alive, 0);
+    task.run(*this, task.make(library).get());
+    EXPECT_EQ(runtime.networks_alive, 0);
+  }
+}
+
+TEST_F(EveryTask, ReportsAFailedRunAndGoesOn) {
+  const Library library = this->library();
+  for (const AnyTask& task : kAll) {
+    SCOPED_TRACE(task.name);
+    play(task.input_shape, task.outputs);
+    const auto object = task.make(library);
+    for (const bool has_messages : {false, true}) {
+      std::optional<Messages> messages;
+      if (has_messages) messages.emplace();
+      runtime.fail_next_run = 7;
+      const auto error = error_of([&] { task.run(*this, object.get()); });
+      ASSERT_TRUE(error);
+      EXPECT_EQ(error->kind(), Error::kRun);
+      EXPECT_STREQ(error->task(), task.name);
+      if (has_messages) {
+        EXPECT_EQ(error->line(), messages->last_error());
+        EXPECT_THAT(messages->text(), HasSubstr("[Error]Inference fail: 7"));
+      } else {
+        EXPECT_THAT(error->line(), IsEmpty());
+        EXPECT_THAT(printed(), HasSubstr("[Error]Inference fail: 7"));
+      }
+      task.run(*this, object.get());
+    }
+  }
+}
+
+// On the same library and on another one; the refusal changes nothing for the first object.
+TEST_F(EveryTask, IsThereOnce) {
+  const Library library = this->library(), other = this->library();
+  for (const AnyTask& task : kAll) {
+    SCOPED_TRACE(task.name);
+    play(task.input_shape, task.outputs);
+    const auto object = task.make(library);
+    printed();
+    for (const Library* where : {&library, &other}) {
+      const auto error = error_of([&] { task.make(*where); });
+      ASSERT_TRUE(error);
+      EXPECT_EQ(error->kind(), Error::kInUse);
+      EXPECT_EQ(error->line(), "Graph has already been initialized.");
+      EXPECT_THAT(printed_messages(), ElementsAre("[Error]Graph has already been initialized."));
+    }
+    task.run(*this, object.get());
+  }
+}
+
+TEST_F(EveryTask, MovesAndIsDestroyedInAnyOrder) {
+  for (const AnyTask& task : kAll) {
+    SCOPED_TRACE(task.name);
+    play(task.input_shape, task.outputs);
+    auto library = std::make_unique<Library>(this->library());
+    auto first = task.make(*library);
+    auto second = task.move(first.get());
+    library.reset();  // the tasks keep what they need
+    EXPECT_TRUE(error_of([&] { task.run(*this, first.get()); }));
+    task.run(*this, second.get());
+    first.reset();
+    EXPECT_EQ(runtime.networks_alive, 1);
+    task.run(*this, second.get());
+    second.reset();
+    EXPECT_EQ(runtime.networks_alive, 0);
+  }
+}
+
+TEST_F(FrontDoor, AssigningReleasesWhatWasThere) {
+  play({320, 240, 3}, face_outputs());
+  const Library library = this->library();
+  std::optional<kel_nn::FaceDetector> kept(library);
+  kel_nn::FaceDetector moved = std::move(*kept);
+  kept.emplace(std::move(moved));
+  *kept = kel_nn::FaceDetector(std::move(*kept));  // through a temporary
+  EXPECT_EQ(kept->detect(landscape).size(), 1u);
+  EXPECT_EQ(runtime.networks_alive, 1);
+  kept.reset();
+  EXPECT_EQ(runtime.networks_alive, 0);
+}
+
+TEST_F(FrontDoor, LoadsEachModelFromItsLibrarysDirectory) {
+  const TemporaryDirectory elsewhere;
+  elsewhere.write(kelnn::kFaceFeatureModel, std::string(3000, 'm'));
+  play({112, 112, 1}, {{{1, 1, 256}, std::vector<float>(256, 0.5f)}});
+  const Library first(elsewhere.file("")), second(models.with_slash());
+  EXPECT_EQ(elsewhere.with_slash(), first.directory());
+  EXPECT_EQ(Library("models").directory(), "models/");
+  EXPECT_EQ(Library().directory(), "");
+  printed();
+  const kel_nn::FaceFeatures features(first);
+  EXPECT_THAT(printed(), HasSubstr(elsewhere.file(kelnn::kFaceFeatureModel)));
+  runtime.set_outputs({{{1, 1, 3}, {0, 1, 0}}});
+  const kel_nn::FaceClassifier classifier(second);
+  EXPECT_THAT(printed(), HasSubstr(models.file(kelnn::kFaceClassifyModel)));
+}
+
+// ----- Detectors ---------------------------------------------------------------------------------
+
+std::vector<Rect> boxes_of(const std::vector<Detection>& found) {
+  std::vector<Rect> boxes;
+  for (const Detection& one : found) boxes.push_back(one.box);
+  return boxes;
+}
+
+testing::Matcher<Rect> IsRect(int x, int y, int w, int h) {
+  return AllOf(testing::Field(&Rect::x, x), testing::Field(&Rect::y, y),
+               testing::Field(&Rect::w, w), testing::Field(&Rect::h, h));
+}
+
+// The face is 64 pixels of 320 x 240 wide and high, its middle at (5.5 / 10, 3.5 / 8).
+TEST_F(FrontDoor, FindsFacesInFramesOfAnySizeWithoutLoadingAgain) {
+  play({320, 240, 3}, face_outputs());
+  const Library library = this->library();
+  kel_nn::FaceDetector faces(library);
+  printed();
+  runtime.fail_next_load = 7;  // from here on
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(boxes_of(faces.detect(Frame::rgb(pixels.data(), 640, 480))),
+                ElementsAre(IsRect(288, 146, 128, 128)));
+    EXPECT_THAT(boxes_of(faces.detect(Frame::rgb(pixels.data(), 320, 240))),
+                ElementsAre(IsRect(144, 73, 64, 64)));
+  }
+  EXPECT_EQ(runtime.fail_next_load, 7);
+  EXPECT_THAT(printed(), IsEmpty());
+
+  // What else was printed is passed on.
+  std::printf("before ");
+  faces.detect(Frame::rgb(pixels.data(), 640, 480));
+  std::printf("after");
+  EXPECT_EQ(printed(), "before after");
+}
+
+TEST_F(FrontDoor, LoadsAnotherOrientationsModelOnce) {
+  const struct {
+    Size frame, input;
+    const char* task;
+    const char* file;
+  } cases[] = {
+      {{640, 360}, {416, 256}, "person-detection-landscape", kelnn::kPersonDetectionLandscapeModel},
+      {{480, 480}, {320, 320}, "person-detection-square", kelnn::kPersonDetectionSquareModel},
+      {{360, 640}, {256, 416}, "person-detection-portrait", kelnn::kPersonDetectionPortraitModel},
+  };
+  const Library library = this->library();
+  play({416, 256, 3}, grid_outputs(6, {416, 256}));
+  kel_nn::PersonDetector persons(library, {1920, 1080});
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.task);
+    const Frame frame = Frame::rgb(pixels.data(), c.frame.w, c.frame.h);
+    play({c.input.w, c.input.h, 3}, grid_outputs(6, c.input));
+    if (!persons.is_ready_for(c.frame)) {
+      printed();
+      runtime.fail_next_load = 7;
+      EXPECT_STREQ(error_of([&] { persons.detect(frame); })->task(), c.task);
+      EXPECT_EQ(persons.detect(frame).size(), 1u);
+      EXPECT_THAT(printed(), HasSubstr(c.file));
+    }
+    EXPECT_TRUE(persons.is_ready_for(c.frame));
+    runtime.fail_next_load = 7;
+    EXPECT_EQ(persons.detect(frame).size(), 1u);
+    runtime.fail_next_load = 0;
+    EXPECT_THAT(runtime.last_input_shape, ElementsAre(c.input.w, c.input.h, 3));
+  }
+}
+
+// ----- Pictures ----------------------------------------------------------------------------------
+
+TEST_F(FrontDoor, RefusesViewsAndImagesThatCannotBe) {
+  const uint8_t* data = pixels.data();
+  const Library library = this->library();
+  play({112, 112, 1}, {{{1, 1, 256}, std::vector<float>(256, 0.5f)}});
+  kel_nn::FaceFeatures features(library);
+  Image image({4, 4}, KEL_NN_KIT_GREY);
+  kel_nn::MotionFilter filter(library);
+  const std::pair<const char*, std::function<void()>> refused[] = {
+      {"no data", [] { Frame::grey(nullptr, 4, 4); }},
+      {"no width", [=] { Frame::grey(data, 0, 4); }},
+      {"a negative height", [=] { Frame::rgb(data, 4, -1); }},
+      {"too wide", [=] { Frame::bgr(data, KEL_NN_KIT_MAX_SIDE + 1, 1); }},
+      {"a width whose row does not fit an int", [=] { Frame::rgb(data, 1 << 30, 1, 1); }},
+      {"a stride below a row", [=] { Frame::rgb(data, 4, 4, 11); }},
+      {"a negative stride", [=] { Frame::grey(data, 4, 4, -4); }},
+      {"a stride too large", [=] { Frame::grey(data, 4, 4, 65537); }},
+      {"NV12 of one row", [=] { Frame::nv12(data, 4, 1); }},
+      {"an unknown format",
+       [&] {
+         image.scale(Frame({data, 4, 4, 0, static_cast<kel_nn_kit_format_t>(7), nullptr}));
+       }},
+      {"an image of no width",
+       [] {
+         Image({0, 4}, KEL_NN_KIT_GREY);
+       }},
+      {"an image in NV12",
+       [] {
+         Image({4, 4}, KEL_NN_KIT_NV12);
+       }},
+      {"a rectangle outside",
+       [&] {
+         image.crop(landscape, {640, 0, 4, 4});
+       }},
+      {"a cut-out of another size",
+       [&] {
+         features.of(Image({112, 111}, KEL_NN_KIT_GREY));
+       }},
+      {"a cut-out in colour",
+       [&] {
+         features.of(Image({112, 112}, KEL_NN_KIT_RGB));
+       }},
+      {"luma without data",
+       [&] {
+         filter.take(nullptr, {4, 4});
+       }},
+      {"luma without columns",
+       [&] {
+         filter.take(data, {0, 4});
+       }},
+  };
+  for (const auto& [name, action] : refused) {
+    SCOPED_TRACE(name);
+    const auto error = error_of(action);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), Error::kFrame);
+  }
+  Frame::rgb(data, 4, 4, 12);
+  Frame::nv12(data, 2, 2, 65536, data);
+}
+
+TEST_F(FrontDoor, MakesTheSameImagesAsTheKit) {
+  Bytes noise(640 * 360 * 3 / 2);
+  for (size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<uint8_t>(i * 89 + i / 640 * 151);
+  const Frame frame = Frame::nv12(noise.data(), 640, 360);
+  const Rect rect = {100, 50, 77, 99};
+  Bytes expected(112 * 112 * 3);
+  const kel_nn_kit_image_t kit = {expected.data(), 112, 112, KEL_NN_KIT_RGB};
+  Image image({112, 112}, KEL_NN_KIT_RGB);
+  const auto pixels = [&] { return Bytes(image.data(), image.data() + expected.size()); };
+  ASSERT_EQ(kel_nn_kit_scale(&frame.view(), &kit), 0);
+  image.scale(frame);
+  EXPECT_EQ(pixels(), expected);
+  ASSERT_EQ(kel_nn_kit_letterbox(&frame.view(), &kit), 0);
+  image.letterbox(frame);
+  EXPECT_EQ(pixels(), expected);
+  ASSERT_EQ(kel_nn_kit_crop(&frame.view(), rect, &kit), 0);
+  image.crop(frame, rect);
+  EXPECT_EQ(pixels(), expected);
+}
+
+// ----- Faces -------------------------------------------------------------------------------------
+
+TEST_F(FrontDoor, GivesWhatTheNetworksOfCutOutsSay) {
+  const Library library = this->library();
+  Image face(kel_nn::kCropSize, KEL_NN_KIT_GREY), person(kel_nn::kCropSize, KEL_NN_KIT_BGR);
+  const Rect box = {10, 20, 30, 40};
+  face.crop(landscape, box);
+
+  std::vector<float> values(256, 0.0f);
+  values[3] = 3.0f;
+  values[4] = 4.0f;
+  play({112, 112, 1}, {{{1, 1, 256}, values}});
+  kel_nn::FaceFeatures features(library);
+  const kel_nn::Feature feature = features.of(face);
+  EXPECT_FLOAT_EQ(feature[4], 0.8f);
+  EXPECT_EQ(features.of(landscape, box), feature);
+  kel_nn::Feature other = {};
+  other[3] = 1.0f;
+  EXPECT_EQ(kel_nn::similarity(feature, other), feature[3]);
+
+  runtime.set_outputs({{{1, 1, 10}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}}, {{1, 1, 3}, {-1, -2, -3}}});
+  const kel_nn::Landmarks landmarks = kel_nn::FaceLandmarks(library).of(face);
+  EXPECT_THAT(landmarks.points, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+  EXPECT_THAT(landmarks.pose, ElementsAre(-1, -2, -3));
+
+  runtime.set_outputs({{{1, 1, 3}, {-1, 0, -2}}});
+  const kel_nn::FaceClass face_class = kel_nn::FaceClassifier(library).of(face);
+  EXPECT_EQ(face_class.id, 1);
+  EXPECT_EQ(face_class.score, 0.5f);
+
+  play({112, 112, 3}, {{{1, 1, 2}, {1, 1}}});
+  EXPECT_EQ(kel_nn::PersonClassifier(library).of(person), 0.5f);
+}
+
+// ----- Sound and motion --------------------------------------------------------------------------
+
+TEST_F(FrontDoor, HearsEachWindowInWhateverChunksItComes) {
+  play({64, 297, 1}, {{{1, 1, 2}, {0.5f, 2.0f}}});
+  const Library library = this->library();
+  kel_nn::CryDetector detector(library);
+  std::vector<int16_t> sound = loud;
+  sound.resize(3 * kel_nn::kWindowSamples);  // the third window is nearly silent
+  for (const size_t chunk : {size_t{1600}, size_t{7001}, sound.size()}) {
+    SCOPED_TRACE(chunk);
+    std::vector<float> heard;
+    for (size_t i = 0; i < sound.size(); i += chunk) {
+      detector.add(&sound[i], std::min(chunk, sound.size() - i),
+                   [&](float probability) { heard.push_back(probability); });
+    }
+    const float cry = std::exp(2.0f) / (std::exp(0.5f) + std::exp(2.0f));
+    EXPECT_THAT(heard, ElementsAre(testing::FloatEq(cry), testing::FloatEq(cry), testing::_));
+  }
+  EXPECT_THAT(printed(), Not(HasSubstr("[Warning]")));  // no sample was lost
+
+  detector.add(sound.data(), 1000, [](float) {});
+  runtime.fail_next_run = 7;
+  EXPECT_TRUE(error_of([&] { detector.add(sound.data(), sound.size(), [](float) {}); }));
+  int windows = 0;
+  detector.add(sound.data(), kel_nn::kWindowSamples, [&](float) { ++windows; });
+  EXPECT_EQ(windows, 1);  // the one that failed is gone, and left nothing behind
+  EXPECT_EQ(error_of([&] { detector.add(nullptr, 1, [](float) {}); })->kind(), Error::kFrame);
+  detector.add(nullptr, 0, [](float) {});
+}
+
+TEST_F(FrontDoor, ShowsWhatTheNetworkHears) {
+  kel_nn_mfcc_t* context = nullptr;
+  ASSERT_EQ(kel_nn_mfcc_create(&context, 16000, 0), 0);
+  ASSERT_EQ(kel_nn_mfcc_process(context, loud.data()), 0);
+  const Bytes expected(context->feature_u8, context->feature_u8 + 297 * 64);
+  kel_nn_mfcc_destory(&context);
+
+  kel_nn::SoundFeatures features;
+  ASSERT_TRUE(features.of(loud.data()));
+  EXPECT_EQ(features.rows(), 297);
+  EXPECT_EQ(features.channels(), 64);
+  EXPECT_EQ(Bytes(features.bytes(), features.bytes() + 297 * 64), expected);
+  EXPECT_FALSE(features.of(std::vector<int16_t>(kel_nn::kWindowSamples).data()));
+  EXPECT_EQ(error_of([&] { features.of(nullptr); })->kind(), Error::kFrame);
+
+  EXPECT_NEAR(features.centre_hz(0), 27.3, 0.5);
+  EXPECT_NEAR(features.channel_at(features.centre_hz(40)), 40, 1e-9);
+  const float loudness = kel_nn::loudness(loud.data(), kel_nn::kWindowSamples);
+  EXPECT_TRUE(kel_nn::SoundFeatures(loudness).of(loud.data()));
+  EXPECT_FALSE(kel_nn::SoundFeatures(loudness * 1.001f).of(loud.data()));
+}
+
+TEST_F(FrontDoor, DecidesOnMotionAtTheEndOfAPeriod) {
+  const Library library = this->library();
+  kel_nn::MotionFilter filter(library, 1.0f, 4);
+  EXPECT_EQ(error_of([&] { kel_nn::MotionFilter another(library); })->kind(), Error::kInUse);
+  const Bytes dark(64 * 64, 0), bright(64 * 64, 200);
+  std::vector<std::optional<bool>> seen;
+  for (int i = 0; i < 8; ++i) {
+    seen.push_back(filter.take((i < 4 && i % 2 ? bright : dark).data(), {64, 64}));
+  }
+  seen.push_back(filter.take(dark.data(), {64, 32}));  // another size: it starts anew
+  for (int i = 0; i < 3; ++i) seen.push_back(filter.take(dark.data(), {64, 32}));
+  const std::optional<bool> none;
+  EXPECT_THAT(
+      seen, ElementsAre(none, none, none, true, none, none, none, false, none, none, none, false));
+}
+
+// ----- A network of one's own --------------------------------------------------------------------
+
+TEST_F(FrontDoor, RunsANetworkOfItsOwn) {
+  play({4, 2, 3}, {{{1, 2, 3}, {1, 2, 3, 4, 5, 6}}, {{1, 1, 1}, {7}}});
+  kel_nn::Graph graph("elsewhere/own.onnx"), moved = std::move(graph);
+  EXPECT_EQ(runtime.loaded_path, "elsewhere/own.onnx");  // whatever the root directory was
+  EXPECT_EQ(moved.input_size().w, 4);
+  EXPECT_EQ(moved.input_size().h, 2);
+  EXPECT_EQ(moved.input_channels(), 3);
+  Image image({4, 2}, KEL_NN_KIT_RGB);
+  image.data()[0] = 129;
+  moved.run(image);
+  EXPECT_EQ(runtime.last_input[0], 1);
+  EXPECT_THAT(moved.output(0).dim, ElementsAre(1, 2, 3));
+  EXPECT_EQ(moved.output(0).count(), 6u);
+  EXPECT_EQ(moved.output(1).values[0], 7);
+  for (const size_t index : {size_t{2}, size_t{16}}) EXPECT_EQ(moved.output(index).count(), 0u);
+
+  EXPECT_EQ(error_of([&] { moved.run(Image({2, 4}, KEL_NN_KIT_RGB)); })->kind(), Error::kFrame);
+  EXPECT_EQ(error_of([&] { moved.run(nullptr); })->kind(), Error::kFrame);
+  runtime.fail_next_run = 7;
+  EXPECT_EQ(error_of([&] { moved.run(image); })->kind(), Error::kRun);
+  runtime.fail_next_load = 5;
+  EXPECT_THAT(error_of([] { kel_nn::Graph("other.onnx"); })->line(), HasSubstr("error[5]"));
+  EXPECT_EQ(runtime.networks_alive, 1);
+}
+
+// ----- Messages ----------------------------------------------------------------------------------
+
+TEST_F(FrontDoor, CatchesWhatIsPrinted) {
+  std::printf("before\n");
+  {
+    Messages outer;
+    std::printf("kept ");
+    kel_nn_handle_destroy(nullptr);
+    {
+      Messages inner;
+      kel_nn_facedet_init(nullptr, 1, 1);
+      EXPECT_EQ(inner.errors(), 1u);
+      EXPECT_EQ(inner.last_error(), "Uninitialized handle.");
+      inner.pass_on();
+      EXPECT_THAT(inner.text(), IsEmpty());
+      std::printf("gone");
+    }
+    EXPECT_EQ(outer.errors(), 2u);
+    EXPECT_EQ(outer.warnings(), 0u);
+    EXPECT_EQ(outer.last_error(), "Uninitialized handle.");
+    EXPECT_THAT(outer.text(), AllOf(HasSubstr("kept "), HasSubstr("Unhandled nn handle input."),
+                                    Not(HasSubstr("gone"))));
+  }
+  std::printf("after\n");
+  EXPECT_EQ(printed(), "before\nafter\n");
+}
+
+TEST_F(FrontDoor, NeverWaitsForSomeoneToReadTheMessages) {
+  {
+    Messages messages;
+    for (int i = 0; i < 1000; ++i) std::puts(std::string(199, '.').c_str());
+    EXPECT_GE(messages.text().size(), 60000u);
+    std::puts("and now there is room again");
+    EXPECT_THAT(messages.text(), EndsWith("again\n"));
+  }
+  printed();
+  std::puts("standard output is itself again");
+  EXPECT_EQ(printed(), "standard output is itself again\n");
+}
+
+TEST_F(FrontDoor, LoadsWithoutAStandardOutput) {
+  play({320, 240, 3}, face_outputs());
+  const Library library = this->library();
+  const int saved = fcntl(STDOUT_FILENO, F_DUPFD, 100);
+  close(STDOUT_FILENO);
+  {
+    kel_nn::FaceDetector faces(library);
+    EXPECT_EQ(faces.detect(landscape).size(), 1u);
+    EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFD), -1) << "something else has taken its number";
+  }
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+}
+
+}  // namespace
