@@ -694,7 +694,9 @@ KEL_NN_API int32_t kel_nn_convert_frame(kel_nn_frame_cfg_t* cfg, kel_nn_wave_t* 
 /** Subtracts the mean of the counted vector from its elements. */
 KEL_NN_API void kel_nn_zeromean_frame(float* s);
 
-/** Subtracts from each element `k` times the one before it; the first is multiplied by 1 - `k`. */
+/** Subtracts from each element `k` times the one before it; the first is multiplied by 1 - `k`, in
+ *  an empty vector too, which therefore needs the room of one.
+ */
 KEL_NN_API int32_t kel_nn_pre_emphasise(float* s, float k);
 
 /** Multiplies the counted vector by `window`, elements 1 to n of both. It computes no distance. */
@@ -708,8 +710,8 @@ KEL_NN_API int32_t kel_nn_ham_distance(float* s, const float* window);
  */
 KEL_NN_API void kel_nn_wave_to_filter_bank(float* s, float* fbank, kel_nn_fbank_info_t info);
 
-/** Copies 64 channels of `cfg->fbank_out` to row `row` of `w->features`. A row that is not there is
- *  ignored.
+/** Copies 64 channels of `cfg->fbank_out` to row `row` of `w->features`, which must be there:
+ *  `w->n_frames` is not looked at. A negative row is ignored.
  */
 KEL_NN_API void kel_nn_link_data(kel_nn_frame_cfg_t* cfg, kel_nn_wave_t* w, int32_t row);
 
@@ -835,7 +837,8 @@ typedef struct kel_nn_tensor {
 } * kel_nn_tensor_t;
 
 /** A model that can be run. All zero is a graph that is not initialised. Read it through the
- *  functions.
+ *  functions. kel_nne_graph_deinit() releases what it points to: the first two and `output_data`
+ *  are blocks of malloc().
  */
 typedef struct kel_nn_graph {
   char* model_path;    /**< root directory and name */
