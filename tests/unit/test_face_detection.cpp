@@ -1,11 +1,11 @@
-// Face detection over the scripted runtime.
+// Face detection over the scripted runtime: its boxes. What it shares with other tasks is tested in
+// test_picture_tasks.cpp.
 #include <cmath>
 #include <limits>
 #include <random>
 #include <vector>
 
 #include "kel_nn_handle.h"
-#include "kel_nn_model_files.h"
 #include "support/box_matchers.h"
 #include "support/library_test.h"
 #include "support/plain_boxes.h"
@@ -13,13 +13,10 @@
 
 namespace {
 
-using kelnn_test::IsLocatedLine;
 using kelnn_test::kFaceAnchorCounts;
 using kelnn_test::same_boxes;
 using kelnn_test::TaskTest;
-using ::testing::ElementsAre;
 
-constexpr char kPath[] = "plat/jzt31/kel_nn_ultraface.cpp";
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 // The eight outputs, in level order: two scores, then four regression values for each anchor.
@@ -75,15 +72,6 @@ class FaceDetection : public TaskTest {
   std::vector<uint8_t> image_ = std::vector<uint8_t>(320 * 240 * 3, 130);
   kel_nn_facedet_result_t result_ = {nullptr, 77, -1};
 };
-
-TEST_F(FaceDetection, LoadsItsModelAndShowsItTheImage) {
-  init(640, 480);
-  EXPECT_EQ(handle->graph_facedet.model_path, models.with_slash() + kelnn::kFaceDetectionModel);
-  ASSERT_EQ(process(), 0);
-  EXPECT_THAT(runtime.last_input, ::testing::Each(130 - 128));
-  EXPECT_EQ(kel_nn_facedet_deinit(handle), 0);
-  EXPECT_EQ(runtime.networks_alive, 0);
-}
 
 TEST_F(FaceDetection, NoFaceIsAResultToo) {
   init(640, 480);
@@ -227,62 +215,6 @@ TEST_F(FaceDetection, EqualsThePlainLoopsBitForBit) {
       }
     }
   }
-}
-
-TEST_F(FaceDetection, RefusesNullsUnderTheNameOfTheCall) {
-  EXPECT_EQ(kel_nn_facedet_init(nullptr, 640, 480), -1);
-  EXPECT_THAT(printed(),
-              IsLocatedLine("31", kPath, "kel_nn_facedet_init", "[Error]Uninitialized handle."));
-  EXPECT_EQ(kel_nn_facedet_deinit(nullptr), -1);
-  EXPECT_THAT(printed(),
-              IsLocatedLine("31", kPath, "kel_nn_facedet_deinit", "[Error]Uninitialized handle."));
-  EXPECT_EQ(kel_nn_facedet_process(nullptr, image_.data(), &result_), -1);
-  EXPECT_THAT(printed(),
-              IsLocatedLine("31", kPath, "kel_nn_facedet_process", "[Error]Invalid arguments."));
-  EXPECT_EQ(kel_nn_facedet_process(handle, nullptr, &result_), -1);
-  EXPECT_EQ(kel_nn_facedet_process(handle, image_.data(), nullptr), -1);
-  EXPECT_THAT(printed_messages(),
-              ElementsAre("[Error]Invalid arguments.", "[Error]Invalid arguments."));
-}
-
-TEST_F(FaceDetection, FailuresLeaveTheResultAlone) {
-  kel_nn_box_t mine;
-  result_ = {&mine, 77, 5};
-  const auto untouched = [&] {
-    return result_.boxes == &mine && result_.reserved == 77 && result_.count == 5;
-  };
-  EXPECT_EQ(process(), -1);  // not initialised: the engine expects no shape at all
-  EXPECT_TRUE(untouched());
-  init(640, 480);
-  runtime.fail_next_run = 7;
-  EXPECT_EQ(process(), -1);
-  EXPECT_THAT(printed_messages(), ElementsAre("[Error]Inference fail: 7"));  // nothing of its own
-  EXPECT_TRUE(untouched());
-}
-
-TEST_F(FaceDetection, RefusesANetworkWithTooLittleOutput) {
-  kel_nn_box_t mine;
-  result_ = {&mine, 77, 5};
-  Network short_of_one;
-  short_of_one.regressions[3].resize(4 * 59);
-  std::vector<kelnn_test::Output> outputs;
-  for (int l = 0; l < 4; ++l) {
-    for (const auto& values : {short_of_one.scores[l], short_of_one.regressions[l]}) {
-      outputs.push_back({{1, 1, static_cast<float>(values.size())}, values});
-    }
-  }
-  runtime.set_outputs(outputs);
-  init(640, 480);
-  EXPECT_EQ(process(), -1);
-  EXPECT_THAT(printed(), IsLocatedLine("31", kPath, "kel_nn_facedet_process",
-                                       "[Error]Outputs 6 and 7 are too small for 60 anchors."));
-  kel_nn_facedet_deinit(handle);
-  outputs.resize(6);
-  runtime.set_outputs(outputs);
-  init(640, 480);
-  EXPECT_EQ(process(), -1);
-  EXPECT_EQ(result_.boxes, &mine);
-  EXPECT_EQ(result_.count, 5);
 }
 
 }  // namespace

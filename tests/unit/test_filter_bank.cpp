@@ -4,7 +4,6 @@
 #include <cfloat>
 #include <cmath>
 #include <complex>
-#include <cstddef>
 #include <limits>
 #include <random>
 #include <vector>
@@ -45,45 +44,27 @@ Floats random_values(size_t n, float scale) {
   return values;
 }
 
+// Initialised by position, read by name.
 TEST(FilterBankRecords, HaveTheirFieldsInOrder) {
-  const size_t pointer = sizeof(void*);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, num_chans), 4u);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, samp_period), 8u);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, fft_n), 12u);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, klo), 16u);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, khi), 20u);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, use_power), 24u);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, take_logs), 28u);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, fres), 32u);
-  const size_t cf = pointer == 8 ? 40 : 36;
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, cf), cf);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, lo_chan), cf + pointer);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, lo_wt), cf + 2 * pointer);
-  EXPECT_EQ(offsetof(kel_nn_fbank_info_t, x), cf + 3 * pointer);
-
-  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, frame_size), 4u);
-  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, position), 8u);
-  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, frame_shift), 12u);
-  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, fbank), 16u);
-  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, fbank_out), 16 + sizeof(kel_nn_fbank_info_t));
-  EXPECT_EQ(offsetof(kel_nn_frame_cfg_t, frame), 16 + sizeof(kel_nn_fbank_info_t) + pointer);
-
-  EXPECT_EQ(offsetof(kel_nn_wave_t, frame_size), 4u);
-  EXPECT_EQ(offsetof(kel_nn_wave_t, position), 8u);
-  EXPECT_EQ(offsetof(kel_nn_wave_t, frame_shift), 12u);
-  EXPECT_EQ(offsetof(kel_nn_wave_t, n_frames), 16u);
-  const size_t samples = pointer == 8 ? 24 : 20;
-  EXPECT_EQ(offsetof(kel_nn_wave_t, samples), samples);
-  EXPECT_EQ(offsetof(kel_nn_wave_t, features), samples + pointer);
-
-  EXPECT_EQ(offsetof(kel_nn_mfcc_t, feature_u8), 0u);
-  EXPECT_EQ(offsetof(kel_nn_mfcc_t, has_voice), pointer);
-  EXPECT_EQ(offsetof(kel_nn_mfcc_t, audio_ms), pointer + 4);
-  EXPECT_EQ(offsetof(kel_nn_mfcc_t, window), pointer + 8);
-  EXPECT_EQ(offsetof(kel_nn_mfcc_t, gate_threshold), 2 * pointer + 8);
-  const size_t wave = pointer == 8 ? 32 : 20;
-  EXPECT_EQ(offsetof(kel_nn_mfcc_t, wave), wave);
-  EXPECT_EQ(offsetof(kel_nn_mfcc_t, cfg), wave + sizeof(kel_nn_wave_t));
+  float v[7] = {};
+  uint8_t bytes[1] = {};
+  kel_nn_fbank_info_t info = {1, 2, 3, 4, 5, 6, 7, 8, 9.0f, v, v + 1, v + 2, v + 3};
+  kel_nn_wave_t wave = {1, 2, 3, 4, 5, v, v + 1};
+  kel_nn_frame_cfg_t cfg = {1.0f, 2, 3, 4, info, v + 4, v + 5};
+  kel_nn_mfcc_t m = {bytes, 1, 2, v + 6, 3.0f, wave, cfg};
+  EXPECT_THAT((std::vector<int>{info.frame_size, info.num_chans, info.samp_period, info.fft_n,
+                                info.klo, info.khi, info.use_power, info.take_logs}),
+              ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
+  EXPECT_THAT((std::vector<float*>{info.cf, info.lo_chan, info.lo_wt, info.x, cfg.fbank_out,
+                                   cfg.frame, m.window}),
+              ElementsAre(v, v + 1, v + 2, v + 3, v + 4, v + 5, v + 6));
+  EXPECT_THAT((std::vector<int>{wave.n_samples, wave.frame_size, wave.position, wave.frame_shift,
+                                wave.n_frames}),
+              ElementsAre(1, 2, 3, 4, 5));
+  EXPECT_THAT((std::vector<float*>{wave.samples, wave.features}), ElementsAre(v, v + 1));
+  EXPECT_THAT(
+      (std::vector<int>{cfg.frame_size, cfg.position, cfg.frame_shift, m.has_voice, m.audio_ms}),
+      ElementsAre(2, 3, 4, 1, 2));
 }
 
 TEST_F(FilterBank, ReportsNullVectors) {
