@@ -91,7 +91,7 @@ KEL_NN_ALWAYS_INLINE void colour_row(const uint8_t* luma, const uint8_t* chroma,
                                      const YuvWeights& weights, int width,
                                      uint8_t* __restrict row) {
   const YuvWeights by = weights;
-  const auto convert = [&](int x, int pair) __attribute__((always_inline)) {
+  const auto convert = [&](int x, int pair) KEL_NN_INLINED {
     const int c = by.luma * (luma[x] - by.black) + 128;
     const int d = chroma[2 * pair] - 128, e = chroma[2 * pair + 1] - 128;
     row[3 * x + kRed] = limited((c + by.v_to_red * e) >> 8);

@@ -18,8 +18,10 @@
 #endif
 #endif
 
-// A function that becomes part of the one it is called from, and so takes that one's target.
-#define KEL_NN_ALWAYS_INLINE inline __attribute__((always_inline))
+// A function that becomes part of the one it is called from, and so takes that one's target; of a
+// lambda the second, behind its parameters.
+#define KEL_NN_ALWAYS_INLINE inline KEL_NN_INLINED
+#define KEL_NN_INLINED __attribute__((always_inline))
 #define KEL_NN_NEVER_INLINE __attribute__((noinline))
 
 // In front of a function that is built for several targets and must stay a function. Clang inlines no copy, and refuses to be told.

@@ -5,12 +5,14 @@
 
 #include <cstddef>
 
+#include "kel_nn_compiler.h"
+
 namespace kelnn {
 
 class Signature {
  public:
   // Never inlined: the loop would stand in every line that is logged.
-  __attribute__((noinline)) explicit Signature(const char* pretty_function) {
+  KEL_NN_NEVER_INLINE explicit Signature(const char* pretty_function) {
     size_t length = 0;
     for (const char* p = pretty_function; *p && length + 2 < sizeof(text_); ++p) {
       const bool space_before_star = p[0] == ' ' && p[1] == '*';

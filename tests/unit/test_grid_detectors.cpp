@@ -31,57 +31,34 @@ constexpr float kInfinity = std::numeric_limits<float>::infinity();
 TEST(GridDetector, MapsBoxesIntoTheFrame) {
   struct Case {
     const char* name;
-    kel_nn_size_t frame, input;
-    kel_nn_box_t box, mapped;
+    float box[4], mapped[4];  // cx, cy, w, h
   };
-  const kel_nn_size_t kWide = {640, 360},
-                      kWideInput = {416, 256};  // scale 0.65, 11 rows of padding
-  const kel_nn_size_t kSame = {320, 320};       // scale 1, no padding
+  const auto expect_mapped = [](const Case& c, const kel_nn_size_t& frame,
+                                const kel_nn_size_t& input) {
+    SCOPED_TRACE(c.name);
+    const float *b = c.box, *m = c.mapped;
+    const kel_nn_box_t box = {b[0], b[1], b[2], b[3], 0.9f, 2};
+    Boxes mapped(1);
+    kelnn::map_to_frame(&box, 1, frame, input, mapped.data());
+    EXPECT_TRUE(same_boxes(mapped, {{m[0], m[1], m[2], m[3], 0.9f, 2}}));
+  };
+  // Scale 0.65, 11 rows or columns of padding.
+  expect_mapped({"wide", {208, 128, 65, 117}, {320, 180, 100, 180}}, {640, 360}, {416, 256});
+  expect_mapped({"high", {128, 208, 117, 65}, {180, 320, 180, 100}}, {360, 640}, {256, 416});
   const float kHuge = 1e30f;
   const Case cases[] = {
-      {"centre of a wide frame",
-       kWide,
-       kWideInput,
-       {208, 128, 65, 117, 0.9f, 2},
-       {320, 180, 100, 180, 0.9f, 2}},
-      {"centre of a high frame",
-       {360, 640},
-       {256, 416},
-       {128, 208, 117, 65, 0.9f, 2},
-       {180, 320, 180, 100, 0.9f, 2}},
-      {"in place", kSame, kSame, {100, 90, 40, 20, 1, 3}, {100, 90, 40, 20, 1, 3}},
-      {"cut to whole pixels",
-       kSame,
-       kSame,
-       {100.9f, 90.9f, 40.9f, 21.9f, 1, 0},
-       {100, 89, 40, 21, 1, 0}},
-      {"the limit is pixel 1 on the left and top",
-       kSame,
-       kSame,
-       {10, 10, 20, 20, 1, 0},
-       {10, 10, 19, 19, 1, 0}},
-      {"beyond the left", kSame, kSame, {-50, 90, 40, 20, 1, 0}, {10, 90, 19, 20, 1, 0}},
-      {"no width at the left edge", kSame, kSame, {0, 90, 0, 20, 1, 0}, {0, 90, -1, 20, 1, 0}},
-      {"to the right and bottom edge",
-       kSame,
-       kSame,
-       {310, 310, 20, 20, 1, 0},
-       {309, 309, 19, 19, 1, 0}},
-      {"wider than the frame", kSame, kSame, {160, 90, 999, 20, 1, 0}, {160, 90, 318, 20, 1, 0}},
-      {"outside", kSame, kSame, {400, 90, 20, 20, 1, 0}, {354, 90, -71, 20, 1, 0}},
-      {"without bounds",
-       kSame,
-       kSame,
-       {kHuge, -kHuge, kHuge, kInfinity, 1, 0},
-       {1073741952.0f, 80, -2147483136.0f, 159, 1, 0}},
-      {"not a number", kSame, kSame, {kNan, 90, kNan, 20, 1, 0}, {0, 90, -1, 20, 1, 0}},
+      {"in place", {100, 90, 40, 20}, {100, 90, 40, 20}},
+      {"cut to whole pixels", {100.9f, 90.9f, 40.9f, 21.9f}, {100, 89, 40, 21}},
+      {"the limit is pixel 1 on the left and top", {10, 10, 20, 20}, {10, 10, 19, 19}},
+      {"beyond the left", {-50, 90, 40, 20}, {10, 90, 19, 20}},
+      {"no width at the left edge", {0, 90, 0, 20}, {0, 90, -1, 20}},
+      {"to the right and bottom edge", {310, 310, 20, 20}, {309, 309, 19, 19}},
+      {"wider than the frame", {160, 90, 999, 20}, {160, 90, 318, 20}},
+      {"outside", {400, 90, 20, 20}, {354, 90, -71, 20}},
+      {"endless", {kHuge, -kHuge, kHuge, kInfinity}, {1073741952.0f, 80, -2147483136.0f, 159}},
+      {"not a number", {kNan, 90, kNan, 20}, {0, 90, -1, 20}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    Boxes mapped(1);
-    kelnn::map_to_frame(&c.box, 1, c.frame, c.input, mapped.data());
-    EXPECT_TRUE(same_boxes(mapped, {c.mapped}));
-  }
+  for (const Case& c : cases) expect_mapped(c, {320, 320}, {320, 320});
 }
 
 // No particular result: only that there is one.
