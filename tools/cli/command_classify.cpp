@@ -5,6 +5,7 @@
 #include "cut_out.h"
 #include "cut_out_tasks.h"
 #include "formatted.h"
+#include "options.h"
 #include "picture.h"
 
 namespace kelnn_cli {

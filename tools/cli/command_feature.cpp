@@ -4,6 +4,7 @@
 
 #include "command.h"
 #include "face_features.h"
+#include "options.h"
 #include "picture.h"
 
 namespace kelnn_cli {

@@ -6,6 +6,7 @@
 #include "command.h"
 #include "feature_picture.h"
 #include "files.h"
+#include "picture.h"
 #include "sound_window.h"
 
 namespace kelnn_cli {
@@ -53,7 +54,7 @@ Report features(const Options& options) {
     report.json[kind] = path;
   };
   if (!options.png.empty()) {
-    save("png", options.png, draw_features(matrix, title(options, start), start));
+    save("png", options.png, png_of(draw_features(matrix, title(options, start), start)));
   }
   if (!options.csv.empty()) {
     const std::string csv = to_csv(matrix);

@@ -9,6 +9,7 @@
 #include "formatted.h"
 #include "frame_sink.h"
 #include "landmark_points.h"
+#include "options.h"
 #include "picture.h"
 
 namespace kelnn_cli {

@@ -1,10 +1,7 @@
 #include "feature_picture.h"
 
 #include <cstdio>
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-
-#include "report.h"
 
 namespace kelnn_cli {
 namespace {
@@ -126,7 +123,7 @@ std::string printable(std::string text) {
 
 }  // namespace
 
-Bytes draw_features(const FeatureMatrix& matrix, const std::string& title, double start) {
+cv::Mat draw_features(const FeatureMatrix& matrix, const std::string& title, double start) {
   const cv::Rect area = plot_area(matrix);
   cv::Mat picture(area.br().y + kBottom, area.br().x + kRight, CV_8UC3, kWhite);
   draw_matrix(&picture, matrix);
@@ -134,9 +131,7 @@ Bytes draw_features(const FeatureMatrix& matrix, const std::string& title, doubl
   draw_frequency_axis(&picture, matrix);
   draw_colour_scale(&picture, area);
   write(&picture, printable(title), {area.x, kTop / 2 - 4}, Align::kLeft, kTitleSize);
-  Bytes png;
-  if (!cv::imencode(".png", picture, png)) throw Failure("OpenCV cannot make a PNG file");
-  return png;
+  return picture;
 }
 
 }  // namespace kelnn_cli

@@ -2,15 +2,15 @@
 #ifndef KEL_NN_TOOLS_FEATURE_PICTURE_H_
 #define KEL_NN_TOOLS_FEATURE_PICTURE_H_
 
+#include <opencv2/core.hpp>
 #include <string>
 
-#include "files.h"
-#include "sound_window.h"
+#include "feature_matrix.h"
 
 namespace kelnn_cli {
 
-// A PNG file's bytes. `start` is the second at which the window begins.
-Bytes draw_features(const FeatureMatrix& matrix, const std::string& title, double start);
+// `start` is the second at which the window begins.
+cv::Mat draw_features(const FeatureMatrix& matrix, const std::string& title, double start);
 
 }  // namespace kelnn_cli
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <sstream>
 
 #include "report.h"
 
@@ -32,14 +31,6 @@ cv::Rect centre_square(const cv::Mat& picture) {
   return {(picture.cols - size) / 2, (picture.rows - size) / 2, size, size};
 }
 
-bool parse_box(const std::string& text, Box* box) {
-  std::istringstream in(text);
-  char comma[3] = {};
-  in >> box->x >> comma[0] >> box->y >> comma[1] >> box->width >> comma[2] >> box->height;
-  return in && in.peek() == EOF && std::string(comma, 3) == ",,," && box->x >= 0 && box->y >= 0 &&
-         box->width > 0 && box->height > 0;
-}
-
 }  // namespace
 
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box) {
@@ -50,6 +41,12 @@ cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box&
   return {box.x, box.y, box.width, box.height};
 }
 
+Bytes png_of(const cv::Mat& picture) {
+  Bytes png;
+  if (!cv::imencode(".png", picture, png)) throw Failure("OpenCV cannot make a PNG file");
+  return png;
+}
+
 cv::Mat load_picture(const std::string& path) { return decode(path, cv::IMREAD_COLOR); }
 
 Bytes load_face(const std::string& path, const Box& box) {
@@ -58,19 +55,6 @@ Bytes load_face(const std::string& path, const Box& box) {
   cv::resize(picture(chosen_part(path, picture, box)), face, {kFaceSize, kFaceSize}, 0, 0,
              cv::INTER_AREA);
   return Bytes(face.datastart, face.dataend);
-}
-
-void add_box(CLI::App* command, const std::string& name, Box* box, const std::string& help) {
-  command
-      ->add_option_function<std::string>(
-          name, [box](const std::string& text) { parse_box(text, box); }, help)
-      ->type_name("X,Y,W,H")
-      ->check(CLI::Validator(
-          [](std::string& text) {
-            Box parsed;
-            return parse_box(text, &parsed) ? "" : "\"" + text + "\" is not X,Y,WIDTH,HEIGHT";
-          },
-          ""));
 }
 
 }  // namespace kelnn_cli

@@ -2,7 +2,6 @@
 #ifndef KEL_NN_TOOLS_PICTURE_H_
 #define KEL_NN_TOOLS_PICTURE_H_
 
-#include <CLI/CLI.hpp>
 #include <opencv2/core.hpp>
 #include <string>
 
@@ -24,7 +23,7 @@ cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box&
 // As the face tasks want it: cut to the box and scaled to 112 x 112 grey pixels, averaged.
 Bytes load_face(const std::string& path, const Box& box);
 
-void add_box(CLI::App* command, const std::string& name, Box* box, const std::string& help);
+Bytes png_of(const cv::Mat& picture);
 
 }  // namespace kelnn_cli
 

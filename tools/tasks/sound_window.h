@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "feature_matrix.h"
 #include "sound_file.h"
 
 namespace kelnn_cli {
@@ -16,15 +17,6 @@ constexpr float kLowestGate = 86046.0f;  // what the library raises lower thresh
 
 // What the library's gate compares with its threshold: the sizes of every tenth sample, added up.
 float loudness(const std::vector<int16_t>& window);
-
-struct FeatureMatrix {
-  int rows = 0, channels = 0;  // a row for every 10 ms
-  std::vector<uint8_t> bytes;  // row after row, the lowest frequency first
-  double mel_step = 0;         // from one channel's centre to the next, and from 0 to the first
-
-  double centre_hz(int channel) const;  // from 0
-  double channel_at(double hz) const;   // the inverse
-};
 
 // Window `index` of the sound, from 0. A Failure tells when there is none, or one that the gate
 // keeps from the network; `name` is for its message.
