@@ -39,7 +39,8 @@ void run(benchmark::State& state, int rows, int type, Operation operation) {
 
 void kit(kel_nn_kit_format_t format, const cv::Mat& frame, cv::Mat& input) {
   const kel_nn_kit_frame_t from = {frame.data, kFrameWidth, kFrameHeight, 0, format, nullptr};
-  const kel_nn_kit_image_t to = {input.data, kInputWidth, kInputHeight, KEL_NN_KIT_RGB};
+  static kel_nn_kit_scratch_t scratch = {nullptr, 0};
+  const kel_nn_kit_image_t to = {input.data, kInputWidth, kInputHeight, KEL_NN_KIT_RGB, &scratch};
   benchmark::DoNotOptimize(kel_nn_kit_letterbox(&from, &to));
 }
 

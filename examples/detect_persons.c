@@ -11,7 +11,7 @@ static int print_people(kel_nn_handle_t handle, const uint8_t* pixels, int width
   const kel_nn_size_t frame_size = {width, height};
   const kel_nn_size_t input_size = kel_nn_kit_detector_input(width, height);
   const kel_nn_kit_frame_t frame = {pixels, width, height, 0, KEL_NN_KIT_RGB, NULL};
-  const kel_nn_kit_image_t image = {input, input_size.w, input_size.h, KEL_NN_KIT_RGB};
+  const kel_nn_kit_image_t image = {input, input_size.w, input_size.h, KEL_NN_KIT_RGB, NULL};
   kel_nn_det_result_t people;
   if (kel_nn_kit_letterbox(&frame, &image) != 0) return -1;
   if (kel_nn_persondet_process(handle, input, &people, &frame_size, &input_size) != 0) return -1;

@@ -342,7 +342,14 @@ class Image {
   int channels() const { return format_ == KEL_NN_KIT_GREY ? 1 : 3; }
 
  private:
-  kel_nn_kit_image_t view() { return {bytes_.data(), size_.w, size_.h, format_}; }
+  struct Release {
+    void operator()(kel_nn_kit_scratch_t* scratch) const {
+      kel_nn_kit_scratch_free(scratch);
+      delete scratch;
+    }
+  };
+
+  kel_nn_kit_image_t view() { return {bytes_.data(), size_.w, size_.h, format_, scratch_.get()}; }
 
   static void check(int result) {
     if (result == KEL_NN_KIT_NO_MEMORY) throw Error(Error::kMemory, "picture", "memory is short");
@@ -352,6 +359,7 @@ class Image {
     if (result != 0) throw Error(Error::kFrame, "picture", "no such frame");
   }
 
+  std::unique_ptr<kel_nn_kit_scratch_t, Release> scratch_{new kel_nn_kit_scratch_t{nullptr, 0}};
   Size size_;
   Format format_;
   std::vector<uint8_t> bytes_;

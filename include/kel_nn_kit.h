@@ -5,7 +5,7 @@
  *
  *     kel_nn_kit_frame_t frame = {data, 1920, 1080, 0, KEL_NN_KIT_NV12, NULL};
  *     kel_nn_size_t frame_size = {1920, 1080}, input_size = kel_nn_kit_detector_input(1920, 1080);
- *     kel_nn_kit_image_t input = {pixels, input_size.w, input_size.h, KEL_NN_KIT_RGB};
+ *     kel_nn_kit_image_t input = {pixels, input_size.w, input_size.h, KEL_NN_KIT_RGB, &scratch};
  *     kel_nn_det_result_t people;
  *     if (kel_nn_kit_letterbox(&frame, &input) == 0 &&
  *         kel_nn_persondet_process(handle, input.data, &people, &frame_size, &input_size) == 0) {
@@ -19,9 +19,10 @@
  * pixels   Bilinear interpolation with the library's resize functions: the same pixels on every
  *          processor. A frame that shrinks by more than half is sampled, not averaged.
  * memory   Frames are only read, and may not overlap the image. Scratch of up to 3 bytes a pixel of
- *          the image (and 6 bytes a row of a rectangle one pixel wide) comes from the heap and is
- *          gone on return.
- * threads  Any, on distinct images.
+ *          the image (and 6 bytes a row of a rectangle one pixel wide) is kept in the image's
+ *          `scratch` from call to call: a running camera allocates nothing. Without one it comes
+ *          from the heap and is gone on return.
+ * threads  Any, on distinct images and scratch.
  */
 #ifndef KEL_NN_KIT_H_
 #define KEL_NN_KIT_H_
@@ -79,11 +80,27 @@ typedef struct kel_nn_kit_frame {
   const uint8_t* chroma;      /**< NV12's second plane; NULL: right after `height` rows of luma */
 } kel_nn_kit_frame_t;
 
+/** Memory that calls which are given it share, one after the other: it grows where a call needs
+ *  more, and is otherwise left as it is.
+ *
+ *      kel_nn_kit_scratch_t scratch = {NULL, 0};
+ *      ... any number of calls, for images of any size, with `&scratch` in each image ...
+ *      kel_nn_kit_scratch_free(&scratch);
+ */
+typedef struct kel_nn_kit_scratch {
+  void* data;  /**< from malloc(); NULL at first */
+  size_t size; /**< bytes; 0 at first */
+} kel_nn_kit_scratch_t;
+
+/** Releases the memory; the scratch is then as at first. Null is ignored. */
+void kel_nn_kit_scratch_free(kel_nn_kit_scratch_t* scratch);
+
 /** What a task wants. */
 typedef struct kel_nn_kit_image {
   uint8_t* data;              /**< the caller's `width` * `height` * (1 or 3) bytes, no padding */
   int width, height;          /**< pixels */
   kel_nn_kit_format_t format; /**< KEL_NN_KIT_GREY, _RGB or _BGR: what the model was trained with */
+  kel_nn_kit_scratch_t* scratch; /**< kept between calls; NULL: from the heap for each call */
 } kel_nn_kit_image_t;
 
 /** A part of a picture. */
@@ -128,7 +145,7 @@ int kel_nn_kit_scale(const kel_nn_kit_frame_t* frame, const kel_nn_kit_image_t* 
  *           NV12, its colour (not its luma) is that of the rectangle widened by that pixel.
  *  returns  KEL_NN_KIT_OUTSIDE when nothing is left of it.
  *
- *      kel_nn_kit_image_t person = {pixels, 112, 112, KEL_NN_KIT_RGB};
+ *      kel_nn_kit_image_t person = {pixels, 112, 112, KEL_NN_KIT_RGB, &scratch};
  *      kel_nn_kit_crop(&frame, kel_nn_kit_rect_of_box(&people.boxes[0]), &person);
  */
 int kel_nn_kit_crop(const kel_nn_kit_frame_t* frame, kel_nn_kit_rect_t rect,

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <memory>
 
 #include "kel_nn_compiler.h"
 #include "kel_nn_float_rules.h"
@@ -16,15 +15,26 @@ namespace {
 
 // ----- Memory ------------------------------------------------------------------------------------
 
-struct Free {
-  void operator()(uint8_t* memory) const { std::free(memory); }
-};
-using Scratch = std::unique_ptr<uint8_t, Free>;
+// One call's scratch: the caller's, grown to `size` bytes where it is smaller, or its own.
+class Scratch {
+ public:
+  Scratch(kel_nn_kit_scratch_t* kept, size_t size) : used_(kept ? kept : &own_) {
+    if (used_->size >= size) return;
+    kel_nn_kit_scratch_free(used_);  // nothing in it is worth copying
+    used_->data = std::malloc(size);
+    if (used_->data) used_->size = size;
+  }
+  ~Scratch() { kel_nn_kit_scratch_free(&own_); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
 
-Scratch scratch(int width, int height, int channels) {
-  const size_t row_bytes = static_cast<size_t>(width) * static_cast<size_t>(channels);
-  return Scratch(static_cast<uint8_t*>(std::malloc(row_bytes * static_cast<size_t>(height))));
-}
+  bool has(size_t size) const { return used_->size >= size; }
+  uint8_t* bytes() const { return static_cast<uint8_t*>(used_->data); }
+
+ private:
+  kel_nn_kit_scratch_t own_ = {nullptr, 0};
+  kel_nn_kit_scratch_t* used_;
+};
 
 // ----- Planes ------------------------------------------------------------------------------------
 
@@ -46,31 +56,35 @@ Plane part_of(const Plane& plane, const kel_nn_kit_rect_t& rect) {
   return {first, rect.w, rect.h, plane.stride, plane.channels};
 }
 
-// The library needs 2 x 2 pixels to interpolate between: a single column is doubled, a single row
-// read twice.
-bool resize(Plane plane, const Destination& to) {
+size_t size_of(int width, int height, int channels) {
+  return static_cast<size_t>(width) * static_cast<size_t>(height) * static_cast<size_t>(channels);
+}
+
+// The library needs 2 x 2 pixels to interpolate between: a single row is read twice, a single column
+// doubled, for which it needs this many bytes.
+size_t doubled_size(const Plane& plane) {
+  return plane.width == 1 ? size_of(2, std::max(plane.height, 2), plane.channels) : 0;
+}
+
+void resize(Plane plane, uint8_t* doubled, const Destination& to) {
   if (plane.height == 1) {
     plane.height = 2;
     plane.stride = 0;
   }
-  Scratch doubled;
   if (plane.width == 1) {
-    doubled = scratch(2, plane.height, plane.channels);
-    if (!doubled) return false;
     const size_t pixel_bytes = static_cast<size_t>(plane.channels);
-    uint8_t* pixel = doubled.get();
+    uint8_t* pixel = doubled;
     for (int y = 0; y < plane.height; ++y) {
       const uint8_t* from = plane.pixels + static_cast<ptrdiff_t>(plane.stride) * y;
       for (int i = 0; i < 2; ++i, pixel += pixel_bytes) std::memcpy(pixel, from, pixel_bytes);
     }
-    plane = {doubled.get(), 2, plane.height, 2 * plane.channels, plane.channels};
+    plane = {doubled, 2, plane.height, 2 * plane.channels, plane.channels};
   }
   const auto function = plane.channels == 1   ? resize_bilinear_c1
                         : plane.channels == 2 ? resize_bilinear_c2
                                               : resize_bilinear_c3;
   function(plane.pixels, plane.width, plane.height, plane.stride, to.pixels, to.width, to.height,
            to.stride);
-  return true;
 }
 
 // ----- Pixels ------------------------------------------------------------------------------------
@@ -169,26 +183,33 @@ kel_nn_kit_rect_t chroma_rect(const Plane& chroma, const kel_nn_kit_rect_t& rect
   return {left, top, right - left, bottom - top};
 }
 
+// Both rectangles lie in their pictures and are not empty. False without memory.
 bool render_nv12(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
-                 kel_nn_kit_format_t format, const Destination& to) {
+                 const kel_nn_kit_image_t& image, const Destination& to) {
   const YuvWeights& weights = frame.format == KEL_NN_KIT_NV12 ? kVideoRange : kFullRange;
   const Plane luma = part_of(first_plane(frame), rect);
-  if (format == KEL_NN_KIT_GREY) {
-    if (!resize(luma, to)) return false;
+  const Plane all_chroma = chroma_plane(frame);
+  const Plane chroma = part_of(all_chroma, chroma_rect(all_chroma, rect));
+  const bool grey = image.format == KEL_NN_KIT_GREY;
+  // Half the size, as in a frame: colour has no detail that a network would miss.
+  const int chroma_width = (to.width + 1) / 2, chroma_height = (to.height + 1) / 2;
+  const size_t luma_size = grey ? 0 : size_of(to.width, to.height, 1);
+  const size_t scaled_size = grey ? 0 : luma_size + size_of(chroma_width, chroma_height, 2);
+  const size_t size = scaled_size + std::max(doubled_size(luma), doubled_size(chroma));
+  const Scratch scratch(image.scratch, size);
+  if (!scratch.has(size)) return false;
+  uint8_t* const doubled = scratch.bytes() + scaled_size;
+  if (grey) {
+    resize(luma, doubled, to);
     for (int y = 0; y < to.height; ++y) stretch_luma(weights, to.width, to.row(y));
     return true;
   }
-  const Plane all_chroma = chroma_plane(frame);
-  const Plane chroma = part_of(all_chroma, chroma_rect(all_chroma, rect));
-  // Half the size, as in a frame: colour has no detail that a network would miss.
-  const int chroma_width = (to.width + 1) / 2, chroma_height = (to.height + 1) / 2;
-  const Scratch scaled = scratch(to.width + chroma_width, 2 * chroma_height, 1);
-  if (!scaled) return false;
-  const Destination scaled_luma = {scaled.get(), to.width, to.height, to.width};
-  const Destination scaled_chroma = {scaled_luma.row(to.height), chroma_width, chroma_height,
+  const Destination scaled_luma = {scratch.bytes(), to.width, to.height, to.width};
+  const Destination scaled_chroma = {scratch.bytes() + luma_size, chroma_width, chroma_height,
                                      2 * chroma_width};
-  if (!resize(luma, scaled_luma) || !resize(chroma, scaled_chroma)) return false;
-  const auto row_function = format == KEL_NN_KIT_RGB ? rgb_row : bgr_row;
+  resize(luma, doubled, scaled_luma);
+  resize(chroma, doubled, scaled_chroma);
+  const auto row_function = image.format == KEL_NN_KIT_RGB ? rgb_row : bgr_row;
   for (int y = 0; y < to.height; ++y) {
     row_function(scaled_luma.row(y), scaled_chroma.row(y / 2), weights, to.width, to.row(y));
   }
@@ -196,19 +217,21 @@ bool render_nv12(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
 }
 
 bool render_interleaved(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
-                        kel_nn_kit_format_t format, const Destination& to) {
+                        const kel_nn_kit_image_t& image, const Destination& to) {
   const Plane part = part_of(first_plane(frame), rect);
-  if (part.channels == channels_of(format)) {
-    if (!resize(part, to)) return false;
-    if (frame.format == format) return true;
-    for (int y = 0; y < to.height; ++y) swap_red_and_blue(to.width, to.row(y));
-    return true;
-  }
-  const Scratch memory = scratch(to.width, to.height, part.channels);
-  const Destination scaled = {memory.get(), to.width, to.height, to.width * part.channels};
-  if (!memory || !resize(part, scaled)) return false;
+  const bool in_place = part.channels == channels_of(image.format);
+  const size_t scaled_size = in_place ? 0 : size_of(to.width, to.height, part.channels);
+  const size_t size = scaled_size + doubled_size(part);
+  const Scratch scratch(image.scratch, size);
+  if (!scratch.has(size)) return false;
+  Destination scaled = to;
+  if (!in_place) scaled = {scratch.bytes(), to.width, to.height, to.width * part.channels};
+  resize(part, scratch.bytes() + scaled_size, scaled);
+  if (frame.format == image.format) return true;
   for (int y = 0; y < to.height; ++y) {
-    if (format == KEL_NN_KIT_GREY) {
+    if (in_place) {
+      swap_red_and_blue(to.width, to.row(y));
+    } else if (image.format == KEL_NN_KIT_GREY) {
       const int red = frame.format == KEL_NN_KIT_RGB ? 0 : 2;
       weigh_colours(scaled.row(y), red, to.width, to.row(y));
     } else {
@@ -218,7 +241,6 @@ bool render_interleaved(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t
   return true;
 }
 
-// Both rectangles lie in their pictures and are not empty.
 int render(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& source,
            const kel_nn_kit_image_t& image, const kel_nn_kit_rect_t& destination) {
   const int channels = channels_of(image.format);
@@ -226,9 +248,8 @@ int render(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& source,
   uint8_t* first = image.data + static_cast<ptrdiff_t>(stride) * destination.y +
                    static_cast<ptrdiff_t>(channels) * destination.x;
   const Destination to = {first, destination.w, destination.h, stride};
-  const bool done = is_nv12(frame.format) ? render_nv12(frame, source, image.format, to)
-                                          : render_interleaved(frame, source, image.format, to);
-  return done ? 0 : KEL_NN_KIT_NO_MEMORY;
+  const auto render_frame = is_nv12(frame.format) ? render_nv12 : render_interleaved;
+  return render_frame(frame, source, image, to) ? 0 : KEL_NN_KIT_NO_MEMORY;
 }
 
 // ----- Arguments ---------------------------------------------------------------------------------
@@ -350,6 +371,12 @@ Interval rounded_interval(float centre, float size) {
 }
 
 }  // namespace
+
+void kel_nn_kit_scratch_free(kel_nn_kit_scratch_t* scratch) {
+  if (!scratch) return;
+  std::free(scratch->data);
+  *scratch = {nullptr, 0};
+}
 
 kel_nn_size_t kel_nn_kit_detector_input(int frame_width, int frame_height) {
   if (frame_height < frame_width) return {416, 256};

@@ -11,6 +11,7 @@
 
 #include "kel_nn.hpp"
 #include "kel_nn_model_files.h"
+#include "support/allocations.h"
 #include "support/library_test.h"
 #include "support/plain_detectors.h"
 #include "support/sounds.h"
@@ -408,7 +409,7 @@ TEST_F(FrontDoor, MakesTheSameImagesAsTheKit) {
   const Frame frame = Frame::nv12(noise.data(), 640, 360);
   const Rect rect = {100, 50, 77, 99};
   Bytes expected(112 * 112 * 3);
-  const kel_nn_kit_image_t kit = {expected.data(), 112, 112, KEL_NN_KIT_RGB};
+  const kel_nn_kit_image_t kit = {expected.data(), 112, 112, KEL_NN_KIT_RGB, nullptr};
   Image image({112, 112}, KEL_NN_KIT_RGB);
   const auto pixels = [&] { return Bytes(image.data(), image.data() + expected.size()); };
   ASSERT_EQ(kel_nn_kit_scale(&frame.view(), &kit), 0);
@@ -418,7 +419,9 @@ TEST_F(FrontDoor, MakesTheSameImagesAsTheKit) {
   image.letterbox(frame);
   EXPECT_EQ(pixels(), expected);
   ASSERT_EQ(kel_nn_kit_crop(&frame.view(), rect, &kit), 0);
+  const long allocations = kelnn_test::allocation_count();
   image.crop(frame, rect);
+  EXPECT_EQ(kelnn_test::allocation_count(), allocations);
   EXPECT_EQ(pixels(), expected);
 }
 

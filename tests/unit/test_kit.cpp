@@ -12,6 +12,7 @@
 
 #include "kel_nn_grid_detector.h"
 #include "kel_nn_kit.h"
+#include "support/allocations.h"
 
 bool operator==(const kel_nn_kit_rect_t& a, const kel_nn_kit_rect_t& b) {
   return a.x == b.x && a.y == b.y && a.w == b.w && a.h == b.h;
@@ -30,13 +31,17 @@ constexpr uint8_t kGuard = 0xee;
 
 int channels_of(kel_nn_kit_format_t format) { return format == KEL_NN_KIT_GREY ? 1 : 3; }
 
+const kel_nn_kit_format_t kFormats[] = {KEL_NN_KIT_GREY, KEL_NN_KIT_RGB, KEL_NN_KIT_BGR,
+                                        KEL_NN_KIT_NV12, KEL_NN_KIT_NV12_FULL};
+
 // An image with guard bytes around it.
 class Image {
  public:
   Image(int width, int height, kel_nn_kit_format_t format)
       : size_(width * height * channels_of(format)), bytes_(size_ + 64, kGuard) {
-    image_ = {&bytes_[32], width, height, format};
+    image_ = {&bytes_[32], width, height, format, nullptr};
   }
+  void use(kel_nn_kit_scratch_t* scratch) { image_.scratch = scratch; }
   const kel_nn_kit_image_t* operator&() const { return &image_; }
   Bytes pixels() const { return Bytes(&bytes_[32], &bytes_[32] + size_); }
   Bytes row(int y) const {
@@ -285,7 +290,8 @@ TEST_F(KitRoundTrip, FindsARectangleInThePixels) {
     Bytes image(input.w * input.h * 3);
     const kel_nn_kit_frame_t frame = {pixels.data(),   frame_size.w, frame_size.h, 0,
                                       KEL_NN_KIT_GREY, nullptr};
-    const kel_nn_kit_image_t letterboxed = {image.data(), input.w, input.h, KEL_NN_KIT_RGB};
+    const kel_nn_kit_image_t letterboxed = {image.data(), input.w, input.h, KEL_NN_KIT_RGB,
+                                            nullptr};
     for (int i = 0; i < 10; ++i) {
       const kel_nn_kit_rect_t rect = random_rect(from, scale, 4);
       std::fill(pixels.begin(), pixels.end(), 0);
@@ -424,7 +430,7 @@ TEST(KitFormats, Nv12IsWithinOneOfTheExactColour) {
                                     static_cast<uint8_t>(u), static_cast<uint8_t>(v)};
           const kel_nn_kit_frame_t frame = {pixels, 2, 2, 0, format, nullptr};
           uint8_t out[3];
-          const kel_nn_kit_image_t image = {out, 1, 1, KEL_NN_KIT_RGB};
+          const kel_nn_kit_image_t image = {out, 1, 1, KEL_NN_KIT_RGB, nullptr};
           ASSERT_EQ(kel_nn_kit_scale(&frame, &image), 0);
           const Bytes exact = exact_colour(format == KEL_NN_KIT_NV12_FULL, y, u, v);
           for (int k = 0; k < 3; ++k) {
@@ -437,10 +443,8 @@ TEST(KitFormats, Nv12IsWithinOneOfTheExactColour) {
 }
 
 TEST(KitFormats, PaddedRowsAndSeparateChromaGiveTheSamePicture) {
-  const kel_nn_kit_format_t formats[] = {KEL_NN_KIT_GREY, KEL_NN_KIT_RGB, KEL_NN_KIT_BGR,
-                                         KEL_NN_KIT_NV12, KEL_NN_KIT_NV12_FULL};
   const kel_nn_size_t sizes[] = {{2, 2}, {3, 3}, {2, 5}, {5, 2}, {33, 17}, {64, 36}, {35, 64}};
-  for (kel_nn_kit_format_t format : formats) {
+  for (kel_nn_kit_format_t format : kFormats) {
     for (const kel_nn_size_t& size : sizes) {
       SCOPED_TRACE(::testing::Message() << format << ": " << size.w << " x " << size.h);
       const Frame packed(format, size.w, size.h, 0, noise),
@@ -608,6 +612,56 @@ TEST(KitRect, CentreSquare) {
   EXPECT_EQ(kel_nn_kit_centre_square({3, 3, 0, 5}), (kel_nn_kit_rect_t{3, 5, 0, 0}));
 }
 
+// ----- Memory ------------------------------------------------------------------------------------
+
+// Every way from a format to a format, of a whole frame and of a single column of it, which is
+// doubled: the same pixels with scratch as without, and nothing allocated once it has grown.
+TEST(KitMemory, ScratchIsKeptFromCallToCall) {
+  kel_nn_kit_scratch_t scratch = {nullptr, 0};
+  for (const char* round : {"grows", "kept"}) {
+    SCOPED_TRACE(round);
+    for (kel_nn_kit_format_t format : kFormats) {
+      const Frame frame(format, 64, 36, 3, noise);
+      for (kel_nn_kit_format_t wanted : {KEL_NN_KIT_GREY, KEL_NN_KIT_RGB, KEL_NN_KIT_BGR}) {
+        for (const kel_nn_kit_rect_t& rect : {kel_nn_kit_rect_t{0, 0, 64, 36}, {63, 2, 1, 33}}) {
+          SCOPED_TRACE(::testing::Message() << format << " to " << wanted << ", " << rect.w);
+          Image image(41, 25, wanted), expected(41, 25, wanted);
+          image.use(&scratch);
+          const long before = kelnn_test::allocation_count();
+          ASSERT_EQ(kel_nn_kit_crop(&frame.frame, rect, &image), 0);
+          if (round == std::string("kept")) {
+            EXPECT_EQ(kelnn_test::allocation_count(), before);
+          }
+          ASSERT_EQ(kel_nn_kit_crop(&frame.frame, rect, &expected), 0);
+          EXPECT_TRUE(image.pixels() == expected.pixels());
+        }
+      }
+    }
+  }
+  EXPECT_GE(scratch.size, 3u * 41 * 25);
+  kel_nn_kit_scratch_free(&scratch);
+  EXPECT_EQ(scratch.data, nullptr);
+  EXPECT_EQ(scratch.size, 0u);
+  kel_nn_kit_scratch_free(nullptr);
+}
+
+TEST(KitMemory, WithoutMemoryACallFailsAndTheNextOneWorks) {
+  const Frame frame(KEL_NN_KIT_NV12, 64, 36, 0, noise);
+  kel_nn_kit_scratch_t scratch = {nullptr, 0};
+  for (kel_nn_kit_scratch_t* kept : {static_cast<kel_nn_kit_scratch_t*>(nullptr), &scratch}) {
+    Image small(20, 10, KEL_NN_KIT_RGB), large(40, 20, KEL_NN_KIT_RGB);
+    small.use(kept);
+    large.use(kept);
+    ASSERT_EQ(kel_nn_kit_scale(&frame.frame, &small), 0);
+    {
+      const kelnn_test::NoMemory no_memory;
+      EXPECT_EQ(kel_nn_kit_letterbox(&frame.frame, &large), KEL_NN_KIT_NO_MEMORY);
+    }
+    EXPECT_EQ(kel_nn_kit_letterbox(&frame.frame, &large), 0);
+  }
+  kel_nn_kit_scratch_free(&scratch);
+}
+
 // ----- Arguments ---------------------------------------------------------------------------------
 
 TEST(KitArguments, AreChecked) {
@@ -618,7 +672,7 @@ TEST(KitArguments, AreChecked) {
     kel_nn_kit_image_t image;
   };
   const kel_nn_kit_frame_t frame = {bytes.data(), 4, 4, 0, KEL_NN_KIT_RGB, nullptr};
-  const kel_nn_kit_image_t image = {pixels.data(), 4, 4, KEL_NN_KIT_RGB};
+  const kel_nn_kit_image_t image = {pixels.data(), 4, 4, KEL_NN_KIT_RGB, nullptr};
   const kel_nn_kit_format_t no_format = static_cast<kel_nn_kit_format_t>(7);
   const Case cases[] = {
       {"no pixels", {nullptr, 4, 4, 0, KEL_NN_KIT_RGB, nullptr}, image},
@@ -629,10 +683,12 @@ TEST(KitArguments, AreChecked) {
       {"huge stride", {bytes.data(), 4, 4, 65537, KEL_NN_KIT_RGB, nullptr}, image},
       {"no frame format", {bytes.data(), 4, 4, 0, no_format, nullptr}, image},
       {"NV12 without colour", {bytes.data(), 4, 1, 0, KEL_NN_KIT_NV12, nullptr}, image},
-      {"no image memory", frame, {nullptr, 4, 4, KEL_NN_KIT_RGB}},
-      {"no image width", frame, {pixels.data(), 0, 4, KEL_NN_KIT_RGB}},
-      {"too high an image", frame, {pixels.data(), 4, KEL_NN_KIT_MAX_SIDE + 1, KEL_NN_KIT_RGB}},
-      {"an NV12 image", frame, {pixels.data(), 4, 4, KEL_NN_KIT_NV12}},
+      {"no image memory", frame, {nullptr, 4, 4, KEL_NN_KIT_RGB, nullptr}},
+      {"no image width", frame, {pixels.data(), 0, 4, KEL_NN_KIT_RGB, nullptr}},
+      {"too high an image",
+       frame,
+       {pixels.data(), 4, KEL_NN_KIT_MAX_SIDE + 1, KEL_NN_KIT_RGB, nullptr}},
+      {"an NV12 image", frame, {pixels.data(), 4, 4, KEL_NN_KIT_NV12, nullptr}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

@@ -11,7 +11,7 @@ Bytes cut_out(const cv::Mat& bgr, const cv::Rect& part, kel_nn_kit_format_t form
   Bytes pixels(size_t{kCutOutSize} * kCutOutSize * channels);
   const kel_nn_kit_frame_t frame = {bgr.data,       bgr.cols, bgr.rows, static_cast<int>(bgr.step),
                                     KEL_NN_KIT_BGR, nullptr};
-  const kel_nn_kit_image_t image = {pixels.data(), kCutOutSize, kCutOutSize, format};
+  const kel_nn_kit_image_t image = {pixels.data(), kCutOutSize, kCutOutSize, format, nullptr};
   const int result = kel_nn_kit_crop(&frame, {part.x, part.y, part.width, part.height}, &image);
   if (result == KEL_NN_KIT_NO_MEMORY) throw Failure("out of memory");
   if (result != 0) {

@@ -47,13 +47,15 @@ kel_nn_kit_frame_t as_frame(const cv::Mat& bgr) {
 // What the models are given: red first.
 class Input {
  public:
+  ~Input() { kel_nn_kit_scratch_free(&scratch_); }
   kel_nn_kit_image_t of_size(kel_nn_size_t size) {
     bytes_.resize(size_t(size.w) * size_t(size.h) * 3);
-    return {bytes_.data(), size.w, size.h, KEL_NN_KIT_RGB};
+    return {bytes_.data(), size.w, size.h, KEL_NN_KIT_RGB, &scratch_};
   }
 
  private:
   Bytes bytes_;
+  kel_nn_kit_scratch_t scratch_ = {nullptr, 0};
 };
 
 std::vector<Detection> detections(const kel_nn_box_t* boxes, int count) {

@@ -1,0 +1,38 @@
+#include "support/allocations.h"
+
+#include <cstddef>
+
+namespace {
+
+long g_count = 0;
+bool g_none_left = false;
+
+bool may_allocate() {
+  ++g_count;
+  return !g_none_left;
+}
+
+}  // namespace
+
+// The linker calls these instead: --wrap=malloc and so on.
+extern "C" {
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+void* __real_realloc(void* memory, size_t size);
+void* __wrap_malloc(size_t size) { return may_allocate() ? __real_malloc(size) : nullptr; }
+void* __wrap_calloc(size_t count, size_t size) {
+  return may_allocate() ? __real_calloc(count, size) : nullptr;
+}
+void* __wrap_realloc(void* memory, size_t size) {
+  return may_allocate() ? __real_realloc(memory, size) : nullptr;
+}
+}
+
+namespace kelnn_test {
+
+long allocation_count() { return g_count; }
+
+NoMemory::NoMemory() { g_none_left = true; }
+NoMemory::~NoMemory() { g_none_left = false; }
+
+}  // namespace kelnn_test

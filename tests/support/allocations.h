@@ -1,0 +1,21 @@
+// Counts what is taken from the heap with malloc(), calloc() and realloc() by the objects of the
+// test program: the library's, the kit's and the tests'.
+#ifndef KEL_NN_TESTS_ALLOCATIONS_H_
+#define KEL_NN_TESTS_ALLOCATIONS_H_
+
+namespace kelnn_test {
+
+long allocation_count();
+
+// While one lives, nothing is to be had.
+class NoMemory {
+ public:
+  NoMemory();
+  ~NoMemory();
+  NoMemory(const NoMemory&) = delete;
+  NoMemory& operator=(const NoMemory&) = delete;
+};
+
+}  // namespace kelnn_test
+
+#endif  // KEL_NN_TESTS_ALLOCATIONS_H_
