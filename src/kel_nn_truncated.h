@@ -10,9 +10,9 @@ namespace kelnn {
 template <typename Real>
 inline int32_t truncated(Real value) {
   constexpr Real kTwoTo31 = 2147483648;
-  if (value >= kTwoTo31) return INT32_MAX;
-  if (value <= -kTwoTo31) return INT32_MIN;
-  return value == value ? static_cast<int32_t>(value) : 0;
+  if (value > -kTwoTo31 && value < kTwoTo31) return static_cast<int32_t>(value);
+  if (value > 0) return INT32_MAX;
+  return value < 0 ? INT32_MIN : 0;
 }
 
 }  // namespace kelnn
