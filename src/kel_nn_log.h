@@ -20,22 +20,23 @@
 
 namespace kelnn {
 
-enum class Severity { kError, kWarning };
-
-// Prints the whole line, which lines of other threads do not interrupt.
-__attribute__((format(printf, 5, 6))) void report(Severity severity, const char* source_path,
-                                                  const char* function, int line,
-                                                  const char* format, ...);
+// Prints the whole line, which lines of other threads do not interrupt. A function's whole
+// signature is shown in the same way whatever compiler has spelt it.
+__attribute__((format(printf, 4, 5))) void report_error(const char* source_path,
+                                                        const char* function, int line,
+                                                        const char* format, ...);
+__attribute__((format(printf, 4, 5))) void report_warning(const char* source_path,
+                                                          const char* function, int line,
+                                                          const char* format, ...);
 
 }  // namespace kelnn
 
-#define KEL_NN_REPORT(severity, function, ...) \
-  kelnn::report(kelnn::Severity::severity, KEL_NN_SOURCE_PATH, function, __LINE__, __VA_ARGS__)
-
-#define KEL_NN_ERROR(...) KEL_NN_REPORT(kError, KEL_NN_LOG_FUNCTION, __VA_ARGS__)
-#define KEL_NN_WARNING(...) KEL_NN_REPORT(kWarning, KEL_NN_LOG_FUNCTION, __VA_ARGS__)
+#define KEL_NN_ERROR(...) KEL_NN_ERROR_OF(KEL_NN_LOG_FUNCTION, __VA_ARGS__)
 // An error under the name of a stage that is no function here.
-#define KEL_NN_ERROR_OF(stage, ...) KEL_NN_REPORT(kError, stage, __VA_ARGS__)
+#define KEL_NN_ERROR_OF(stage, ...) \
+  kelnn::report_error(KEL_NN_SOURCE_PATH, stage, __LINE__, __VA_ARGS__)
+#define KEL_NN_WARNING(...) \
+  kelnn::report_warning(KEL_NN_SOURCE_PATH, KEL_NN_LOG_FUNCTION, __LINE__, __VA_ARGS__)
 #define KEL_NN_INFO(format, ...) std::printf("\033[0;32m[Info]" format "\n\033[0m", ##__VA_ARGS__)
 
 // Reports an error and returns `result` from the function when `condition` holds.

@@ -7,8 +7,7 @@
 // A dry run at initialisation reads the trailer; later runs copy the data into one buffer that the
 // output tensors slice, so an output keeps its address. docs/models.md tells what a malformed
 // trailer does.
-#include "kel_nn_signature.h"
-#define KEL_NN_LOG_FUNCTION kelnn::Signature(__PRETTY_FUNCTION__).text()
+#define KEL_NN_LOG_FUNCTION __PRETTY_FUNCTION__
 
 #include <cstdlib>
 #include <cstring>
