@@ -7,7 +7,13 @@ target_compile_options(kelnn_flags INTERFACE -ffp-contract=off)
 
 add_library(kelnn_library_flags INTERFACE)
 target_link_libraries(kelnn_library_flags INTERFACE kelnn_flags)
+# A section for each function and variable, so that what nobody calls is left out where the library is linked.
 target_compile_options(kelnn_library_flags INTERFACE
+  -ffunction-sections -fdata-sections
   -fvisibility=hidden -fPIC $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden -fno-exceptions -fno-rtti>)
 # Old C libraries hide INT32_MAX and the like from C++ without this.
 target_compile_definitions(kelnn_library_flags INTERFACE __STDC_LIMIT_MACROS)
+# Nothing is thrown through the library. On a PC the tables stay, for debuggers and sanitizers to walk the stack with.
+if(KEL_NN_SMALL)
+  target_compile_options(kelnn_library_flags INTERFACE -fno-unwind-tables -fno-asynchronous-unwind-tables)
+endif()

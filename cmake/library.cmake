@@ -1,4 +1,4 @@
-# libkelnn.so and kelnn_objects, the same code as objects for the unit tests.
+# libkelnn.so, libkelnn.a, and kelnn_objects: the same code as objects, which the unit tests link.
 
 set(kelnn_sources
   plat/jzt31/kel_nn_4cls_det.cpp
@@ -25,9 +25,29 @@ set(kelnn_sources
   src/kel_nn_resize_windows.cpp
   src/kel_nn_utils.cpp
 )
-# What a log line shows as its file: the path from the root of the tree, wherever it is checked out.
+# Where calls spend their time. A build without a PC part (KEL_NN_SMALL) optimises these for speed and all else for size;
+# docs/porting.md says what that gives.
+set(kelnn_hot_sources
+  plat/jzt31/kel_nn_pir_filter.cpp
+  plat/jzt31/kel_nn_ultraface.cpp
+  src/kel_nn_common.cpp
+  src/kel_nn_filter_bank.cpp
+  src/kel_nn_frame_batch.cpp
+  src/kel_nn_log_energy.cpp
+  src/kel_nn_resize.cpp
+  src/kel_nn_resize_blend.cpp
+  src/kel_nn_resize_windows.cpp
+)
 foreach(source ${kelnn_sources})
+  # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.
   set_source_files_properties(${source} PROPERTIES COMPILE_DEFINITIONS KEL_NN_SOURCE_PATH="${source}")
+  if(KEL_NN_SMALL)
+    set(level -Os)
+    if(source IN_LIST kelnn_hot_sources)
+      set(level -O3)
+    endif()
+    set_source_files_properties(${source} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:${level}>)
+  endif()
 endforeach()
 
 add_library(kelnn_objects OBJECT ${kelnn_sources})
@@ -35,12 +55,21 @@ set_target_properties(kelnn_objects PROPERTIES CXX_STANDARD 14 CXX_STANDARD_REQU
 target_include_directories(kelnn_objects PUBLIC include PRIVATE src plat/jzt31)
 target_link_libraries(kelnn_objects PRIVATE kelnn_library_flags kelnn_runtime_headers)
 
+# libkelnn.a, for a program that is to hold only what it calls: link it with -Wl,--gc-sections. Built when asked for.
+add_library(kelnn_static STATIC $<TARGET_OBJECTS:kelnn_objects>)
+set_target_properties(kelnn_static PROPERTIES OUTPUT_NAME kelnn LINKER_LANGUAGE CXX)
+target_include_directories(kelnn_static PUBLIC include)
+if(NOT KEL_NN_STATIC)
+  set_target_properties(kelnn_static PROPERTIES EXCLUDE_FROM_ALL ON)
+endif()
+
 if(KEL_NN_PC OR KEL_NN_RUNTIME_SDK)
+  target_link_libraries(kelnn_static INTERFACE ${kelnn_runtime} m)
   add_library(kelnn SHARED $<TARGET_OBJECTS:kelnn_objects>)
   target_include_directories(kelnn PUBLIC include)
   target_link_libraries(kelnn PRIVATE ${kelnn_runtime} m)
   # The map keeps instantiated standard templates from being exported beside the interface.
-  target_link_options(kelnn PRIVATE -Wl,--no-undefined -Wl,--as-needed
+  target_link_options(kelnn PRIVATE -Wl,--no-undefined -Wl,--as-needed -Wl,--gc-sections
     -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
   set_target_properties(kelnn PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
