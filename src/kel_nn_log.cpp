@@ -34,7 +34,7 @@ void report(int colour, const char* tag, const char* source_path, const char* fu
   std::printf("\033[0;%dm%s: In function: '%s': %d\n[%s]", colour, source_path, name.text, line,
               tag);
   std::vprintf(format, arguments);
-  std::fputs("\n\033[0m", stdout);
+  std::printf("\n\033[0m");
   funlockfile(stdout);
 }
 
