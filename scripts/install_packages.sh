@@ -5,6 +5,7 @@
 #   data    what scripts/evaluate_models.sh needs on top, to draw pictures and make sounds
 #   train   what scripts/train_models.sh needs on top of those
 #   docs    what scripts/document.sh needs
+#   digests what scripts/digests.sh needs on top of build and test: compilers for other processors
 #   lint    what scripts/lint.sh needs on top
 # Silent when everything is there. Needs root only when something is missing.
 set -euo pipefail
@@ -19,6 +20,7 @@ declare -A groups=(
   [data]="python3-opencv python3-scipy python3-soundfile espeak-ng"
   [train]="python3-torch"
   [docs]="doxygen"
+  [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
   [lint]="clang-format clang-tidy"
 )
 
@@ -26,7 +28,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build data docs lint test train" >&2
+    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint test train" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true

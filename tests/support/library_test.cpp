@@ -1,47 +1,8 @@
 #include "support/library_test.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
-
-#include "kel_nn_model_files.h"
 
 namespace kelnn_test {
-namespace {
-
-const char* const kModelFiles[] = {
-    kelnn::kFaceDetectionModel,
-    kelnn::kFaceLandmarksModel,
-    kelnn::kFaceFeatureModel,
-    kelnn::kFaceClassifyModel,
-    kelnn::kPersonDetectionLandscapeModel,
-    kelnn::kPersonDetectionSquareModel,
-    kelnn::kPersonDetectionPortraitModel,
-    kelnn::kPersonClassifyModel,
-    kelnn::kFourClassLandscapeModel,
-    kelnn::kFourClassSquareModel,
-    kelnn::kFourClassPortraitModel,
-    kelnn::kCryDetectionModel,
-};
-
-}  // namespace
-
-TemporaryDirectory::TemporaryDirectory() {
-  const char* base = std::getenv("TMPDIR");
-  path_ = std::string(base ? base : "/tmp") + "/kelnn_test_XXXXXX";
-  if (!mkdtemp(&path_[0])) std::abort();
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-  if (std::system(("rm -rf '" + path_ + "'").c_str()) != 0) std::perror(path_.c_str());
-}
-
-std::string TemporaryDirectory::write(const std::string& name, const std::string& content) const {
-  std::ofstream(file(name), std::ios::binary) << content;
-  return file(name);
-}
 
 std::vector<std::string> messages(const std::string& printed) {
   std::vector<std::string> found;
@@ -74,8 +35,7 @@ std::vector<std::string> messages(const std::string& printed) {
 
 TaskTest::TaskTest() {
   runtime = ScriptedRuntime();
-  // Any bytes do: the scripted runtime does not read them.
-  for (const char* name : kModelFiles) models.write(name, std::string(3000, 'm'));
+  write_model_files(models);
   kel_nn_set_model_root_dir(models.with_slash().c_str());
   handle = kel_nn_handle_create();
   printed();

@@ -10,25 +10,11 @@
 #include <vector>
 
 #include "kel_nn.h"
+#include "support/model_directory.h"
 #include "support/scripted_runtime.h"
 #include "support/stdout_capture.h"
 
 namespace kelnn_test {
-
-// A directory that goes away with its content.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  ~TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-  std::string write(const std::string& name, const std::string& content) const;  // returns the path
-  std::string with_slash() const { return path_ + "/"; }
-
- private:
-  std::string path_;
-};
 
 // The message of every reported line in `printed`: "[Error]...", "[Warning]...", "[Info]...",
 // without colours and locations.
