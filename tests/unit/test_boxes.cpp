@@ -13,10 +13,9 @@ namespace {
 
 using kelnn_test::IsLocatedLine;
 using kelnn_test::LibraryTest;
+using kelnn_test::plain_iou;
 using kelnn_test::plain_nms;
 using kelnn_test::same_boxes;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 using Boxes = std::vector<kel_nn_box_t>;
 
@@ -27,10 +26,18 @@ int nms(Boxes* boxes, float iou_threshold, int type = KEL_NN_NMS_HARD) {
   return kel_nn_nms(boxes->data(), static_cast<int>(boxes->size()), iou_threshold, type);
 }
 
-std::vector<float> scores(const Boxes& boxes, size_t count) {
-  std::vector<float> found;
-  for (size_t i = 0; i < count; ++i) found.push_back(boxes[i].score);
-  return found;
+// Clusters, some of them crowded, with different scores.
+Boxes random_boxes(int count, std::mt19937* random) {
+  const auto below = [random](int n) { return static_cast<int>((*random)() % n); };
+  Boxes boxes;
+  for (int i = 0; i < count; ++i) {
+    const auto tenths = [&below](int n) { return static_cast<float>(below(n)) / 10.0f; };
+    boxes.push_back({static_cast<float>(below(1 + count / 8)) * 20.0f + tenths(100), tenths(160),
+                     tenths(200), 10.0f + tenths(90),
+                     static_cast<float>(i) / static_cast<float>(count), below(4)});
+  }
+  std::shuffle(boxes.begin(), boxes.end(), *random);
+  return boxes;
 }
 
 TEST(Iou, IsSharedAreaOverCoveredArea) {
@@ -55,6 +62,11 @@ TEST(Iou, IsSharedAreaOverCoveredArea) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(nn_calcu_iou(&c.a, &c.b), c.iou);
     EXPECT_EQ(nn_calcu_iou(&c.b, &c.a), c.iou);
+  }
+  std::mt19937 random(2);
+  const Boxes boxes = random_boxes(60, &random);
+  for (const auto& a : boxes) {
+    for (const auto& b : boxes) ASSERT_EQ(nn_calcu_iou(&a, &b), plain_iou(a, b));
   }
   EXPECT_EQ(nn_calcu_iou(nullptr, &cases[0].a), 0.0f);
   EXPECT_EQ(nn_calcu_iou(&cases[0].a, nullptr), 0.0f);
@@ -94,52 +106,11 @@ TEST_F(Nms, KeepsTheBestBoxOfEachGroup) {
   EXPECT_EQ(printed(), "");
 }
 
-TEST_F(Nms, WeightedReturnsASingleBoxAsItIsButOfClass0) {
-  Boxes boxes = {{5, 6, 7, 8, 0.9f, 3}};
-  EXPECT_EQ(nms(&boxes, 0.5f, KEL_NN_NMS_WEIGHTED), 1);
-  EXPECT_TRUE(same_boxes(boxes, {{5, 6, 7, 8, 0.9f, 0}}));
-}
-
-// The weight comes from the slot with the opener's index in the sorted list.
-TEST_F(Nms, WeightedTakesEachGroupsWeightFromTheSlotOfItsOpener) {
-  Boxes boxes = {
-      {10, 10, 8, 8, 0.9f, 1},
-      {100, 10, 8, 8, 0.8f, 1},  // index 0: opens a group of three; 1: one
-      {10, 10, 8, 8, 0.7f, 1},
-      {10, 10, 8, 8, 0.6f, 1},  // index 2 and 3 belong to 0
-      {200, 10, 8, 8, 0.5f, 1},
-      {300, 10, 8, 8, 0.4f, 1},
-      {100, 10, 8, 8, 0.3f, 1},  // 6 belongs to 1
-  };
-  ASSERT_EQ(nms(&boxes, 0.5f, KEL_NN_NMS_WEIGHTED), 4);
-  const auto e = [](float score) { return std::exp(score); };
-  struct Group {
-    const char* name;
-    float weight, score_sum;
-    int size;
-    float cx;
-  };
-  const Group groups[] = {
-      {"the opener's own score", e(0.9f) / (e(0.9f) + e(0.7f) + e(0.6f)), 0.9f + 0.7f + 0.6f, 3,
-       10},
-      {"a member of the same group", e(0.3f) / (e(0.8f) + e(0.3f)), 0.8f + 0.3f, 2, 100},
-      {"a slot that nobody has reached", e(0.0f) / e(0.5f), 0.5f, 1, 200},
-      {"the same", e(0.0f) / e(0.4f), 0.4f, 1, 300},
-  };
-  for (int g = 0; g < 4; ++g) {
-    SCOPED_TRACE(groups[g].name);
-    const float factor = groups[g].weight * static_cast<float>(groups[g].size);
-    EXPECT_FLOAT_EQ(boxes[g].cx, factor * groups[g].cx);
-    EXPECT_FLOAT_EQ(boxes[g].cy, factor * 10.0f);
-    EXPECT_FLOAT_EQ(boxes[g].w, factor * 8.0f);
-    EXPECT_FLOAT_EQ(boxes[g].h, factor * 8.0f);
-    EXPECT_FLOAT_EQ(boxes[g].score, groups[g].weight * groups[g].score_sum);
-    EXPECT_EQ(boxes[g].class_id, 0);
-  }
-  EXPECT_EQ(scores(boxes, 7)[6], 0.3f);  // behind the kept ones, as sorted
-}
-
+// The weight's score is that in the slot with the opener's index in the sorted list.
 TEST_F(Nms, WeightedReadsWhatALargerGroupLeftInASlot) {
+  Boxes alone = {{5, 6, 7, 8, 0.9f, 3}};
+  EXPECT_EQ(nms(&alone, 0.5f, KEL_NN_NMS_WEIGHTED), 1);
+  EXPECT_TRUE(same_boxes(alone, {{5, 6, 7, 8, 0.9f, 0}}));
   Boxes boxes = {
       {10, 10, 8, 8, 0.9f, 1},
       {100, 10, 8, 8, 0.8f, 1},  // index 1, alone; slot 1 still holds the 0.7 of the first group
@@ -174,20 +145,6 @@ TEST_F(Nms, OrdersEveryScoreThatIsANumber) {
     ASSERT_EQ(nms(&list, 0.5f), static_cast<int>(list.size()));
     for (size_t i = 1; i < list.size(); ++i) ASSERT_GE(list[i - 1].score, list[i].score) << i;
   }
-}
-
-// Clusters, some of them crowded, with different scores.
-Boxes random_boxes(int count, std::mt19937* random) {
-  const auto below = [random](int n) { return static_cast<int>((*random)() % n); };
-  Boxes boxes;
-  for (int i = 0; i < count; ++i) {
-    const float x = static_cast<float>(below(1 + count / 8)) * 20.0f;
-    boxes.push_back({x + static_cast<float>(below(80)) / 8.0f, static_cast<float>(below(64)) / 4.0f,
-                     static_cast<float>(below(160)) / 8.0f, 10.0f + static_cast<float>(below(9)),
-                     static_cast<float>(i) / static_cast<float>(count), below(4)});
-  }
-  std::shuffle(boxes.begin(), boxes.end(), *random);
-  return boxes;
 }
 
 // Counts around the lengths at which the library changes its ways.

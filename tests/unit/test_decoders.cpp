@@ -3,6 +3,7 @@
 #include <limits>
 #include <random>
 
+#include "support/box_matchers.h"
 #include "support/library_test.h"
 #include "support/plain_decoders.h"
 
@@ -99,46 +100,33 @@ TEST_F(Decoders, CenterNetPlacesABoxInTheImage) {
   }
 }
 
-TEST_F(Decoders, Yolov3WarnsWhenTheArrayIsFull) {
-  const kel_nn_yolov3_param_t param = {64, 64, 64, 32, 1, 1, kAnchors, 0.3f};
-  const std::vector<float> map(12, 0);  // two boxes
+// Two boxes: YOLOv3 warns when the array is full, CenterNet when a box is lost.
+TEST_F(Decoders, WarnOfAnArrayThatIsTooShort) {
+  const kel_nn_yolov3_param_t yolo = {64, 64, 64, 32, 1, 1, kAnchors, 0.3f};
+  const kel_nn_centernet_param_t center = {64, 64, 64, 32, 0, 1, 0.3f};
   struct Case {
-    uint32_t capacity;
-    int count;
-    bool warns;
+    int capacity, yolov3_count, centernet_count;
+    bool yolov3_warns, centernet_warns;
   };
-  const Case cases[] = {{3, 2, false}, {2, 2, true}, {1, 1, true}, {0, 1, true}};
+  const Case cases[] = {{3, 2, 2, false, false},
+                        {2, 2, 2, true, false},
+                        {1, 1, 1, true, true},
+                        {0, 1, 0, true, true}};
+  const auto expect_warning = [this](bool warns, const char* function, int capacity) {
+    const std::string text = printed();
+    EXPECT_EQ(text.empty(), !warns);
+    if (!warns) return;
+    EXPECT_THAT(text, IsWarning(function, capacity));
+  };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.capacity);
-    EXPECT_EQ(yolov3(map, 32, param, c.capacity), c.count);
-    EXPECT_EQ(boxes[c.count - 1].cx, c.count == 1 ? 16 : 48);
-    if (c.warns) {
-      EXPECT_THAT(printed(), IsWarning("kel_nn_yolov3_postprocess", static_cast<int>(c.capacity)));
-    } else {
-      EXPECT_EQ(printed(), "");
-    }
-  }
-}
-
-TEST_F(Decoders, CenterNetWarnsWhenABoxIsLost) {
-  const kel_nn_centernet_param_t param = {64, 64, 64, 32, 0, 1, 0.3f};
-  const std::vector<float> map(10, 0);  // two boxes
-  struct Case {
-    uint32_t capacity;
-    int count;
-    bool warns;
-  };
-  const Case cases[] = {{3, 2, false}, {2, 2, false}, {1, 1, true}, {0, 0, true}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.capacity);
-    EXPECT_EQ(centernet(map, 32, param, c.capacity), c.count);
-    EXPECT_EQ(boxes[c.count].class_id, kNoBox.class_id);
-    if (c.warns) {
-      EXPECT_THAT(printed(),
-                  IsWarning("kel_nn_centernet_postprocess", static_cast<int>(c.capacity)));
-    } else {
-      EXPECT_EQ(printed(), "");
-    }
+    const uint32_t capacity = static_cast<uint32_t>(c.capacity);
+    EXPECT_EQ(yolov3(std::vector<float>(12), 32, yolo, capacity), c.yolov3_count);
+    EXPECT_EQ(boxes[c.yolov3_count - 1].cx, c.yolov3_count == 1 ? 16 : 48);
+    expect_warning(c.yolov3_warns, "kel_nn_yolov3_postprocess", c.capacity);
+    EXPECT_EQ(centernet(std::vector<float>(10), 32, center, capacity), c.centernet_count);
+    EXPECT_EQ(boxes[c.centernet_count].class_id, kNoBox.class_id);
+    expect_warning(c.centernet_warns, "kel_nn_centernet_postprocess", c.capacity);
   }
 }
 
@@ -219,6 +207,9 @@ TEST_F(Decoders, GiveNoBoxesForWhatCannotBe) {
       {"negative anchors", 32, {64, 64, 32, 32, 1, -1, kAnchors, 0.1f}},
       {"null anchors", 32, {64, 64, 32, 32, 1, 1, nullptr, 0.1f}},
       {"more than memory", 1, {64, 64, kMax, kMax, kMax, kMax, kAnchors, 0.1f}},
+      {"more than memory with all anchors",
+       1,
+       {64, 64, 1 << 15, 1 << 15, 1 << 20, kMax, kAnchors, 0.1f}},
       {"a threshold above 1", 32, {64, 64, 32, 32, 1, 1, kAnchors, 1.5f}},
       {"a threshold that is not a number", 32, {64, 64, 32, 32, 1, 1, kAnchors, NAN}},
   };
@@ -265,27 +256,11 @@ std::vector<float> random_logits(size_t count, std::mt19937* random) {
   return logits;
 }
 
-void expect_same(const std::vector<kel_nn_box_t>& boxes, int count,
-                 const std::vector<kel_nn_box_t>& expected, int expected_count) {
-  ASSERT_EQ(count, expected_count);
-  for (int i = 0; i < count; ++i) {
-    // All NaN are alike, but nothing else that differs is.
-    const float* a = &boxes[i].cx;
-    const float* b = &expected[i].cx;
-    for (int v = 0; v < 5; ++v) {
-      if (std::isnan(a[v]) && std::isnan(b[v])) continue;
-      ASSERT_EQ(std::memcmp(a + v, b + v, sizeof(float)), 0)
-          << "box " << i << ", value " << v << ": " << a[v] << " for " << b[v];
-    }
-    ASSERT_EQ(boxes[i].class_id, expected[i].class_id) << "box " << i;
-  }
-}
-
 TEST_F(Decoders, AgreeWithThePlainOnesBitForBit) {
   std::mt19937 random(5);
   const float thresholds[] = {0.5f,  0.3f,   0.9f, 0.999f, 0.9995f, 1.0f,
                               1e-6f, 1e-31f, 0.0f, -1.0f,  0.05f,   0.7f};
-  int box_count = 0;
+  size_t box_count = 0;
   for (int round = 0; round < 240; ++round) {
     SCOPED_TRACE(round);
     const float threshold = thresholds[round % 12];
@@ -301,22 +276,23 @@ TEST_F(Decoders, AgreeWithThePlainOnesBitForBit) {
                                         class_num, anchor_num, kAnchors, threshold};
     std::vector<kel_nn_box_t> expected(cells * anchor_num);
     std::vector<float> map = random_logits(cells * anchor_num * (5 + class_num), &random);
-    int expected_count = plain_yolov3(map.data(), stride, yolo, expected.data());
-    int count = yolov3(map, stride, yolo, static_cast<uint32_t>(expected.size() + 1));
-    expect_same(boxes, count, expected, expected_count);
-    box_count += count;
+    expected.resize(plain_yolov3(map.data(), stride, yolo, expected.data()));
+    boxes.resize(yolov3(map, stride, yolo, static_cast<uint32_t>(cells * anchor_num + 1)));
+    ASSERT_TRUE(same_boxes(boxes, expected));
+    box_count += boxes.size();
 
     // Few bins, and more than a buffer of usual size has room for.
     const int reg_max = round % 7 == 0 ? 60 + random() % 200 : random() % 20;
     const kel_nn_centernet_param_t center = {img_w,   img_h,     input_w,  input_h,
                                              reg_max, class_num, threshold};
     map = random_logits(cells * (class_num + 4 * (reg_max + 1)), &random);
-    expected_count = plain_centernet(map.data(), stride, center, expected.data());
-    count = centernet(map, stride, center, static_cast<uint32_t>(cells));
-    expect_same(boxes, count, expected, expected_count);
-    box_count += count;
+    expected.resize(cells);
+    expected.resize(plain_centernet(map.data(), stride, center, expected.data()));
+    boxes.resize(centernet(map, stride, center, static_cast<uint32_t>(cells)));
+    ASSERT_TRUE(same_boxes(boxes, expected));
+    box_count += boxes.size();
   }
-  EXPECT_GT(box_count, 5000);
+  EXPECT_GT(box_count, 5000u);
   EXPECT_THAT(printed_messages(), IsEmpty());
 }
 

@@ -187,6 +187,10 @@ TEST_F(Engine, IgnoresThatTheDryRunsCallsFail) {
 TEST_F(Engine, WorksWithTheFirst16OutputsOfMore) {
   std::vector<Output> outputs;
   for (int i = 0; i < 20; ++i) outputs.push_back({{1, 1, 2}, {i + 0.25f, i + 0.5f}});
+  runtime.set_outputs({outputs.begin(), outputs.begin() + 16});
+  ASSERT_EQ(init(), 0);
+  EXPECT_THAT(printed_messages()[0], ::testing::StartsWith("[Info] model"));  // no more than that
+  kel_nne_graph_deinit(&graph_);
   runtime.set_outputs(outputs);
   ASSERT_EQ(init(), 0);
   EXPECT_EQ(printed_messages()[0], "[Error]out_num larger than KEL_NN_MAX_TENSOR_CNT (20 vs 16).");

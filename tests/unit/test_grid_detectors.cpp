@@ -325,25 +325,6 @@ TEST_P(GridDetection, ARefusedInitChangesTheGrids) {
   }
 }
 
-TEST_P(GridDetection, ReportsUnderTheNameOfTheCall) {
-  const auto error = [this](const char* suffix, const char* message) {
-    return IsLocatedLine("31", detector.path, function(suffix), message);
-  };
-  const kel_nn_size_t size = kLandscape;
-  EXPECT_EQ(detector.init(nullptr, 640, 360), -1);
-  EXPECT_THAT(printed(), error("_init", "[Error]Uninitialized handle."));
-  EXPECT_EQ(detector.deinit(nullptr), -1);
-  EXPECT_THAT(printed(), error("_deinit", "[Error]Uninitialized handle."));
-  EXPECT_EQ(detector.process(nullptr, this, &result_, &size, &size), -1);
-  EXPECT_THAT(printed(), error("_process", "[Error]Invalid arguments."));
-  EXPECT_EQ(detector.process(handle, nullptr, &result_, &size, &size), -1);
-  EXPECT_EQ(detector.process(handle, this, nullptr, &size, &size), -1);
-  EXPECT_EQ(detector.process(handle, this, &result_, nullptr, &size), -1);
-  EXPECT_EQ(detector.process(handle, this, &result_, &size, nullptr), -1);
-  EXPECT_THAT(printed_messages(), testing::Each("[Error]Invalid arguments."));
-  EXPECT_EQ(result_.count, -1);
-}
-
 TEST_P(GridDetection, Returns1AndLeavesTheResultAloneWhenTheEngineFails) {
   const std::string expected_shape =
       "[Error]JZ T31 not allowed input dynamic shape, expect: [1, 256, 416, 3]";

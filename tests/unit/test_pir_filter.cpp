@@ -134,6 +134,22 @@ TEST_F(PirFilter, TruncatesTheThresholdAndACountEqualToItIsMotion) {
   EXPECT_EQ(camera.process(lit, 200.5f / 57600, 1), 0);   // 1 of 2
 }
 
+// Two products of floats, each rounded to float.
+TEST_F(PirFilter, TheThresholdIsAProductInSinglePrecision) {
+  struct Case {
+    int width, height;
+    float ratio;  // the float nearest to one pixel's share
+    int32_t result;
+  };
+  // In double the first product is below 100; rounded once, the second is not.
+  for (const Case& c : {Case{22, 14, 100.0f / 77, 0}, Case{70, 70, 100.0f / 1225, 1}}) {
+    const Camera camera = {handle, c.width, c.height};
+    camera.start();
+    for (int i = 0; i < 2; ++i) camera.process(camera.frame(9), c.ratio, 1);
+    EXPECT_EQ(camera.process(camera.frame(9), c.ratio, 1), c.result) << c.width;
+  }
+}
+
 TEST_F(PirFilter, APixelHasToChangeTwiceByMoreThan20) {
   const Camera camera = {handle, 4, 4};
   struct Case {
