@@ -26,13 +26,22 @@ declare -A file_of
 while IFS=: read -r object symbol; do
   file_of[${symbol##* }]=${object##*.dir/}
 done < <("$nm" -A --defined-only "$@")
-mapfile -t rows < <(awk -F'|' '
+rows=() helpers=()
+while read -r first second; do
+  if [ -n "$second" ]; then rows+=("$first $second"); else helpers+=("$first"); fi
+done < <(awk -F'|' '
   /^## / { inside = $0 == "## Which file a function is in" }
   inside && /^\|.*`/ {
     file = $3; gsub(/[` ]/, "", file)
     count = split($2, part, "`")
     for (i = 2; i <= count; i += 2) print part[i], file
+    count = split($4, part, "`")
+    for (i = 2; i <= count; i += 2) print part[i]
   }' "$here/../docs/architecture.md")
+for helper in "${helpers[@]}"; do
+  compgen -G "$here/../src/${helper}*" >/dev/null || compgen -G "$here/../plat/jzt31/${helper}*" >/dev/null ||
+    complain "architecture.md names $helper, which is no source"
+done
 while read -r name; do
   [[ $name != \#* ]] || continue
   told=
