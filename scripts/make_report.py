@@ -50,6 +50,12 @@ class Runner:
     def drawing(self, name):
         return self.scratch / name
 
+    def drawings(self, name):
+        """A directory of its own."""
+        path = self.scratch / name
+        path.mkdir()
+        return path
+
 
 def objects(text):
     """JSON values one behind the other, on one line each or on several."""
@@ -70,35 +76,35 @@ def relative(path):
     return os.path.relpath(path)
 
 
-def detected(run, name, command, pictures, *options):
-    """A figure for each picture, with its boxes, and how many boxes there are."""
+def detected(run, command, pictures, *options):
+    """What is found in the pictures, a figure of each with its boxes, and how many boxes there are."""
+    drawn = run.drawings(command)
+    found = run(command, command, *pictures, "--draw", drawn, *options)
     figures, count = [], 0
-    for picture in pictures:
-        drawn = run.drawing(f"{command}_{picture.stem}.png")
-        found = run(name, command, picture, "--draw", drawn, *options)[0]
-        names = [box["name"] for box in found["boxes"]]
+    for picture, result in zip(pictures, found):
+        names = [box["name"] for box in result["boxes"]]
         count += len(names)
         caption = ", ".join(f"{names.count(n)} × {n}" for n in dict.fromkeys(names)) or "nothing found"
-        figures.append(page.figure(drawn, f"{picture.name}: {caption}", height=280))
-    return figures, count
+        figures.append(page.figure(drawn / picture.name, f"{picture.name}: {caption}", height=280))
+    check(count >= len(pictures), f"{command}: too little was found")
+    return found, figures
 
 
 def faces(run):
     pictures = sorted(run.scenes.glob("faces_*.jpg"))
-    figures, count = detected(run, "faces", "faces", pictures)
-    check(count >= len(pictures), "no face was found")
+    _, figures = detected(run, "faces", pictures)
     return page.section("Faces", "Face detection: where are faces?", "kelnn faces " + relative(pictures[0]) + " --draw out.png",
                         run.seconds("faces"), page.row(figures))
 
 
 def landmarks(run):
-    figures = []
-    for picture in sorted(run.faces.glob("*.png"))[:8]:
-        drawn = run.drawing(f"points_{picture.stem}.png")
-        found = run("landmarks", "landmarks", picture, "--draw", drawn)[0]
-        kind = run("face classes", "classify-face", picture)[0]
-        figures.append(page.figure(drawn, f"{FACE_CLASSES[kind['class']]}, {kind['score']:.2f}; turned "
-                                   f"{found['pose'][0] * 57.3:+.0f}°", height=160))
+    pictures = sorted(run.faces.glob("*.png"))[:8]
+    drawn = run.drawings("points")
+    points = run("landmarks", "landmarks", *pictures, "--draw", drawn)
+    kinds = run("face classes", "classify-face", *pictures)
+    figures = [page.figure(drawn / picture.name, f"{FACE_CLASSES[kind['class']]}, {kind['score']:.2f}; turned "
+                           f"{found['pose'][0] * 57.3:+.0f}°", height=160)
+               for picture, found, kind in zip(pictures, points, kinds)]
     return page.section("Landmarks and classes", "Face landmarks: eyes, nose and mouth. Face classification: which of three "
                         "kinds of face, with its score.", "kelnn landmarks FACE.png --draw out.png; kelnn classify-face FACE.png",
                         run.seconds("landmarks") + run.seconds("face classes"), page.row(figures))
@@ -106,7 +112,7 @@ def landmarks(run):
 
 def features(run):
     pictures = sorted(run.faces.glob("*.png"))
-    vectors = [run("face features", "feature", picture)[0]["feature"] for picture in pictures]
+    vectors = [found["feature"] for found in run("face features", "feature", *pictures)]
     alike = [[sum(a * b for a, b in zip(v, w)) for w in vectors] for v in vectors]
     people = [picture.stem.split("_")[0] for picture in pictures]
     pairs = list(itertools.combinations(range(len(pictures)), 2))
@@ -120,32 +126,29 @@ def features(run):
                         page.matrix(pictures, alike))
 
 
-def persons(run):
+def box_rows(run, picture, boxes):
+    """Rows of a table: how probable a person is in each of the boxes."""
+    places = [f"{box['x']},{box['y']},{box['w']},{box['h']}" for box in boxes]
+    options = [word for place in places for word in ("--box", place)]
+    found = run("person classes", "classify-person", picture, *options)
+    return [[page.text(picture.name), f"<code>{place}</code>", page.text(box["name"]), f"{one['probability']:.3f}"]
+            for place, box, one in zip(places, boxes, found)]
+
+
+def persons_and_things(run):
     pictures = [run.scenes / f"persons_{shape}.jpg" for shape in ("landscape", "square", "portrait")]
-    figures, count = detected(run, "persons", "persons", pictures)
-    check(count >= len(pictures), "no person was found")
-    rows = []
-    for picture, is_person in [(pictures[0], True), (run.scenes / "objects_1.jpg", False)]:
-        detector = ["persons", picture] if is_person else ["objects", picture, "--classes", OBJECT_CLASSES]
-        boxes = run("person classes", *detector)[0]["boxes"][:3]
-        for box in boxes:
-            place = f"{box['x']},{box['y']},{box['w']},{box['h']}"
-            probability = run("person classes", "classify-person", picture, "--box", place)[0]["probability"]
-            rows.append([page.text(picture.name), f"<code>{place}</code>", page.text(box["name"]), f"{probability:.3f}"])
+    persons, person_figures = detected(run, "persons", pictures)
+    object_pictures = sorted(run.scenes.glob("objects_*.jpg"))
+    things, thing_figures = detected(run, "objects", object_pictures, "--classes", OBJECT_CLASSES)
+    rows = box_rows(run, pictures[0], persons[0]["boxes"][:3]) + box_rows(run, object_pictures[0], things[0]["boxes"][:3])
     return page.section("Persons", "Person detection, one network for each orientation of frames. Below: person classification "
                         "of some boxes: how probable is a person in it?", "kelnn persons " + relative(pictures[0]) + " --draw out.png",
                         run.seconds("persons") + run.seconds("person classes"),
-                        page.row(figures) + "<br>" +
-                        page.table(["picture", "box", "found as", "person"], rows, numbers=[3]))
-
-
-def things(run):
-    pictures = sorted(run.scenes.glob("objects_*.jpg"))
-    figures, count = detected(run, "objects", "objects", pictures, "--classes", OBJECT_CLASSES)
-    check(count >= len(pictures), "no object was found")
-    return page.section("Four kinds of things", "Four-class detection; what the classes are comes with the network.",
-                        f"kelnn objects {relative(pictures[0])} --classes {OBJECT_CLASSES} --draw out.png",
-                        run.seconds("objects"), page.row(figures))
+                        page.row(person_figures) + "<br>" +
+                        page.table(["picture", "box", "found as", "person"], rows, numbers=[3])) + page.section(
+        "Four kinds of things", "Four-class detection; what the classes are comes with the network.",
+        f"kelnn objects {relative(object_pictures[0])} --classes {OBJECT_CLASSES} --draw out.png",
+        run.seconds("objects"), page.row(thing_figures))
 
 
 def cries(run):
@@ -169,15 +172,13 @@ def cries(run):
 def motion(run):
     video = run.video
     settings = ["--ratio", "0.5", "--period", "5"]
-    strip = run.drawing("strip.png")
-    decisions = run("motion", "motion", video, *settings, "--draw", strip, needs_models=False)
+    decisions = run("motion", "motion", video, *settings, needs_models=False)
     check({d["motion"] for d in decisions} == {True, False}, "the video was not told into motion and stillness")
     content = page.bars([d["changed_max"] for d in decisions], max(2.0, *(d["changed_max"] for d in decisions)),
                         [f"{d['time']:.1f} s: {d['changed_max']:.2f} %" for d in decisions], [d["motion"] for d in decisions],
                         line=0.5, caption="largest share of changed pixels in each half second; red: decided to be motion")
-    content += "<br>" + page.figure(strip, "the same as kelnn draws it: a cell for each decision, red for motion")
     return page.section("Did something move?", "The motion filter needs no network: it counts pixels that changed twice and "
-                        "lets the frames of a period vote.", f"kelnn motion {relative(video)} --ratio 0.5 --period 5 --draw strip.png",
+                        "lets the frames of a period vote.", f"kelnn motion {relative(video)} --ratio 0.5 --period 5",
                         run.seconds("motion"), content)
 
 
@@ -224,10 +225,10 @@ def main():
     with tempfile.TemporaryDirectory() as scratch:
         run = Runner(options.kelnn, options.root, options.examples, scratch)
         parts = []
-        for make in (faces, landmarks, features, persons, things, cries, motion, watch):
+        for make in (faces, landmarks, features, persons_and_things, cries, motion, watch):
             start = time.monotonic()
             parts.append(make(run))
-            print(f"  {make.__name__:<12}{time.monotonic() - start:6.1f} s", flush=True)
+            print(f"  {make.__name__:<18}{time.monotonic() - start:6.1f} s", flush=True)
         parts.append(overview(run))
     written = page.page("libkelnn at work", INTRODUCTION, parts)
     with open(options.out, "w", encoding="utf-8") as file:

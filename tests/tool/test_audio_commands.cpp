@@ -133,18 +133,6 @@ TEST_F(AudioCommands, HighAndLowBeepsAreToldApartWindowByWindow) {
               HasSubstr(": 0.500 s left over, too short for a window of 3 s\n"));
 }
 
-TEST_F(AudioCommands, ChunksDoNotChangeTheResult) {
-  const std::string sound = save("beeps.wav", joined(beeps(kHighHz, 4), beeps(kLowHz, 3)));
-  const std::string whole = cry(sound, {"--json", "--chunk", "112000"}).out;
-  EXPECT_EQ(std::count(whole.begin(), whole.end(), '\n'), 3);
-  for (const char* chunk : {"1", "160", "4096", "48000", "100000"}) {
-    SCOPED_TRACE(chunk);
-    const CommandResult result = cry(sound, {"--json", "--chunk", chunk});
-    EXPECT_EQ(result.out, whole);
-    EXPECT_THAT(result.err, Not(HasSubstr("divisible")));  // nothing was lost at a window's end
-  }
-}
-
 TEST_F(AudioCommands, BareSamplesFromStandardInputAreTheFile) {
   const Samples samples = joined(beeps(kLowHz, 2), beeps(kHighHz, 2));
   const std::string from_file = cry(save("beeps.wav", samples)).out;
@@ -171,7 +159,7 @@ TEST_F(AudioCommands, FilesFromStandardInputAreRefusedInsteadOfHeardAsSamples) {
     SCOPED_TRACE(c.name);
     const std::string file = text_of(save("sound", samples, kRate, 1, c.format));
     ASSERT_EQ(file.substr(0, 4), c.name);
-    const CommandResult result = cry("-", {"--chunk", "1"}, file);
+    const CommandResult result = cry("-", {}, file);
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_THAT(result.err, HasSubstr("standard input: a sound file"));
     EXPECT_EQ(result.out.find("cry 0."), std::string::npos);
@@ -254,10 +242,7 @@ TEST_F(AudioCommands, WhatCannotBeHeardIsAFailure) {
   const CommandResult no_model = kelnn_test::run_kelnn({"cry", sound, "--root", directory});
   EXPECT_EQ(no_model.exit_code, 1);
   EXPECT_THAT(no_model.err, HasSubstr("kelnn pack cry-detection"));
-  for (const std::vector<std::string>& wrong :
-       {std::vector<std::string>{"--chunk", "0"}, {"--threshold", "-1"}}) {
-    EXPECT_EQ(cry(sound, wrong).exit_code, 2);
-  }
+  EXPECT_EQ(cry(sound, {"--threshold", "-1"}).exit_code, 2);
 }
 
 // ----- eval

@@ -304,7 +304,7 @@ TEST_F(DetectorCommands, SayWhatIsWrong) {
       {"no input", {"persons"}, 2, "required"},
       {"no number", {"persons", good, "--limit", "many"}, 2, "--limit"},
       {"every 0th", {"persons", good, "--every", "0"}, 2, "--every"},
-      {"three names", {"objects", good, "--classes", "a,b,c"}, 2, "not four names"},
+      {"three names", {"objects", good, "--classes", "a,b,c"}, 2, "--classes: At least 4"},
       {"names of faces", {"faces", good, "--classes", "a,b,c,d"}, 2, "--classes"},
       {"file for two", {"faces", good, other, "--draw", directory + "a.png"}, 1, "directory"},
       {"same name", {"faces", good, twin, "--draw", directory + "out/"}, 1, "has the name"},

@@ -1,5 +1,6 @@
 #include "progress_bar.h"
 
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,12 +10,17 @@ namespace kelnn_cli {
 namespace {
 
 constexpr int kWidth = 30;
+constexpr int64_t kLong = 100;  // frames, files or seconds of sound
 constexpr std::chrono::milliseconds kPause(100);
 
 }  // namespace
 
-ProgressBar::ProgressBar(const std::string& label, int64_t total, const char* unit)
-    : label_(label), unit_(unit), total_(total), start_(Clock::now()), last_(start_ - kPause) {}
+ProgressBar::ProgressBar(const std::string& label, int64_t total, const char* unit, bool is_wanted)
+    : label_(label),
+      unit_(unit),
+      total_(is_wanted || (total > kLong && isatty(STDERR_FILENO)) ? total : 0),
+      start_(Clock::now()),
+      last_(start_ - kPause) {}
 
 void ProgressBar::show(int64_t done) {
   const Clock::time_point now = Clock::now();
@@ -23,8 +29,8 @@ void ProgressBar::show(int64_t done) {
   const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
   const double seconds = std::chrono::duration<double>(now - start_).count();
   const std::string bar(static_cast<size_t>(part * kWidth), '#');
-  std::fprintf(stderr, "\r\033[K%s [%-*s] %3.0f%%  %.1f %s/s", label_.c_str(), kWidth, bar.c_str(),
-               100 * part, seconds > 0 ? static_cast<double>(done) / seconds : 0, unit_);
+  fmt::print(stderr, "\r\033[K{} [{:{}}] {:3.0f}%  {:.1f} {}/s", label_, bar, kWidth, 100 * part,
+             seconds > 0 ? static_cast<double>(done) / seconds : 0, unit_);
   std::fflush(stderr);
   is_visible_ = true;
 }
@@ -35,7 +41,5 @@ void ProgressBar::hide() {
   std::fflush(stderr);
   is_visible_ = false;
 }
-
-bool is_terminal_error_output() { return isatty(STDERR_FILENO) != 0; }
 
 }  // namespace kelnn_cli

@@ -10,8 +10,9 @@ namespace kelnn_cli {
 
 class ProgressBar {
  public:
-  // Nothing is shown when `total` is not known (0).
-  ProgressBar(const std::string& label, int64_t total, const char* unit = "frames");
+  // Nothing is shown when `total` is not known (0), nor, unless the bar is wanted expressly, of what is
+  // over before a bar is read and where standard error is no terminal.
+  ProgressBar(const std::string& label, int64_t total, const char* unit, bool is_wanted);
   ~ProgressBar() { hide(); }
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
@@ -28,8 +29,6 @@ class ProgressBar {
   bool is_visible_ = false;
   Clock::time_point start_, last_;
 };
-
-bool is_terminal_error_output();  // where a progress bar makes sense
 
 }  // namespace kelnn_cli
 

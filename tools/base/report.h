@@ -1,22 +1,14 @@
-// What a command has to say, once as text and once as JSON; main() prints one of them. A command
-// that cannot do its work throws a Failure instead.
+// How results are told as JSON, and what is thrown where there is none.
 #ifndef KEL_NN_TOOLS_REPORT_H_
 #define KEL_NN_TOOLS_REPORT_H_
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
 
 namespace kelnn_cli {
 
 using Json = nlohmann::ordered_json;
-
-struct Report {
-  std::string text;  // whole lines
-  Json json;
-  bool ok = true;         // false: the report is of something that is not as it should be
-  std::string complaint;  // for standard error
-};
 
 class Failure : public std::runtime_error {
  public:

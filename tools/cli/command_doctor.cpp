@@ -1,17 +1,21 @@
 // kelnn doctor: looks at a model directory the way the library does and says what is wrong.
-#include <filesystem>
-#include <memory>
+#include <fmt/format.h>
 
-#include "command.h"
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "commands.h"
 #include "model_inspection.h"
 
 namespace kelnn_cli {
 namespace {
 
 namespace fs = std::filesystem;
+using State = Inspection::State;
 
 struct Finding {
-  std::string problem, to_do;  // none: nothing is wrong
+  std::string problem, to_do;
 };
 
 // Why a root leads to no model at all.
@@ -19,89 +23,90 @@ Finding inspect_root(const std::string& root) {
   std::error_code error;
   const std::string directory = root.empty() ? "." : root;
   if (!fs::exists(directory, error)) {
-    return {"there is no directory \"" + root + "\", seen from " + fs::current_path(error).string(),
+    return {fmt::format("there is no directory \"{}\", seen from {}", root,
+                        fs::current_path(error).string()),
             "check the spelling; the first kelnn pack makes the directory"};
   }
   if (!fs::is_directory(directory, error)) {
-    return {"\"" + root + "\" is not a directory", "name the directory that the models are in"};
+    return {fmt::format("\"{}\" is not a directory", root),
+            "name the directory that the models are in"};
   }
   if (directory.back() != '/' && !root.empty()) {
-    return {"the root \"" + root +
-                "\" does not end with \"/\"; the library appends file names as " +
-                "they are, and so looks beside the directory, not in it",
-            "give it as \"" + root + "/\", here and to kel_nn_set_model_root_dir()"};
+    return {fmt::format("the root \"{}\" does not end with \"/\"; the library appends file names "
+                        "as they are, and so looks beside the directory, not in it",
+                        root),
+            fmt::format("give it as \"{}/\", here and to kel_nn_set_model_root_dir()", root)};
   }
   return {"the directory holds no model of any task",
-          "kelnn pack TASK NETWORK.onnx --root " + (root.empty() ? "./" : root) +
-              " (an ONNX file that is merely copied there is not found)"};
+          fmt::format("kelnn pack TASK NETWORK.onnx --root {} (an ONNX file that is merely copied "
+                      "there is not found)",
+                      root.empty() ? "./" : root)};
 }
 
-const char* name_of(Inspection::State state) {
-  switch (state) {
-    case Inspection::State::kOk:
-      return "ok";
-    case Inspection::State::kMissing:
-      return "missing";
-    case Inspection::State::kBroken:
-      return "broken";
+struct Diagnosis {
+  std::string root;
+  std::vector<std::pair<const Task*, Inspection>> models;
+  std::optional<Finding> of_root;  // where there is no model
+
+  size_t count(State state) const {
+    return static_cast<size_t>(
+        std::count_if(models.begin(), models.end(),
+                      [state](const auto& model) { return model.second.state == state; }));
   }
-  return "";
+  bool ok() const { return count(State::kOk) > 0 && count(State::kBroken) == 0; }
+};
+
+const char* name_of(State state) {
+  return state == State::kOk ? "ok" : state == State::kMissing ? "missing" : "broken";
 }
 
-std::string padded(std::string text, size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
+std::string text_of(const Diagnosis& diagnosis) {
+  std::string text;
+  for (const auto& [task, model] : diagnosis.models) {
+    const bool is_broken = model.state == State::kBroken;
+    text += fmt::format("{:9}{}\n{:9}{}\n", is_broken ? "BROKEN" : name_of(model.state), task->key,
+                        "", model.path);
+    if (is_broken) {
+      text += fmt::format("{0:9}problem: {1}\n{0:9}to do: {2}\n", "", model.problem, model.command);
+    }
+  }
+  text += fmt::format("\n{} ok, {} missing, {} broken\n", diagnosis.count(State::kOk),
+                      diagnosis.count(State::kMissing), diagnosis.count(State::kBroken));
+  if (const auto& finding = diagnosis.of_root) {
+    text += fmt::format("problem: {}\nto do: {}\n", finding->problem, finding->to_do);
+  }
   return text;
 }
 
-Report doctor(const std::string& root) {
-  constexpr size_t kMargin = 9;  // as wide as the names of the states
-  const std::string indent(kMargin, ' ');
-  Report report;
-  report.json = {{"root", root}, {"ok", false}, {"models", Json::array()}};
-  size_t count[3] = {};
-  for (const Task& task : tasks()) {
-    const Inspection model = inspect_model(task, root);
-    const bool is_broken = model.state == Inspection::State::kBroken;
-    ++count[static_cast<int>(model.state)];
-    report.text += padded(is_broken ? "BROKEN" : name_of(model.state), kMargin) + task.key + "\n" +
-                   indent + model.path + "\n";
-    Json entry = {{"task", task.key}, {"path", model.path}, {"state", name_of(model.state)}};
-    if (is_broken) {
-      report.text += indent + "problem: " + model.problem + "\n";
-      report.text += indent + "to do: " + model.command + "\n";
+Json json_of(const Diagnosis& diagnosis) {
+  Json json = {{"root", diagnosis.root}, {"ok", diagnosis.ok()}, {"models", Json::array()}};
+  for (const auto& [task, model] : diagnosis.models) {
+    Json entry = {{"task", task->key}, {"path", model.path}, {"state", name_of(model.state)}};
+    if (model.state == State::kBroken) {
       entry["problem"] = model.problem;
       entry["to_do"] = model.command;
     }
-    report.json["models"].push_back(entry);
+    json["models"].push_back(entry);
   }
-  const auto [ok, missing, broken] = count;
-  report.text += "\n" + std::to_string(ok) + " ok, " + std::to_string(missing) + " missing, " +
-                 std::to_string(broken) + " broken\n";
-
-  if (ok + broken == 0) {
-    const Finding finding = inspect_root(root);
-    report.text += "problem: " + finding.problem + "\nto do: " + finding.to_do + "\n";
-    report.json["problem"] = finding.problem;
-    report.json["to_do"] = finding.to_do;
+  if (const auto& finding = diagnosis.of_root) {
+    json["problem"] = finding->problem;
+    json["to_do"] = finding->to_do;
   }
-  report.ok = ok > 0 && broken == 0;
-  report.json["ok"] = report.ok;
-  return report;
+  return json;
 }
 
 }  // namespace
 
-void add_doctor(CLI::App& app, Command* chosen) {
-  auto root = std::make_shared<std::string>();
-  CLI::App* command = app.add_subcommand(
-      "doctor",
-      "Says what is wrong with a directory of models, and what to do.\n"
-      "Looks at every task's model the way the library does: which file it opens, and whether\n"
-      "the file is there, whole, loads and has the task's shapes. The root is taken as it is\n"
-      "given, without adding a \"/\" at its end. Succeeds when at least one model is there and\n"
-      "all that are there are fine.");
-  add_root(command, root.get());
-  command->callback([=] { *chosen = [root] { return doctor(*root); }; });
+bool doctor(const DoctorOptions& options, Reporter* reporter) {
+  Diagnosis diagnosis = {options.root, {}, {}};
+  for (const Task& task : tasks()) {
+    diagnosis.models.emplace_back(&task, inspect_model(task, options.root));
+  }
+  if (diagnosis.count(State::kMissing) == tasks().size()) {
+    diagnosis.of_root = inspect_root(options.root);
+  }
+  reporter->report(diagnosis);
+  return diagnosis.ok();
 }
 
 }  // namespace kelnn_cli

@@ -1,161 +1,157 @@
 // kelnn motion: the motion filter on a recording or a camera, and what other settings would say.
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <filesystem>
 #include <memory>
-#include <opencv2/imgcodecs.hpp>
+#include <nlohmann/json.hpp>
 
 #include "changed_pixels.h"
-#include "command.h"
+#include "commands.h"
 #include "drawing_target.h"
-#include "formatted.h"
+#include "frames.h"
 #include "interruption.h"
 #include "motion_drawing.h"
-#include "motion_options.h"
-#include "motion_sweep.h"
-#include "progress_bar.h"
+#include "report.h"
 
 namespace kelnn_cli {
 namespace {
 
-struct Options {
-  std::string input, out;
-  MotionSettings settings;
-  bool wants_sweep = false;
-  SweepGrid grid;
-  int64_t limit = 0;
-  bool wants_progress = false;
+// ----- One run
+
+struct Period {
+  const std::string& input;
+  const Frame& frame;  // the last one
+  bool is_motion;
+  // Shares of changed pixels, in per cent: what more than half of the frames reach, so that it is this
+  // one that decides, and the largest one.
+  double deciding, largest;
 };
 
-// Of the frames that had a vote since the last decision, the shares of changed pixels.
-class Shares {
- public:
-  void add(double percent) { shares_.push_back(percent); }
-  double largest() const {
-    return shares_.empty() ? 0 : *std::max_element(shares_.begin(), shares_.end());
-  }
-  // What more than half of the frames reach, so that it is this share that decides: the median, of
-  // an even number the lower one.
-  double deciding() const {
-    if (shares_.empty()) return 0;
-    std::vector<double> sorted = shares_;
-    std::sort(sorted.begin(), sorted.end());
-    return sorted[(sorted.size() - 1) / 2];
-  }
-  void clear() { shares_.clear(); }
-
- private:
-  std::vector<double> shares_;
-};
-
-Report report_of(const Options& options, const Frame& frame, bool is_motion, const Shares& shares) {
-  Report report;
-  report.text = options.input + " frame " + std::to_string(frame.index) + " at " +
-                formatted("%.3f", frame.seconds) + " s: " + (is_motion ? "motion" : "still") +
-                ", changed " + formatted("%.3f", shares.deciding()) + " %, at most " +
-                formatted("%.3f", shares.largest()) + " %\n";
-  report.json = {{"input", options.input},       {"frame", frame.index},
-                 {"time", frame.seconds},        {"motion", is_motion},
-                 {"changed", shares.deciding()}, {"changed_max", shares.largest()}};
-  return report;
+std::string text_of(const Period& period) {
+  return fmt::format("{}: {}, changed {:.3f} %, at most {:.3f} %\n",
+                     place_text(period.input, period.frame), period.is_motion ? "motion" : "still",
+                     period.deciding, period.largest);
 }
 
-// A video of frames, or one picture of all decisions.
-class Drawing {
- public:
-  Drawing(const Options& options, const FrameSource& source) : ratio_(options.settings.ratio) {
-    if (options.out.empty()) return;
-    is_strip_ = std::filesystem::path(options.out).has_extension() && !is_video_name(options.out) &&
-                cv::haveImageWriter(options.out);
-    sink_ = is_strip_ ? make_picture(options.out)
-                      : DrawingTarget(options.out, {options.input}).open(options.input, source, 1);
-  }
-  void add_frame(const cv::Mat& bgr, const cv::Mat& changed, Decision last_decision) {
-    if (sink_ && !is_strip_) sink_->write(frame_with_changes(bgr, changed, last_decision));
-  }
-  void add_decision(bool is_motion, double changed) {
-    if (is_strip_) decisions_.push_back({is_motion, changed});
-  }
-  void finish() {
-    if (is_strip_) sink_->write(decision_strip(decisions_, ratio_));
-    if (sink_) sink_->finish();
-  }
+Json json_of(const Period& period) {
+  Json json = place_json(period.input, period.frame);
+  json["motion"] = period.is_motion;
+  json["changed"] = period.deciding;
+  json["changed_max"] = period.largest;
+  return json;
+}
 
- private:
-  double ratio_;
-  bool is_strip_ = false;
-  std::unique_ptr<FrameSink> sink_;
-  std::vector<DecisionMark> decisions_;
-};
+// `shares` are of the frames that had a vote; the median decides, of an even number the lower one.
+Period period_of(const std::string& input, const Frame& frame, bool is_motion,
+                 std::vector<double> shares) {
+  if (shares.empty()) return {input, frame, is_motion, 0, 0};
+  std::sort(shares.begin(), shares.end());
+  return {input, frame, is_motion, shares[(shares.size() - 1) / 2], shares.back()};
+}
 
-bool watch_motion(const Options& options, const Listener& listener) {
+bool watch_motion(const MotionOptions& options, Reporter* reporter) {
   const std::unique_ptr<FrameSource> source = open_moving(options.input);
-  Drawing drawing(options, *source);
-  ProgressBar progress(options.input,
-                       progress_total(*source, options.limit, options.wants_progress));
+  const std::unique_ptr<FrameSink> sink =
+      DrawingTarget(options.out, {options.input}).open(options.input, *source, 1);
   MotionFilter filter(options.settings);
   ChangedPixels changed_pixels;
-  Shares shares;
+  std::vector<double> shares;
   Decision last = Decision::kNotYet;
-  Frame frame;
-  for (int64_t seen = 0; options.limit == 0 || seen < options.limit; ++seen) {
-    if (is_interrupted() || !source->read(&frame)) break;
-    const cv::Mat luma = luma_of(frame.pixels);
+  FrameWalk walk(options.input, source.get(), options.frames);
+  while (const Frame* frame = walk.next()) {
+    const cv::Mat luma = luma_of(frame->pixels);
     const cv::Mat changed = changed_pixels.take(luma);
-    if (!changed.empty()) shares.add(percentage(changed));
+    if (!changed.empty()) shares.push_back(percentage(changed));
     const Decision decision = filter.take(luma);
     if (decision != Decision::kNotYet) {
-      const bool is_motion = decision == Decision::kMotion;
       last = decision;
-      progress.hide();
-      listener.report(report_of(options, frame, is_motion, shares));
-      drawing.add_decision(is_motion, shares.deciding());
+      walk.report(reporter,
+                  period_of(options.input, *frame, decision == Decision::kMotion, shares));
       shares.clear();
     }
-    drawing.add_frame(frame.pixels, changed, last);
-    progress.show(frame.index + 1);
+    if (sink) sink->write(frame_with_changes(frame->pixels, changed, last));
   }
-  drawing.finish();
+  if (sink) sink->finish();
+  return true;
+}
+
+// ----- A recording with many settings
+
+struct Count {
+  MotionSettings settings;
+  int64_t frames, decisions, motion;
+};
+
+struct Sweep {
+  const MotionOptions& options;
+  std::vector<Count> counts;  // period after period, for each ratio
+};
+
+std::string text_of(const Sweep& sweep) {
+  std::string text =
+      fmt::format("decisions for motion, of all; ratio down, period across\n{:14}", "");
+  for (const int period : sweep.options.periods) text += fmt::format("{:>14}", period);
+  for (size_t i = 0; i < sweep.counts.size(); ++i) {
+    const Count& count = sweep.counts[i];
+    if (i % sweep.options.periods.size() == 0) {
+      text += fmt::format("\n{:>14}", fmt::format("{:.6g} %", count.settings.ratio));
+    }
+    text += fmt::format(" {:>13}", fmt::format("{} of {}", count.motion, count.decisions));
+  }
+  return text + "\n";
+}
+
+Json json_of(const Sweep& sweep) {
+  Json cells = Json::array();
+  for (const Count& count : sweep.counts) {
+    cells.push_back({{"ratio", count.settings.ratio},
+                     {"period", count.settings.period},
+                     {"decisions", count.decisions},
+                     {"motion", count.motion}});
+  }
+  return {
+      {"input", sweep.options.input}, {"frames", sweep.counts.front().frames}, {"sweep", cells}};
+}
+
+// The recording is decoded anew for every setting: the library has one filter at a time, and a
+// recording need not fit in memory.
+Count count_decisions(const MotionOptions& options, FrameSource* source,
+                      const MotionSettings& settings) {
+  Count count = {settings, 0, 0, 0};
+  MotionFilter filter(settings);
+  const std::string label =
+      fmt::format("{}, {:.6g} %, {} frames", options.input, settings.ratio, settings.period);
+  FrameWalk walk(label, source, options.frames);
+  while (const Frame* frame = walk.next()) {
+    const Decision decision = filter.take(luma_of(frame->pixels));
+    ++count.frames;
+    count.decisions += decision != Decision::kNotYet;
+    count.motion += decision == Decision::kMotion;
+  }
+  if (is_interrupted()) throw Failure("interrupted: there is no table of half a recording");
+  return count;
+}
+
+bool sweep_motion(const MotionOptions& options, Reporter* reporter) {
+  Sweep sweep = {options, {}};
+  for (const double ratio : options.ratios) {
+    for (const int period : options.periods) {
+      const std::unique_ptr<FrameSource> source = open_moving(options.input);
+      if (source->kind() == FrameSource::Kind::kCamera) {
+        throw Failure(options.input,
+                      "a camera; --sweep takes a recording, to look at it several times");
+      }
+      sweep.counts.push_back(count_decisions(options, source.get(), {ratio, period}));
+    }
+  }
+  reporter->report_one(sweep);
   return true;
 }
 
 }  // namespace
 
-void add_motion(CLI::App& app, StreamingCommand* chosen) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand(
-      "motion",
-      "Tells motion in a recording or of a camera; needs no model.\n"
-      "At the end of each period: motion or still, the share of the halved frame's pixels\n"
-      "that changed (more than half of the period's frames reach it: motion is where it is at\n"
-      "least the ratio), and the largest share. With --json an object a line.\n"
-      "--sweep runs a recording once for each of several ratios and periods and counts how\n"
-      "many decisions said motion, to choose both without filming again.");
-  command->add_option("input", options->input, kMovingInputHelp)->required()->type_name("INPUT");
-  add_motion_settings(command, &options->settings);
-  command
-      ->add_option(
-          "--draw", options->out,
-          "Write a video (.avi, .mp4) with the changed pixels in red; or a picture with a\n"
-          "cell for each decision, red for motion, its bar the share of changed pixels")
-      ->type_name("OUT");
-  CLI::Option* sweep = command->add_flag("--sweep", options->wants_sweep,
-                                         "Count decisions for a grid of ratios and periods");
-  add_sweep_grid(command, sweep, &options->grid);
-  command->get_option("--draw")->excludes(sweep);
-  command->add_option("--limit", options->limit, "Look at this many frames at most")
-      ->type_name("N")
-      ->check(CLI::Range(int64_t{1}, int64_t{1000000000}));
-  command->add_flag("--progress", options->wants_progress,
-                    "Show on standard error how far it is, also when that is no terminal");
-  command->callback([=] {
-    *chosen = [options](const Listener& listener) {
-      catch_interruption();
-      if (!options->wants_sweep) return watch_motion(*options, listener);
-      listener.report(
-          sweep_motion(options->input, options->grid, options->limit, options->wants_progress));
-      return true;
-    };
-  });
+bool motion(const MotionOptions& options, Reporter* reporter) {
+  return options.wants_sweep ? sweep_motion(options, reporter) : watch_motion(options, reporter);
 }
 
 }  // namespace kelnn_cli

@@ -1,14 +1,14 @@
 // kelnn watch: motion, then people, then faces, as a camera would look at its frames.
-#include <memory>
+#include <fmt/format.h>
 
-#include "command.h"
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
 #include "drawing.h"
 #include "drawing_target.h"
-#include "formatted.h"
-#include "interruption.h"
+#include "frames.h"
 #include "landmark_points.h"
-#include "motion_options.h"
-#include "progress_bar.h"
 #include "watcher.h"
 
 namespace kelnn_cli {
@@ -16,29 +16,26 @@ namespace {
 
 constexpr int kPersonColour = 0, kFaceColour = 1;  // of draw_box()
 
-struct Options {
-  std::string input, root, out;
-  MotionSettings settings;
-  bool is_always_awake = false;
-  int64_t limit = 0;
-  bool wants_progress = false;
+struct Event {
+  const std::string& input;
+  const Frame& frame;
+  const Sighting& seen;
 };
 
-const Detection& place_of(const Detection& place) { return place; }
+const Detection& place_of(const Detection& person) { return person; }
 const Detection& place_of(const WatchedFace& face) { return face.place; }
 
-std::string line_of(const char* name, const Detection& place) {
-  return std::string("  ") + name + " " + formatted("%.2f", double{place.score}) + "  x " +
-         std::to_string(place.box.x) + ", y " + std::to_string(place.box.y) + ", " +
-         std::to_string(place.box.width) + " x " + std::to_string(place.box.height) + "\n";
-}
-
-Json json_of(const Detection& place) {
-  return {{"x", place.box.x},
-          {"y", place.box.y},
-          {"w", place.box.width},
-          {"h", place.box.height},
-          {"score", place.score}};
+std::string text_of(const Event& event) {
+  const char* const decisions[] = {"", " still", " motion"};
+  std::string text = fmt::format("{}:{}\n", place_text(event.input, event.frame),
+                                 decisions[static_cast<int>(event.seen.decision)]);
+  const auto add = [&text](const char* name, const auto& places) {
+    if (!places) return;
+    for (const auto& one : *places) text += line_of(name, place_of(one));
+  };
+  add("person", event.seen.persons);
+  add("face", event.seen.faces);
+  return text;
 }
 
 Json json_of(const WatchedFace& face) {
@@ -54,100 +51,52 @@ Json json_of(const WatchedFace& face) {
   return json;
 }
 
-// A line of text for each, and a list of them in the JSON.
-template <typename Found>
-void add_places(const std::optional<std::vector<Found>>& found, const char* name, Report* report) {
-  if (!found) return;
-  report->json[name + std::string("s")] = Json::array();
-  for (const Found& one : *found) {
-    report->text += line_of(name, place_of(one));
-    report->json[name + std::string("s")].push_back(json_of(one));
+Json json_of(const Event& event) {
+  Json json = place_json(event.input, event.frame);
+  if (event.seen.decision != Decision::kNotYet) {
+    json["motion"] = event.seen.decision == Decision::kMotion;
   }
-}
-
-Report report_of(const std::string& input, const Frame& frame, const Sighting& seen) {
-  Report report;
-  report.text = input + " frame " + std::to_string(frame.index) + " at " +
-                formatted("%.3f", frame.seconds) + " s:";
-  report.json = {{"input", input}, {"frame", frame.index}, {"time", frame.seconds}};
-  if (seen.decision != Decision::kNotYet) {
-    const bool is_motion = seen.decision == Decision::kMotion;
-    report.text += is_motion ? " motion" : " still";
-    report.json["motion"] = is_motion;
-  }
-  report.text += "\n";
-  add_places(seen.persons, "person", &report);
-  add_places(seen.faces, "face", &report);
-  return report;
+  const auto add = [&json](const char* name, const auto& places) {
+    if (!places) return;
+    json[name] = Json::array();
+    for (const auto& one : *places) json[name].push_back(json_of(one));
+  };
+  add("persons", event.seen.persons);
+  add("faces", event.seen.faces);
+  return json;
 }
 
 cv::Mat drawn(const cv::Mat& bgr, const Sighting& seen) {
   cv::Mat picture = bgr.clone();
+  const auto draw = [&picture](const char* name, const Detection& place, int colour) {
+    draw_box(&picture, place.box, fmt::format("{} {:.2f}", name, place.score), colour);
+  };
   for (const Detection& person : seen.persons.value_or(std::vector<Detection>())) {
-    draw_box(&picture, person.box, "person " + formatted("%.2f", double{person.score}),
-             kPersonColour);
+    draw("person", person, kPersonColour);
   }
   for (const WatchedFace& face : seen.faces.value_or(std::vector<WatchedFace>())) {
-    draw_box(&picture, face.place.box, "face " + formatted("%.2f", double{face.place.score}),
-             kFaceColour);
+    draw("face", face.place, kFaceColour);
     if (face.landmarks) draw_landmarks(&picture, *face.landmarks, face.place.box);
   }
   return picture;
 }
 
-bool watch(const Options& options, const Listener& listener) {
+}  // namespace
+
+bool watch(const WatchOptions& options, Reporter* reporter) {
   const std::unique_ptr<FrameSource> source = open_moving(options.input);
   const std::unique_ptr<FrameSink> sink =
       DrawingTarget(options.out, {options.input}).open(options.input, *source, 1);
-  Watcher watcher(options.root, options.settings, options.is_always_awake, listener.complain);
-  ProgressBar progress(options.input,
-                       progress_total(*source, options.limit, options.wants_progress));
-  Frame frame;
-  for (int64_t seen = 0; options.limit == 0 || seen < options.limit; ++seen) {
-    if (is_interrupted() || !source->read(&frame)) break;
-    const Sighting sighting = watcher.look(frame.pixels);
-    if (sink) sink->write(drawn(frame.pixels, sighting));
-    if (sighting.is_event()) {
-      progress.hide();
-      listener.report(report_of(options.input, frame, sighting));
-    }
-    progress.show(frame.index + 1);
+  Watcher watcher(options.root, options.settings, options.is_always_awake,
+                  [reporter](const std::string& note) { reporter->complain(note); });
+  FrameWalk walk(options.input, source.get(), options.frames);
+  while (const Frame* frame = walk.next()) {
+    const Sighting sighting = watcher.look(frame->pixels);
+    if (sink) sink->write(drawn(frame->pixels, sighting));
+    if (sighting.is_event()) walk.report(reporter, Event{options.input, *frame, sighting});
   }
   if (sink) sink->finish();
   return true;
-}
-
-}  // namespace
-
-void add_watch(CLI::App& app, StreamingCommand* chosen) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand(
-      "watch",
-      "Looks as a camera would: motion, then people and faces.\n"
-      "From a period with motion until one without it looks for people and for faces, and at\n"
-      "each face for its landmarks and features. Prints every frame on which motion was\n"
-      "decided or something was found; with --json an object a line, with the landmarks and\n"
-      "features. Tasks whose model is missing are left out, with a note.");
-  command->add_option("input", options->input, kMovingInputHelp)->required()->type_name("INPUT");
-  add_motion_settings(command, &options->settings);
-  command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
-  command
-      ->add_option("--draw", options->out,
-                   "Write a video (.avi, .mp4) of all frames with what was found; landmarks are\n"
-                   "drawn as parts of their face's box from 0 to 1")
-      ->type_name("OUT");
-  command->add_option("--limit", options->limit, "Look at this many frames at most")
-      ->type_name("N")
-      ->check(CLI::Range(int64_t{1}, int64_t{1000000000}));
-  command->add_flag("--progress", options->wants_progress,
-                    "Show on standard error how far it is, also when that is no terminal");
-  add_root(command, &options->root);
-  command->callback([=] {
-    *chosen = [options](const Listener& listener) {
-      catch_interruption();
-      return watch(*options, listener);
-    };
-  });
 }
 
 }  // namespace kelnn_cli

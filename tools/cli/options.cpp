@@ -1,31 +1,474 @@
 #include "options.h"
 
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <memory>
 #include <sstream>
+
+#include "commands.h"
+#include "kel_nn.h"
+#include "sound_file.h"
+#include "task_catalogue.h"
 
 namespace kelnn_cli {
 namespace {
 
-bool parse_box(const std::string& text, Box* box) {
-  std::istringstream in(text);
-  char comma[3] = {};
-  in >> box->x >> comma[0] >> box->y >> comma[1] >> box->width >> comma[2] >> box->height;
-  return in && in.peek() == EOF && std::string(comma, 3) == ",,," && box->x >= 0 && box->y >= 0 &&
-         box->width > 0 && box->height > 0;
+// ----- Adding commands
+
+// The command line in the making; parsing it sets `chosen`.
+struct Commands {
+  CLI::App* app;
+  std::function<bool(Reporter*)>* chosen;
+
+  // Parsing fills the options, which live as long as the command does.
+  template <typename Options>
+  std::pair<CLI::App*, Options*> add(bool (*run)(const Options&, Reporter*), const char* name,
+                                     const std::string& help) const {
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app->add_subcommand(name, help);
+    command->callback([chosen = chosen, options, run] {
+      *chosen = [options, run](Reporter* reporter) { return run(*options, reporter); };
+    });
+    return {command, options.get()};
+  }
+};
+
+// In the list of all commands each gets one line: the first of its description.
+class ShortList : public CLI::Formatter {
+  std::string make_subcommand(const CLI::App* command) const override {
+    const std::string description = command->get_description();
+    std::stringstream line;
+    CLI::detail::format_help(line, command->get_name(),
+                             description.substr(0, description.find('\n')), column_width_);
+    return line.str();
+  }
+};
+
+// ----- Values
+
+template <typename Number>
+bool parse(const std::string& text, Number* value) {
+  const char* end = text.data() + text.size();
+  const std::from_chars_result result = std::from_chars(text.data(), end, *value);
+  return result.ec == std::errc() && result.ptr == end;
+}
+
+std::vector<std::string> split(const std::string& list) {
+  std::vector<std::string> parts;
+  std::istringstream stream(list);
+  for (std::string part; std::getline(stream, part, ',');) parts.push_back(part);
+  return parts;
+}
+
+bool parse(const std::string& text, Box* box) {
+  const std::vector<std::string> parts = split(text);
+  return parts.size() == 4 && parse(parts[0], &box->x) && parse(parts[1], &box->y) &&
+         parse(parts[2], &box->width) && parse(parts[3], &box->height) && box->x >= 0 &&
+         box->y >= 0 && box->width > 0 && box->height > 0;
+}
+
+bool parse(const std::string& text, Requirement* requirement) {
+  const size_t relation = text.find_first_of("<>");
+  if (relation == 0 || relation == std::string::npos || text[relation + 1] != '=') return false;
+  *requirement = {text, text.substr(0, relation), text[relation] == '>', 0};
+  return parse(text.substr(relation + 2), &requirement->limit) && std::isfinite(requirement->limit);
+}
+
+struct Percentage {
+  double value;
+};
+bool parse(const std::string& text, Percentage* percentage) {
+  return parse(text, &percentage->value) && percentage->value >= 0 && percentage->value <= 100;
+}
+
+template <typename Value>
+CLI::Validator must_be(const char* what) {
+  return CLI::Validator(
+      [what](std::string& text) {
+        Value value;
+        return parse(text, &value) ? "" : fmt::format("\"{}\" is not {}", text, what);
+      },
+      "");
+}
+
+constexpr int64_t kMaxFrames = 1000000000;
+constexpr int kMaxPeriod = 1000000, kMaxStep = 1000000;  // frames
+
+// ----- Options that several commands have
+
+template <typename Value>
+CLI::Option* option(CLI::App* command, const char* name, Value* value, const char* type,
+                    const std::string& help) {
+  return command->add_option(name, *value, help)->type_name(type);
+}
+
+template <typename Value>
+CLI::Option* argument(CLI::App* command, const char* name, Value* value, const char* type,
+                      const std::string& help) {
+  return option(command, name, value, type, help)->required();
+}
+
+void add_root(CLI::App* command, std::string* root) {
+  *root = "models/";
+  option(command, "--root", root, "DIR", "Directory of the model files")->capture_default_str();
+}
+
+void add_progress(CLI::App* command, bool* is_wanted) {
+  command->add_flag("--progress", *is_wanted,
+                    "Show on standard error how far it is, also when that is no terminal");
+}
+
+void add_limit(CLI::App* command, FrameOptions* frames) {
+  option(command, "--limit", &frames->limit, "N", "Look at this many frames of an input at most")
+      ->check(CLI::Range(int64_t{1}, kMaxFrames));
+}
+
+CLI::Option* add_task(CLI::App* command, std::string* task, const char* help) {
+  return option(command, "task", task, "TASK", help)
+      ->check(CLI::Validator(
+          [](std::string& key) {
+            return find_task(key) ? "" : "no task \"" + key + "\"; kelnn models lists them";
+          },
+          ""));
+}
+
+// `take` is given each box.
+template <typename Take>
+CLI::Option* add_box(CLI::App* command, const char* name, const char* help, const Take& take) {
+  const auto take_all = [take](const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) {
+      Box box;
+      parse(text, &box);
+      take(box);
+    }
+  };
+  return command->add_option_function<std::vector<std::string>>(name, take_all, help)
+      ->type_name("X,Y,W,H")
+      ->allow_extra_args(false)
+      ->check(must_be<Box>("X,Y,WIDTH,HEIGHT"));
+}
+
+void add_motion_settings(CLI::App* command, std::string* input, MotionSettings* settings) {
+  argument(command, "input", input, "INPUT",
+           "A video file, or a camera as camera:0, camera:1, ...");
+  option(command, "--ratio", &settings->ratio, "PERCENT",
+         "From how many changed pixels on a frame votes for motion, in per cent of the\n"
+         "halved frame")
+      ->check(must_be<Percentage>("a percentage from 0 to 100"))
+      ->capture_default_str();
+  option(command, "--period", &settings->period, "N", "Frames to a decision, by majority")
+      ->check(CLI::Range(1, kMaxPeriod))
+      ->capture_default_str();
+}
+
+// ----- Model files
+
+void add_model_files(const Commands& commands) {
+  const auto [models, listed] =
+      commands.add(list_models, "models",
+                   "Lists the tasks: the file, input and outputs of each.\n"
+                   "Inputs are in the order of ONNX: 1, channels, height, width.");
+  add_task(models, &listed->task, "One task (default: all)");
+
+  const auto [pack, packed] = commands.add(
+      kelnn_cli::pack, "pack",
+      "Makes an ONNX network the model of a task.\n"
+      "Checks that the network runs and has the shapes of the task, and writes it under the\n"
+      "file name of the task. The directory is made when there is none. The old model stays\n"
+      "until the new one is whole.");
+  add_task(pack, &packed->task, "The task; kelnn models lists them")->required();
+  argument(pack, "network", &packed->network, "FILE", "The ONNX file");
+  add_root(pack, &packed->root);
+
+  const auto [unpack, unpacked] =
+      commands.add(kelnn_cli::unpack, "unpack", "Gets the ONNX network back out of a model.");
+  argument(unpack, "model", &unpacked->model, "TASK|FILE", "A task, or the path of a model file");
+  argument(unpack, "-o,--output", &unpacked->output, "FILE", "The ONNX file to write");
+  add_root(unpack, &unpacked->root);
+
+  const auto [doctor, examined] = commands.add(
+      kelnn_cli::doctor, "doctor",
+      "Says what is wrong with a directory of models, and what to do.\n"
+      "Looks at every task's model the way the library does: which file it opens, and whether\n"
+      "the file is there, whole, loads and has the task's shapes. The root is taken as it is\n"
+      "given, without adding a \"/\" at its end. Succeeds when at least one model is there and\n"
+      "all that are there are fine.");
+  add_root(doctor, &examined->root);
+}
+
+// ----- Cut-outs of pictures
+
+CLI::App* add_cut_out(const Commands& commands, bool (*run)(const CutOutOptions&, Reporter*),
+                      const char* name, const std::string& help, bool can_draw = false) {
+  const auto [command, options] = commands.add(
+      run, name,
+      help +
+          "\nOf each picture the centre square is taken, or each box, and scaled to 112 x 112.\n"
+          "A picture that cannot be read is complained about, the others are still done, and\n"
+          "the exit code is 1. With --json an object a line where there are several.");
+  argument(command, "picture", &options->pictures, "FILE", "Picture files");
+  add_box(command, "--box", "Which part of the picture; may be given several times",
+          [options = options](const Box& box) { options->boxes.push_back(box); });
+  if (can_draw) {
+    option(command, "--draw", &options->out, "OUT",
+           "Write the picture with the points, as parts of the cut-out from 0 to 1; for\n"
+           "several pictures a directory");
+  }
+  add_root(command, &options->root);
+  return command;
+}
+
+void add_cut_outs(const Commands& commands) {
+  const auto [command, options] = commands.add(
+      compare, "compare",
+      "Prints how alike two faces are: 1 is the most, -1 the least.\n"
+      "From which value on they are the same person depends on the model. Of each picture the\n"
+      "centre square is taken, or the box, and scaled to 112 x 112 grey pixels.");
+  argument(command, "a", &options->picture_a, "FILE", "A picture file");
+  argument(command, "b", &options->picture_b, "FILE", "Another one");
+  const auto into = [](Box* place) { return [place](const Box& box) { *place = box; }; };
+  add_box(command, "--box-a", "Where the face is in the first picture", into(&options->box_a))
+      ->expected(1);
+  add_box(command, "--box-b", "Where the face is in the second picture", into(&options->box_b))
+      ->expected(1);
+  add_root(command, &options->root);
+
+  add_cut_out(
+      commands, landmarks, "landmarks",
+      "Finds eyes, nose and mouth of a face, and which way it looks.\n"
+      "Prints the model's five points, x and y, and the three values of the pose as the\n"
+      "model gives them. If all ten values are from 0 to 1 they are taken for parts of the\n"
+      "cut-out, 0 its left or top edge and 1 its right or bottom edge, and pixels of the\n"
+      "picture are printed as well.",
+      true);
+  add_cut_out(commands, feature, "feature",
+              "Prints the 256 numbers that stand for a face, one a line.");
+  add_cut_out(commands, classify_face, "classify-face",
+              "Tells which of three classes a face belongs to.\n"
+              "Prints the class, 0 to 2, and its score (0 to 1), which does not depend on the\n"
+              "other classes. What the classes are comes with the model.");
+  add_cut_out(commands, classify_person, "classify-person",
+              "Tells how probable a person is in a picture.\n"
+              "Prints the probability (0 to 1) of the first of two classes. Which of them is a\n"
+              "person comes with the model.");
+}
+
+// ----- Frames
+
+std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
+                                                  bool (*run)(const DetectOptions&, Reporter*),
+                                                  const char* name, const std::string& what,
+                                                  const std::vector<std::string>& class_names) {
+  const auto [command, options] = commands.add(
+      run, name,
+      "Finds " + what + " in pictures, videos and camera frames.\n" +
+          "Of each frame: its size, how many there are, and of each box its class, score (0 to "
+          "1),\n"
+          "left and top edge and size in pixels. With --json an object a line for each frame, as "
+          "it\n"
+          "comes. Frames may have any size up to 16384 pixels a side.\n"
+          "An input that cannot be read is complained about, the others are still done, and the\n"
+          "exit code is 1.");
+  options->class_names = class_names;
+  argument(command, "input", &options->inputs, "INPUT",
+           "Picture and video files, and cameras as camera:0, camera:1, ...");
+  option(command, "--draw", &options->out, "OUT",
+         "Write the frames with their boxes: a picture, or a video (.avi, .mp4); for\n"
+         "several inputs a directory");
+  option(command, "--every", &options->frames.step, "N", "Look at every Nth frame only")
+      ->check(CLI::Range(1, kMaxStep));
+  add_limit(command, &options->frames);
+  add_progress(command, &options->frames.wants_progress);
+  add_root(command, &options->root);
+  return {command, options};
+}
+
+void add_detectors(const Commands& commands) {
+  add_detector(commands, detect_faces, "faces", "the faces", {"face"});
+  add_detector(commands, detect_persons, "persons", "the people", {"person"});
+  const auto [command, options] =
+      add_detector(commands, detect_objects, "objects", "objects of four classes",
+                   {"class 0", "class 1", "class 2", "class 3"});
+  option(command, "--classes", &options->class_names, "A,B,C,D",
+         "What the model's four classes are called")
+      ->delimiter(',')
+      ->expected(4);
+}
+
+void add_motion(const Commands& commands) {
+  const auto [command, options] = commands.add(
+      motion, "motion",
+      "Tells motion in a recording or of a camera; needs no model.\n"
+      "At the end of each period: motion or still, the share of the halved frame's pixels\n"
+      "that changed (more than half of the period's frames reach it: motion is where it is at\n"
+      "least the ratio), and the largest share. With --json an object a line.\n"
+      "--sweep runs a recording once for each of several ratios and periods and counts how\n"
+      "many decisions said motion, to choose both without filming again.");
+  add_motion_settings(command, &options->input, &options->settings);
+  CLI::Option* sweep = command->add_flag("--sweep", options->wants_sweep,
+                                         "Count decisions for a grid of ratios and periods");
+  option(command, "--draw", &options->out, "OUT",
+         "Write a video (.avi, .mp4) with the changed pixels in red")
+      ->excludes(sweep);
+  option(command, "--ratios", &options->ratios, "A,B,...", "Ratios to try, in per cent")
+      ->delimiter(',')
+      ->check(must_be<Percentage>("a percentage from 0 to 100"))
+      ->needs(sweep)
+      ->capture_default_str();
+  option(command, "--periods", &options->periods, "A,B,...", "Periods to try, in frames")
+      ->delimiter(',')
+      ->check(CLI::Range(1, kMaxPeriod))
+      ->needs(sweep)
+      ->capture_default_str();
+  add_limit(command, &options->frames);
+  add_progress(command, &options->frames.wants_progress);
+}
+
+void add_watch(const Commands& commands) {
+  const auto [command, options] = commands.add(
+      watch, "watch",
+      "Looks as a camera would: motion, then people and faces.\n"
+      "From a period with motion until one without it looks for people and for faces, and at\n"
+      "each face for its landmarks and features. Prints every frame on which motion was\n"
+      "decided or something was found; with --json an object a line, with the landmarks and\n"
+      "features. Tasks whose model is missing are left out, with a note.");
+  add_motion_settings(command, &options->input, &options->settings);
+  command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
+  option(command, "--draw", &options->out, "OUT",
+         "Write a video (.avi, .mp4) of all frames with what was found; landmarks are\n"
+         "drawn as parts of their face's box from 0 to 1");
+  add_limit(command, &options->frames);
+  add_progress(command, &options->frames.wants_progress);
+  add_root(command, &options->root);
+}
+
+// ----- Sound
+
+void add_cry(const Commands& commands) {
+  const auto [command, options] = commands.add(
+      cry, "cry",
+      "Listens for a baby's cry.\n"
+      "Prints the probability, from 0 to 1, for every 3 seconds of sound as soon as they are\n"
+      "over, and how loud they were; with --json an object a line. What is too quiet for the\n"
+      "gate is not shown to the network: 0.00001. Seconds left over at the end are told; it is\n"
+      "an error when there are no others.");
+  argument(command, "input", &options->sound, "FILE", kSoundHelp);
+  option(command, "--threshold", &options->threshold, "LOUDNESS",
+         "The gate: the least loudness, a sum over every tenth sample's size (0 to\n"
+         "32768). Less than the default counts as the default")
+      ->check(CLI::NonNegativeNumber.description(""))
+      ->default_str(fmt::format("{:.0f}", kLowestGate));
+  add_progress(command, &options->wants_progress);
+  add_root(command, &options->root);
+}
+
+void add_features(const Commands& commands) {
+  const auto [command, options] = commands.add(
+      features, "features",
+      "Shows what the cry detector's network sees of sound.\n"
+      "Of 3 seconds: 297 rows, one for every 10 ms, of 64 bytes, the energy in 64 mel channels.\n"
+      "128 is a channel's mean over the window. Needs no model.");
+  argument(command, "input", &options->sound, "FILE", kSoundHelp);
+  option(command, "--window", &options->window, "N", "Which 3 seconds: 0 is the first")
+      ->check(CLI::Range(uint64_t{0}, uint64_t{1} << 32).description(""))
+      ->capture_default_str();
+  CLI::Option_group* results = command->add_option_group("Results", "At least one");
+  option(results, "--png", &options->png, "FILE", "Where to write the picture");
+  option(results, "--csv", &options->csv, "FILE",
+         "Where to write the numbers; the first line has Hz");
+  results->require_option(1, 2);
+}
+
+// ----- Evaluation
+
+void add_eval(const Commands& commands) {
+  const auto [command, options] = commands.add(
+      eval, "eval",
+      "Measures how good a task's network is on labelled data: a directory with pictures or "
+      "sounds\n"
+      "and a file labels.csv, comma separated, whose first line names the columns:\n"
+      "  face-detection, person-detection, four-class-detection\n"
+      "                  file,class,x,y,w,h    a line a box, in pixels; nothing but the file and\n"
+      "                                        commas where there is no object\n"
+      "  face-landmarks  file,x1,y1,x2,y2,x3,y3,x4,y4,x5,y5    in pixels: eyes, nose tip, mouth\n"
+      "                                        corners, left ones first; yaw,pitch,roll in "
+      "degrees\n"
+      "                                        may follow\n"
+      "  face-features   file,person           every pair of pictures is compared\n"
+      "  face-classes    file,class            0, 1 or 2\n"
+      "  person-classes  file,class            0 a person, 1 not\n"
+      "  cry-detection   file,cry,kind         1 a cry in every 3 s, 0 in none; the kind is any "
+      "word\n"
+      "docs/evaluation.md tells what the figures mean. A figure of nothing is -, null with "
+      "--json.\n"
+      "A bad line, or a file that is missing, is an error.");
+  EvaluationSettings* settings = &options->settings;
+  argument(command, "task", &settings->task, "TASK", "Which task: face-detection, ... as above")
+      ->check(CLI::IsMember(evaluated_tasks()).description(""));
+  argument(command, "--data", &settings->data, "DIR", "Directory of the labelled data");
+  option(command, "--draw", &settings->drawings, "DIR",
+         fmt::format("Draw the {} worst pictures, the worst first: labels green, what was found\n"
+                     "blue where it matches and orange where it does not; of detectors and\n"
+                     "landmarks",
+                     kMaxDrawings))
+      ->check(CLI::Validator(
+          [settings](std::string&) {
+            return can_draw(settings->task) ? "" : "nothing is drawn of " + settings->task;
+          },
+          ""));
+  command
+      ->add_option_function<std::vector<std::string>>(
+          "--require",
+          [options = options](const std::vector<std::string>& texts) {
+            for (const std::string& text : texts) {
+              parse(text, &options->requirements.emplace_back());
+            }
+          },
+          "What a figure has to be, by its name in the JSON, or the exit code is 1:\n"
+          "accuracy>=0.95, false_alarm_rate<=0.01, ... May be given several times")
+      ->type_name("CONDITION")
+      ->allow_extra_args(false)
+      ->check(must_be<Requirement>("NAME>=NUMBER or NAME<=NUMBER"));
+  add_progress(command, &settings->wants_progress);
+  add_root(command, &settings->root);
 }
 
 }  // namespace
 
-void add_box(CLI::App* command, const std::string& name, Box* box, const std::string& help) {
-  command
-      ->add_option_function<std::string>(
-          name, [box](const std::string& text) { parse_box(text, box); }, help)
-      ->type_name("X,Y,W,H")
-      ->check(CLI::Validator(
-          [](std::string& text) {
-            Box parsed;
-            return parse_box(text, &parsed) ? "" : "\"" + text + "\" is not X,Y,WIDTH,HEIGHT";
-          },
-          ""));
+CommandLine parse(int argc, char** argv) {
+  CommandLine line;
+  CLI::App app("On-device neural-network tasks on a PC: model files, pictures and sound.", "kelnn");
+  app.formatter(std::make_shared<ShortList>());
+  app.require_subcommand(0, 1);  // none is told below, in better words
+  app.fallthrough();
+  app.set_version_flag("--version",
+                       fmt::format("kelnn {}.{}.{}", KEL_NN_VERSION_MAJOR, KEL_NN_VERSION_MINOR,
+                                   KEL_NN_VERSION_PATCH),
+                       "Print the version and exit");
+  app.add_flag("--json", line.wants_json, "Print the result as JSON");
+  app.footer("kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly.");
+  for (const auto add : {add_model_files, add_cut_outs, add_eval, add_detectors, add_motion,
+                         add_watch, add_cry, add_features}) {
+    add({&app, &line.command});
+  }
+  std::string problem;
+  try {
+    app.parse(argc, argv);
+    if (!line.command) problem = "which command?\n\n" + app.help();
+  } catch (const CLI::Success& wanted) {  // --help, --version
+    line.exit_code = app.exit(wanted);
+  } catch (const CLI::ParseError& error) {
+    problem = fmt::format("{}\nkelnn --help tells how it is called.", error.what());
+    line.command = nullptr;
+  }
+  if (!problem.empty()) {
+    fmt::print(stderr, "kelnn: {}\n", problem);
+    line.exit_code = kBadUsage;
+  }
+  return line;
 }
 
 }  // namespace kelnn_cli

@@ -1,15 +1,21 @@
-// What the options of several commands have in common.
+// The command line: what commands and options there are, their help and what is checked of them.
 #ifndef KEL_NN_TOOLS_OPTIONS_H_
 #define KEL_NN_TOOLS_OPTIONS_H_
 
-#include <CLI/CLI.hpp>
-#include <string>
+#include <functional>
 
-#include "picture.h"
+#include "reporter.h"
 
 namespace kelnn_cli {
 
-void add_box(CLI::App* command, const std::string& name, Box* box, const std::string& help);
+enum ExitCode { kFine = 0, kFailed = 1, kBadUsage = 2 };
+
+struct CommandLine {
+  std::function<bool(Reporter*)> command;  // none: nothing is left to do
+  bool wants_json = false;
+  int exit_code = kFine;  // without a command: help was wanted, or the call was wrong and told so
+};
+CommandLine parse(int argc, char** argv);
 
 }  // namespace kelnn_cli
 

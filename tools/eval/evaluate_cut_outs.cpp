@@ -221,7 +221,8 @@ Report evaluate_features(const EvaluationSettings& settings) {
   std::vector<std::vector<float>> all;
   for (const LabelRow& row : labels.rows) {
     const std::string path = path_of(settings.data, row);
-    all.push_back(features.of(load_face(path, {})));
+    const cv::Mat picture = load_picture(path);
+    all.push_back(features.of(grey_cut_out(picture, chosen_part(path, picture, {}))));
     for (const float value : all.back()) check_is_number(value, path);
     progress.add_file();
   }

@@ -8,18 +8,8 @@
 #include "formatted.h"
 
 namespace kelnn_cli {
-namespace {
-
-constexpr size_t kManyFiles = 100;
-
-}  // namespace
-
 EvaluationProgress::EvaluationProgress(const EvaluationSettings& settings, size_t file_count)
-    : bar_(settings.task,
-           settings.wants_progress || (is_terminal_error_output() && file_count > kManyFiles)
-               ? static_cast<int64_t>(file_count)
-               : 0,
-           "files") {}
+    : bar_(settings.task, static_cast<int64_t>(file_count), "files", settings.wants_progress) {}
 
 void EvaluationProgress::add_file() { bar_.show(++done_); }
 

@@ -3,6 +3,7 @@
 #ifndef KEL_NN_TOOLS_EVALUATION_H_
 #define KEL_NN_TOOLS_EVALUATION_H_
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "labels.h"
@@ -19,8 +20,15 @@ struct EvaluationSettings {
 
 constexpr size_t kMaxDrawings = 50;
 
-// The report's text is a table, its JSON one object with the same numbers; null where a figure is of
-// nothing, as the recall of a class that no label has.
+// The text is a table, the JSON one object with the same numbers; null where a figure is of nothing, as
+// the recall of a class that no label has.
+struct Report {
+  std::string text;  // whole lines
+  Json json;
+};
+inline const std::string& text_of(const Report& report) { return report.text; }
+inline const Json& json_of(const Report& report) { return report.json; }
+
 Report evaluate_detector(const EvaluationSettings& settings);
 Report evaluate_landmarks(const EvaluationSettings& settings);
 Report evaluate_features(const EvaluationSettings& settings);

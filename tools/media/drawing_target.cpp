@@ -37,10 +37,8 @@ std::string DrawingTarget::path_for(const std::string& input, FrameSource::Kind 
   return is_directory_ ? (fs::path(out_) / file_name_for(input, kind)).string() : out_;
 }
 
-std::unique_ptr<FrameSink> DrawingTarget::open(const std::string& input, const FrameSource& source,
-                                               int step) {
-  if (out_.empty()) return nullptr;
-  const std::string path = path_for(input, source.kind());
+std::string DrawingTarget::claim(const std::string& input, FrameSource::Kind kind) {
+  const std::string path = path_for(input, kind);
   std::error_code error;
   if (fs::equivalent(path, input, error)) {
     throw Failure(path + ": the drawing would take the place of the input");
@@ -49,8 +47,19 @@ std::unique_ptr<FrameSink> DrawingTarget::open(const std::string& input, const F
     throw Failure(input + ": the drawing of another input has the name " + path + " already");
   }
   written_.push_back(path);
-  if (source.kind() == FrameSource::Kind::kPicture) return make_picture(path);
-  return make_video(path, std::max(source.frames_per_second() / step, 1.0));
+  return path;
+}
+
+std::unique_ptr<FrameSink> DrawingTarget::open(const std::string& input, const FrameSource& source,
+                                               int step) {
+  if (source.kind() == FrameSource::Kind::kPicture) return open_picture(input);
+  if (out_.empty()) return nullptr;
+  return make_video(claim(input, source.kind()), std::max(source.frames_per_second() / step, 1.0));
+}
+
+std::unique_ptr<FrameSink> DrawingTarget::open_picture(const std::string& input) {
+  if (out_.empty()) return nullptr;
+  return make_picture(claim(input, FrameSource::Kind::kPicture));
 }
 
 }  // namespace kelnn_cli

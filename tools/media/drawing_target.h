@@ -18,8 +18,10 @@ class DrawingTarget {
 
   // Null when nothing is drawn. `step`: every how many of the source's frames one is written.
   std::unique_ptr<FrameSink> open(const std::string& input, const FrameSource& source, int step);
+  std::unique_ptr<FrameSink> open_picture(const std::string& input);
 
  private:
+  std::string claim(const std::string& input, FrameSource::Kind kind);
   std::string path_for(const std::string& input, FrameSource::Kind kind) const;
 
   std::string out_;

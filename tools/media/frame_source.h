@@ -37,8 +37,6 @@ class FrameSource {
 // `input` is a file or "camera:NUMBER". A Failure names it and says why it cannot be read.
 std::unique_ptr<FrameSource> open_frames(const std::string& input);
 
-constexpr char kInputHelp[] = "Picture and video files, and cameras as camera:0, camera:1, ...";
-
 }  // namespace kelnn_cli
 
 #endif  // KEL_NN_TOOLS_FRAME_SOURCE_H_

@@ -9,8 +9,6 @@
 
 namespace kelnn_cli {
 
-constexpr int kFaceSize = 112;
-
 struct Box {
   int x = 0, y = 0, width = 0, height = 0;  // in pixels; no width: the picture's centre square
 };
@@ -19,9 +17,6 @@ struct Box {
 // path.
 cv::Mat load_picture(const std::string& path);
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
-
-// As the face tasks want it: cut to the box and scaled to 112 x 112 grey pixels, averaged.
-Bytes load_face(const std::string& path, const Box& box);
 
 Bytes png_of(const cv::Mat& picture);
 

@@ -13,15 +13,10 @@ CryDetector::CryDetector(const std::string& root, float gate)
           kel_nn_crydet_deinit),
       gate_(std::max(gate, kLowestGate)) {}
 
-// The library drops what a window has no room for. So no chunk goes beyond the end of one, and the
-// next window begins with the sample after it.
-float CryDetector::of(const std::vector<int16_t>& window, uint32_t chunk) {
+float CryDetector::of(const std::vector<int16_t>& window) {
   float probability = 0;
-  for (size_t start = 0; start < window.size(); start += chunk) {
-    const size_t n = std::min<size_t>(chunk, window.size() - start);
-    task_.check(kel_nn_crydet_process(task_.handle(), window.data() + start,
-                                      static_cast<uint32_t>(n), &probability));
-  }
+  task_.check(kel_nn_crydet_process(task_.handle(), window.data(),
+                                    static_cast<uint32_t>(window.size()), &probability));
   return probability;
 }
 

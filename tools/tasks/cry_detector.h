@@ -13,13 +13,11 @@ namespace kelnn_cli {
 
 class CryDetector {
  public:
-  static constexpr uint32_t kDefaultChunk = kSoundRate / 10;
-
   // `gate`: the least loudness that is shown to the network; less than kLowestGate counts as that.
   CryDetector(const std::string& root, float gate);
 
-  // The probability of crying in kWindowSamples samples, given to the library so many at a time.
-  float of(const std::vector<int16_t>& window, uint32_t chunk = kDefaultChunk);
+  // The probability of crying in kWindowSamples samples.
+  float of(const std::vector<int16_t>& window);
 
   bool is_loud_enough(const std::vector<int16_t>& window) const;
 

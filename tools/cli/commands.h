@@ -1,0 +1,127 @@
+// The commands: functions from plain options to reports. They return whether all is as it should be,
+// which is the exit code, and throw what keeps them from their work.
+#ifndef KEL_NN_TOOLS_COMMANDS_H_
+#define KEL_NN_TOOLS_COMMANDS_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "evaluation.h"
+#include "motion_filter.h"
+#include "picture.h"
+#include "reporter.h"
+#include "sound_window.h"
+
+namespace kelnn_cli {
+
+// ----- Model files
+
+struct ModelsOptions {
+  std::string task;  // none: all
+};
+bool list_models(const ModelsOptions& options, Reporter* reporter);
+
+struct PackOptions {
+  std::string task, network, root;
+};
+bool pack(const PackOptions& options, Reporter* reporter);
+
+struct UnpackOptions {
+  std::string model, root, output;  // `model`: a task or a file
+};
+bool unpack(const UnpackOptions& options, Reporter* reporter);
+
+struct DoctorOptions {
+  std::string root;
+};
+bool doctor(const DoctorOptions& options, Reporter* reporter);
+
+// ----- Cut-outs of pictures
+
+struct CutOutOptions {
+  std::vector<std::string> pictures;
+  std::vector<Box> boxes;  // of each picture; none: its centre square
+  std::string root, out;
+};
+bool landmarks(const CutOutOptions& options, Reporter* reporter);
+bool feature(const CutOutOptions& options, Reporter* reporter);
+bool classify_face(const CutOutOptions& options, Reporter* reporter);
+bool classify_person(const CutOutOptions& options, Reporter* reporter);
+
+struct CompareOptions {
+  std::string picture_a, picture_b, root;
+  Box box_a, box_b;
+};
+bool compare(const CompareOptions& options, Reporter* reporter);
+
+// ----- Frames of pictures, videos and cameras
+
+struct FrameOptions {
+  int step = 1;       // every how many frames one is looked at
+  int64_t limit = 0;  // frames to look at in each input; 0: all
+  bool wants_progress = false;
+};
+
+struct DetectOptions {
+  std::vector<std::string> inputs, class_names;
+  std::string root, out;
+  FrameOptions frames;
+};
+bool detect_faces(const DetectOptions& options, Reporter* reporter);
+bool detect_persons(const DetectOptions& options, Reporter* reporter);
+bool detect_objects(const DetectOptions& options, Reporter* reporter);
+
+struct MotionOptions {
+  std::string input, out;
+  MotionSettings settings;
+  FrameOptions frames;
+  bool wants_sweep = false;
+  std::vector<double> ratios = {0.5, 1, 2, 5};  // of the sweep
+  std::vector<int> periods = {5, 10, 25};
+};
+bool motion(const MotionOptions& options, Reporter* reporter);
+
+struct WatchOptions {
+  std::string input, root, out;
+  MotionSettings settings;
+  FrameOptions frames;
+  bool is_always_awake = false;
+};
+bool watch(const WatchOptions& options, Reporter* reporter);
+
+// ----- Sound
+
+struct CryOptions {
+  std::string sound, root;
+  float threshold = kLowestGate;
+  bool wants_progress = false;
+};
+bool cry(const CryOptions& options, Reporter* reporter);
+
+struct FeaturesOptions {
+  std::string sound, png, csv;
+  uint64_t window = 0;
+};
+bool features(const FeaturesOptions& options, Reporter* reporter);
+
+// ----- Evaluation
+
+// "accuracy>=0.95" or "false_alarm_rate<=0.01".
+struct Requirement {
+  std::string text, figure;
+  bool is_minimum = false;
+  double limit = 0;
+};
+
+struct EvalOptions {
+  EvaluationSettings settings;
+  std::vector<Requirement> requirements;
+};
+bool eval(const EvalOptions& options, Reporter* reporter);
+std::vector<std::string> evaluated_tasks();
+bool can_draw(const std::string& evaluated_task);
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_COMMANDS_H_
