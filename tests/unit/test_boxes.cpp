@@ -141,7 +141,7 @@ TEST_F(Nms, OrdersEveryScoreThatIsANumber) {
   }
   const Boxes few = boxes;
   for (int i = 0; i < 40; ++i) boxes.insert(boxes.end(), few.begin(), few.end());
-  for (Boxes list : {few, boxes}) {  // sorted in two ways, by length
+  for (Boxes list : {few, boxes}) {
     ASSERT_EQ(nms(&list, 0.5f), static_cast<int>(list.size()));
     for (size_t i = 1; i < list.size(); ++i) ASSERT_GE(list[i - 1].score, list[i].score) << i;
   }
