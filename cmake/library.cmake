@@ -21,7 +21,6 @@ set(kelnn_sources
   src/kel_nn_person_classify.cpp
   src/kel_nn_postprocess.cpp
   src/kel_nn_resize.cpp
-  src/kel_nn_resize_blend.cpp
   src/kel_nn_resize_windows.cpp
   src/kel_nn_utils.cpp
 )
@@ -35,7 +34,6 @@ set(kelnn_hot_sources
   src/kel_nn_frame_batch.cpp
   src/kel_nn_log_energy.cpp
   src/kel_nn_resize.cpp
-  src/kel_nn_resize_blend.cpp
   src/kel_nn_resize_windows.cpp
 )
 foreach(source ${kelnn_sources})

@@ -509,9 +509,10 @@ KEL_NN_API int kel_nn_nms(kel_nn_box_t* boxes, int count, float iou_threshold, i
  *          stays as it is.
  * w, h     The destination's size in pixels; srcw and srch are the source's.
  * strides  Bytes from the start of a row to the start of the next; a negative one goes upwards.
- * errors   Nothing is printed. A null pointer, a source below 2 x 2 or beyond 2^31 - 128 a side, or
- *          a destination below 1 x 1 writes nothing.
- * memory   At most 40 KiB of stack whatever the size, and nothing from the heap.
+ * errors   Nothing is printed. A null pointer, a source below 2 x 2, a destination below 1 x 1, or
+ *          either of them beyond 2^31 - 128 a side, writes nothing.
+ * memory   At most 40 KiB of stack whatever the size, 13 KiB where pointers have 32 bits, and
+ *          nothing from the heap.
  * ---------------------------------------------------------------------------------------------- */
 
 /** Resizes an image of 1 channel. */

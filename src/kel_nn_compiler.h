@@ -40,13 +40,11 @@
 #endif
 
 // In front of loops, for GCC. A loop over one vector that is unrolled before it is vectorised stays
-// scalar; a loop of a few instructions spends half of them on counting.
+// scalar.
 #if !defined(__clang__) && __GNUC__ >= 8
 #define KEL_NN_KEEP_LOOP _Pragma("GCC unroll 1")
-#define KEL_NN_UNROLL_BY_4 _Pragma("GCC unroll 4")
 #else
 #define KEL_NN_KEEP_LOOP
-#define KEL_NN_UNROLL_BY_4
 #endif
 
 #endif  // KEL_NN_COMPILER_H_

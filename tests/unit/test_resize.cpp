@@ -1,7 +1,11 @@
 // Bilinear resizing.
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
 
+#include <algorithm>
 #include <climits>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -101,29 +105,16 @@ TEST(Resize, HandCalculated) {
   }
 }
 
-// A size up, a size down, a small and a large scale for each width and each number of channels.
-TEST(Resize, EveryWidthGivesTheBitsOfThePlainLoops) {
-  for (int channels = 1; channels <= 4; ++channels) {
-    for (int width = 1; width <= 67; ++width) {
-      const unsigned seed = static_cast<unsigned>(width);
-      for (const Size from : {Size{2, 3}, Size{width + 5, 9}, Size{width * 3 / 2 + 2, 21},
-                              Size{width * 5 + 2, 12}, Size{width / 3 + 2, 2}}) {
-        expect_same_as_plain(channels, from, {width, 7}, width % 3, width % 5, seed);
-        expect_same_as_plain(channels, {from.height, from.width}, {7, width}, 0, 0, seed + 1);
-        if (HasFatalFailure()) return;
-      }
-    }
-  }
-}
-
-TEST(Resize, NotableSizesGiveTheBitsOfThePlainLoops) {
-  const struct {
+// Every width with a size up, a size down, a small and a large scale; sizes of note; random ones.
+TEST(Resize, GivesTheBitsOfThePlainLoops) {
+  struct Case {
     Size from, to;
-  } cases[] = {
+  };
+  std::vector<Case> cases = {
       {{640, 360}, {416, 234}},  // several tiles, several batches of rows
       {{64, 64}, {112, 112}},
       {{1920, 12}, {416, 3}},  // neighbours far apart
-      {{2, 2}, {3, 500}},  // more rows from one pair than are planned at once
+      {{2, 2}, {3, 500}},      // more rows from one pair than are planned at once
       {{2, 2}, {1100, 3}},
       {{3000, 5}, {700, 3}},  // far right, half of the weights add up to 2049
       {{5000, 4}, {4999, 4}},
@@ -134,26 +125,93 @@ TEST(Resize, NotableSizesGiveTheBitsOfThePlainLoops) {
       {{91, 45}, {91, 15}},
       {{91, 44}, {13, 11}},  // odd across, even down
   };
-  for (const auto& c : cases) {
+  for (int width = 1; width <= 67; ++width) {
+    for (const Size from : {Size{2, 3}, Size{width + 5, 9}, Size{width * 3 / 2 + 2, 21},
+                            Size{width * 5 + 2, 12}, Size{width / 3 + 2, 2}}) {
+      cases.push_back({from, {width, 7}});
+      cases.push_back({{from.height, from.width}, {7, width}});
+    }
+  }
+  std::minstd_rand generator(7);
+  const auto up_to = [&](int limit) { return static_cast<int>(generator() >> 8) % limit; };
+  for (int i = 0; i < 100; ++i) {
+    const int limit = i % 10 == 0 ? 1500 : 120;
+    cases.push_back({{2 + up_to(limit), 2 + up_to(50)}, {1 + up_to(limit), 1 + up_to(50)}});
+  }
+  unsigned seed = 0;
+  for (const Case& c : cases) {
     for (int channels = 1; channels <= 4; ++channels) {
-      for (unsigned seed = 0; seed < 3; ++seed) {
-        expect_same_as_plain(channels, c.from, c.to, 3, 1, seed);
-        if (HasFatalFailure()) return;
-      }
+      expect_same_as_plain(channels, c.from, c.to, up_to(5), up_to(33), seed++);
+      if (HasFatalFailure()) return;
     }
   }
 }
 
-TEST(Resize, RandomSizesGiveTheBitsOfThePlainLoops) {
-  std::minstd_rand generator(7);
-  const auto up_to = [&](int limit) { return static_cast<int>(generator() >> 8) % limit; };
-  for (int i = 0; i < 400; ++i) {
-    const int limit = i % 10 == 0 ? 1500 : 120;
-    const Size from = {2 + up_to(limit), 2 + up_to(50)};
-    const Size to = {1 + up_to(limit), 1 + up_to(50)};
-    expect_same_as_plain(1 + i % 4, from, to, up_to(5), up_to(33), static_cast<unsigned>(i));
-    if (HasFatalFailure()) return;
+// ----- Limits ------------------------------------------------------------------------------------
+
+// How much of a stack `function` takes, once what it calls has been found.
+size_t stack_used(const std::function<void()>& function) {
+  constexpr size_t kSize = 256 * 1024;
+  const auto painted_depth = [](const std::function<void()>& called) {
+    alignas(64) static uint8_t stack[kSize];
+    std::fill(stack, stack + kSize, kUntouched);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, stack, kSize);
+    pthread_t thread;
+    const auto start = [](void* argument) -> void* {
+      (*static_cast<const std::function<void()>*>(argument))();
+      return nullptr;
+    };
+    EXPECT_EQ(pthread_create(&thread, &attributes, start,
+                             const_cast<void*>(static_cast<const void*>(&called))),
+              0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    return std::find_if(stack, stack + kSize, [](uint8_t byte) { return byte != kUntouched; });
+  };
+  function();
+  const uint8_t* const without = painted_depth([] {});
+  return static_cast<size_t>(without - painted_depth(function));
+}
+
+TEST(Resize, TakesNoMoreStackThanItSays) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer has a stack of its own";
+#endif
+  const size_t most = (sizeof(void*) == 4 ? 13 : 40) * 1024;  // without AVX2, and with it
+  const struct {
+    Size from, to;
+  } cases[] = {{{2200, 4}, {2000, 3}},   // one window for each half a vector
+               {{4000, 4}, {2000, 3}},   // two
+               {{6000, 4}, {1700, 3}},   // four
+               {{20000, 4}, {1100, 3}},  // pixel by pixel
+               {{3300, 9}, {1100, 3}}};
+  for (const auto& c : cases) {
+    for (int channels = 1; channels <= 4; ++channels) {
+      SCOPED_TRACE(testing::Message() << c.from.width << " to " << c.to.width << ", " << channels);
+      Picture from(channels, c.from, 0, 0), to(channels, c.to, 0, 0);
+      EXPECT_LE(stack_used([&] {
+                  kResize[channels](from.pixels(), c.from.width, c.from.height, from.stride,
+                                    to.pixels(), c.to.width, c.to.height, to.stride);
+                }),
+                most);
+    }
   }
+}
+
+// A row of more than 2^29 pixels, of which two are read: memory that nothing is ever stored in.
+TEST(Resize, WidthsReachBeyondWhatAnIntHoldsInBytes) {
+  const int width = (1 << 29) + 2;
+  const size_t size = size_t{2} * static_cast<size_t>(width);
+  void* const pixels =
+      mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (pixels == MAP_FAILED) GTEST_SKIP() << "no address space for it";
+  uint8_t result = kUntouched;
+  EXPECT_EQ(kel_nn_pixel_resize_bilinear(static_cast<uint8_t*>(pixels), width, 2, &result, 1, 1, 1),
+            -1);
+  EXPECT_EQ(result, 0);
+  munmap(pixels, size);
 }
 
 TEST(Resize, StridesMayGoUpwards) {

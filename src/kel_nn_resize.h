@@ -1,6 +1,6 @@
-// What all ways of resizing share: the images, and where destination columns and rows come from.
-#ifndef KEL_NN_RESIZE_AXIS_H_
-#define KEL_NN_RESIZE_AXIS_H_
+// What both ways of resizing share: the images, and where destination columns and rows come from.
+#ifndef KEL_NN_RESIZE_H_
+#define KEL_NN_RESIZE_H_
 
 #include <algorithm>
 #include <cstddef>
@@ -11,24 +11,19 @@
 
 namespace kelnn {
 
-struct Source {
-  const uint8_t* pixels;
+template <typename Byte>
+struct Picture {
+  Byte* pixels;
   int width, height;
   ptrdiff_t stride_bytes;
 
-  const uint8_t* row(int y) const { return pixels + stride_bytes * y; }
+  Byte* row(int y) const { return pixels + stride_bytes * y; }
 };
-
-struct Destination {
-  uint8_t* pixels;
-  int width, height;
-  ptrdiff_t stride_bytes;
-
-  uint8_t* row(int y) const { return pixels + stride_bytes * y; }
-};
+using Source = Picture<const uint8_t>;
+using Destination = Picture<uint8_t>;
 
 constexpr int kOne = 2048;  // weights have 11 bits below the point
-constexpr int kMaxSourceSize = std::numeric_limits<int>::max() - 127;  // its float fits an int
+constexpr int kMaxSize = std::numeric_limits<int>::max() - 127;  // its float fits an int
 
 // The two neighbouring source columns (or rows) of a destination column, and their weights. Each
 // weight is rounded on its own: they add up to 2048 or to 2049.
@@ -95,6 +90,11 @@ class TapTable {
   int16_t weight0_[kMaxSize], weight1_[kMaxSize];
 };
 
+// With AVX2. Returns false, whatever it has written, where the processor cannot, a source row is
+// shorter than a window or the samples of neighbouring columns lie too far apart.
+bool resize_by_windows(int channels, const Source& source, const Axis& columns, const Axis& rows,
+                       const Destination& to);
+
 }  // namespace kelnn
 
-#endif  // KEL_NN_RESIZE_AXIS_H_
+#endif  // KEL_NN_RESIZE_H_
