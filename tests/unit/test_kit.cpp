@@ -269,66 +269,6 @@ TEST_F(KitRoundTrip, IsOffByHalfAPixelAtMostPlusTheDetectorsRounding) {
   EXPECT_LE(worst_box, 3.0);
 }
 
-// Draws a white rectangle on black, finds its edges at half intensity in the network's input.
-double edge(const std::function<int(int)>& value, int begin, int end, int step) {
-  int i = begin;
-  while (i != end && value(i) < 128) i += step;
-  if (i == end) return -1000;
-  if (i == begin) return step > 0 ? i : i + 1;
-  const double before = value(i - step), after = value(i);
-  return i + 0.5 - step * (after - 127.5) / (after - before);
-}
-
-TEST_F(KitRoundTrip, FindsARectangleInThePixels) {
-  double worst_shrunk = 0, worst_enlarged = 0;
-  for (const kel_nn_size_t& frame_size : kFrameSizes) {
-    const kel_nn_size_t input = kel_nn_kit_detector_input(frame_size.w, frame_size.h);
-    kel_nn_kit_rect_t from, to;
-    ASSERT_EQ(kel_nn_kit_letterbox_rects(frame_size, input, &from, &to), 0);
-    const double scale = 1.0 * std::max(input.w, input.h) / std::max(frame_size.w, frame_size.h);
-    Bytes pixels(frame_size.w * frame_size.h);
-    Bytes image(input.w * input.h * 3);
-    const kel_nn_kit_frame_t frame = {pixels.data(),   frame_size.w, frame_size.h, 0,
-                                      KEL_NN_KIT_GREY, nullptr};
-    const kel_nn_kit_image_t letterboxed = {image.data(), input.w, input.h, KEL_NN_KIT_RGB,
-                                            nullptr};
-    for (int i = 0; i < 10; ++i) {
-      const kel_nn_kit_rect_t rect = random_rect(from, scale, 4);
-      std::fill(pixels.begin(), pixels.end(), 0);
-      for (int y = rect.y; y < rect.y + rect.h; ++y) {
-        std::fill_n(pixels.begin() + y * frame_size.w + rect.x, rect.w, 255);
-      }
-      ASSERT_EQ(kel_nn_kit_letterbox(&frame, &letterboxed), 0);
-      const int middle_x =
-          to.x + static_cast<int>((rect.x + rect.w / 2.0 - from.x) * to.w / from.w);
-      const int middle_y =
-          to.y + static_cast<int>((rect.y + rect.h / 2.0 - from.y) * to.h / from.h);
-      const auto along = [&](int x) { return image[(middle_y * input.w + x) * 3]; };
-      const auto down = [&](int y) { return image[(y * input.w + middle_x) * 3]; };
-      const Corners seen = {edge(along, to.x, to.x + to.w, 1), edge(down, to.y, to.y + to.h, 1),
-                            edge(along, to.x + to.w - 1, to.x - 1, -1),
-                            edge(down, to.y + to.h - 1, to.y - 1, -1)};
-      const Corners truth = {1.0 * rect.x, 1.0 * rect.y, 1.0 * rect.x + rect.w,
-                             1.0 * rect.y + rect.h};
-      const double off = largest_difference(reported(seen, frame_size, input), truth);
-      SCOPED_TRACE(::testing::Message()
-                   << frame_size.w << " x " << frame_size.h << ": "
-                   << ::testing::PrintToString(rect) << " seen at " << seen.left << ", " << seen.top
-                   << ", " << seen.right << ", " << seen.bottom);
-      // Sampled edges are up to half a pixel of the image off, then the library rounds.
-      const double sampling = scale < 1 ? 0.5 / scale : 0;
-      EXPECT_LE(off, sampling + 2.5);
-      if (scale < 1) {
-        worst_shrunk = std::max(worst_shrunk, off - sampling);
-      } else {
-        worst_enlarged = std::max(worst_enlarged, off);
-      }
-    }
-  }
-  RecordProperty("worst_shrunk_beside_sampling", std::to_string(worst_shrunk));
-  RecordProperty("worst_enlarged", std::to_string(worst_enlarged));
-}
-
 // ----- Formats -----------------------------------------------------------------------------------
 
 TEST(KitFormats, GreyAndOrders) {
@@ -469,21 +409,37 @@ TEST(KitFormats, PaddedRowsAndSeparateChromaGiveTheSamePicture) {
   }
 }
 
-// At its own size, an NV12 frame keeps its luma; the last odd column and row take the colour next
-// to them.
-TEST(KitFormats, Nv12OfOddSize) {
-  const Frame frame(KEL_NN_KIT_NV12_FULL, 5, 3, 0, [](int x, int y, int channel) {
-    if (channel == 0) return 20 * x + 50 * y;
-    return channel == 1 ? 128 : (x == 0 ? 128 : 228);  // V grows to the right
-  });
-  Image grey(5, 3, KEL_NN_KIT_GREY), rgb(5, 3, KEL_NN_KIT_RGB);
-  ASSERT_EQ(kel_nn_kit_scale(&frame.frame, &grey), 0);
-  ASSERT_EQ(kel_nn_kit_scale(&frame.frame, &rgb), 0);
-  EXPECT_THAT(grey.pixels(),
-              ElementsAre(0, 20, 40, 60, 80, 50, 70, 90, 110, 130, 100, 120, 140, 160, 180));
-  for (int y = 0; y < 3; ++y) {
-    EXPECT_EQ(rgb.pixel(0, y)[0], 50 * y);                            // no red added
-    EXPECT_EQ(rgb.pixel(4, y)[0], std::min(255, 80 + 50 * y + 140));  // 359 * 100 / 256
+// The planes are scaled to NV12 of the image's size, then each pixel takes the colour of its pair.
+TEST(KitFormats, Nv12IsScaledAsPlanesAndConvertedAfter) {
+  const Frame frame(KEL_NN_KIT_NV12_FULL, 9, 7, 0, noise);
+  struct Case {
+    kel_nn_kit_rect_t rect, pairs;
+    kel_nn_size_t image;
+  };
+  const Case cases[] = {{{0, 0, 9, 7}, {0, 0, 4, 3}, {9, 7}},
+                        {{0, 0, 9, 7}, {0, 0, 4, 3}, {10, 12}},
+                        {{3, 1, 4, 5}, {1, 0, 3, 3}, {4, 5}},
+                        {{2, 2, 4, 5}, {1, 1, 2, 2}, {7, 8}}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.rect));
+    const int w = c.image.w, h = c.image.h, pair_columns = (w + 1) / 2;
+    Bytes luma(w * h), chroma(2 * pair_columns * ((h + 1) / 2));
+    const uint8_t* const first_pair = frame.frame.data + 9 * 7;
+    resize_bilinear_c1(frame.frame.data + 9 * c.rect.y + c.rect.x, c.rect.w, c.rect.h, 9,
+                       luma.data(), w, h, w);
+    resize_bilinear_c2(first_pair + 9 * c.pairs.y + 2 * c.pairs.x, c.pairs.w, c.pairs.h, 9,
+                       chroma.data(), pair_columns, (h + 1) / 2, 2 * pair_columns);
+    Image image(w, h, KEL_NN_KIT_RGB);
+    ASSERT_EQ(kel_nn_kit_crop(&frame.frame, c.rect, &image), 0);
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        const uint8_t* pair = &chroma[2 * (y / 2 * pair_columns + x / 2)];
+        const int blue = (256 * luma[y * w + x] + 454 * (pair[0] - 128) + 128) >> 8;
+        const int red = (256 * luma[y * w + x] + 359 * (pair[1] - 128) + 128) >> 8;
+        ASSERT_EQ(image.pixel(x, y)[0], std::min(std::max(red, 0), 255)) << x << ", " << y;
+        ASSERT_EQ(image.pixel(x, y)[2], std::min(std::max(blue, 0), 255)) << x << ", " << y;
+      }
+    }
   }
 }
 
