@@ -25,7 +25,7 @@ from collections.abc import Iterator
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LIBRARY = ("src", "plat/jzt31")
-COPIED = ("CMakeLists.txt", "cmake", "include", "kit", "plat", "src", "tests")
+COPIED = ("CMakeLists.txt", "CMakePresets.json", "cmake", "include", "kit", "plat", "src", "tests")
 FLAGS = ["-O1", "-w", "-g0"]
 FIRST = 4  # so many of the tests that noticed the last faults in a file are run before all others
 MEMORY = 4 << 30
@@ -146,7 +146,7 @@ class Build:
     """The copy, built once: how each of the library's objects is made, what it reads, how all are linked."""
 
     def __init__(self, top: pathlib.Path, tests: pathlib.Path) -> None:
-        self.tree, self.folder = top / "tree", top / "build"
+        self.tree, self.folder = top / "tree", top / "tree" / "build" / "gcc"
         self.tree.mkdir()
         for name in COPIED:
             source = (tests if name == "tests" else ROOT) / name
@@ -154,13 +154,11 @@ class Build:
                 shutil.copytree(source, self.tree / name)
             else:
                 shutil.copy(source, self.tree / name)
-        run(["cmake", "-S", self.tree, "-B", self.folder, "-G", "Ninja", "-DCMAKE_CXX_COMPILER=g++",
-             "-DCMAKE_C_COMPILER=gcc", "-DKEL_NN_UNIT_TESTS=ON", "-DKEL_NN_PC=OFF", "-DCMAKE_CXX_COMPILER_LAUNCHER=",
-             f"-DCMAKE_CXX_FLAGS_RELEASE={' '.join(FLAGS)}"])  # fmt: skip
+        run(["cmake", "--preset", "gcc", "-DKEL_NN_PC=OFF", "-DKEL_NN_BENCH=OFF"], self.tree)
         run(["ninja", "-C", self.folder, "kelnn_unit_tests"])
         self.commands: dict[str, list[str]] = {}  # by object, relative to the build folder
         for entry in json.loads((self.folder / "compile_commands.json").read_text()):
-            command = shlex.split(entry["command"])
+            command = [part for part in shlex.split(entry["command"]) if not part.endswith("ccache")]
             made = command[command.index("-o") + 1]
             if "kelnn_objects.dir" in made:
                 self.commands[made] = command + FLAGS
@@ -183,8 +181,8 @@ class Build:
         subprocess.run(link, cwd=self.folder, check=True)
 
 
-def run(command: list) -> str:
-    done = subprocess.run([str(part) for part in command], capture_output=True, text=True)
+def run(command: list, folder: pathlib.Path | None = None) -> str:
+    done = subprocess.run([str(part) for part in command], capture_output=True, text=True, cwd=folder)
     if done.returncode != 0:
         sys.exit(f"{done.stdout[-4000:]}{done.stderr[-4000:]}")
     return done.stdout
@@ -201,7 +199,7 @@ class Worker:
     def __init__(self, build: Build, top: pathlib.Path, number: int, skipped: list[str], timeout: float) -> None:
         self.build, self.skipped, self.timeout = build, skipped, timeout
         self.home = top / f"worker{number}"
-        shutil.copytree(build.tree, self.home / "tree")
+        shutil.copytree(build.tree, self.home / "tree", ignore=shutil.ignore_patterns("build"))
         (self.home / "made").mkdir()
 
     def compile(self, path: str) -> dict[str, pathlib.Path] | None:
@@ -209,7 +207,7 @@ class Worker:
         changed = {}
         for made in self.build.readers.get(path, []):
             out = self.home / "made" / pathlib.Path(made).name
-            command = [part.replace(str(self.build.tree), str(self.home / "tree")) for part in self.build.commands[made]]
+            command = [part.replace(f"{self.build.tree}/", f"{self.home}/tree/") for part in self.build.commands[made]]
             command[command.index("-o") + 1] = str(out)
             if subprocess.run(command, cwd=self.build.folder, stderr=subprocess.DEVNULL).returncode != 0:
                 return None
