@@ -4,12 +4,17 @@
 
 namespace {
 
-long g_count = 0;
+long g_count = 0, g_live = 0;
 bool g_none_left = false;
 
 bool may_allocate() {
   ++g_count;
   return !g_none_left;
+}
+
+void* counted(void* block) {
+  if (block) ++g_live;
+  return block;
 }
 
 }  // namespace
@@ -19,18 +24,28 @@ extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
-void* __wrap_malloc(size_t size) { return may_allocate() ? __real_malloc(size) : nullptr; }
+void __real_free(void* memory);
+void* __wrap_malloc(size_t size) {
+  return may_allocate() ? counted(__real_malloc(size)) : nullptr;
+}
 void* __wrap_calloc(size_t count, size_t size) {
-  return may_allocate() ? __real_calloc(count, size) : nullptr;
+  return may_allocate() ? counted(__real_calloc(count, size)) : nullptr;
 }
 void* __wrap_realloc(void* memory, size_t size) {
-  return may_allocate() ? __real_realloc(memory, size) : nullptr;
+  if (!may_allocate()) return nullptr;
+  void* const moved = __real_realloc(memory, size);
+  return memory ? moved : counted(moved);
+}
+void __wrap_free(void* memory) {
+  if (memory) --g_live;
+  __real_free(memory);
 }
 }
 
 namespace kelnn_test {
 
 long allocation_count() { return g_count; }
+long live_blocks() { return g_live; }
 
 NoMemory::NoMemory() { g_none_left = true; }
 NoMemory::~NoMemory() { g_none_left = false; }

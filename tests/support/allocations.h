@@ -7,6 +7,9 @@ namespace kelnn_test {
 
 long allocation_count();
 
+// Those less what was given back with free(): strdup()'s blocks count for one less than nothing.
+long live_blocks();
+
 // While one lives, nothing is to be had.
 class NoMemory {
  public:

@@ -37,6 +37,7 @@ TaskTest::TaskTest() {
   runtime = ScriptedRuntime();
   write_model_files(models);
   kel_nn_set_model_root_dir(models.with_slash().c_str());
+  live_before_ = live_blocks();  // the directory before has been released
   handle = kel_nn_handle_create();
   printed();
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kel_nn.h"
+#include "support/allocations.h"
 #include "support/model_directory.h"
 #include "support/scripted_runtime.h"
 #include "support/stdout_capture.h"
@@ -26,10 +27,14 @@ std::vector<std::string> messages(const std::string& printed);
                                               const std::string& function,
                                               const std::string& message);
 
+// Whatever a test initialises it releases: no block of the library's may be left at its end.
 class LibraryTest : public ::testing::Test {
  protected:
+  ~LibraryTest() override { EXPECT_LE(live_blocks(), live_before_); }
   std::string printed() { return capture_.take(); }
   std::vector<std::string> printed_messages() { return messages(printed()); }
+
+  long live_before_ = live_blocks();
 
  private:
   StdoutCapture capture_;
