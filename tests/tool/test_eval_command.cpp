@@ -251,7 +251,9 @@ TEST_F(EvalCommand, FeaturesOfAllPairsAreCompared) {
   for (const char* name : {"face_a.png", "face_a_distorted.png", "face_b.png"}) {
     fs::copy_file(pictures + name, data + name);
   }
-  label({"file,person", "face_a.png,ann", "face_b.png,bob", "face_a_distorted.png,ann"});
+  fs::copy_file(pictures + "face_b.png", data + "face \"b\", 1.png");
+  label({"file,person", "face_a.png,\"ann, the first\"", "\"face \"\"b\"\", 1.png\",bob",
+         "\"face_a_distorted.png\",\"ann, the first\""});
   const Json json = figures("face-features");
   EXPECT_EQ(json.at("same_pairs"), 1);
   EXPECT_EQ(json.at("different_pairs"), 2);
@@ -379,6 +381,7 @@ TEST_F(EvalCommand, BadLabelsAreToldByLineBeforeAnythingIsEvaluated) {
        ":1: the columns must be " + points + " or " + points + ",yaw,pitch,roll"},
       {"face-landmarks", {points, "a.png,1,2,3,4,5,6,7,8,9,"}, ":2: \"\" is no number for y5"},
       {"face-features", {"file,person", "a.png,ann", "a.png,bob"}, ":3: a.png has been in line 2"},
+      {"face-features", {"file,person", "a.png,\"ann"}, ":2: a quotation mark that is not closed"},
       {"face-classes", {"file,class", "a.png,3"}, ":2: \"3\" for class, which goes from 0 to 2"},
       {"person-classes", {"file,class", "a.png,-1"}, ":2: \"-1\" for class"},
       {"cry-detection", {"file,cry,kind", "a.png,yes,speech"}, ":2: \"yes\" for cry"},

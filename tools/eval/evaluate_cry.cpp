@@ -1,4 +1,6 @@
 // kelnn eval for cry detection: every full window of every sound.
+#include <fmt/format.h>
+
 #include <map>
 #include <memory>
 
@@ -38,12 +40,6 @@ struct Windows {
     }
     too_quiet += other.too_quiet;
   }
-  size_t heard_as_cry() const {
-    return confusion.count(kNoCry, kCry) + confusion.count(kCry, kCry);
-  }
-  double false_alarm_rate() const {
-    return share(confusion.count(kNoCry, kCry), confusion.count(kNoCry));
-  }
 };
 
 Windows hear(const LabelledSound& labelled, CryDetector* detector) {
@@ -64,32 +60,33 @@ Windows hear(const LabelledSound& labelled, CryDetector* detector) {
 Report report_of(const EvaluationSettings& settings, size_t sound_count, const Windows& all,
                  const std::map<std::string, Windows>& kinds) {
   Report report = begin_report(settings, sound_count, "sounds");
-  report.text += std::to_string(all.confusion.count()) + " windows of 3 s, " +
-                 std::to_string(all.confusion.count(kCry)) + " of them cries; " +
-                 std::to_string(all.too_quiet) + " too quiet for the gate, which are no cry\n";
-  report.json["windows"] = all.confusion.count();
-  report.json["cries"] = all.confusion.count(kCry);
+  const ConfusionMatrix& confusion = all.confusion;
+  report.text += fmt::format(
+      "{} windows of 3 s, {} of them cries; {} too quiet for the gate, which are no cry\n",
+      confusion.count(), confusion.count(kCry), all.too_quiet);
+  report.json["windows"] = confusion.count();
+  report.json["cries"] = confusion.count(kCry);
   report.json["too_quiet"] = all.too_quiet;
-  add_figures(
-      {{"accuracy", "accuracy", all.confusion.accuracy()},
-       {"recall", "recall of cries", all.confusion.recall(kCry)},
-       {"false_alarm_rate", "false alarms, of windows without a cry", all.false_alarm_rate()}},
-      &report);
-  TextTable table = {{"kind", "windows", "cries", "too quiet", "heard as a cry", "accuracy"}};
-  report.json["kinds"] = Json::array();
+  add_figures({{{"accuracy", "accuracy"}, confusion.accuracy()},
+               {{"recall", "recall of cries"}, confusion.recall(kCry)},
+               {{"false_alarm_rate", "false alarms, of windows without a cry"},
+                share(confusion.count(kNoCry, kCry), confusion.count(kNoCry))}},
+              &report);
+  Table table = {"kinds",
+                 {{"kind", "kind"},
+                  {"windows", "windows"},
+                  {"cries", "cries"},
+                  {"too_quiet", "too quiet"},
+                  {"heard_as_cry", "heard as a cry"},
+                  {"accuracy", "accuracy"}},
+                 {}};
   for (const auto& [kind, windows] : kinds) {
-    const ConfusionMatrix& confusion = windows.confusion;
-    table.push_back({kind, std::to_string(confusion.count()), std::to_string(confusion.count(kCry)),
-                     std::to_string(windows.too_quiet), std::to_string(windows.heard_as_cry()),
-                     figure_text(confusion.accuracy())});
-    report.json["kinds"].push_back({{"kind", kind},
-                                    {"windows", confusion.count()},
-                                    {"cries", confusion.count(kCry)},
-                                    {"too_quiet", windows.too_quiet},
-                                    {"heard_as_cry", windows.heard_as_cry()},
-                                    {"accuracy", confusion.accuracy()}});
+    const ConfusionMatrix& of_kind = windows.confusion;
+    table.rows.push_back({kind, of_kind.count(), of_kind.count(kCry), windows.too_quiet,
+                          of_kind.count(kNoCry, kCry) + of_kind.count(kCry, kCry),
+                          of_kind.accuracy()});
   }
-  report.text += text_of(table);
+  add_table(table, &report);
   return report;
 }
 

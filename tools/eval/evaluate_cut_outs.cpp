@@ -1,5 +1,7 @@
 // kelnn eval for the tasks on a 112 x 112 cut-out: landmarks, features and classes. As in the
 // commands, a picture that is not square is cut to the square in its middle.
+#include <fmt/format.h>
+
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
@@ -10,7 +12,6 @@
 #include "evaluation_landmarks.h"
 #include "evaluation_similarity.h"
 #include "face_features.h"
-#include "formatted.h"
 #include "frame_sink.h"
 #include "landmark_points.h"
 #include "picture.h"
@@ -101,16 +102,16 @@ void draw_worst(const EvaluationSettings& settings, const std::vector<LabelledFa
 Report report_of(const EvaluationSettings& settings, const LandmarkFigures& figures,
                  size_t face_count) {
   Report report = begin_report(settings, face_count, "pictures");
-  add_figures({{"mean_point_error", "mean point error, of the side", figures.mean},
-               {"percentile_95_point_error", "95 % of the points within", figures.percentile_95},
-               {"left_eye_error", "left eye in the picture", figures.points[0]},
-               {"right_eye_error", "right eye in the picture", figures.points[1]},
-               {"nose_error", "nose tip", figures.points[2]},
-               {"left_mouth_error", "left mouth corner", figures.points[3]},
-               {"right_mouth_error", "right mouth corner", figures.points[4]},
-               {"yaw_error", "yaw, degrees", figures.pose[0]},
-               {"pitch_error", "pitch, degrees", figures.pose[1]},
-               {"roll_error", "roll, degrees", figures.pose[2]}},
+  add_figures({{{"mean_point_error", "mean point error, of the side"}, figures.mean},
+               {{"percentile_95_point_error", "95 % of the points within"}, figures.percentile_95},
+               {{"left_eye_error", "left eye in the picture"}, figures.points[0]},
+               {{"right_eye_error", "right eye in the picture"}, figures.points[1]},
+               {{"nose_error", "nose tip"}, figures.points[2]},
+               {{"left_mouth_error", "left mouth corner"}, figures.points[3]},
+               {{"right_mouth_error", "right mouth corner"}, figures.points[4]},
+               {{"yaw_error", "yaw, degrees"}, figures.pose[0]},
+               {{"pitch_error", "pitch, degrees"}, figures.pose[1]},
+               {{"roll_error", "roll, degrees"}, figures.pose[2]}},
               &report);
   return report;
 }
@@ -139,8 +140,7 @@ Similarities compare(const std::vector<LabelRow>& rows,
 // ----- Classes
 
 void check_class(int id, int class_count, const std::string& path) {
-  if (id < 0 || id >= class_count)
-    throw Failure(path, "class " + std::to_string(id) + " was found");
+  if (id < 0 || id >= class_count) throw Failure(path, fmt::format("class {} was found", id));
 }
 
 struct ClassifiedPicture {
@@ -173,20 +173,18 @@ Report evaluate_classes(const EvaluationSettings& settings,
   }
 
   Report report = begin_report(settings, pictures.size(), "pictures");
-  add_figures({{"accuracy", "accuracy", confusion.accuracy()}}, &report);
-  TextTable table = {{"class", "labelled", "recall"}};
+  add_figures({{{"accuracy", "accuracy"}, confusion.accuracy()}}, &report);
+  std::vector<std::vector<Json>> lines = {{"class", "labelled", "recall"}};
   report.json["recall"] = Json::array();
   for (int id = 0; id < class_count; ++id) {
-    table[0].push_back("found as " + std::to_string(id));
-    table.push_back({std::to_string(id), std::to_string(confusion.count(id)),
-                     figure_text(confusion.recall(id))});
-    for (int found = 0; found < class_count; ++found) {
-      table.back().push_back(std::to_string(confusion.count(id, found)));
-    }
+    lines[0].push_back(fmt::format("found as {}", id));
+    std::vector<Json>& line = lines.emplace_back();
+    line = {std::to_string(id), confusion.count(id), confusion.recall(id)};
+    for (int found = 0; found < class_count; ++found) line.push_back(confusion.count(id, found));
     report.json["recall"].push_back(confusion.recall(id));
   }
   report.json["confusion"] = confusion.rows();
-  report.text += text_of(table);
+  report.text += text_of(lines);
   return report;
 }
 
@@ -230,16 +228,17 @@ Report evaluate_features(const EvaluationSettings& settings) {
   const size_t same = similarities.same.size(), different = similarities.different.size();
   const SimilarityFigures figures = similarity_figures(similarities.same, similarities.different);
   Report report = begin_report(settings, all.size(), "pictures");
-  report.text += std::to_string(same) + " pairs of the same person, " + std::to_string(different) +
-                 " of different ones\n";
+  report.text +=
+      fmt::format("{} pairs of the same person, {} of different ones\n", same, different);
   report.json["same_pairs"] = same;
   report.json["different_pairs"] = different;
   add_figures(
-      {{"equal_error_rate", "equal error rate", figures.equal_error_rate},
-       {"equal_error_threshold", "at a similarity of", figures.equal_error_threshold},
-       {"true_accept_rate", "true accept rate at 1 % false accepts", figures.true_accept_rate},
-       {"mean_same_similarity", "mean similarity, same person", figures.mean_same},
-       {"mean_different_similarity", "mean similarity, different persons", figures.mean_different}},
+      {{{"equal_error_rate", "equal error rate"}, figures.equal_error_rate},
+       {{"equal_error_threshold", "at a similarity of"}, figures.equal_error_threshold},
+       {{"true_accept_rate", "true accept rate at 1 % false accepts"}, figures.true_accept_rate},
+       {{"mean_same_similarity", "mean similarity, same person"}, figures.mean_same},
+       {{"mean_different_similarity", "mean similarity, different persons"},
+        figures.mean_different}},
       &report);
   return report;
 }

@@ -1,11 +1,12 @@
 // kelnn eval for faces, persons and objects: boxes that were found beside boxes that were labelled.
+#include <fmt/format.h>
+
 #include <map>
 #include <tuple>
 
 #include "drawing.h"
 #include "evaluation.h"
 #include "evaluation_detection.h"
-#include "formatted.h"
 #include "frame_sink.h"
 #include "picture.h"
 
@@ -61,8 +62,8 @@ std::vector<LabelledPicture> read_pictures(const std::string& directory, int cla
 void check_inside(const LabelledPicture& picture, cv::Size size) {
   for (size_t i = 0; i < picture.truths.size(); ++i) {
     if ((picture.truths[i].box & cv::Rect2d({0, 0}, cv::Size2d(size))).empty()) {
-      picture.rows[i].fail("the box is outside the picture, which is " +
-                           std::to_string(size.width) + " x " + std::to_string(size.height));
+      picture.rows[i].fail(
+          fmt::format("the box is outside the picture, which is {} x {}", size.width, size.height));
     }
   }
 }
@@ -131,7 +132,7 @@ cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_class
   const std::vector<double> ious = match(picture);
   for (size_t i = 0; i < ious.size(); ++i) {
     const Detection& one = picture.found[i];
-    draw_box(&result, one.box, class_text(one.class_id) + formatted("%.2f", double{one.score}),
+    draw_box(&result, one.box, fmt::format("{}{:.2f}", class_text(one.class_id), one.score),
              ious[i] > 0 ? kMatchColour : kFalseColour);
   }
   return result;
@@ -153,50 +154,41 @@ void draw_worst(const EvaluationSettings& settings, const std::vector<LabelledPi
   }
 }
 
-void add_counts(const DetectionFigures& figures, Json* json) {
-  (*json)["labelled"] = figures.truths;
-  (*json)["found"] = figures.found;
-  (*json)["matches"] = figures.matches;
-}
-
-Json json_of(int class_id, const DetectionFigures& figures) {
-  Json json = {{"class", class_id}};
-  add_counts(figures, &json);
-  json["average_precision"] = figures.average_precision;
-  json["precision"] = figures.precision;
-  json["recall"] = figures.recall;
-  json["mean_iou"] = figures.mean_iou;
-  return json;
-}
-
 void add_classes(const std::vector<DetectionFigures>& classes, Report* report) {
-  TextTable table = {{"class", "labelled", "found", "matches", "average precision", "precision",
-                      "recall", "mean IoU"}};
-  report->json["classes"] = Json::array();
+  Table table = {"classes",
+                 {{"class", "class"},
+                  {"labelled", "labelled"},
+                  {"found", "found"},
+                  {"matches", "matches"},
+                  {"average_precision", "average precision"},
+                  {"precision", "precision"},
+                  {"recall", "recall"},
+                  {"mean_iou", "mean IoU"}},
+                 {}};
   for (const DetectionFigures& one : classes) {
-    const int id = static_cast<int>(report->json["classes"].size());
-    report->json["classes"].push_back(json_of(id, one));
-    table.push_back({std::to_string(id), std::to_string(one.truths), std::to_string(one.found),
-                     std::to_string(one.matches), figure_text(one.average_precision),
-                     figure_text(one.precision), figure_text(one.recall),
-                     figure_text(one.mean_iou)});
+    table.rows.push_back({table.rows.size(), one.truths, one.found, one.matches,
+                          one.average_precision, one.precision, one.recall, one.mean_iou});
   }
-  if (classes.size() > 1) report->text += text_of(table);
+  const std::string text_before = report->text;
+  add_table(table, report);
+  if (classes.size() == 1) report->text = text_before;  // one line says nothing new
 }
 
 Report report_of(const EvaluationSettings& settings, const DetectionEvaluation& evaluation,
                  size_t picture_count) {
   const DetectionFigures& all = evaluation.all;
   Report report = begin_report(settings, picture_count, "pictures");
-  add_counts(all, &report.json);
-  report.text += std::to_string(all.truths) + " boxes labelled, " + std::to_string(all.found) +
-                 " found, " + std::to_string(all.matches) + " of them match\n";
-  add_figures({{"mean_average_precision", "mean average precision", all.average_precision},
-               {"precision", "precision", all.precision},
-               {"recall", "recall", all.recall},
-               {"false_detections_per_picture", "false detections a picture",
+  report.json["labelled"] = all.truths;
+  report.json["found"] = all.found;
+  report.json["matches"] = all.matches;
+  report.text += fmt::format("{} boxes labelled, {} found, {} of them match\n", all.truths,
+                             all.found, all.matches);
+  add_figures({{{"mean_average_precision", "mean average precision"}, all.average_precision},
+               {{"precision", "precision"}, all.precision},
+               {{"recall", "recall"}, all.recall},
+               {{"false_detections_per_picture", "false detections a picture"},
                 evaluation.false_detections_per_picture},
-               {"mean_iou", "mean IoU of the matches", all.mean_iou}},
+               {{"mean_iou", "mean IoU of the matches"}, all.mean_iou}},
               &report);
   add_classes(evaluation.classes, &report);
   return report;

@@ -1,11 +1,12 @@
 #include "evaluation.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 
 #include "files.h"
-#include "formatted.h"
 
 namespace kelnn_cli {
 EvaluationProgress::EvaluationProgress(const EvaluationSettings& settings, size_t file_count)
@@ -18,35 +19,48 @@ void check_is_number(float value, const std::string& path) {
 }
 
 Report begin_report(const EvaluationSettings& settings, size_t file_count, const char* files) {
-  Report report;
-  report.text = settings.task + ": " + std::to_string(file_count) + " " + files + " of " +
-                settings.data + "\n";
-  report.json = {{"task", settings.task}, {"data", settings.data}, {files, file_count}};
-  return report;
+  return {fmt::format("{}: {} {} of {}\n", settings.task, file_count, files, settings.data),
+          {{"task", settings.task}, {"data", settings.data}, {files, file_count}}};
 }
-
-std::string figure_text(double value) { return std::isnan(value) ? "-" : formatted("%.4f", value); }
 
 void add_figures(const std::vector<Figure>& figures, Report* report) {
-  TextTable table;
+  std::vector<std::vector<Json>> lines;
   for (const Figure& figure : figures) {
-    table.push_back({figure.words, figure_text(figure.value)});
-    report->json[figure.key] = figure.value;
+    lines.push_back({figure.name.words, figure.value});
+    report->json[figure.name.key] = figure.value;
   }
-  report->text += text_of(table);
+  report->text += text_of(lines);
 }
 
-std::string text_of(const TextTable& table) {
+void add_table(const Table& table, Report* report) {
+  std::vector<std::vector<Json>> lines(1);
+  for (const Name& column : table.columns) lines[0].push_back(column.words);
+  Json objects = Json::array();
+  for (const std::vector<Json>& row : table.rows) {
+    lines.push_back(row);
+    Json& object = objects.emplace_back(Json::object());
+    for (size_t i = 0; i < row.size(); ++i) object[table.columns[i].key] = row[i];
+  }
+  report->json[table.key] = objects;
+  report->text += text_of(lines);
+}
+
+std::string text_of(const std::vector<std::vector<Json>>& rows) {
+  const auto cell = [](const Json& value) {
+    if (value.is_string()) return value.get<std::string>();
+    if (!value.is_number_float()) return value.dump();
+    return std::isnan(value.get<double>()) ? "-" : fmt::format("{:.4f}", value.get<double>());
+  };
   std::vector<size_t> widths;
-  for (const std::vector<std::string>& row : table) {
+  for (const std::vector<Json>& row : rows) {
     widths.resize(std::max(widths.size(), row.size()));
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], cell(row[i]).size());
   }
   std::string text;
-  for (const std::vector<std::string>& row : table) {
-    for (size_t i = 0; i < row.size(); ++i) {
-      const std::string padding(widths[i] - row[i].size(), ' ');
-      text += i == 0 ? row[i] + padding : "  " + padding + row[i];
+  for (const std::vector<Json>& row : rows) {
+    text += fmt::format("{:{}}", cell(row[0]), widths[0]);
+    for (size_t i = 1; i < row.size(); ++i) {
+      text += fmt::format("  {:>{}}", cell(row[i]), widths[i]);
     }
     text += "\n";
   }
@@ -65,9 +79,7 @@ std::vector<size_t> worst_first(const std::vector<double>& badness) {
 std::string drawing_path(const EvaluationSettings& settings, size_t rank, const std::string& file) {
   std::string name = file;
   std::replace(name.begin(), name.end(), '/', '_');
-  const std::string number = std::to_string(rank + 1);
-  return with_slash(settings.drawings) + std::string(3 - std::min<size_t>(3, number.size()), '0') +
-         number + "_" + name;
+  return fmt::format("{}{:03}_{}", with_slash(settings.drawings), rank + 1, name);
 }
 
 }  // namespace kelnn_cli

@@ -55,20 +55,27 @@ void check_is_number(float value, const std::string& path);
 // What every report's text and JSON begin with.
 Report begin_report(const EvaluationSettings& settings, size_t file_count, const char* files);
 
-// "0.9123", or "-" for what is not a number.
-std::string figure_text(double value);
-
-// A line "name  value" for each figure, also added to the JSON's top level.
-struct Figure {
+// A line "words  value" for each figure, "-" for what is not a number; also at the JSON's top level.
+struct Name {
   const char* key;    // of the JSON
   const char* words;  // of the text
+};
+struct Figure {
+  Name name;
   double value;
 };
 void add_figures(const std::vector<Figure>& figures, Report* report);
 
-using TextTable = std::vector<std::vector<std::string>>;  // rows of cells
-std::string text_of(
-    const TextTable& table);  // the first column to the left, the others to the right
+// Cells are words, counts or figures. The JSON has an object for each row.
+struct Table {
+  const char* key;
+  std::vector<Name> columns;
+  std::vector<std::vector<Json>> rows;
+};
+void add_table(const Table& table, Report* report);
+
+// Of columns as wide as their cells, the first one to the left, the others to the right.
+std::string text_of(const std::vector<std::vector<Json>>& rows);
 
 // The places of `badness` in the order of what is worst; as many as are drawn.
 std::vector<size_t> worst_first(const std::vector<double>& badness);

@@ -1,5 +1,7 @@
 #include "labels.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -31,22 +33,24 @@ std::vector<std::string> lines_of(const std::string& path) {
   return lines;
 }
 
-std::vector<std::string> split(const std::string& line) {
+// A field in quotation marks may have commas, and a quotation mark as two of them.
+std::vector<std::string> split(const std::string& line, const std::string& place) {
   std::vector<std::string> fields(1);
-  for (const char c : line) {
-    if (c == ',') {
+  bool is_quoted = false;
+  for (size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (c == '"' && is_quoted && line[i + 1] == '"') {
+      fields.back() += line[++i];
+    } else if (c == '"' && (is_quoted || fields.back().empty())) {
+      is_quoted = !is_quoted;
+    } else if (c == ',' && !is_quoted) {
       fields.emplace_back();
     } else {
       fields.back() += c;
     }
   }
+  if (is_quoted) throw Failure(place, "a quotation mark that is not closed");
   return fields;
-}
-
-std::string joined(const std::vector<std::string>& fields) {
-  std::string line;
-  for (const std::string& field : fields) line += (line.empty() ? "" : ",") + field;
-  return line;
 }
 
 template <typename Number>
@@ -61,7 +65,7 @@ bool parse(const std::string& text, Number* value) {
 double LabelRow::number(size_t column) const {
   double value;
   if (!parse(fields_[column], &value) || !std::isfinite(value)) {
-    fail("\"" + fields_[column] + "\" is no number for " + columns_[column]);
+    fail(fmt::format("\"{}\" is no number for {}", fields_[column], columns_[column]));
   }
   return value;
 }
@@ -69,8 +73,8 @@ double LabelRow::number(size_t column) const {
 int LabelRow::whole_number(size_t column, int max) const {
   int value;
   if (!parse(fields_[column], &value) || value < 0 || value > max) {
-    fail("\"" + fields_[column] + "\" for " + columns_[column] + ", which goes from 0 to " +
-         std::to_string(max));
+    fail(fmt::format("\"{}\" for {}, which goes from 0 to {}", fields_[column], columns_[column],
+                     max));
   }
   return value;
 }
@@ -90,34 +94,33 @@ Labels read_labels(const std::string& directory, const LabelColumns& columns,
                    RowsPerFile rows_per_file) {
   const std::string path = (fs::path(directory) / kLabelFile).string();
   const std::vector<std::string> lines = lines_of(path);
-  const auto place = [&](size_t line) { return path + ":" + std::to_string(line); };
+  const auto place = [&](size_t line) { return fmt::format("{}:{}", path, line); };
 
   std::vector<std::string> all_columns = columns.required;
   all_columns.insert(all_columns.end(), columns.optional.begin(), columns.optional.end());
-  const std::string short_header = joined(columns.required), long_header = joined(all_columns);
-  const std::string header = lines.empty() ? "" : lines[0];
-  if (header != short_header && header != long_header) {
-    throw Failure(place(1), "the columns must be " + short_header +
-                                (columns.optional.empty() ? "" : " or " + long_header));
+  const std::vector<std::string> header = split(lines.empty() ? "" : lines[0], place(1));
+  if (header != columns.required && header != all_columns) {
+    std::string wanted = fmt::format("{}", fmt::join(columns.required, ","));
+    if (!columns.optional.empty()) wanted += fmt::format(" or {}", fmt::join(all_columns, ","));
+    throw Failure(place(1), "the columns must be " + wanted);
   }
 
   Labels labels;
-  labels.has_optional = !columns.optional.empty() && header == long_header;
-  const size_t width = split(header).size();
+  labels.has_optional = header.size() > columns.required.size();
   std::map<std::string, size_t> line_of_file;
   for (size_t i = 1; i < lines.size(); ++i) {
     if (lines[i].empty()) continue;
-    const LabelRow row(place(i + 1), split(lines[i]), all_columns);
-    const size_t count = split(lines[i]).size();
-    if (count != width) {
-      row.fail(std::to_string(count) + " fields, not the header's " + std::to_string(width));
+    const std::vector<std::string> fields = split(lines[i], place(i + 1));
+    const LabelRow row(place(i + 1), fields, all_columns);
+    if (fields.size() != header.size()) {
+      row.fail(fmt::format("{} fields, not the header's {}", fields.size(), header.size()));
     }
     const auto [earlier, is_new] = line_of_file.insert({row.file(), i + 1});
     if (!is_new && rows_per_file == RowsPerFile::kOne) {
-      row.fail(row.file() + " has been in line " + std::to_string(earlier->second));
+      row.fail(fmt::format("{} has been in line {}", row.file(), earlier->second));
     }
     if (is_new && !fs::is_regular_file(path_of(directory, row))) {
-      row.fail("there is no file \"" + row.file() + "\"");
+      row.fail(fmt::format("there is no file \"{}\"", row.file()));
     }
     labels.rows.push_back(row);
   }
