@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <cmath>
 #include <memory>
 #include <sstream>
 
 #include "commands.h"
 #include "kel_nn.h"
+#include "numbers.h"
 #include "sound_file.h"
 #include "task_catalogue.h"
 
@@ -49,13 +49,6 @@ class ShortList : public CLI::Formatter {
 
 // ----- Values
 
-template <typename Number>
-bool parse(const std::string& text, Number* value) {
-  const char* end = text.data() + text.size();
-  const std::from_chars_result result = std::from_chars(text.data(), end, *value);
-  return result.ec == std::errc() && result.ptr == end;
-}
-
 std::vector<std::string> split(const std::string& list) {
   std::vector<std::string> parts;
   std::istringstream stream(list);
@@ -65,23 +58,25 @@ std::vector<std::string> split(const std::string& list) {
 
 bool parse(const std::string& text, Box* box) {
   const std::vector<std::string> parts = split(text);
-  return parts.size() == 4 && parse(parts[0], &box->x) && parse(parts[1], &box->y) &&
-         parse(parts[2], &box->width) && parse(parts[3], &box->height) && box->x >= 0 &&
-         box->y >= 0 && box->width > 0 && box->height > 0;
+  return parts.size() == 4 && parse_number(parts[0], &box->x) && parse_number(parts[1], &box->y) &&
+         parse_number(parts[2], &box->width) && parse_number(parts[3], &box->height) &&
+         box->x >= 0 && box->y >= 0 && box->width > 0 && box->height > 0;
 }
 
 bool parse(const std::string& text, Requirement* requirement) {
   const size_t relation = text.find_first_of("<>");
   if (relation == 0 || relation == std::string::npos || text[relation + 1] != '=') return false;
   *requirement = {text, text.substr(0, relation), text[relation] == '>', 0};
-  return parse(text.substr(relation + 2), &requirement->limit) && std::isfinite(requirement->limit);
+  return parse_number(text.substr(relation + 2), &requirement->limit) &&
+         std::isfinite(requirement->limit);
 }
 
 struct Percentage {
   double value;
 };
 bool parse(const std::string& text, Percentage* percentage) {
-  return parse(text, &percentage->value) && percentage->value >= 0 && percentage->value <= 100;
+  return parse_number(text, &percentage->value) && percentage->value >= 0 &&
+         percentage->value <= 100;
 }
 
 template <typename Value>

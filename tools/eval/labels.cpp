@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <filesystem>
 #include <map>
 #include <sstream>
 
 #include "files.h"
+#include "numbers.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -53,18 +53,11 @@ std::vector<std::string> split(const std::string& line, const std::string& place
   return fields;
 }
 
-template <typename Number>
-bool parse(const std::string& text, Number* value) {
-  const char* end = text.data() + text.size();
-  const std::from_chars_result result = std::from_chars(text.data(), end, *value);
-  return result.ec == std::errc() && result.ptr == end;
-}
-
 }  // namespace
 
 double LabelRow::number(size_t column) const {
   double value;
-  if (!parse(fields_[column], &value) || !std::isfinite(value)) {
+  if (!parse_number(fields_[column], &value) || !std::isfinite(value)) {
     fail(fmt::format("\"{}\" is no number for {}", fields_[column], columns_[column]));
   }
   return value;
@@ -72,7 +65,7 @@ double LabelRow::number(size_t column) const {
 
 int LabelRow::whole_number(size_t column, int max) const {
   int value;
-  if (!parse(fields_[column], &value) || value < 0 || value > max) {
+  if (!parse_number(fields_[column], &value) || value < 0 || value > max) {
     fail(fmt::format("\"{}\" for {}, which goes from 0 to {}", fields_[column], columns_[column],
                      max));
   }
