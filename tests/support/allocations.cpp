@@ -25,9 +25,7 @@ void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
 void __real_free(void* memory);
-void* __wrap_malloc(size_t size) {
-  return may_allocate() ? counted(__real_malloc(size)) : nullptr;
-}
+void* __wrap_malloc(size_t size) { return may_allocate() ? counted(__real_malloc(size)) : nullptr; }
 void* __wrap_calloc(size_t count, size_t size) {
   return may_allocate() ? counted(__real_calloc(count, size)) : nullptr;
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "support/allocations.h"
 #include "support/box_matchers.h"
 #include "support/library_test.h"
 #include "support/plain_boxes.h"
@@ -183,6 +184,22 @@ TEST_F(Nms, KeepsMoreBoxesThanItHasFastScratchFor) {
   }
   EXPECT_EQ(nms(&boxes, 0.5f), 2500);
   for (int i = 1; i < 2500; ++i) ASSERT_EQ(boxes[i].class_id, boxes[i - 1].class_id - 1);
+}
+
+TEST_F(Nms, WeightedTakesMemoryFromTheHeapForLongListsAlone) {
+  for (int count : {100, 2048, 2049}) {
+    Boxes boxes(static_cast<size_t>(count), {5, 5, 1, 1, 0.1f, 0});
+    boxes.back().score = 0.9f;
+    int kept;
+    {
+      const kelnn_test::NoMemory none;
+      kept = nms(&boxes, 0.5f, KEL_NN_NMS_WEIGHTED);
+    }
+    const bool has_scratch = count <= 2048;
+    EXPECT_EQ(kept, has_scratch ? 1 : 0) << count;
+    EXPECT_EQ(printed_messages().empty(), has_scratch);
+    EXPECT_TRUE(has_scratch || boxes[0].score == 0.9f);  // sorted
+  }
 }
 
 TEST_F(Nms, SurvivesNumbersThatAreNone) {
