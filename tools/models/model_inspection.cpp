@@ -1,5 +1,7 @@
 #include "model_inspection.h"
 
+#include <fmt/format.h>
+
 #include <filesystem>
 
 #include "network.h"
@@ -10,18 +12,16 @@ namespace kelnn_cli {
 namespace {
 
 std::string pack_command(const Task& task, const std::string& root) {
-  return std::string("kelnn pack ") + task.key + " NETWORK.onnx --root " +
-         (root.empty() ? "./" : root);
+  return fmt::format("kelnn pack {} NETWORK.onnx --root {}", task.key, root.empty() ? "./" : root);
 }
 
 // The tasks that a network would fit: "face-features or face-classes".
 std::string fitting_tasks(Network* network) {
-  std::string keys;
+  std::vector<const char*> keys;
   for (const Task& task : tasks()) {
-    if (!network->misfit(task).empty()) continue;
-    keys += (keys.empty() ? "" : " or ") + std::string(task.key);
+    if (network->misfit(task).empty()) keys.push_back(task.key);
   }
-  return keys;
+  return fmt::format("{}", fmt::join(keys, " or "));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "task_catalogue.h"
 
+#include <fmt/format.h>
+
 #include "kel_nn_model_files.h"
 
 namespace kelnn_cli {
@@ -11,9 +13,9 @@ std::vector<Output> face_detection_outputs() {
   std::vector<Output> outputs;
   for (const auto& [columns, rows, anchors_per_cell] : kLevels) {
     const size_t anchors = columns * rows * anchors_per_cell;
-    const std::string level = "level " + std::to_string(outputs.size() / 2);
-    outputs.push_back({level + ": scores", anchors * 2, false, 2});
-    outputs.push_back({level + ": regressions", anchors * 4, false, 4});
+    const size_t level = outputs.size() / 2;
+    outputs.push_back({fmt::format("level {}: scores", level), anchors * 2, false, 2});
+    outputs.push_back({fmt::format("level {}: regressions", level), anchors * 4, false, 4});
   }
   return outputs;
 }
@@ -28,9 +30,8 @@ void add_grid_detector(std::vector<Task>* tasks, const char* const (&keys)[3], c
     Task task = {keys[i], purpose, file_names[i], height, width, 3, {}};
     for (const size_t stride : {32, 16}) {
       const size_t rows = height / stride, columns = width / stride;
-      task.outputs.push_back(
-          {"grid of " + std::to_string(rows) + " rows of " + std::to_string(columns) + " cells",
-           rows * columns * 3 * values_per_anchor, false, values_per_anchor});
+      task.outputs.push_back({fmt::format("grid of {} rows of {} cells", rows, columns),
+                              rows * columns * 3 * values_per_anchor, false, values_per_anchor});
     }
     tasks->push_back(task);
   }
@@ -104,8 +105,7 @@ const Task* find_task(const std::string& key) {
 }
 
 std::string onnx_input(size_t height, size_t width, size_t channels) {
-  return "[1, " + std::to_string(channels) + ", " + std::to_string(height) + ", " +
-         std::to_string(width) + "]";
+  return fmt::format("[1, {}, {}, {}]", channels, height, width);
 }
 
 }  // namespace kelnn_cli
