@@ -7,7 +7,7 @@
 #include "commands.h"
 #include "feature_picture.h"
 #include "files.h"
-#include "picture.h"
+#include "picture_codecs.h"
 #include "sound_window.h"
 
 namespace kelnn_cli {
@@ -67,7 +67,7 @@ bool features(const FeaturesOptions& options, Reporter* reporter) {
   const Written written = {options, matrix};
   if (!options.png.empty()) {
     const auto start = static_cast<double>(written.start());
-    write_file(options.png, png_of(draw_features(matrix, title(written), start)));
+    write_file(options.png, encode_picture(".png", draw_features(matrix, title(written), start)));
   }
   if (!options.csv.empty()) {
     const std::string csv = to_csv(matrix);

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <opencv2/imgcodecs.hpp>
 
+#include "picture_codecs.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -16,7 +16,7 @@ std::string file_name_for(const std::string& input, FrameSource::Kind kind) {
   std::string name = fs::path(input).filename().string();
   std::replace(name.begin(), name.end(), ':', '-');  // camera:0
   if (kind == FrameSource::Kind::kPicture) {
-    return fs::path(name).has_extension() && cv::haveImageWriter(name) ? name : name + ".png";
+    return is_picture_name(name) ? name : name + ".png";
   }
   return is_video_name(name) ? name : name + ".avi";
 }

@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <opencv2/core.hpp>
-#include <opencv2/videoio.hpp>
 #include <string>
 
 namespace kelnn_cli {
@@ -18,11 +17,15 @@ class FrameSink {
   virtual void finish() = 0;
 };
 
-// One frame, in any format that OpenCV writes.
+struct VideoFormat {
+  const char* extension;
+  const char* encoder;  // FFmpeg's name of it
+};
+
+// One frame, in any format that can be written.
 std::unique_ptr<FrameSink> make_picture(const std::string& path);
 
-// .avi (motion JPEG) or .mp4 (MPEG-4); of frames with an odd width or height the last column or row
-// is lost, which is up to OpenCV.
+// .avi (motion JPEG) or .mp4 (MPEG-4).
 std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per_second);
 
 bool is_video_name(const std::string& path);

@@ -34,6 +34,10 @@ class FrameSource {
   Kind kind_;
 };
 
+constexpr char kCameraPrefix[] = "camera:";
+constexpr double kUsualFramesPerSecond = 25;
+constexpr double kMaxFramesPerSecond = 1000;  // a file that says more is not to be believed
+
 // `input` is a file or "camera:NUMBER". A Failure names it and says why it cannot be read.
 std::unique_ptr<FrameSource> open_frames(const std::string& input);
 

@@ -1,8 +1,8 @@
 #include "picture.h"
 
 #include <algorithm>
-#include <opencv2/imgcodecs.hpp>
 
+#include "picture_codecs.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -27,21 +27,8 @@ cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box&
   return {box.x, box.y, box.width, box.height};
 }
 
-Bytes png_of(const cv::Mat& picture) {
-  Bytes png;
-  if (!cv::imencode(".png", picture, png)) throw Failure("OpenCV cannot make a PNG file");
-  return png;
-}
-
-// Decoded from memory, so that a file that cannot be read and one that is no picture are told apart.
 cv::Mat load_picture(const std::string& path) {
-  const Bytes bytes = read_file(path);
-  cv::Mat picture;
-  try {
-    if (!bytes.empty()) picture = cv::imdecode(bytes, cv::IMREAD_COLOR);
-  } catch (const cv::Exception&) {
-    picture.release();  // too large, or damaged in a way that the decoder does not survive
-  }
+  const cv::Mat picture = decode_picture(read_file(path));
   if (picture.empty()) throw Failure(path + ": not a picture that can be read");
   return picture;
 }

@@ -5,20 +5,16 @@
 #include <opencv2/core.hpp>
 #include <string>
 
-#include "files.h"
-
 namespace kelnn_cli {
 
 struct Box {
   int x = 0, y = 0, width = 0, height = 0;  // in pixels; no width: the picture's centre square
 };
 
-// Any picture that OpenCV reads, as 8-bit BGR. This and what follows throw a Failure that names the
+// Any picture that can be read, as 8-bit BGR. This and what follows throw a Failure that names the
 // path.
 cv::Mat load_picture(const std::string& path);
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
-
-Bytes png_of(const cv::Mat& picture);
 
 }  // namespace kelnn_cli
 

@@ -1,0 +1,39 @@
+// Codecs that take long to load: each module is a shared library beside the program, loaded when it
+// is first asked for. A module exports one function, kelnn_module(), which gives its table.
+#ifndef KEL_NN_TOOLS_CODEC_MODULES_H_
+#define KEL_NN_TOOLS_CODEC_MODULES_H_
+
+#include <memory>
+#include <opencv2/core.hpp>
+#include <string>
+
+#include "frame_sink.h"
+#include "frame_source.h"
+#include "picture_codecs.h"
+
+namespace kelnn_cli {
+
+// opencv.so: pictures as OpenCV knows them, and cameras.
+struct OpenCvModule {
+  bool (*is_picture)(const std::string& path);
+  cv::Mat (*decode)(const Bytes& bytes);
+  bool (*is_written)(const std::string& extension);
+  Bytes (*encode)(const std::string& extension, const cv::Mat& bgr);
+  std::unique_ptr<FrameSource> (*open_camera)(const std::string& input);
+};
+
+// video.so: video files.
+struct VideoModule {
+  // Null: not a video; what FFmpeg says is put into `why_not`.
+  std::unique_ptr<FrameSource> (*open)(const std::string& path, std::string* why_not);
+  std::unique_ptr<FrameSink> (*make)(const std::string& path, const VideoFormat& format,
+                                     double frames_per_second);
+};
+
+// Both throw a Failure when the module cannot be loaded.
+const OpenCvModule& opencv_module();
+const VideoModule& video_module();
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_CODEC_MODULES_H_

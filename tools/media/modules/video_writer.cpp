@@ -1,0 +1,160 @@
+// Writes a video file.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+
+#include "ffmpeg.h"
+#include "report.h"
+
+namespace kelnn_cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kQuantizer = 2;        // nearly no loss
+constexpr int kMaxRatePart = 60000;  // of the frame rate as a fraction
+
+// Closes the file as well.
+struct FreeOutput {
+  void operator()(AVFormatContext* output) const {
+    avio_closep(&output->pb);
+    avformat_free_context(output);
+  }
+};
+
+class Video : public FrameSink {
+ public:
+  Video(const std::string& path, const VideoFormat& format, double frames_per_second)
+      : path_(path), format_(format), rate_(av_d2q(frames_per_second, kMaxRatePart)) {}
+  ~Video() override {
+    if (own_path_.empty()) return;
+    output_.reset();
+    unlink(own_path_.c_str());
+  }
+
+  void write(const cv::Mat& bgr) override {
+    if (!output_) open(bgr.size());
+    if (bgr.size() != size_) {
+      throw Failure(path_ + ": the frames change their size, which a video file cannot");
+    }
+    check(av_frame_make_writable(frame_.get()));
+    const int stride = static_cast<int>(bgr.step);
+    check(
+        sws_scale(scaler_.get(), &bgr.data, &stride, 0, bgr.rows, frame_->data, frame_->linesize));
+    frame_->pts = next_++;
+    encode(frame_.get());
+  }
+  void finish() override {
+    if (!output_) return;
+    encode(nullptr);
+    check(av_write_trailer(output_.get()));
+    check(output_->pb->error);
+    check(avio_closep(&output_->pb));
+    std::error_code error;
+    fs::rename(own_path_, path_, error);
+    if (error) throw Failure(path_ + ": " + error.message());
+    own_path_.clear();
+  }
+
+ private:
+  void check(int result) const {
+    if (result < 0) throw Failure(path_ + ": cannot be written: " + error_text(result));
+  }
+
+  void open(cv::Size size) {
+    size_ = size;
+    make_file();
+    AVFormatContext* made = nullptr;
+    check(avformat_alloc_output_context2(&made, nullptr, nullptr, own_path_.c_str()));
+    output_.reset(made);
+    open_encoder();
+    AVStream* stream = avformat_new_stream(made, nullptr);
+    check(stream ? 0 : AVERROR(ENOMEM));
+    stream->time_base = encoder_->time_base;
+    stream->avg_frame_rate = rate_;
+    check(avcodec_parameters_from_context(stream->codecpar, encoder_.get()));
+    check(avio_open(&made->pb, ("file:" + own_path_).c_str(), AVIO_FLAG_WRITE));
+    check(avformat_write_header(made, nullptr));
+  }
+
+  // Beside the file whose place it takes when it is finished.
+  void make_file() {
+    const fs::path directory = fs::path(path_).parent_path();
+    std::error_code error;  // shows when the file cannot be opened
+    fs::create_directories(directory, error);
+    const std::string name = ".kelnn-" + std::to_string(std::random_device()()) + format_.extension;
+    own_path_ = (directory / name).string();
+    const int file = ::open(own_path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (file < 0) {
+      const int reason = AVERROR(errno);
+      own_path_.clear();
+      check(reason);
+    }
+    close(file);
+  }
+
+  void open_encoder() {
+    const AVCodec* codec = avcodec_find_encoder_by_name(format_.encoder);
+    if (!codec) {
+      throw Failure(path_ + ": this FFmpeg does not write " + format_.encoder +
+                    " video; .avi works nearly everywhere");
+    }
+    encoder_.reset(avcodec_alloc_context3(codec));
+    check(encoder_ ? 0 : AVERROR(ENOMEM));
+    encoder_->width = size_.width;
+    encoder_->height = size_.height;
+    encoder_->pix_fmt = codec->pix_fmts[0];
+    encoder_->time_base = av_inv_q(rate_);
+    encoder_->framerate = rate_;
+    encoder_->flags |= AV_CODEC_FLAG_QSCALE;
+    encoder_->global_quality = FF_QP2LAMBDA * kQuantizer;
+    if (output_->oformat->flags & AVFMT_GLOBALHEADER) {
+      encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    }
+    check(avcodec_open2(encoder_.get(), codec, nullptr));
+    frame_->width = size_.width;
+    frame_->height = size_.height;
+    frame_->format = encoder_->pix_fmt;
+    frame_->quality = encoder_->global_quality;
+    check(av_frame_get_buffer(frame_.get(), 0));
+    scaler_.reset(sws_getContext(size_.width, size_.height, AV_PIX_FMT_BGR24, size_.width,
+                                 size_.height, encoder_->pix_fmt, SWS_BICUBIC, nullptr, nullptr,
+                                 nullptr));
+    check(scaler_ ? 0 : AVERROR(EINVAL));
+  }
+
+  // Null: what the encoder still holds.
+  void encode(const AVFrame* frame) {
+    check(avcodec_send_frame(encoder_.get(), frame));
+    for (;;) {
+      const int result = avcodec_receive_packet(encoder_.get(), packet_.get());
+      if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
+      check(result);
+      packet_->duration = 1;
+      av_packet_rescale_ts(packet_.get(), encoder_->time_base, output_->streams[0]->time_base);
+      check(av_interleaved_write_frame(output_.get(), packet_.get()));
+    }
+  }
+
+  std::string path_, own_path_;  // no own path: there is no unfinished file
+  VideoFormat format_;
+  AVRational rate_;
+  cv::Size size_;
+  std::unique_ptr<AVFormatContext, FreeOutput> output_;
+  Codec encoder_;
+  Picture frame_{av_frame_alloc()};
+  Packet packet_{av_packet_alloc()};
+  Scaler scaler_;
+  int64_t next_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSink> make_video_file(const std::string& path, const VideoFormat& format,
+                                           double frames_per_second) {
+  return std::make_unique<Video>(path, format, frames_per_second);
+}
+
+}  // namespace kelnn_cli
