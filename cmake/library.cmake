@@ -69,6 +69,9 @@ if(KEL_NN_PC OR KEL_NN_RUNTIME_SDK)
   # The map keeps instantiated standard templates from being exported beside the interface.
   target_link_options(kelnn PRIVATE -Wl,--no-undefined -Wl,--as-needed -Wl,--gc-sections
     -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
+  if(KEL_NN_SMALL)  # The compiler's start files run constructors, and there are none.
+    target_link_options(kelnn PRIVATE -nostartfiles)
+  endif()
   set_target_properties(kelnn PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
 endif()
