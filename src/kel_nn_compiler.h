@@ -24,6 +24,9 @@
 #define KEL_NN_INLINED __attribute__((always_inline))
 #define KEL_NN_NEVER_INLINE __attribute__((noinline))
 
+// In front of a function beside hot ones that is itself called once: it is optimised for size.
+#define KEL_NN_COLD __attribute__((cold))
+
 // In front of a function that is built for several targets and must stay a function. Clang inlines no copy, and refuses to be told.
 #if defined(__clang__) && defined(KEL_NN_CHOOSES_TARGETS)
 #define KEL_NN_TARGET_CLONES_APART KEL_NN_TARGET_CLONES

@@ -282,7 +282,7 @@ float kel_nn_mel_filter(int32_t k, float fres) {
   return static_cast<float>(1127.0 * std::log(static_cast<double>(ratio)));  // in double
 }
 
-int32_t kel_nn_filter_bank_init(kel_nn_frame_cfg_t* cfg, kel_nn_fbank_info_t* info) {
+KEL_NN_COLD int32_t kel_nn_filter_bank_init(kel_nn_frame_cfg_t* cfg, kel_nn_fbank_info_t* info) {
   KEL_NN_FAIL_IF(!cfg, -1, "kel_nn_filter_bank_init CF is NULL.");
   KEL_NN_FAIL_IF(!info || !info->cf || !info->lo_chan || !info->lo_wt || !info->x, -1,
                  "Invalid arguments.");

@@ -40,7 +40,7 @@ bool is_motion(uint32_t changed_count, int32_t width, int32_t height, float rati
 
 }  // namespace
 
-int32_t kel_nn_pir_filter_init(kel_nn_handle_t handle, int32_t width, int32_t height) {
+KEL_NN_COLD int32_t kel_nn_pir_filter_init(kel_nn_handle_t handle, int32_t width, int32_t height) {
   KEL_NN_FAIL_IF(!handle, -1, "Uninitialized handle.");
   g_state.width = width;
   g_state.height = height;

@@ -78,7 +78,7 @@ void decode_face(const FaceAnchors& anchors, int row, int column, int size, cons
 
 namespace kelnn {
 
-void fill_face_anchors(FaceAnchors (&anchors)[kFaceLevels]) {
+KEL_NN_COLD void fill_face_anchors(FaceAnchors (&anchors)[kFaceLevels]) {
   for (int l = 0; l < kFaceLevels; ++l) {
     const kelnn::FaceLevel& level = kFaceLevelTable[l];
     fill_centres(anchors[l].column_centres, level.columns);
@@ -119,7 +119,7 @@ int decode_faces(const FaceAnchors (&anchors)[kFaceLevels],
 
 }  // namespace kelnn
 
-int kel_nn_facedet_init(kel_nn_handle_t handle, int width, int height) {
+KEL_NN_COLD int kel_nn_facedet_init(kel_nn_handle_t handle, int width, int height) {
   KEL_NN_FAIL_IF(!handle, -1, "Uninitialized handle.");
   // Also when the graph is initialised already and refuses: the interface says so.
   g_state.frame_width = width;
