@@ -195,8 +195,8 @@ struct WeightedScratch {
 
 // One weight for the whole group, taken from the slot with the opener's index in the list, whatever
 // group has left its score there. The interface says so.
-kel_nn_box_t weighted_sum(const kel_nn_box_t* boxes, const int32_t* members, int size,
-                          const float* slot_scores) {
+KEL_NN_COLD kel_nn_box_t weighted_sum(const kel_nn_box_t* boxes, const int32_t* members, int size,
+                                      const float* slot_scores) {
   float total = 0.0f;
   for (int s = 0; s < size; ++s) total += std::exp(slot_scores[s]);
   const float weight = std::exp(slot_scores[members[0]]) / total;
@@ -212,8 +212,8 @@ kel_nn_box_t weighted_sum(const kel_nn_box_t* boxes, const int32_t* members, int
   return sum;
 }
 
-int suppress_weighted(kel_nn_box_t* boxes, int count, float iou_threshold,
-                      const WeightedScratch& scratch) {
+KEL_NN_COLD int suppress_weighted(kel_nn_box_t* boxes, int count, float iou_threshold,
+                                  const WeightedScratch& scratch) {
   int32_t* waiting = scratch.waiting;
   for (int i = 0; i < count; ++i) waiting[i] = i;
   std::fill(scratch.slot_scores, scratch.slot_scores + count, 0.0f);
@@ -235,7 +235,7 @@ int suppress_weighted(kel_nn_box_t* boxes, int count, float iou_threshold,
 }
 
 // -1 when memory is short.
-int suppress_weighted(kel_nn_box_t* boxes, int count, float iou_threshold) {
+KEL_NN_COLD int suppress_weighted(kel_nn_box_t* boxes, int count, float iou_threshold) {
   constexpr size_t kBytesPerBox = 2 * sizeof(int32_t) + sizeof(float);
   const bool on_stack = count <= kMaxFastCount;
   const size_t size = count * kBytesPerBox;

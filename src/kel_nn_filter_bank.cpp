@@ -161,9 +161,10 @@ int32_t kel_nn_get_wave(float* dst, kel_nn_wave_t* w) {
   const int64_t begin = first < 0 ? (first < -size ? size : -first) : 0;
   const int64_t left = static_cast<int64_t>(w->n_samples) - first;
   const int64_t end = left < begin ? begin : (left < size ? left : size);
-  for (int64_t i = 0; i < begin; ++i) dst[i] = 0.0f;
-  for (int64_t i = begin; i < end; ++i) dst[i] = w->samples[first + i];
-  for (int64_t i = end; i < size; ++i) dst[i] = 0.0f;
+  const auto bytes = [](int64_t samples) { return static_cast<size_t>(samples) * sizeof(float); };
+  std::memset(dst, 0, bytes(begin));
+  if (end > begin) std::memmove(dst + begin, w->samples + (first + begin), bytes(end - begin));
+  std::memset(dst + end, 0, bytes(size - end));
   w->position = static_cast<int32_t>(first + w->frame_shift);
   return 0;
 }
