@@ -26,10 +26,12 @@ template <int kChannels>
 void pick_row(const uint8_t* source, ptrdiff_t step_bytes, uint8_t* row, int width) {
   // Three bytes go as four: the fourth is overwritten by the next pixel, which there must be.
   constexpr int kCopy = kChannels == 3 ? kChannels + 1 : kChannels;
-  for (; width > 4; width -= 4) {
-    for (int i = 0; i < 4; ++i, source += step_bytes, row += kChannels) {
-      std::memcpy(row, source, kCopy);
-    }
+  for (; width > 4; width -= 4, source += 4 * step_bytes, row += 4 * kChannels) {
+    // One by one: as a loop they would not be unrolled, which takes half as long again.
+    std::memcpy(row, source, kCopy);
+    std::memcpy(row + kChannels, source + step_bytes, kCopy);
+    std::memcpy(row + 2 * kChannels, source + 2 * step_bytes, kCopy);
+    std::memcpy(row + 3 * kChannels, source + 3 * step_bytes, kCopy);
   }
   for (; width > 0; --width, source += step_bytes, row += kChannels) {
     std::memcpy(row, source, kChannels);
