@@ -237,7 +237,7 @@ class Worker:
         return None
 
     def try_fault(self, fault: Fault, likely: list[str]) -> tuple[str, str]:
-        """What came of it: "same" code, an "error" of the compiler, "noticed" by a test, or "survived"."""
+        """What came of it: "same" code, an "error" of compiler or linker, "noticed" by a test, or "survived"."""
         file = self.home / "tree" / fault.path
         pristine = file.read_text()
         lines = pristine.split("\n")
@@ -254,7 +254,8 @@ class Worker:
         program = self.home / "tests"
         link = [str(changed.get(part, part)) for part in self.build.link]
         link[link.index("-o") + 1] = str(program)
-        subprocess.run(link, cwd=self.build.folder, check=True)
+        if subprocess.run(link, cwd=self.build.folder, stderr=subprocess.DEVNULL).returncode != 0:
+            return "error", ""  # a definition is missing now
         test = self.first_failure(program, likely)
         return ("noticed", test) if test else ("survived", "")
 
