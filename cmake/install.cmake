@@ -10,4 +10,5 @@ configure_file(cmake/kelnn.pc.in kelnn.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/kelnn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(KEL_NN_PC)
   install(TARGETS jzdl_host LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
+  set_target_properties(kelnn PROPERTIES INSTALL_RPATH "$ORIGIN")  # where the runtime lies, too
 endif()
