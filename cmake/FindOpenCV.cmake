@@ -6,7 +6,7 @@ foreach(module ${OpenCV_FIND_COMPONENTS})
   find_library(OpenCV_${module}_LIBRARY opencv_${module})
   list(APPEND OpenCV_required OpenCV_${module}_LIBRARY)
   if(OpenCV_${module}_LIBRARY AND NOT TARGET opencv_${module})
-    add_library(opencv_${module} UNKNOWN IMPORTED GLOBAL)
+    add_library(opencv_${module} UNKNOWN IMPORTED)
     set_target_properties(opencv_${module} PROPERTIES
       IMPORTED_LOCATION "${OpenCV_${module}_LIBRARY}"
       INTERFACE_INCLUDE_DIRECTORIES "${OpenCV_INCLUDE_DIR}")

@@ -56,22 +56,22 @@ target_link_libraries(kelnn_objects PRIVATE kelnn_library_flags kelnn_runtime_he
 # libkelnn.a, for a program that is to hold only what it calls: link it with -Wl,--gc-sections. Built when asked for.
 add_library(kelnn_static STATIC $<TARGET_OBJECTS:kelnn_objects>)
 set_target_properties(kelnn_static PROPERTIES OUTPUT_NAME kelnn LINKER_LANGUAGE CXX)
-target_include_directories(kelnn_static PUBLIC include)
+target_include_directories(kelnn_static PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
 if(NOT KEL_NN_STATIC)
   set_target_properties(kelnn_static PROPERTIES EXCLUDE_FROM_ALL ON)
 endif()
 
 if(KEL_NN_PC OR KEL_NN_RUNTIME_SDK)
-  target_link_libraries(kelnn_static INTERFACE ${kelnn_runtime} m)
+  target_link_libraries(kelnn_static INTERFACE ${kelnn_runtime_of_static} m)
   add_library(kelnn SHARED $<TARGET_OBJECTS:kelnn_objects>)
-  target_include_directories(kelnn PUBLIC include)
+  target_include_directories(kelnn PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(kelnn PRIVATE ${kelnn_runtime} m)
   # The map keeps instantiated standard templates from being exported beside the interface.
   target_link_options(kelnn PRIVATE -Wl,--no-undefined -Wl,--as-needed -Wl,--gc-sections
-    -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
+    -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/libkelnn.map)
   if(KEL_NN_SMALL)  # The compiler's start files run constructors, and there are none.
     target_link_options(kelnn PRIVATE -nostartfiles)
   endif()
   set_target_properties(kelnn PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-    LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/libkelnn.map)
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/libkelnn.map)
 endif()

@@ -1,4 +1,5 @@
-# kelnn_runtime_headers: where <jzdl.h> comes from. The board and the PC differ in nothing else.
+# kelnn_runtime_headers: where <jzdl.h> comes from; kelnn_runtime: what is linked. The board and the PC differ in nothing
+# else.
 
 add_library(kelnn_runtime_headers INTERFACE)
 if(KEL_NN_RUNTIME_SDK)
@@ -9,7 +10,10 @@ if(KEL_NN_RUNTIME_SDK)
   endif()
   target_include_directories(kelnn_runtime_headers SYSTEM INTERFACE "${KEL_NN_RUNTIME_SDK}/include")
   set(kelnn_runtime "${KEL_NN_JZDL}")
+  # Whoever links an installed libkelnn.a has the SDK elsewhere.
+  set(kelnn_runtime_of_static "$<BUILD_INTERFACE:${KEL_NN_JZDL}>" $<INSTALL_INTERFACE:-ljzdl.m>)
 else()
-  target_include_directories(kelnn_runtime_headers INTERFACE "${CMAKE_SOURCE_DIR}/plat/host/include")
+  target_include_directories(kelnn_runtime_headers INTERFACE "${PROJECT_SOURCE_DIR}/plat/host/include")
   set(kelnn_runtime jzdl_host)
+  set(kelnn_runtime_of_static jzdl_host)
 endif()

@@ -5,7 +5,8 @@ library=$1
 here=$(dirname "$0")
 fail() { echo "FAIL: $1" >&2; exit 1; }
 
-exported=$(nm -D --defined-only "$library" | awk '{print $3}' | LC_ALL=C sort)
+symbols=$(nm -D --defined-only --with-symbol-versions "$library" | awk '$2 != "A" {print $3}' | LC_ALL=C sort)
+exported=${symbols//@@KELNN_1.3/}
 diff -u <(grep -v '^#' "$here/exports.txt" | LC_ALL=C sort) <(echo "$exported") ||
   fail "exported names differ from exports.txt (-) as shown (+)"
 
