@@ -14,7 +14,7 @@ static uint8_t* read_ppm(const char* path, int* width, int* height) {
   if (file && fscanf(file, "P6 %d %d 255", width, height) == 2 && fgetc(file) != EOF &&
       *width > 0 && *height > 0 && *width <= longest_side && *height <= longest_side) {
     const size_t size = (size_t)*width * (size_t)*height * 3;
-    pixels = malloc(size);
+    pixels = (uint8_t*)malloc(size);
     if (pixels && fread(pixels, 1, size, file) != size) {
       free(pixels);
       pixels = NULL;

@@ -77,14 +77,17 @@ TEST_F(Examples, DetectPersonsPrintsBoxesInThePicture) {
   ASSERT_EQ(packed.exit_code, 0) << packed.err;
   cv::Mat frame(256, 416, CV_8UC3, kGrey);
   cv::rectangle(frame, {96, 80, 32, 64}, kRed, cv::FILLED);
-  const CommandResult found =
-      run_command({kExamples + "detect_persons", models, save("person.ppm", frame)});
-  EXPECT_EQ(found.exit_code, 0) << found.err;
-  EXPECT_THAT(found.out, HasSubstr("1.00 96 80 32 64\n"));
-  const CommandResult none =
-      run_command({kExamples + "detect_persons", models, directory_ / "no.ppm"});
-  EXPECT_EQ(none.exit_code, 1);
-  EXPECT_THAT(none.err, HasSubstr("no.ppm: no binary PPM"));
+  const std::string picture = save("person.ppm", frame);
+  for (const char* program : {"detect_persons", "persons"}) {
+    SCOPED_TRACE(program);
+    const CommandResult found = run_command({kExamples + program, models, picture});
+    EXPECT_EQ(found.exit_code, 0) << found.err;
+    EXPECT_THAT(found.out, HasSubstr("1.00 96 80 32 64\n"));
+    const CommandResult none = run_command({kExamples + program, models, directory_ / "no.ppm"});
+    EXPECT_EQ(none.exit_code, 1);
+    EXPECT_THAT(none.err, HasSubstr("no.ppm: no binary PPM"));
+    EXPECT_EQ(run_command({kExamples + program, directory_ / "none/", picture}).exit_code, 1);
+  }
 }
 
 TEST_F(Examples, OwnNetworkShowsItsValues) {
