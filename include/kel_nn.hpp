@@ -265,10 +265,10 @@ class Frame {
         (is_sized && frame.stride >= frame.width * (is_colour ? 3 : 1) && frame.stride <= 65536);
     if (!frame.data || !is_sized || !has_stride) {
       throw Error(Error::kFrame, "picture",
-                  "no frame has " + std::to_string(frame.width) + " x " +
-                      std::to_string(frame.height) + " pixels with " +
-                      std::to_string(frame.stride) + " bytes a row" +
-                      (frame.data ? "" : " and no data"));
+                  (frame.data ? "a frame of " : "no data for a frame of ") +
+                      std::to_string(frame.width) + " x " + std::to_string(frame.height) +
+                      " pixels, " + std::to_string(frame.stride) +
+                      " bytes a row; the longest side is " + std::to_string(KEL_NN_KIT_MAX_SIDE));
     }
   }
 
@@ -533,10 +533,12 @@ class Task {
  */
 class FaceDetector : public Task {
  public:
-  /** Loads the model. */
-  explicit FaceDetector(const Library& library)
-      : Task(library, slot<kel_nn_facedet_deinit>(), "face-detection") {
-    load([](kel_nn_handle_t handle) { return kel_nn_facedet_init(handle, 0, 0); });
+  /** Loads the model. `frame_size`: of the frames, if it is known. */
+  explicit FaceDetector(const Library& library, Size frame_size = {0, 0})
+      : Task(library, slot<kel_nn_facedet_deinit>(), "face-detection"), frame_size_(frame_size) {
+    load([=](kel_nn_handle_t handle) {
+      return kel_nn_facedet_init(handle, frame_size.w, frame_size.h);
+    });
   }
 
   /** The faces in a frame; frames of any size in any order, without loading again. */
@@ -549,6 +551,9 @@ class FaceDetector : public Task {
     return detections(faces.boxes, faces.count);
   }
 
+  /** Always: as the other detectors have it. */
+  bool is_ready_for(Size /*frame_size*/) const { return true; }
+
  private:
   // `_init` takes over the size, refuses to load the model again, and prints that.
   void set_frame_size(Size size) {
@@ -559,7 +564,7 @@ class FaceDetector : public Task {
     frame_size_ = size;
   }
 
-  Size frame_size_ = {0, 0};
+  Size frame_size_;
   Image input_{{320, 240}, KEL_NN_KIT_RGB};
 };
 

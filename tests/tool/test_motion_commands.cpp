@@ -386,9 +386,11 @@ TEST_F(MotionCommands, WrongCallsEndWith2AndWrongInputsWith1) {
       {{"watch", picture}, 1, "a picture"},
       {{"motion", video, "--draw", directory + "x.txt"}, 1, "x.txt"},
       {{"motion", video, "--draw", video}, 1, "take the place of the input"},
-      {{"classify-face", picture, "--root", root}, 1, "no face class without a model"},
-      {{"classify-person", picture, "--root", root}, 1, "no person class without a model"},
-      {{"landmarks", picture, "--root", root}, 1, "no face landmarks without a model"},
+      {{"classify-face", picture, "--root", root}, 1, "face-classes has no model that can be used"},
+      {{"classify-person", picture, "--root", root},
+       1,
+       "person-classes has no model that can be used"},
+      {{"landmarks", picture, "--root", root}, 1, "face-landmarks has no model that can be used"},
   };
   for (const Case& c : cases) {
     const CommandResult result = run(c.arguments);

@@ -41,29 +41,4 @@ void ResultOutput::write(const std::string& text) {
   }
 }
 
-LibraryLines::LibraryLines() {
-  std::fflush(stdout);
-  saved_ = duplicate(STDOUT_FILENO);
-  file_ = std::tmpfile();
-  if (!file_ || saved_ < 0) throw Failure("cannot open a temporary file");
-  dup2(fileno(file_), STDOUT_FILENO);
-}
-
-LibraryLines::~LibraryLines() {
-  std::fflush(stdout);
-  dup2(saved_, STDOUT_FILENO);
-  close(saved_);
-  std::fclose(file_);
-}
-
-std::string LibraryLines::text() {
-  std::fflush(stdout);
-  std::string all;
-  char buffer[4096];
-  for (ssize_t n; (n = pread(fileno(file_), buffer, sizeof(buffer), off_t(all.size()))) > 0;) {
-    all.append(buffer, size_t(n));
-  }
-  return all;
-}
-
 }  // namespace kelnn_cli

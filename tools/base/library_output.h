@@ -22,21 +22,6 @@ class ResultOutput {
   int descriptor_;
 };
 
-// Holds back the library's lines while it lives.
-class LibraryLines {
- public:
-  LibraryLines();
-  ~LibraryLines();
-  LibraryLines(const LibraryLines&) = delete;
-  LibraryLines& operator=(const LibraryLines&) = delete;
-
-  std::string text();  // all of them so far
-
- private:
-  int saved_;
-  std::FILE* file_;
-};
-
 }  // namespace kelnn_cli
 
 #endif  // KEL_NN_TOOLS_LIBRARY_OUTPUT_H_

@@ -56,7 +56,7 @@ Json json_of(const Rest& rest) { return {{"input", rest.sound}, {"left_over", re
 
 bool cry(const CryOptions& options, Reporter* reporter) {
   const std::unique_ptr<Sound> sound = open_sound(options.sound);
-  CryDetector detector(options.root, options.threshold);
+  CryDetector detector(kel_nn::Library(options.root), options.threshold);
   ProgressBar progress(options.sound, static_cast<int64_t>(sound->expected_samples() / kSoundRate),
                        "s of sound", options.wants_progress);
   std::vector<int16_t> samples = next_window(sound.get());

@@ -7,10 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "cut_out.h"
 #include "cut_out_tasks.h"
 #include "drawing_target.h"
-#include "face_features.h"
 #include "frames.h"
 #include "landmark_points.h"
 
@@ -76,13 +74,10 @@ Json json_of(const FoundLandmarks& found) {
   return json;
 }
 
-struct Feature {
-  std::vector<float> values;
-};
 std::string text_of(const Feature& feature) {  // nine digits give back the float
-  return fmt::format("{:.9g}\n", fmt::join(feature.values, "\n"));
+  return fmt::format("{:.9g}\n", fmt::join(feature, "\n"));
 }
-Json json_of(const Feature& feature) { return {{"feature", feature.values}}; }
+Json json_of(const Feature& feature) { return {{"feature", feature}}; }
 
 std::string text_of(const FaceClass& found) {
   return fmt::format("class {}  score {:.6f}\n", found.id, found.score);
@@ -136,7 +131,7 @@ Json json_of(const Comparison& compared) {
           {"similarity", compared.similarity}};
 }
 
-Bytes grey_face(const std::string& path, const Box& box) {
+kel_nn::Image grey_face(const std::string& path, const Box& box) {
   const cv::Mat picture = load_picture(path);
   return grey_cut_out(picture, chosen_part(path, picture, box));
 }
@@ -156,7 +151,7 @@ bool landmarks(const CutOutOptions& options, Reporter* reporter) {
 bool feature(const CutOutOptions& options, Reporter* reporter) {
   FaceFeatures task(options.root);
   return for_each_part(options, reporter, [&](const Part& part) {
-    report(part, Feature{task.of(grey_cut_out(part.picture, part.rect))}, reporter);
+    report(part, task.of(grey_cut_out(part.picture, part.rect)), reporter);
   });
 }
 
@@ -175,8 +170,8 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter) {
 }
 
 bool compare(const CompareOptions& options, Reporter* reporter) {
-  const Bytes face_a = grey_face(options.picture_a, options.box_a);
-  const Bytes face_b = grey_face(options.picture_b, options.box_b);
+  const kel_nn::Image face_a = grey_face(options.picture_a, options.box_a);
+  const kel_nn::Image face_b = grey_face(options.picture_b, options.box_b);
   FaceFeatures task(options.root);
   reporter->report(Comparison{options, similarity(task.of(face_a), task.of(face_b))});
   return true;

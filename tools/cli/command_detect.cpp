@@ -63,7 +63,10 @@ cv::Mat drawn(const Found& found) {
   return picture;
 }
 
-bool detect(const DetectOptions& options, Detector* detector, Reporter* reporter) {
+bool detect(const DetectOptions& options, decltype(make_face_detector)* make_detector,
+            Reporter* reporter) {
+  const kel_nn::Library library(options.root);
+  const std::unique_ptr<Detector> detector = make_detector(library);
   DrawingTarget drawings(options.out, options.inputs);
   return for_each_input(options.inputs, *reporter, [&](const std::string& input) {
     const std::unique_ptr<FrameSource> source = open_frames(input);
@@ -82,15 +85,15 @@ bool detect(const DetectOptions& options, Detector* detector, Reporter* reporter
 }  // namespace
 
 bool detect_faces(const DetectOptions& options, Reporter* reporter) {
-  return detect(options, make_face_detector(options.root).get(), reporter);
+  return detect(options, make_face_detector, reporter);
 }
 
 bool detect_persons(const DetectOptions& options, Reporter* reporter) {
-  return detect(options, make_person_detector(options.root).get(), reporter);
+  return detect(options, make_person_detector, reporter);
 }
 
 bool detect_objects(const DetectOptions& options, Reporter* reporter) {
-  return detect(options, make_object_detector(options.root).get(), reporter);
+  return detect(options, make_object_detector, reporter);
 }
 
 }  // namespace kelnn_cli

@@ -53,7 +53,7 @@ bool watch_motion(const MotionOptions& options, Reporter* reporter) {
   const std::unique_ptr<FrameSource> source = open_moving(options.input);
   const std::unique_ptr<FrameSink> sink =
       DrawingTarget(options.out, {options.input}).open(options.input, *source, 1);
-  MotionFilter filter(options.settings);
+  MotionFilter filter(kel_nn::Library(), options.settings);
   ChangedPixels changed_pixels;
   std::vector<double> shares;
   Decision last = Decision::kNotYet;
@@ -115,10 +115,10 @@ Json json_of(const Sweep& sweep) {
 
 // The recording is decoded anew for every setting: the library has one filter at a time, and a
 // recording need not fit in memory.
-Count count_decisions(const MotionOptions& options, FrameSource* source,
-                      const MotionSettings& settings) {
+Count count_decisions(const MotionOptions& options, const kel_nn::Library& library,
+                      FrameSource* source, const MotionSettings& settings) {
   Count count = {settings, 0, 0, 0};
-  MotionFilter filter(settings);
+  MotionFilter filter(library, settings);
   const std::string label =
       fmt::format("{}, {:.6g} %, {} frames", options.input, settings.ratio, settings.period);
   FrameWalk walk(label, source, options.frames);
@@ -133,6 +133,7 @@ Count count_decisions(const MotionOptions& options, FrameSource* source,
 }
 
 bool sweep_motion(const MotionOptions& options, Reporter* reporter) {
+  const kel_nn::Library library;
   Sweep sweep = {options, {}};
   for (const double ratio : options.ratios) {
     for (const int period : options.periods) {
@@ -141,7 +142,7 @@ bool sweep_motion(const MotionOptions& options, Reporter* reporter) {
         throw Failure(options.input,
                       "a camera; --sweep takes a recording, to look at it several times");
       }
-      sweep.counts.push_back(count_decisions(options, source.get(), {ratio, period}));
+      sweep.counts.push_back(count_decisions(options, library, source.get(), {ratio, period}));
     }
   }
   reporter->report_one(sweep);

@@ -47,7 +47,7 @@ Json json_of(const WatchedFace& face) {
     }
     json["pose"] = face.landmarks->pose;
   }
-  if (!face.features.empty()) json["feature"] = face.features;
+  if (face.features) json["feature"] = *face.features;
   return json;
 }
 

@@ -94,7 +94,7 @@ Report report_of(const EvaluationSettings& settings, size_t sound_count, const W
 
 Report evaluate_cry(const EvaluationSettings& settings) {
   const std::vector<LabelledSound> sounds = read_sounds(settings.data);
-  CryDetector detector(settings.root, kLowestGate);
+  CryDetector detector(kel_nn::Library(settings.root), kLowestGate);
   EvaluationProgress progress(settings, sounds.size());
   Windows all;
   std::map<std::string, Windows> kinds;

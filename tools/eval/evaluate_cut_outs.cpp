@@ -5,13 +5,11 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
-#include "cut_out.h"
 #include "cut_out_tasks.h"
 #include "evaluation.h"
 #include "evaluation_classes.h"
 #include "evaluation_landmarks.h"
 #include "evaluation_similarity.h"
-#include "face_features.h"
 #include "frame_sink.h"
 #include "landmark_points.h"
 #include "picture.h"
@@ -125,8 +123,7 @@ struct Similarities {
 };
 
 // Of every pair.
-Similarities compare(const std::vector<LabelRow>& rows,
-                     const std::vector<std::vector<float>>& features) {
+Similarities compare(const std::vector<LabelRow>& rows, const std::vector<Feature>& features) {
   Similarities all;
   for (size_t a = 0; a < rows.size(); ++a) {
     for (size_t b = a + 1; b < rows.size(); ++b) {
@@ -216,7 +213,7 @@ Report evaluate_features(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
   FaceFeatures features(settings.root);
   EvaluationProgress progress(settings, labels.rows.size());
-  std::vector<std::vector<float>> all;
+  std::vector<Feature> all;
   for (const LabelRow& row : labels.rows) {
     const std::string path = path_of(settings.data, row);
     const cv::Mat picture = load_picture(path);

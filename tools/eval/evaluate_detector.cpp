@@ -2,8 +2,8 @@
 #include <fmt/format.h>
 
 #include <map>
-#include <tuple>
 
+#include "detector.h"
 #include "drawing.h"
 #include "evaluation.h"
 #include "evaluation_detection.h"
@@ -68,34 +68,34 @@ void check_inside(const LabelledPicture& picture, cv::Size size) {
   }
 }
 
-// Orientation, width, height: in this order every model is loaded once.
-using FrameKind = std::tuple<int, int, int>;
-FrameKind kind_of(cv::Size size) {
-  return {(size.width > size.height) - (size.width < size.height), size.width, size.height};
+// Of frames; each may have a model of its own.
+int orientation_of(cv::Size size) {
+  return (size.width > size.height) - (size.width < size.height);
 }
 
 // What is found in each picture. Those that need the first one's model are looked at in passing, the
-// others kind by kind.
+// others orientation by orientation, so that every model is loaded once.
 class Looking {
  public:
   Looking(const EvaluationSettings& settings, const std::vector<LabelledPicture>& pictures)
       : pictures_(pictures),
-        detector_(kTasks.at(settings.task).make_detector(settings.root)),
+        library_(settings.root),
+        detector_(kTasks.at(settings.task).make_detector(library_)),
         progress_(settings, pictures.size()),
         found_(pictures.size()) {}
 
   std::vector<DetectedPicture> at_all() {
-    std::map<FrameKind, std::vector<size_t>> later;
+    std::map<int, std::vector<size_t>> later;
     for (size_t i = 0; i < pictures_.size(); ++i) {
       const cv::Mat bgr = load_picture(pictures_[i].path);
       check_inside(pictures_[i], bgr.size());
       if (i == 0 || detector_->is_ready_for(bgr.size())) {
         at(i, bgr);
       } else {
-        later[kind_of(bgr.size())].push_back(i);
+        later[orientation_of(bgr.size())].push_back(i);
       }
     }
-    for (const auto& [kind, indices] : later) {
+    for (const auto& [orientation, indices] : later) {
       for (const size_t i : indices) at(i, load_picture(pictures_[i].path));
     }
     return found_;
@@ -109,6 +109,7 @@ class Looking {
   }
 
   const std::vector<LabelledPicture>& pictures_;
+  kel_nn::Library library_;
   std::unique_ptr<Detector> detector_;
   EvaluationProgress progress_;
   std::vector<DetectedPicture> found_;

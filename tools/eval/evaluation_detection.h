@@ -5,7 +5,7 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
-#include "detector.h"
+#include "detection.h"
 
 namespace kelnn_cli {
 

@@ -2,9 +2,10 @@
 #ifndef KEL_NN_TOOLS_NETWORK_H_
 #define KEL_NN_TOOLS_NETWORK_H_
 
+#include <optional>
 #include <string>
 
-#include "kel_nn.h"
+#include "kel_nn.hpp"
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
@@ -13,19 +14,16 @@ class Network {
  public:
   enum class File { kPlain, kScrambled };
   Network(const std::string& path, File kind);
-  ~Network();
-  Network(const Network&) = delete;
-  Network& operator=(const Network&) = delete;
 
   // Why it did not load, or nothing.
   const std::string& problem() const { return problem_; }
   // What keeps a network that did load from doing a task's work, or nothing.
-  std::string misfit(const Task& task);
+  std::string misfit(const Task& task) const;
   // What the library printed while it loaded.
   const std::string& library_lines() const { return library_lines_; }
 
  private:
-  kel_nn_graph graph_ = {};
+  std::optional<kel_nn::Graph> graph_;  // none: it did not load
   std::string problem_, library_lines_;
 };
 

@@ -4,9 +4,8 @@
 #include <cstdlib>
 #include <memory>
 
-#include "kel_nn.h"
+#include "kel_nn.hpp"
 #include "kel_nn_model_files.h"
-#include "library_output.h"
 #include "model_container.h"
 #include "report.h"
 
@@ -61,7 +60,7 @@ Bytes unpack_network(const std::string& path) {
   uint8_t* plain = nullptr;
   size_t size = 0;
   {
-    const LibraryLines unneeded;  // the Failure says it
+    const kel_nn::Messages unneeded;  // the Failure says it
     size = kel_nn_model_xor_decode_from_file(path.c_str(), &plain, kScrambledSize, kScrambleKey);
   }
   if (size == 0) throw Failure(path, "cannot be read");

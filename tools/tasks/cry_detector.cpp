@@ -2,21 +2,20 @@
 
 #include <algorithm>
 
-#include "kel_nn.h"
+#include "library_call.h"
 
 namespace kelnn_cli {
 
-CryDetector::CryDetector(const std::string& root, float gate)
-    : task_(
-          root, "cry-detection", "cry detection",
-          [gate](kel_nn_handle_t handle) { return kel_nn_crydet_init(handle, kSoundRate, gate); },
-          kel_nn_crydet_deinit),
+CryDetector::CryDetector(const kel_nn::Library& library, float gate)
+    : root_(library.directory()),
+      task_(explained(root_, [&] { return kel_nn::CryDetector(library, gate); })),
       gate_(std::max(gate, kLowestGate)) {}
 
 float CryDetector::of(const std::vector<int16_t>& window) {
   float probability = 0;
-  task_.check(kel_nn_crydet_process(task_.handle(), window.data(),
-                                    static_cast<uint32_t>(window.size()), &probability));
+  explained(root_, [&] {
+    task_.add(window.data(), window.size(), [&](float heard) { probability = heard; });
+  });
   return probability;
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "loaded_task.h"
+#include "kel_nn.hpp"
 #include "sound_window.h"
 
 namespace kelnn_cli {
@@ -14,15 +14,16 @@ namespace kelnn_cli {
 class CryDetector {
  public:
   // `gate`: the least loudness that is shown to the network; less than kLowestGate counts as that.
-  CryDetector(const std::string& root, float gate);
+  // A Failure says why the model does not load.
+  CryDetector(const kel_nn::Library& library, float gate);
 
-  // The probability of crying in kWindowSamples samples.
-  float of(const std::vector<int16_t>& window);
+  float of(const std::vector<int16_t>& window);  // the probability of crying in kWindowSamples
 
   bool is_loud_enough(const std::vector<int16_t>& window) const;
 
  private:
-  LoadedTask task_;
+  std::string root_;
+  kel_nn::CryDetector task_;
   float gate_;
 };
 

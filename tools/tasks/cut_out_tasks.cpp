@@ -1,36 +1,24 @@
 #include "cut_out_tasks.h"
 
 namespace kelnn_cli {
+namespace {
 
-FaceLandmarks::FaceLandmarks(const std::string& root)
-    : task_(root, "face-landmarks", "face landmarks", kel_nn_facelm_init, kel_nn_facelm_deinit) {}
-
-Landmarks FaceLandmarks::of(const Bytes& grey_face) {
-  Landmarks found;
-  task_.check(kel_nn_facelm_process(task_.handle(), grey_face.data(), found.points.data(),
-                                    found.pose.data()));
-  return found;
+kel_nn::Image cut_out(const cv::Mat& bgr, const cv::Rect& part, kel_nn::Format format) {
+  return explained("", [&] {
+    kel_nn::Image image(kel_nn::kCropSize, format);
+    image.crop(frame_of(bgr), {part.x, part.y, part.width, part.height});
+    return image;
+  });
 }
 
-FaceClassifier::FaceClassifier(const std::string& root)
-    : task_(root, "face-classes", "face class", kel_nn_face_classify_init,
-            kel_nn_face_classify_deinit) {}
+}  // namespace
 
-FaceClass FaceClassifier::of(const Bytes& grey_face) {
-  FaceClass found;
-  task_.check(
-      kel_nn_face_classify_process(task_.handle(), grey_face.data(), &found.id, &found.score));
-  return found;
+kel_nn::Image grey_cut_out(const cv::Mat& bgr, const cv::Rect& part) {
+  return cut_out(bgr, part, KEL_NN_KIT_GREY);
 }
 
-PersonClassifier::PersonClassifier(const std::string& root)
-    : task_(root, "person-classes", "person class", kel_nn_person_classify_init,
-            kel_nn_person_classify_deinit) {}
-
-float PersonClassifier::of(const Bytes& rgb_person) {
-  float score;
-  task_.check(kel_nn_person_classify_process(task_.handle(), rgb_person.data(), &score));
-  return score;
+kel_nn::Image rgb_cut_out(const cv::Mat& bgr, const cv::Rect& part) {
+  return cut_out(bgr, part, KEL_NN_KIT_RGB);
 }
 
 }  // namespace kelnn_cli

@@ -1,51 +1,44 @@
-// The library's tasks on a 112 x 112 cut-out that are not face features: landmarks and classes.
+// The library's tasks on a part of a picture, cut out and scaled as a camera would.
 #ifndef KEL_NN_TOOLS_CUT_OUT_TASKS_H_
 #define KEL_NN_TOOLS_CUT_OUT_TASKS_H_
 
-#include <array>
+#include <opencv2/core.hpp>
 #include <string>
 
-#include "files.h"
-#include "loaded_task.h"
+#include "library_call.h"
 
 namespace kelnn_cli {
 
-struct Landmarks {
-  std::array<float, 10> points;  // x, y of five; the model's own values
-  std::array<float, 3> pose;
-};
+using kel_nn::FaceClass;
+using kel_nn::Feature;
+using kel_nn::Landmarks;
+using kel_nn::similarity;
 
-class FaceLandmarks {
+// `part` is cut off at the picture's edges.
+kel_nn::Image grey_cut_out(const cv::Mat& bgr, const cv::Rect& part);
+kel_nn::Image rgb_cut_out(const cv::Mat& bgr, const cv::Rect& part);
+
+template <typename Task>
+class CutOutTask {
  public:
-  explicit FaceLandmarks(const std::string& root);  // a Failure says why the model does not load
-  Landmarks of(const Bytes& grey_face);
+  // A Failure says why the model does not load.
+  explicit CutOutTask(const kel_nn::Library& library)
+      : root_(library.directory()), task_(explained(root_, [&] { return Task(library); })) {}
+  explicit CutOutTask(const std::string& root) : CutOutTask(kel_nn::Library(root)) {}
+
+  auto of(const kel_nn::Image& cut_out) {
+    return explained(root_, [&] { return task_.of(cut_out); });
+  }
 
  private:
-  LoadedTask task_;
+  std::string root_;
+  Task task_;
 };
 
-struct FaceClass {
-  int id;
-  float score;
-};
-
-class FaceClassifier {
- public:
-  explicit FaceClassifier(const std::string& root);
-  FaceClass of(const Bytes& grey_face);
-
- private:
-  LoadedTask task_;
-};
-
-class PersonClassifier {
- public:
-  explicit PersonClassifier(const std::string& root);
-  float of(const Bytes& rgb_person);  // the probability of class 0
-
- private:
-  LoadedTask task_;
-};
+using FaceClassifier = CutOutTask<kel_nn::FaceClassifier>;
+using FaceFeatures = CutOutTask<kel_nn::FaceFeatures>;
+using FaceLandmarks = CutOutTask<kel_nn::FaceLandmarks>;
+using PersonClassifier = CutOutTask<kel_nn::PersonClassifier>;
 
 }  // namespace kelnn_cli
 

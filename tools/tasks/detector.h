@@ -7,15 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "detection.h"
+#include "kel_nn.hpp"
+
 namespace kelnn_cli {
 
-struct Detection {
-  cv::Rect box;  // pixels of the frame; never empty
-  float score;
-  int class_id;
-};
-
-// One of each kind at a time in the process.
 class Detector {
  public:
   virtual ~Detector() = default;
@@ -26,9 +22,9 @@ class Detector {
   virtual bool is_ready_for(cv::Size frame_size) const = 0;
 };
 
-std::unique_ptr<Detector> make_face_detector(const std::string& root);
-std::unique_ptr<Detector> make_object_detector(const std::string& root);
-std::unique_ptr<Detector> make_person_detector(const std::string& root);
+std::unique_ptr<Detector> make_face_detector(const kel_nn::Library& library);
+std::unique_ptr<Detector> make_object_detector(const kel_nn::Library& library);
+std::unique_ptr<Detector> make_person_detector(const kel_nn::Library& library);
 
 // The key of the person detection task for frames of that size.
 std::string person_task(cv::Size frame_size);

@@ -4,7 +4,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "kel_nn.h"
+#include "kel_nn.hpp"
 
 namespace kelnn_cli {
 
@@ -15,20 +15,15 @@ struct MotionSettings {
 
 enum class Decision { kNotYet, kStill, kMotion };
 
-// One at a time in the process: the library has one. Starts anew when the frames change their size.
+// Starts anew when the frames change their size.
 class MotionFilter {
  public:
-  explicit MotionFilter(const MotionSettings& settings);
-  ~MotionFilter();
-  MotionFilter(const MotionFilter&) = delete;
-  MotionFilter& operator=(const MotionFilter&) = delete;
+  MotionFilter(const kel_nn::Library& library, const MotionSettings& settings);
 
   Decision take(const cv::Mat& luma);
 
  private:
-  MotionSettings settings_;
-  kel_nn_handle_t handle_;
-  cv::Size size_;  // none: not started
+  kel_nn::MotionFilter filter_;
 };
 
 cv::Mat luma_of(const cv::Mat& bgr);

@@ -43,13 +43,6 @@ std::vector<int16_t> read_window(Sound* sound, const std::string& name, uint64_t
 
 }  // namespace
 
-// In the library's precision and order, so that the two agree at the threshold.
-float loudness(const std::vector<int16_t>& window) {
-  float sum = 0.0f;
-  for (size_t i = 0; i < window.size(); i += 10) sum += static_cast<float>(std::abs(window[i]));
-  return sum;
-}
-
 double FeatureMatrix::centre_hz(int channel) const {
   return 700.0 * std::expm1((channel + 1) * mel_step / 1127.0);
 }

@@ -7,16 +7,19 @@
 #include <vector>
 
 #include "feature_matrix.h"
+#include "kel_nn.hpp"
 #include "sound_file.h"
 
 namespace kelnn_cli {
 
 constexpr int kWindowSeconds = 3;
-constexpr uint32_t kWindowSamples = kWindowSeconds * kSoundRate;
-constexpr float kLowestGate = 86046.0f;  // what the library raises lower thresholds to
+using kel_nn::kLowestGate;
+using kel_nn::kWindowSamples;
 
-// What the library's gate compares with its threshold: the sizes of every tenth sample, added up.
-float loudness(const std::vector<int16_t>& window);
+// What the library's gate compares with its threshold.
+inline float loudness(const std::vector<int16_t>& window) {
+  return kel_nn::loudness(window.data(), window.size());
+}
 
 // Window `index` of the sound, from 0. A Failure tells when there is none, or one that the gate
 // keeps from the network; `name` is for its message.

@@ -2,22 +2,20 @@
 
 #include <filesystem>
 
-#include "cut_out.h"
-#include "files.h"
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
 
 Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool is_always_awake,
                  const Note& note)
-    : root_(with_slash(root)),
+    : library_(root),
       is_awake_(is_always_awake),
       is_always_awake_(is_always_awake),
       note_(note),
-      filter_(settings) {}
+      filter_(library_, settings) {}
 
 bool Watcher::has_model(const std::string& key, const char* what) {
-  const std::string path = root_ + find_task(key)->file_name;
+  const std::string path = library_.directory() + find_task(key)->file_name;
   std::error_code error;
   if (std::filesystem::exists(path, error)) return true;
   note_(std::string(what) + " are left out: there is no model " + path + "; kelnn pack " + key +
@@ -28,21 +26,21 @@ bool Watcher::has_model(const std::string& key, const char* what) {
 // The models that frames of that size need, before the first one is looked at.
 void Watcher::load(cv::Size frame_size) {
   is_loaded_ = true;
-  if (has_model(person_task(frame_size), "persons")) persons_ = make_person_detector(root_);
+  if (has_model(person_task(frame_size), "persons")) persons_ = make_person_detector(library_);
   if (!has_model("face-detection", "faces")) return;
-  faces_ = make_face_detector(root_);
+  faces_ = make_face_detector(library_);
   if (has_model("face-landmarks", "landmarks")) {
-    landmarks_ = std::make_unique<FaceLandmarks>(root_);
+    landmarks_ = std::make_unique<FaceLandmarks>(library_);
   }
   if (has_model("face-features", "face features")) {
-    features_ = std::make_unique<FaceFeatures>(root_);
+    features_ = std::make_unique<FaceFeatures>(library_);
   }
 }
 
 WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {
-  WatchedFace face = {place, std::nullopt, {}};
+  WatchedFace face = {place, std::nullopt, std::nullopt};
   if (!landmarks_ && !features_) return face;
-  const Bytes grey = grey_cut_out(bgr, place.box);
+  const kel_nn::Image grey = grey_cut_out(bgr, place.box);
   if (landmarks_) face.landmarks = landmarks_->of(grey);
   if (features_) face.features = features_->of(grey);
   return face;

@@ -12,7 +12,6 @@
 
 #include "cut_out_tasks.h"
 #include "detector.h"
-#include "face_features.h"
 #include "motion_filter.h"
 
 namespace kelnn_cli {
@@ -20,7 +19,7 @@ namespace kelnn_cli {
 struct WatchedFace {
   Detection place;
   std::optional<Landmarks> landmarks;
-  std::vector<float> features;  // none: no model
+  std::optional<Feature> features;  // none: no model
 };
 
 struct Sighting {
@@ -50,7 +49,7 @@ class Watcher {
   void load(cv::Size frame_size);
   WatchedFace recognise(const cv::Mat& bgr, const Detection& place);
 
-  std::string root_;
+  kel_nn::Library library_;
   bool is_awake_, is_always_awake_, is_loaded_ = false;
   Note note_;
   MotionFilter filter_;

@@ -1,0 +1,17 @@
+// Something that was found in a frame.
+#ifndef KEL_NN_TOOLS_DETECTION_H_
+#define KEL_NN_TOOLS_DETECTION_H_
+
+#include <opencv2/core.hpp>
+
+namespace kelnn_cli {
+
+struct Detection {
+  cv::Rect box;  // pixels of the frame; never empty
+  float score;
+  int class_id;
+};
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_DETECTION_H_
