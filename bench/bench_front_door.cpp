@@ -79,6 +79,7 @@ const std::vector<uint8_t>& pixels() {
 }
 const kel_nn::Frame kFrame = kel_nn::Frame::rgb(pixels().data(), kWidth, kHeight);
 constexpr kel_nn::Size kFrameSize = {kWidth, kHeight};
+kel_nn_kit_scratch_t g_scratch = {nullptr, 0};  // of the C calls; the objects have their own
 
 // Each case as an object and as C calls; `Call` is made with the quiet library.
 template <typename Call>
@@ -116,7 +117,7 @@ const int kRegistered = [] {
         play_face();
         return [faces = hold<kel_nn::FaceDetector>(library), handle = library.handle(),
                 input = std::vector<uint8_t>(320 * 240 * 3)]() mutable {
-          const kel_nn_kit_image_t image = {input.data(), 320, 240, KEL_NN_KIT_RGB};
+          const kel_nn_kit_image_t image = {input.data(), 320, 240, KEL_NN_KIT_RGB, &g_scratch};
           kel_nn_facedet_result_t found;
           kel_nn_kit_scale(&kFrame.view(), &image);
           kel_nn_facedet_process(handle, input.data(), &found);
@@ -136,7 +137,7 @@ const int kRegistered = [] {
         return [persons = hold<kel_nn::PersonDetector>(library, kFrameSize),
                 handle = library.handle(), input = std::vector<uint8_t>(416 * 256 * 3)]() mutable {
           const kel_nn_size_t input_size = kel_nn_kit_detector_input(kWidth, kHeight);
-          const kel_nn_kit_image_t image = {input.data(), 416, 256, KEL_NN_KIT_RGB};
+          const kel_nn_kit_image_t image = {input.data(), 416, 256, KEL_NN_KIT_RGB, &g_scratch};
           kel_nn_det_result_t found;
           kel_nn_kit_letterbox(&kFrame.view(), &image);
           kel_nn_persondet_process(handle, input.data(), &found, &kFrameSize, &input_size);
