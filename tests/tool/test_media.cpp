@@ -71,9 +71,9 @@ Bytes noise(size_t count) {
 
 // Smooth with some noise, so that JPEG's blocks have something of everything.
 cv::Mat scene() {
-  cv::Mat picture(kHeight, kWidth, CV_8UC3, noise(kHeight * kWidth * 3).data());
-  picture = picture.clone();
-  cv::blur(picture, picture, {5, 5});
+  Bytes pixels = noise(kHeight * kWidth * 3);
+  cv::Mat picture;
+  cv::blur(cv::Mat(kHeight, kWidth, CV_8UC3, pixels.data()), picture, {5, 5});
   return picture * 2 - cv::Scalar(128, 100, 160);
 }
 

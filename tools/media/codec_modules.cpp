@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
+
 #include "report.h"
 
 namespace kelnn_cli {
@@ -10,8 +12,9 @@ namespace {
 // Never unloaded: what it made may live as long as the program.
 template <typename Module>
 const Module& load(const char* name) {
-  // $ORIGIN is the program's own directory.
-  const std::string path = std::string("$ORIGIN/" KEL_NN_MODULES "/") + name;
+  // Not $ORIGIN: where dlopen() is intercepted, as under sanitizers, that is the interceptor's place.
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+  const std::filesystem::path path = program.parent_path() / KEL_NN_MODULES / name;
   void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   void* factory = library ? dlsym(library, "kelnn_module") : nullptr;
   if (!factory) throw Failure("a part of kelnn cannot be loaded: " + std::string(dlerror()));
