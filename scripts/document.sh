@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
-# The public headers as HTML, in build/docs/html. Fails on anything that Doxygen has to say: an
-# undocumented name, a parameter that the function does not have.
+# The public headers as HTML: scripts/document.sh [DIRECTORY]   (default: build/docs). Fails on anything that Doxygen
+# has to say: an undocumented name, a parameter that the function does not have.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+root=$(cd "$(dirname "$0")/.." && pwd)
+directory=${1:-$root/build/docs}
+mkdir -p "$directory"
+directory=$(cd "$directory" && pwd)
+cd "$root"
 scripts/install_packages.sh docs
-mkdir -p build/docs
-doxygen docs/Doxyfile
-echo "build/docs/html/index.html"
+{ cat docs/Doxyfile; echo "OUTPUT_DIRECTORY = \"$directory\""; } | doxygen -
+echo "$directory/html/index.html"

@@ -4,6 +4,7 @@
 set -euo pipefail
 kelnn=$1
 scratch=$2
+export PYTHONDONTWRITEBYTECODE=1  # nothing goes into the source tree
 cd "$(dirname "$0")/../.."
 . scripts/sample_networks.sh
 rm -rf "$scratch"
