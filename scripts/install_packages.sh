@@ -17,7 +17,7 @@ declare -A groups=(
            zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libcli11-dev libfmt-dev nlohmann-json3-dev
            python3 python3-numpy python3-onnx"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
-          libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson"
+          libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson python3-pytest"
   [data]="python3-opencv python3-scipy python3-soundfile espeak-ng"
   [train]="python3-torch"
   [docs]="doxygen"
@@ -36,10 +36,10 @@ for group in "$@"; do
   wanted+=("${packages[@]}")
 done
 
+installed=$(dpkg-query -W -f='${Package} ${db:Status-Status}\n' "${wanted[@]}" 2>/dev/null || true)
 missing=()
 for package in "${wanted[@]}"; do
-  state=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
-  [ "$state" = installed ] || missing+=("$package")
+  grep -qxF "$package installed" <<<"$installed" || missing+=("$package")
 done
 [ ${#missing[@]} -gt 0 ] || exit 0
 
