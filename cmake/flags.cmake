@@ -17,3 +17,9 @@ target_compile_definitions(kelnn_library_flags INTERFACE __STDC_LIMIT_MACROS)
 if(KEL_NN_SMALL)
   target_compile_options(kelnn_library_flags INTERFACE -fno-unwind-tables -fno-asynchronous-unwind-tables)
 endif()
+
+# A shared library must name all it needs, except what Clang's sanitizers bring along with the program.
+set(kelnn_no_undefined -Wl,--no-undefined)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  set(kelnn_no_undefined "")
+endif()

@@ -48,10 +48,17 @@ foreach(source ${kelnn_sources})
   endif()
 endforeach()
 
-add_library(kelnn_objects OBJECT ${kelnn_sources})
-set_target_properties(kelnn_objects PROPERTIES CXX_STANDARD 14 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF)
-target_include_directories(kelnn_objects PUBLIC include PRIVATE src plat/jzt31)
-target_link_libraries(kelnn_objects PRIVATE kelnn_library_flags kelnn_runtime_headers)
+function(add_kelnn_objects target)
+  add_library(${target} OBJECT ${kelnn_sources})
+  set_target_properties(${target} PROPERTIES CXX_STANDARD 14 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF)
+  target_include_directories(${target} PUBLIC include PRIVATE src plat/jzt31)
+  target_link_libraries(${target} PRIVATE kelnn_library_flags kelnn_runtime_headers)
+endfunction()
+add_kelnn_objects(kelnn_objects)
+if(KEL_NN_TEST_WITHOUT_COPIES)
+  add_kelnn_objects(kelnn_objects_without_copies)
+  target_compile_definitions(kelnn_objects_without_copies PRIVATE KEL_NN_NO_TARGET_CLONES)
+endif()
 
 # libkelnn.a, for a program that is to hold only what it calls: link it with -Wl,--gc-sections. Built when asked for.
 add_library(kelnn_static STATIC $<TARGET_OBJECTS:kelnn_objects>)
@@ -67,7 +74,7 @@ if(KEL_NN_PC OR KEL_NN_RUNTIME_SDK)
   target_include_directories(kelnn PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(kelnn PRIVATE ${kelnn_runtime} m)
   # The map keeps instantiated standard templates from being exported beside the interface.
-  target_link_options(kelnn PRIVATE -Wl,--no-undefined -Wl,--as-needed -Wl,--gc-sections
+  target_link_options(kelnn PRIVATE ${kelnn_no_undefined} -Wl,--as-needed -Wl,--gc-sections
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/libkelnn.map)
   if(KEL_NN_SMALL)  # The compiler's start files run constructors, and there are none.
     target_link_options(kelnn PRIVATE -nostartfiles)

@@ -16,6 +16,7 @@
 #include <sstream>
 
 #include "support/run_command.h"
+#include "support/test_models.h"
 
 namespace {
 
@@ -64,10 +65,7 @@ class AudioCommands : public ::testing::Test {
     if (!mkdtemp(&path[0])) std::abort();
     directory = path + "/";
     root = directory + "models/";
-    const CommandResult packed = kelnn_test::run_kelnn(
-        {"pack", "cry-detection", std::string(KEL_NN_TEST_NETWORKS) + "/high_or_low.onnx", "--root",
-         root});
-    EXPECT_EQ(packed.exit_code, 0) << packed.err;
+    kelnn_test::pack_model("cry-detection", "high_or_low", root);
   }
   ~AudioCommands() override { fs::remove_all(directory); }
 

@@ -14,6 +14,7 @@
 
 #include "support/patches.h"
 #include "support/run_command.h"
+#include "support/test_models.h"
 
 namespace {
 
@@ -41,21 +42,9 @@ class DetectorCommands : public ::testing::Test {
     std::string path = fs::temp_directory_path().string() + "/kelnn_detectors_XXXXXX";
     if (!mkdtemp(&path[0])) std::abort();
     root = path + "/";
-    pack("face-detection", "faces");
-    for (const char* orientation : {"landscape", "square", "portrait"}) {
-      pack(std::string("person-detection-") + orientation, std::string("persons_") + orientation);
-      pack(std::string("four-class-detection-") + orientation,
-           std::string("objects_") + orientation);
-    }
+    kelnn_test::pack_detectors(root);
   }
   static void TearDownTestSuite() { fs::remove_all(root); }
-  static void pack(const std::string& task, const std::string& network) {
-    const CommandResult packed =
-        run_kelnn({"pack", task, std::string(KEL_NN_TEST_NETWORKS) + "/" + network + ".onnx",
-                   "--root", root});
-    ASSERT_EQ(packed.exit_code, 0) << packed.err;
-  }
-
   void SetUp() override { ASSERT_TRUE(fs::create_directory(directory)); }
   void TearDown() override { fs::remove_all(directory); }
 

@@ -13,6 +13,7 @@
 
 #include "support/patches.h"
 #include "support/run_command.h"
+#include "support/test_models.h"
 
 namespace {
 
@@ -40,22 +41,11 @@ class EvalCommand : public ::testing::Test {
     std::string path = fs::temp_directory_path().string() + "/kelnn_eval_XXXXXX";
     if (!mkdtemp(&path[0])) std::abort();
     root = path + "/";
-    const std::string networks = KEL_NN_TEST_NETWORKS "/";
-    std::vector<std::pair<std::string, std::string>> models = {
-        {"face-detection", networks + "faces"},
-        {"face-landmarks", networks + "landmarks"},
-        {"face-classes", networks + "face_classes"},
-        {"person-classes", networks + "person_classes"},
-        {"face-features", fs::path(KEL_NN_TEST_SAMPLE_NETWORK).replace_extension().string()}};
-    for (const std::string orientation : {"landscape", "square", "portrait"}) {
-      models.push_back({"person-detection-" + orientation, networks + "persons_" + orientation});
-      models.push_back(
-          {"four-class-detection-" + orientation, networks + "objects_" + orientation});
-    }
-    for (const auto& [task, network] : models) {
-      const CommandResult packed = run_kelnn({"pack", task, network + ".onnx", "--root", root});
-      ASSERT_EQ(packed.exit_code, 0) << packed.err;
-    }
+    pack_detectors(root);
+    pack_model("face-landmarks", "landmarks", root);
+    pack_model("face-classes", "face_classes", root);
+    pack_model("person-classes", "person_classes", root);
+    pack_model("face-features", KEL_NN_TEST_SAMPLE_NETWORK, root);
   }
   static void TearDownTestSuite() { fs::remove_all(root); }
   void SetUp() override { fs::create_directories(data + "more"); }
