@@ -75,8 +75,9 @@ cmake --install below --prefix "$work/nothing" >/dev/null
 [ ! -e nothing ] || fail "the library below another project installs files of its own"
 expect "Total Tests: 0" ctest --test-dir below -N
 
-if [ -x "$prefix/bin/kelnn" ]; then
-  step "the tool"
-  expect "kelnn 1.3.19" "$prefix/bin/kelnn" --version
-  expect "faces" "$prefix/bin/kelnn" --help
-fi
+step "the tool and its models"
+export HOME=$work
+unset KELNN_MODELS XDG_DATA_HOME
+expect " ok, 0 missing, 0 broken" "$prefix/bin/kelnn" doctor
+expect ": 2 found" "$prefix/bin/kelnn" faces "$root/examples/pictures/both_faces.png"
+expect "similarity 0." copied/build/compare_faces "$prefix/share/kelnn/models/" copied/pictures/face_a.pgm copied/pictures/face_a_distorted.pgm

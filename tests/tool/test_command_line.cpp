@@ -272,6 +272,41 @@ TEST_F(CommandLine, SaysWhyThereIsNoResult) {
   }
 }
 
+// Without a root: what $KELNN_MODELS names, else the user's directory. Packed there, found there.
+TEST_F(CommandLine, KnowsWhereModelsAre) {
+  struct Case {
+    std::vector<std::string> environment;
+    const char* directory;
+  };
+  const std::string at = directory_.string() + "/";
+  const Case cases[] = {
+      {{"HOME=" + at + "a"}, "a/.local/share/kelnn/models/"},
+      {{"HOME=" + at + "b", "XDG_DATA_HOME=" + at + "b/data"}, "b/data/kelnn/models/"},
+      {{"HOME=" + at + "c", "XDG_DATA_HOME=data"}, "c/.local/share/kelnn/models/"},
+      {{"HOME=" + at + "a", "KELNN_MODELS=" + at + "d"}, "d/"},
+  };
+  const std::string face = kPictures + "face_a.png";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.directory);
+    const auto run = [&c](const std::vector<std::string>& arguments) {
+      std::vector<std::string> call = {"/usr/bin/env", "-u", "KELNN_MODELS", "-u", "XDG_DATA_HOME"};
+      call.insert(call.end(), c.environment.begin(), c.environment.end());
+      call.push_back(KEL_NN_TEST_PROGRAM);
+      call.insert(call.end(), arguments.begin(), arguments.end());
+      return kelnn_test::run_command(call);
+    };
+    const std::string model = at + c.directory + kelnn::kFaceFeatureModel;
+    const CommandResult packed = run({"pack", "face-features", kSample});
+    EXPECT_THAT(packed.out, HasSubstr(model)) << packed.err;
+    EXPECT_EQ(run({"feature", face}).exit_code, 0);
+    const CommandResult other = run({"classify-face", face});
+    EXPECT_EQ(other.exit_code, 1);
+    EXPECT_THAT(other.err, HasSubstr("looked in "));
+    EXPECT_THAT(other.err, HasSubstr(at + c.directory));
+    EXPECT_THAT(other.err, Not(HasSubstr("--root"))) << "to do: pack it there";
+  }
+}
+
 TEST_F(CommandLine, TheProgramInCAgrees) {
   pack_sample();
   const CommandResult result =

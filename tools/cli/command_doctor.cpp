@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "model_inspection.h"
+#include "model_search.h"
 
 namespace kelnn_cli {
 namespace {
@@ -20,6 +21,12 @@ struct Finding {
 
 // Why a root leads to no model at all.
 Finding inspect_root(const std::string& root) {
+  const std::string looked = where_models_were_looked_for(root);
+  if (!looked.empty()) {
+    return {"no model of any task; " + looked,
+            "install the package kelnn-models, name a directory with --root, or kelnn pack TASK "
+            "NETWORK.onnx"};
+  }
   std::error_code error;
   const std::string directory = root.empty() ? "." : root;
   if (!fs::exists(directory, error)) {

@@ -9,6 +9,8 @@
 
 #include "commands.h"
 #include "kel_nn.h"
+#include "manual.h"
+#include "model_search.h"
 #include "numbers.h"
 #include "sound_file.h"
 #include "task_catalogue.h"
@@ -107,8 +109,17 @@ CLI::Option* argument(CLI::App* command, const char* name, Value* value, const c
 }
 
 void add_root(CLI::App* command, std::string* root) {
-  *root = "models/";
-  option(command, "--root", root, "DIR", "Directory of the model files")->capture_default_str();
+  *root = models_to_read();
+  option(command, "--root", root, "DIR",
+         "Directory of the model files. Without it: $KELNN_MODELS; else the user's\n"
+         "directory, else the installed one, whichever has models");
+}
+
+void add_root_to_write(CLI::App* command, std::string* root) {
+  *root = models_to_write();
+  option(command, "--root", root, "DIR",
+         "Directory of the model files. Without it: $KELNN_MODELS, else the user's\n"
+         "directory, ~/.local/share/kelnn/models");
 }
 
 void add_progress(CLI::App* command, bool* is_wanted) {
@@ -176,7 +187,7 @@ void add_model_files(const Commands& commands) {
       "until the new one is whole.");
   add_task(pack, &packed->task, "The task; kelnn models lists them")->required();
   argument(pack, "network", &packed->network, "FILE", "The ONNX file");
-  add_root(pack, &packed->root);
+  add_root_to_write(pack, &packed->root);
 
   const auto [unpack, unpacked] =
       commands.add(kelnn_cli::unpack, "unpack", "Gets the ONNX network back out of a model.");
@@ -431,6 +442,16 @@ void add_eval(const Commands& commands) {
   add_root(command, &settings->root);
 }
 
+// For the build, which installs what it prints.
+void add_hidden(CLI::App* app, const char* name, std::string (*text)(const CLI::App&)) {
+  app->add_flag_callback(name,
+                         [=] {
+                           fmt::print("{}", text(*app));
+                           throw CLI::Success();
+                         })
+      ->group("");
+}
+
 }  // namespace
 
 CommandLine parse(int argc, char** argv) {
@@ -449,6 +470,8 @@ CommandLine parse(int argc, char** argv) {
                          add_watch, add_cry, add_features}) {
     add({&app, &line.command});
   }
+  add_hidden(&app, "--print-manual", manual_page);
+  add_hidden(&app, "--print-completion", completion);
   std::string problem;
   try {
     app.parse(argc, argv);

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "model_search.h"
 #include "network.h"
 #include "packed_model.h"
 #include "report.h"
@@ -12,7 +13,9 @@ namespace kelnn_cli {
 namespace {
 
 std::string pack_command(const Task& task, const std::string& root) {
-  return fmt::format("kelnn pack {} NETWORK.onnx --root {}", task.key, root.empty() ? "./" : root);
+  const std::string pack = fmt::format("kelnn pack {} NETWORK.onnx", task.key);
+  if (root == models_to_write()) return pack;
+  return fmt::format("{} --root {}", pack, root.empty() ? "./" : root);
 }
 
 // The tasks that a network would fit: "face-features or face-classes".
@@ -34,7 +37,9 @@ Inspection inspect_model(const Task& task, const std::string& root) {
   const bool exists = std::filesystem::exists(path, error);
   if (error) return {State::kBroken, path, error.message(), pack};
   if (!exists) {
-    return {State::kMissing, path, "there is no such file", pack};
+    const std::string looked = where_models_were_looked_for(root);
+    return {State::kMissing, path,
+            "there is no such file" + (looked.empty() ? "" : " (" + looked + ")"), pack};
   }
   try {
     unpack_network(path);

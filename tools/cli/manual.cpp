@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "manual.h"
+
+#include <fmt/format.h>
+
+#include "kel_nn.h"
+#include "task_catalogue.h"
+
+namespace kelnn_cli {
+namespace {
+
+// As roff's text: no line is taken for a request, no "-" for a hyphen.
+std::string roff(const std::string& text) {
+  std::string escaped;
+  bool at_start = true;
+  for (const char c : text) {
+    if (at_start && (c == '.' || c == '\'')) escaped += "\\&";
+    if (c == '-' || c == '\\') escaped += '\\';
+    escaped += c == '\\' ? 'e' : c;
+    at_start = c == '\n';
+  }
+  return escaped;
+}
+
+// A text with indented lines is a table, whose lines stay as they are.
+std::string paragraph(const std::string& text) {
+  const bool is_table = text.find("\n  ") != std::string::npos;
+  return fmt::format("{}{}\n{}", is_table ? ".nf\n" : "", roff(text), is_table ? ".fi\n" : "");
+}
+
+// The options of a command, those in its groups too; nothing that is hidden or that every command has.
+std::vector<const CLI::Option*> options_of(const CLI::App& command) {
+  std::vector<const CLI::Option*> options;
+  for (const CLI::Option* option : command.get_options()) {
+    if (!option->get_group().empty() && option != command.get_help_ptr()) options.push_back(option);
+  }
+  for (const CLI::App* group : command.get_subcommands(nullptr)) {
+    if (!group->get_name().empty()) continue;
+    for (const CLI::Option* option : options_of(*group)) options.push_back(option);
+  }
+  return options;
+}
+
+std::string manual_entry(const CLI::Option& option) {
+  const std::string type = option.get_type_name();
+  std::string text = fmt::format(
+      ".TP\n.B {}\n",
+      roff(option.get_positional() ? option.get_name(true) : option.get_name(false, true)));
+  if (!option.get_positional() && !type.empty()) text.insert(text.size() - 1, " " + roff(type));
+  text += roff(option.get_description()) + "\n";
+  const std::string preset = option.get_default_str();
+  if (!preset.empty()) text += fmt::format("Default: {}.\n", roff(preset));
+  return text;
+}
+
+std::string manual_section(const CLI::App& command) {
+  const std::string description = command.get_description();
+  const size_t end_of_line = description.find('\n');
+  std::string synopsis = command.get_name();
+  std::string entries;
+  for (const CLI::Option* option : options_of(command)) {
+    if (option->get_positional()) {
+      synopsis += fmt::format(option->get_required() ? " {}" : " [{}]", option->get_name(true));
+    }
+    entries += manual_entry(*option);
+  }
+  std::string text =
+      fmt::format(".SS {}\n{}\n", roff(synopsis), roff(description.substr(0, end_of_line)));
+  if (end_of_line != std::string::npos) text += paragraph(description.substr(end_of_line + 1));
+  return text + entries;
+}
+
+// "--draw --every ..." of a command.
+std::string words_of(const CLI::App& command) {
+  std::string words = "--help";
+  for (const CLI::Option* option : options_of(command)) {
+    for (const std::string& name : option->get_lnames()) words += " --" + name;
+  }
+  return words;
+}
+
+}  // namespace
+
+std::string manual_page(const CLI::App& app) {
+  std::string text = fmt::format(
+      ".TH KELNN 1 \"\" \"kelnn {}.{}.{}\" \"User Commands\"\n"
+      ".SH NAME\nkelnn \\- {}\n"
+      ".SH SYNOPSIS\n.B kelnn\n.I COMMAND\n[\\fIOPTIONS\\fR]\n",
+      KEL_NN_VERSION_MAJOR, KEL_NN_VERSION_MINOR, KEL_NN_VERSION_PATCH,
+      roff(app.get_description()));
+  text += ".SH OPTIONS\n";
+  for (const CLI::Option* option : options_of(app)) text += manual_entry(*option);
+  text += ".SH COMMANDS\n";
+  for (const CLI::App* command : app.get_subcommands(nullptr)) text += manual_section(*command);
+  return text +
+         ".SH EXIT STATUS\n0 fine, 1 the command failed or found something wrong, 2 it was called "
+         "wrongly.\n"
+         ".SH ENVIRONMENT\n.TP\n.B KELNN_MODELS\nThe directory of the model files for commands "
+         "without \\-\\-root.\n"
+         ".SH FILES\n.TP\n.I ~/.local/share/kelnn/models\nThe user's models; "
+         "$XDG_DATA_HOME/kelnn/models where that is set.\n"
+         ".TP\n.I /usr/share/kelnn/models\nThe models that packages bring.\n";
+}
+
+std::string completion(const CLI::App& app) {
+  std::string commands, cases, keys;
+  for (const CLI::App* command : app.get_subcommands(nullptr)) {
+    commands += (commands.empty() ? "" : " ") + command->get_name();
+    cases += fmt::format("    {}) words=\"{}\" ;;\n", command->get_name(),
+                         words_of(*command) + " --json");
+  }
+  for (const Task& task : tasks()) keys += (keys.empty() ? "" : " ") + std::string(task.key);
+  return fmt::format(R"(# What follows a kelnn on bash's command line.
+_kelnn() {{
+  local cur=${{COMP_WORDS[COMP_CWORD]}} command=${{COMP_WORDS[1]}} words
+  case $command in
+{}    *) words="{}" ;;
+  esac
+  if [[ $COMP_CWORD -eq 1 ]]; then
+    words="{} {}"
+  elif [[ $cur != -* ]]; then
+    case $command in
+      models|pack|unpack) [[ $COMP_CWORD -eq 2 ]] || return 0; words="{}" ;;
+      *) return 0 ;;
+    esac
+  fi
+  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
+}}
+complete -o default -F _kelnn kelnn
+)",
+                     cases, words_of(app), commands, words_of(app), keys);
+}
+
+}  // namespace kelnn_cli

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where models are when nobody says: the directory that $KELNN_MODELS names; else of the user's directory and the one
+// beside the installed program the first that holds a model. Directories are not mixed.
+#ifndef KEL_NN_TOOLS_MODEL_SEARCH_H_
+#define KEL_NN_TOOLS_MODEL_SEARCH_H_
+
+#include <string>
+
+namespace kelnn_cli {
+
+// Both are roots as the library takes them, with a "/" at the end.
+std::string models_to_read();   // if there are none: where packages put them
+std::string models_to_write();  // never the packages' directory; "./" for somebody without a home
+
+// Where models_to_read() looked, in one line; empty if `root` is another directory.
+std::string where_models_were_looked_for(const std::string& root);
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_MODEL_SEARCH_H_
