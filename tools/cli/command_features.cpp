@@ -13,21 +13,20 @@
 namespace kelnn_cli {
 namespace {
 
-std::string to_csv(const FeatureMatrix& matrix) {
+std::string to_csv(const kel_nn::SoundFeatures& matrix) {
   std::string text;
-  for (int channel = 0; channel < matrix.channels; ++channel) {
+  for (int channel = 0; channel < matrix.channels(); ++channel) {
     text += fmt::format("{}{:.1f}", channel == 0 ? "" : ",", matrix.centre_hz(channel));
   }
-  for (size_t i = 0; i < matrix.bytes.size(); ++i) {
-    text += fmt::format("{}{}", i % static_cast<size_t>(matrix.channels) == 0 ? '\n' : ',',
-                        matrix.bytes[i]);
+  for (int i = 0; i < matrix.rows() * matrix.channels(); ++i) {
+    text += fmt::format("{}{}", i % matrix.channels() == 0 ? '\n' : ',', matrix.bytes()[i]);
   }
   return text + "\n";
 }
 
 struct Written {
   const FeaturesOptions& options;
-  const FeatureMatrix& matrix;
+  const kel_nn::SoundFeatures& matrix;
 
   uint64_t start() const { return options.window * kWindowSeconds; }
   uint64_t end() const { return start() + kWindowSeconds; }
@@ -43,9 +42,9 @@ std::string text_of(const Written& written) {
 
 Json json_of(const Written& written) {
   const FeaturesOptions& options = written.options;
-  Json json = {{"input", options.sound},      {"window", options.window},
-               {"start", written.start()},    {"end", written.end()},
-               {"rows", written.matrix.rows}, {"channels", written.matrix.channels}};
+  Json json = {{"input", options.sound},        {"window", options.window},
+               {"start", written.start()},      {"end", written.end()},
+               {"rows", written.matrix.rows()}, {"channels", written.matrix.channels()}};
   if (!options.png.empty()) json["png"] = options.png;
   if (!options.csv.empty()) json["csv"] = options.csv;
   return json;
@@ -62,7 +61,7 @@ std::string title(const Written& written) {
 }  // namespace
 
 bool features(const FeaturesOptions& options, Reporter* reporter) {
-  const FeatureMatrix matrix =
+  const kel_nn::SoundFeatures matrix =
       window_features(open_sound(options.sound).get(), options.sound, options.window);
   const Written written = {options, matrix};
   if (!options.png.empty()) {

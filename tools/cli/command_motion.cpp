@@ -53,20 +53,18 @@ bool watch_motion(const MotionOptions& options, Reporter* reporter) {
   const std::unique_ptr<FrameSource> source = open_moving(options.input);
   const std::unique_ptr<FrameSink> sink =
       DrawingTarget(options.out, {options.input}).open(options.input, *source, 1);
-  MotionFilter filter(kel_nn::Library(), options.settings);
+  kel_nn::MotionFilter filter = make_filter(kel_nn::Library(), options.settings);
   ChangedPixels changed_pixels;
   std::vector<double> shares;
-  Decision last = Decision::kNotYet;
+  std::optional<bool> last;
   FrameWalk walk(options.input, source.get(), options.frames);
   while (const Frame* frame = walk.next()) {
     const cv::Mat luma = luma_of(frame->pixels);
     const cv::Mat changed = changed_pixels.take(luma);
     if (!changed.empty()) shares.push_back(percentage(changed));
-    const Decision decision = filter.take(luma);
-    if (decision != Decision::kNotYet) {
-      last = decision;
-      walk.report(reporter,
-                  period_of(options.input, *frame, decision == Decision::kMotion, shares));
+    if (const auto is_motion = filter.take(luma.data, size_of(luma))) {
+      last = is_motion;
+      walk.report(reporter, period_of(options.input, *frame, *is_motion, shares));
       shares.clear();
     }
     if (sink) sink->write(frame_with_changes(frame->pixels, changed, last));
@@ -118,15 +116,15 @@ Json json_of(const Sweep& sweep) {
 Count count_decisions(const MotionOptions& options, const kel_nn::Library& library,
                       FrameSource* source, const MotionSettings& settings) {
   Count count = {settings, 0, 0, 0};
-  MotionFilter filter(library, settings);
+  kel_nn::MotionFilter filter = make_filter(library, settings);
   const std::string label =
       fmt::format("{}, {:.6g} %, {} frames", options.input, settings.ratio, settings.period);
   FrameWalk walk(label, source, options.frames);
   while (const Frame* frame = walk.next()) {
-    const Decision decision = filter.take(luma_of(frame->pixels));
+    const auto is_motion = filter.take(luma_of(frame->pixels).data, size_of(frame->pixels));
     ++count.frames;
-    count.decisions += decision != Decision::kNotYet;
-    count.motion += decision == Decision::kMotion;
+    count.decisions += is_motion.has_value();
+    count.motion += is_motion.value_or(false);
   }
   if (is_interrupted()) throw Failure("interrupted: there is no table of half a recording");
   return count;

@@ -26,9 +26,9 @@ const Detection& place_of(const Detection& person) { return person; }
 const Detection& place_of(const WatchedFace& face) { return face.place; }
 
 std::string text_of(const Event& event) {
-  const char* const decisions[] = {"", " still", " motion"};
-  std::string text = fmt::format("{}:{}\n", place_text(event.input, event.frame),
-                                 decisions[static_cast<int>(event.seen.decision)]);
+  std::string text =
+      fmt::format("{}:{}\n", place_text(event.input, event.frame),
+                  event.seen.is_motion ? (*event.seen.is_motion ? " motion" : " still") : "");
   const auto add = [&text](const char* name, const auto& places) {
     if (!places) return;
     for (const auto& one : *places) text += line_of(name, place_of(one));
@@ -53,9 +53,7 @@ Json json_of(const WatchedFace& face) {
 
 Json json_of(const Event& event) {
   Json json = place_json(event.input, event.frame);
-  if (event.seen.decision != Decision::kNotYet) {
-    json["motion"] = event.seen.decision == Decision::kMotion;
-  }
+  if (event.seen.is_motion) json["motion"] = *event.seen.is_motion;
   const auto add = [&json](const char* name, const auto& places) {
     if (!places) return;
     json[name] = Json::array();

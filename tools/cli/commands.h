@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "evaluation.h"
-#include "motion_filter.h"
+#include "motion.h"
 #include "picture.h"
 #include "reporter.h"
 #include "sound_window.h"

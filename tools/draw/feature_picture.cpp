@@ -42,16 +42,16 @@ cv::Mat coloured(const cv::Mat& bytes) {
 }
 
 // Where the matrix lies in the picture.
-cv::Rect plot_area(const FeatureMatrix& matrix) {
-  return {kLeft, kTop, matrix.rows * kRowWidth, matrix.channels * kChannelHeight};
+cv::Rect plot_area(const kel_nn::SoundFeatures& matrix) {
+  return {kLeft, kTop, matrix.rows() * kRowWidth, matrix.channels() * kChannelHeight};
 }
 
-void draw_matrix(cv::Mat* picture, const FeatureMatrix& matrix) {
-  cv::Mat upright(matrix.channels, matrix.rows, CV_8U), enlarged;
-  for (int row = 0; row < matrix.rows; ++row) {
-    const uint8_t* const bytes = matrix.bytes.data() + ptrdiff_t{row} * matrix.channels;
-    for (int channel = 0; channel < matrix.channels; ++channel) {
-      upright.at<uint8_t>(matrix.channels - 1 - channel, row) = bytes[channel];
+void draw_matrix(cv::Mat* picture, const kel_nn::SoundFeatures& matrix) {
+  cv::Mat upright(matrix.channels(), matrix.rows(), CV_8U), enlarged;
+  for (int row = 0; row < matrix.rows(); ++row) {
+    const uint8_t* const bytes = matrix.bytes() + ptrdiff_t{row} * matrix.channels();
+    for (int channel = 0; channel < matrix.channels(); ++channel) {
+      upright.at<uint8_t>(matrix.channels() - 1 - channel, row) = bytes[channel];
     }
   }
   const cv::Rect area = plot_area(matrix);
@@ -60,10 +60,10 @@ void draw_matrix(cv::Mat* picture, const FeatureMatrix& matrix) {
   cv::rectangle(*picture, area + cv::Size(2, 2) - cv::Point(1, 1), kInk);
 }
 
-void draw_time_axis(cv::Mat* picture, const FeatureMatrix& matrix, double start) {
+void draw_time_axis(cv::Mat* picture, const kel_nn::SoundFeatures& matrix, double start) {
   const cv::Rect area = plot_area(matrix);
   const int bottom = area.br().y;
-  for (int tick = 0; tick <= 10 * matrix.rows / static_cast<int>(kRowsPerSecond); ++tick) {
+  for (int tick = 0; tick <= 10 * matrix.rows() / static_cast<int>(kRowsPerSecond); ++tick) {
     const int x = area.x + static_cast<int>(tick * kRowsPerSecond / 10 * kRowWidth);
     const bool has_label = tick % 5 == 0;
     cv::line(*picture, {x, bottom}, {x, bottom + (has_label ? kTick : kTick / 2)}, kInk);
@@ -75,7 +75,7 @@ void draw_time_axis(cv::Mat* picture, const FeatureMatrix& matrix, double start)
   write(picture, "seconds", {area.x + area.width / 2, bottom + 44}, Align::kCentre);
 }
 
-void draw_frequency_axis(cv::Mat* picture, const FeatureMatrix& matrix) {
+void draw_frequency_axis(cv::Mat* picture, const kel_nn::SoundFeatures& matrix) {
   const cv::Rect area = plot_area(matrix);
   for (const int hz : {100, 250, 500, 750, 1000, 1500, 2000, 3000, 4000, 5000, 6000, 7000}) {
     const double channels_up = matrix.channel_at(hz) + 0.5;  // a channel's centre is half way up it
@@ -123,7 +123,7 @@ std::string printable(std::string text) {
 
 }  // namespace
 
-cv::Mat draw_features(const FeatureMatrix& matrix, const std::string& title, double start) {
+cv::Mat draw_features(const kel_nn::SoundFeatures& matrix, const std::string& title, double start) {
   const cv::Rect area = plot_area(matrix);
   cv::Mat picture(area.br().y + kBottom, area.br().x + kRight, CV_8UC3, kWhite);
   draw_matrix(&picture, matrix);

@@ -5,12 +5,12 @@
 #include <opencv2/core.hpp>
 #include <string>
 
-#include "feature_matrix.h"
+#include "kel_nn.hpp"
 
 namespace kelnn_cli {
 
 // `start` is the second at which the window begins.
-cv::Mat draw_features(const FeatureMatrix& matrix, const std::string& title, double start);
+cv::Mat draw_features(const kel_nn::SoundFeatures& matrix, const std::string& title, double start);
 
 }  // namespace kelnn_cli
 

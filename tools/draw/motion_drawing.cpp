@@ -12,7 +12,8 @@ constexpr int kMotionColour = 1, kStillColour = 0;  // of draw_box()
 
 }  // namespace
 
-cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed, Decision last_decision) {
+cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
+                           std::optional<bool> is_motion) {
   cv::Mat drawn = bgr.clone();
   if (!changed.empty()) {
     const cv::Rect covered(0, 0, 2 * changed.cols, 2 * changed.rows);  // an odd edge is not seen
@@ -20,10 +21,9 @@ cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed, Decision 
     cv::resize(changed, mask, covered.size(), 0, 0, cv::INTER_NEAREST);
     drawn(covered).setTo(kChanged, mask);
   }
-  if (last_decision == Decision::kNotYet) return drawn;
-  const bool is_motion = last_decision == Decision::kMotion;
-  draw_box(&drawn, cv::Rect({}, drawn.size()), is_motion ? "motion" : "still",
-           is_motion ? kMotionColour : kStillColour);
+  if (!is_motion) return drawn;
+  draw_box(&drawn, cv::Rect({}, drawn.size()), *is_motion ? "motion" : "still",
+           *is_motion ? kMotionColour : kStillColour);
   return drawn;
 }
 

@@ -3,13 +3,13 @@
 #define KEL_NN_TOOLS_MOTION_DRAWING_H_
 
 #include <opencv2/core.hpp>
-
-#include "motion_filter.h"
+#include <optional>
 
 namespace kelnn_cli {
 
 // `changed` is the mask of the halved frame, or empty. Returns a copy.
-cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed, Decision last_decision);
+cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
+                           std::optional<bool> is_motion);
 
 }  // namespace kelnn_cli
 

@@ -48,6 +48,12 @@ cv::Mat ChangedPixels::take(const cv::Mat& luma) {
   return both;
 }
 
+cv::Mat luma_of(const cv::Mat& bgr) {
+  cv::Mat luma;
+  cv::cvtColor(bgr, luma, cv::COLOR_BGR2GRAY);
+  return luma;
+}
+
 double percentage(const cv::Mat& mask) {
   return mask.empty() ? 0 : 100.0 * cv::countNonZero(mask) / static_cast<double>(mask.total());
 }

@@ -8,6 +8,8 @@
 
 namespace kelnn_cli {
 
+cv::Mat luma_of(const cv::Mat& bgr);
+
 class ChangedPixels {
  public:
   // A mask of the halved frame, 255 where it changed between the last three frames both times. Empty

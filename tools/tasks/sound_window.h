@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "feature_matrix.h"
 #include "kel_nn.hpp"
 #include "sound_file.h"
 
@@ -23,7 +22,7 @@ inline float loudness(const std::vector<int16_t>& window) {
 
 // Window `index` of the sound, from 0. A Failure tells when there is none, or one that the gate
 // keeps from the network; `name` is for its message.
-FeatureMatrix window_features(Sound* sound, const std::string& name, uint64_t index);
+kel_nn::SoundFeatures window_features(Sound* sound, const std::string& name, uint64_t index);
 
 }  // namespace kelnn_cli
 

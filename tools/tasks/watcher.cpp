@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "changed_pixels.h"
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
@@ -12,7 +13,7 @@ Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool i
       is_awake_(is_always_awake),
       is_always_awake_(is_always_awake),
       note_(note),
-      filter_(library_, settings) {}
+      filter_(make_filter(library_, settings)) {}
 
 bool Watcher::has_model(const std::string& key, const char* what) {
   const std::string path = library_.directory() + find_task(key)->file_name;
@@ -49,10 +50,8 @@ WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {
 Sighting Watcher::look(const cv::Mat& bgr) {
   if (!is_loaded_) load(bgr.size());
   Sighting seen;
-  seen.decision = filter_.take(luma_of(bgr));
-  if (seen.decision != Decision::kNotYet) {
-    is_awake_ = is_always_awake_ || seen.decision == Decision::kMotion;
-  }
+  seen.is_motion = filter_.take(luma_of(bgr).data, size_of(bgr));
+  if (seen.is_motion) is_awake_ = is_always_awake_ || *seen.is_motion;
   if (!is_awake_) return seen;
   if (persons_) seen.persons = persons_->detect(bgr);
   if (!faces_) return seen;

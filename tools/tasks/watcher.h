@@ -12,7 +12,7 @@
 
 #include "cut_out_tasks.h"
 #include "detector.h"
-#include "motion_filter.h"
+#include "motion.h"
 
 namespace kelnn_cli {
 
@@ -23,13 +23,12 @@ struct WatchedFace {
 };
 
 struct Sighting {
-  Decision decision = Decision::kNotYet;          // of a period that ended with this frame
+  std::optional<bool> is_motion;                  // of a period that ended with this frame
   std::optional<std::vector<Detection>> persons;  // none: not looked for
   std::optional<std::vector<WatchedFace>> faces;
 
   bool is_event() const {
-    return decision != Decision::kNotYet || (persons && !persons->empty()) ||
-           (faces && !faces->empty());
+    return is_motion || (persons && !persons->empty()) || (faces && !faces->empty());
   }
 };
 
@@ -52,7 +51,7 @@ class Watcher {
   kel_nn::Library library_;
   bool is_awake_, is_always_awake_, is_loaded_ = false;
   Note note_;
-  MotionFilter filter_;
+  kel_nn::MotionFilter filter_;
   std::unique_ptr<Detector> persons_, faces_;
   std::unique_ptr<FaceLandmarks> landmarks_;
   std::unique_ptr<FaceFeatures> features_;
