@@ -5,6 +5,7 @@
 #   data    what scripts/evaluate_models.sh needs on top, to draw pictures and make sounds
 #   train   what scripts/train_models.sh needs on top of those
 #   docs    what scripts/document.sh needs
+#   packages what scripts/install.sh needs on top of build
 #   digests what scripts/digests.sh needs on top of build and test: compilers for other processors
 #   lint    what scripts/lint.sh needs on top
 # Silent when everything is there. Needs root only when something is missing.
@@ -17,10 +18,11 @@ declare -A groups=(
            zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libcli11-dev libfmt-dev nlohmann-json3-dev
            python3 python3-numpy python3-onnx"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
-          libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson python3-pytest"
+          libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson lintian dpkg-dev file python3-pytest"
   [data]="python3-opencv python3-scipy python3-soundfile espeak-ng"
   [train]="python3-torch"
   [docs]="doxygen"
+  [packages]="dpkg-dev file"
   [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
   [lint]="clang-format clang-tidy"
 )
@@ -29,7 +31,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint test train" >&2
+    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint packages test train" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true

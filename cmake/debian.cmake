@@ -1,0 +1,36 @@
+# SPDX-License-Identifier: Apache-2.0
+# Run by cpack when the files of all packages lie ready: what Debian wants of a package beside them.
+if(NOT CPACK_GENERATOR STREQUAL DEB)
+  return()
+endif()
+foreach(package ${CPACK_KELNN_PACKAGES})
+  string(REPLACE "=" ";" package ${package})
+  list(GET package 0 group)
+  list(GET package 1 name)
+  set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${group}/usr)
+  file(REMOVE_RECURSE ${root}/share/doc/kelnn)  # the licence: copyright names Debian's copy
+  set(doc ${root}/share/doc/${name})
+  file(MAKE_DIRECTORY ${doc})
+  file(COPY ${CPACK_KELNN_DEBIAN}/changelog ${CPACK_KELNN_DEBIAN}/copyright DESTINATION ${doc}
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  file(RENAME ${doc}/changelog ${doc}/changelog.Debian)
+  file(GLOB to_compress ${doc}/changelog.Debian ${root}/share/man/man1/*.1)
+  execute_process(COMMAND gzip -9n ${to_compress} COMMAND_ERROR_IS_FATAL ANY)
+  set(overrides ${root}/share/lintian/overrides/${name})
+  set(PACKAGE ${name})
+  configure_file(${CPACK_KELNN_DEBIAN}/lintian-overrides ${overrides} @ONLY)
+  if(EXISTS ${CPACK_KELNN_DEBIAN}/${name}.lintian-overrides)
+    file(READ ${CPACK_KELNN_DEBIAN}/${name}.lintian-overrides more)
+    file(APPEND ${overrides} "${more}")
+  endif()
+  # Installed where the loader looks anyway.
+  file(GLOB programs ${root}/bin/*)
+  foreach(program ${programs})
+    file(RPATH_REMOVE FILE ${program})
+  endforeach()
+  file(GLOB_RECURSE archives ${root}/*.a)
+  if(archives)
+    execute_process(COMMAND strip --strip-debug --remove-section=.comment --enable-deterministic-archives ${archives}
+      COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+endforeach()
