@@ -18,8 +18,14 @@ if(KEL_NN_SMALL)
   target_compile_options(kelnn_library_flags INTERFACE -fno-unwind-tables -fno-asynchronous-unwind-tables)
 endif()
 
+# Whether the sanitizers are built in; what is installed is not for strangers then.
+set(kelnn_sanitized OFF)
+if(CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  set(kelnn_sanitized ON)
+endif()
+
 # A shared library must name all it needs, except what Clang's sanitizers bring along with the program.
 set(kelnn_no_undefined -Wl,--no-undefined)
-if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+if(kelnn_sanitized AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   set(kelnn_no_undefined "")
 endif()
