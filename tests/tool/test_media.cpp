@@ -329,7 +329,7 @@ TEST_F(Videos, ThatAreCutOffSaySo) {
 }
 
 TEST_F(Videos, AreWrittenWholeOrNotAtAll) {
-  const auto write = [this](const std::string& path, cv::Size size) {
+  const auto write = [](const std::string& path, cv::Size size) {
     const std::unique_ptr<FrameSink> sink = make_video(path, kRate);
     for (int i = 0; i < kCount; ++i) sink->write(frame(size, i));
     sink->finish();
