@@ -14,6 +14,8 @@ basics='calloc|fclose|flockfile|fopen|fread|free|fseek|ftell|funlockfile|fwrite|
 basics+='|printf|putc|putchar|puts|qsort|snprintf|stat|stdout|strdup|strlen|vfprintf|vprintf'
 runtime='_ZN4jzdl.*|_Zn[wa].*|_Zd[la].*|_ZSt7nothrow'  # jzdl's own, and what its matrices take
 compiler='_gp_disp|_GLOBAL_OFFSET_TABLE_|__(cpu|stack_chk|aeabi|asan|ubsan)_.*'
+# Clang's memcmp() for equality, and its sanitizer's types.
+compiler+='|bcmp|_ZTVN10__cxxabiv120__function_type_infoE'
 compiler+='|__(div|mod|udiv|umod|mul|float|floatun|fix|fixuns)([sdt][if])+[34]?'
 defined=$("$nm" --defined-only "$@" | awk 'NF == 3 { print $3 }' | sort -u)
 needed=$("$nm" --undefined-only "$@" | awk 'NF == 2 { print $2 }' | sort -u)
