@@ -67,7 +67,7 @@ float kel_nn_sigmoid(float x) { return 1.0f / (std::exp(-x) + 1.0f); }
 
 namespace {
 
-// Lists up to this length use scratch on the stack, 32 bytes a box at most. Longer ones get slower.
+// Lists up to this length use scratch on the stack, 20 bytes a box at most. Longer ones get slower.
 constexpr int kMaxFastCount = 2048;
 
 struct Corners {
@@ -101,11 +101,35 @@ uint32_t rank_of(float score) {
   return bits & 0x80000000u ? bits : bits ^ 0x7fffffffu;
 }
 
+// Quicksort of keys that all differ, and insertion where few are left. std::sort() is three times as
+// much code, which is for longer lists: here are never more than kMaxFastCount keys.
+void sort_keys(uint64_t* first, uint64_t* last) {
+  constexpr int kFew = 16;
+  while (last - first > kFew) {
+    const uint64_t a = *first, b = first[(last - first) / 2], c = last[-1];
+    const uint64_t pivot = std::max(std::min(a, b), std::min(std::max(a, b), c));  // the middle one
+    uint64_t* split = std::partition(first, last, [pivot](uint64_t key) { return key < pivot; });
+    // The shorter side is the one of the call, so that calls go no deeper than the logarithm.
+    if (split - first < last - split) {
+      sort_keys(first, split);
+      first = split;
+    } else {
+      sort_keys(split, last);
+      last = split;
+    }
+  }
+  for (uint64_t* next = first; next < last; ++next) {
+    const uint64_t key = *next;
+    uint64_t* place = next;
+    for (; place > first && key < place[-1]; --place) *place = place[-1];
+    *place = key;
+  }
+}
+
 // By the score, and equal scores by their place in the list (not in long ones, for want of scratch).
 // What is sorted are numbers in a total order, not boxes, which are three times as large.
 void sort_by_score(kel_nn_box_t* boxes, int count) {
   if (count > kMaxFastCount) {
-    // The C library's, since a second std::sort is 2.7 KB of code.
     std::qsort(boxes, static_cast<size_t>(count), sizeof(*boxes), [](const void* a, const void* b) {
       const uint32_t rank_a = rank_of(static_cast<const kel_nn_box_t*>(a)->score);
       const uint32_t rank_b = rank_of(static_cast<const kel_nn_box_t*>(b)->score);
@@ -113,16 +137,26 @@ void sort_by_score(kel_nn_box_t* boxes, int count) {
     });
     return;
   }
-  const size_t boxes_size = count * sizeof(kel_nn_box_t), keys_size = count * sizeof(uint64_t);
-  char* scratch = static_cast<char*>(__builtin_alloca(boxes_size + keys_size));
-  uint64_t* keys = reinterpret_cast<uint64_t*>(scratch);
-  kel_nn_box_t* unsorted = reinterpret_cast<kel_nn_box_t*>(scratch + keys_size);
+  uint64_t* keys = static_cast<uint64_t*>(__builtin_alloca(count * sizeof(uint64_t)));
   for (int i = 0; i < count; ++i) {
     keys[i] = uint64_t{rank_of(boxes[i].score)} << 32 | static_cast<uint32_t>(i);
   }
-  std::copy(boxes, boxes + count, unsorted);
-  std::sort(keys, keys + count);
-  for (int i = 0; i < count; ++i) boxes[i] = unsorted[static_cast<uint32_t>(keys[i])];
+  sort_keys(keys, keys + count);
+  // Every box moves once, into the place that the one before it has left: around a circle, whose
+  // first box waits. A key whose place is filled names that place.
+  for (int i = 0; i < count; ++i) {
+    int place = i, from = static_cast<int>(keys[i]);
+    if (from == i) continue;
+    const kel_nn_box_t first = boxes[i];
+    while (from != i) {
+      boxes[place] = boxes[from];
+      keys[place] = place;
+      place = from;
+      from = static_cast<int>(keys[place]);
+    }
+    boxes[place] = first;
+    keys[place] = place;
+  }
 }
 
 // ----- Hard suppression
@@ -140,23 +174,33 @@ struct KeptBlock {
   }
 };
 
-// Whether `iou_threshold` < iou() for any of the boxes. For thresholds of 0 or more only: instead
-// of leaving at a side without overlap, it goes on with a side of 0 and a result of 0 or NaN. So
-// there is no branch in the inner loop, and it becomes SIMD; without SIMD, a branch costs less.
+// Whether `iou_threshold`, which is 0 or more, is less than the iou() of the box and any of the block.
+// For vectors without a branch: instead of leaving at a side without overlap, it goes on with a side
+// of 0 and a result of 0 or NaN. Without vectors, a branch costs less.
+inline bool overlaps(const KeptBlock& kept, const Corners& box, float iou_threshold) {
+#if KEL_NN_HAS_VECTORS
+  int any = 0;
+  for (int k = 0; k < KeptBlock::kLanes; ++k) {
+    const float height = smaller(kept.y2[k], box.y2) - larger(kept.y1[k], box.y1);
+    const float width = smaller(kept.x2[k], box.x2) - larger(kept.x1[k], box.x1);
+    const float intersection = larger(height, 0.0f) * larger(width, 0.0f);
+    any |= iou_threshold < intersection / (kept.area[k] + box.area - intersection);
+  }
+  return any;
+#else
+  const float height = smaller(kept.y2[0], box.y2) - larger(kept.y1[0], box.y1);
+  if (height <= 0.0f) return false;
+  const float width = smaller(kept.x2[0], box.x2) - larger(kept.x1[0], box.x1);
+  if (width <= 0.0f) return false;
+  const float intersection = height * width;
+  return iou_threshold < intersection / (kept.area[0] + box.area - intersection);
+#endif
+}
+
 inline bool overlaps_any(const KeptBlock* blocks, int block_count, const Corners& box,
                          float iou_threshold) {
   for (int b = 0; b < block_count; ++b) {
-    const KeptBlock& kept = blocks[b];
-    int any = 0;
-    for (int k = 0; k < KeptBlock::kLanes; ++k) {
-      const float height = smaller(kept.y2[k], box.y2) - larger(kept.y1[k], box.y1);
-      if (!KEL_NN_HAS_VECTORS && height <= 0.0f) continue;
-      const float width = smaller(kept.x2[k], box.x2) - larger(kept.x1[k], box.x1);
-      if (!KEL_NN_HAS_VECTORS && width <= 0.0f) continue;
-      const float intersection = larger(height, 0.0f) * larger(width, 0.0f);
-      any |= iou_threshold < intersection / (kept.area[k] + box.area - intersection);
-    }
-    if (any) return true;
+    if (overlaps(blocks[b], box, iou_threshold)) return true;
   }
   return false;
 }
