@@ -23,6 +23,7 @@ set(kelnn_sources
   src/kel_nn_resize.cpp
   src/kel_nn_resize_windows.cpp
   src/kel_nn_utils.cpp
+  src/kel_nn_window_loops.cpp
 )
 # Where calls spend their time. A build without a PC part (KEL_NN_SMALL) optimises these for speed and all else for size;
 # docs/porting.md says what that gives.
@@ -30,11 +31,11 @@ set(kelnn_hot_sources
   plat/jzt31/kel_nn_pir_filter.cpp
   plat/jzt31/kel_nn_ultraface.cpp
   src/kel_nn_common.cpp
-  src/kel_nn_filter_bank.cpp
   src/kel_nn_frame_batch.cpp
   src/kel_nn_log_energy.cpp
   src/kel_nn_resize.cpp
   src/kel_nn_resize_windows.cpp
+  src/kel_nn_window_loops.cpp
 )
 foreach(source ${kelnn_sources})
   # What a log line shows as its file: the path from the root of the tree, wherever it is checked out.

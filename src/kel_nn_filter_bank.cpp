@@ -14,6 +14,7 @@
 #include "kel_nn_log.h"
 #include "kel_nn_log_energy.h"
 #include "kel_nn_rotation.h"
+#include "kel_nn_window_loops.h"
 
 namespace {
 
@@ -23,44 +24,6 @@ using kelnn::truncated;
 
 constexpr int kLastEdge = kChannels + 1;
 constexpr float kPreEmphasis = 0.97f;
-constexpr int kGateStep = 10;           // the gate hears every tenth sample
-constexpr float kFeatureLimit = 28.0f;  // features beyond it are clipped
-constexpr double kBytesPerFeature = 4.5714;
-constexpr double kZeroByte = 128.0;
-
-KEL_NN_TARGET_CLONES
-void widen(const int16_t* pcm, float* samples, int32_t count) {
-  for (int32_t i = 0; i < count; ++i) samples[i] = static_cast<float>(pcm[i]);
-}
-
-// A sum in order, in single precision; one that equals the threshold passes.
-bool is_loud_enough(const float* samples, int32_t count, float threshold) {
-  float sum = 0.0f;
-  for (int64_t i = 0; i < count; i += kGateStep) {
-    sum += static_cast<float>(truncated(std::fabs(samples[i])));
-  }
-  return !(sum < threshold);
-}
-
-// At the limits 4.5714 gives 255.9992 and 0.0008, and so the same bytes as beyond them. Two loops,
-// because GCC makes branches, and no vectors, of one.
-KEL_NN_TARGET_CLONES
-void quantise(float* features, uint8_t* bytes, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    float value = features[i];
-    value = value > kFeatureLimit ? kFeatureLimit : value;
-    features[i] = value > -kFeatureLimit ? value : -kFeatureLimit;  // NaN too
-  }
-  for (size_t i = 0; i < count; ++i) {
-    bytes[i] =
-        static_cast<uint8_t>(static_cast<int32_t>(features[i] * kBytesPerFeature + kZeroByte));
-  }
-}
-
-// The number of values in the rows that count.
-size_t value_count(const kel_nn_wave_t& wave) {
-  return wave.n_frames > 0 ? static_cast<size_t>(wave.n_frames) * kChannels : 0;
-}
 
 // ----- Fourier transform ---------------------------------------------------------------------
 
@@ -149,7 +112,7 @@ void kel_nn_real_fft(float* s) {
 int32_t kel_nn_load_data(const int16_t* pcm, kel_nn_wave_t* w) {
   KEL_NN_FAIL_IF(!pcm, -1, "kel_nn_load_data buf is NULL.");
   KEL_NN_FAIL_IF(!w || !w->samples, -1, "Invalid arguments.");
-  widen(pcm, w->samples, w->n_samples);
+  kelnn::widen(pcm, w->samples, w->n_samples);
   return 0;
 }
 
@@ -243,23 +206,14 @@ void kel_nn_link_data(kel_nn_frame_cfg_t* cfg, kel_nn_wave_t* w, int32_t row) {
 // ----- The whole window ----------------------------------------------------------------------
 
 void kel_nn_zeromean(kel_nn_wave_t* w) {
-  if (!w || !w->features) return;
-  float mean[kChannels] = {};
-  const float* end = w->features + value_count(*w);
-  for (const float* row = w->features; row != end; row += kChannels) {
-    for (int c = 0; c < kChannels; ++c) mean[c] += row[c];
-  }
-  for (float& sum : mean) sum /= static_cast<float>(w->n_frames);
-  for (float* row = w->features; row != end; row += kChannels) {
-    for (int c = 0; c < kChannels; ++c) row[c] -= mean[c];
-  }
+  if (w && w->features) kelnn::subtract_means(w->features, w->n_frames);
 }
 
 int32_t kel_nn_filter_bank(kel_nn_mfcc_t* m, const int16_t* pcm) {
   KEL_NN_FAIL_IF(!m || !kelnn::is_complete(*m), -1, "Invalid arguments.");
   kel_nn_wave_t& wave = m->wave;
   const bool is_loaded = kel_nn_load_data(pcm, &wave) == 0;  // reported, and then ignored
-  m->has_voice = is_loud_enough(wave.samples, wave.n_samples, m->gate_threshold);
+  m->has_voice = kelnn::is_loud_enough(wave.samples, wave.n_samples, m->gate_threshold);
   if (!m->has_voice) return 0;
 
   m->cfg.pre_emphasis = kPreEmphasis;
@@ -272,7 +226,7 @@ int32_t kel_nn_filter_bank(kel_nn_mfcc_t* m, const int16_t* pcm) {
     kel_nn_link_data(&m->cfg, &wave, row);
   }
   kel_nn_zeromean(&wave);
-  quantise(wave.features, m->feature_u8, value_count(wave));
+  kelnn::quantise(wave.features, wave.n_frames, m->feature_u8);
   return 0;
 }
 
@@ -283,7 +237,7 @@ float kel_nn_mel_filter(int32_t k, float fres) {
   return static_cast<float>(1127.0 * std::log(static_cast<double>(ratio)));  // in double
 }
 
-KEL_NN_COLD int32_t kel_nn_filter_bank_init(kel_nn_frame_cfg_t* cfg, kel_nn_fbank_info_t* info) {
+int32_t kel_nn_filter_bank_init(kel_nn_frame_cfg_t* cfg, kel_nn_fbank_info_t* info) {
   KEL_NN_FAIL_IF(!cfg, -1, "kel_nn_filter_bank_init CF is NULL.");
   KEL_NN_FAIL_IF(!info || !info->cf || !info->lo_chan || !info->lo_wt || !info->x, -1,
                  "Invalid arguments.");
