@@ -36,11 +36,10 @@ int kel_nn_4clsdet_process(kel_nn_handle_t handle, const void* image, kel_nn_det
                            const kel_nn_size_t* frame_size, const kel_nn_size_t* input_size) {
   const bool complete = handle && image && result && frame_size && input_size;
   KEL_NN_FAIL_IF(!complete, -1, "Invalid arguments.");
-  const kel_nn_graph_t graph = &handle->graph_4clsdet;
-  const kelnn::RunStatus run = kelnn::run_image(graph, kelnn::image_shape(*input_size), image);
-  KEL_NN_FAIL_IF(!run.ok(), 1, "%s error: %d", kelnn::failed_call(run), run.code);
-  const auto outputs = kelnn::grid_outputs(kFourClassGrid, g_state.orientation, graph);
-  KEL_NN_FAIL_IF(!outputs.complete, 1, "The outputs are smaller than the grids.");
-  *result = kelnn::find_boxes(kFourClassGrid, outputs, *frame_size, *input_size, &g_state);
+  const kelnn::Detection found = kelnn::detect(
+      kFourClassGrid, g_state.memory(), &handle->graph_4clsdet, image, *frame_size, *input_size);
+  KEL_NN_FAIL_IF(!found.run.ok(), 1, "%s error: %d", kelnn::failed_call(found.run), found.run.code);
+  KEL_NN_FAIL_IF(!found.complete, 1, "The outputs are smaller than the grids.");
+  *result = found.result;
   return 0;
 }

@@ -98,18 +98,6 @@ const char* failed_call(const RunStatus& status) {
   }
 }
 
-GridOutputs grid_outputs(const GridDetector& detector, Orientation orientation,
-                         kel_nn_graph_t graph) {
-  GridOutputs outputs = {{}, true};
-  for (int o = 0; o < kGridLevels; ++o) {
-    const Grid grid = grid_of(input_size_of(orientation), detector.levels[o].stride);
-    const int anchor_count = grid.rows * grid.columns * kAnchorsPerCell;
-    outputs.values[o] = output_data(graph, o, anchor_count * detector.values_per_anchor);
-    outputs.complete = outputs.complete && outputs.values[o];
-  }
-  return outputs;
-}
-
 int decode_grids(const GridDetector& detector, Orientation orientation, const GridOutputs& outputs,
                  const kel_nn_size_t& input_size, int max_count, kel_nn_box_t* candidates) {
   const float input_width = static_cast<float>(input_size.w);
@@ -141,10 +129,6 @@ int decode_grids(const GridDetector& detector, Orientation orientation, const Gr
   return count;
 }
 
-int suppress_overlaps(kel_nn_box_t* candidates, int count) {
-  return kel_nn_nms(candidates, count, kNmsThreshold, KEL_NN_NMS_HARD);
-}
-
 void map_to_frame(const kel_nn_box_t* candidates, int count, const kel_nn_size_t& frame_size,
                   const kel_nn_size_t& input_size, kel_nn_box_t* boxes) {
   const double longest_input_side = std::max(input_size.w, input_size.h);
@@ -157,6 +141,30 @@ void map_to_frame(const kel_nn_box_t* candidates, int count, const kel_nn_size_t
     x.map(&boxes[i].cx, &boxes[i].w);
     y.map(&boxes[i].cy, &boxes[i].h);
   }
+}
+
+Detection detect(const GridDetector& detector, const GridMemory& memory, kel_nn_graph_t graph,
+                 const void* image, const kel_nn_size_t& frame_size,
+                 const kel_nn_size_t& input_size) {
+  Detection detection = {};
+  const ImageShape shape = {static_cast<size_t>(input_size.h), static_cast<size_t>(input_size.w),
+                            /*channels=*/3};
+  detection.run = run_image(graph, shape, image);
+  if (!detection.run.ok()) return detection;
+  GridOutputs outputs;
+  for (int o = 0; o < kGridLevels; ++o) {
+    const Grid grid = grid_of(input_size_of(memory.orientation), detector.levels[o].stride);
+    const int anchor_count = grid.rows * grid.columns * kAnchorsPerCell;
+    outputs.values[o] = output_data(graph, o, anchor_count * detector.values_per_anchor);
+    if (!outputs.values[o]) return detection;
+  }
+  detection.complete = true;
+  int count = decode_grids(detector, memory.orientation, outputs, input_size, memory.max_count,
+                           memory.candidates);
+  count = kel_nn_nms(memory.candidates, count, kNmsThreshold, KEL_NN_NMS_HARD);
+  map_to_frame(memory.candidates, count, frame_size, input_size, memory.boxes);
+  detection.result = {memory.boxes, count};
+  return detection;
 }
 
 }  // namespace kelnn

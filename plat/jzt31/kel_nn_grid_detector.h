@@ -38,51 +38,49 @@ Orientation orientation_of(int frame_width, int frame_height);
 // The size of the model's input.
 kel_nn_size_t input_size_of(Orientation orientation);
 
+// Where a detector's boxes go, and which of its grids are in use.
+struct GridMemory {
+  Orientation orientation;
+  int max_count;             // of both:
+  kel_nn_box_t* candidates;  // in pixels of the input
+  kel_nn_box_t* boxes;       // in pixels of the frame; what the last result points at
+};
+
 template <int kMaxBoxes>
 struct GridState {  // all zero until _init, so it takes no room in the library's file
   Orientation orientation;
-  kel_nn_box_t candidates[kMaxBoxes];  // in pixels of the input
-  kel_nn_box_t boxes[kMaxBoxes];       // in pixels of the frame; what the last result points at
-};
+  kel_nn_box_t candidates[kMaxBoxes], boxes[kMaxBoxes];
 
-inline ImageShape image_shape(const kel_nn_size_t& input_size) {
-  return {static_cast<size_t>(input_size.h), static_cast<size_t>(input_size.w), /*channels=*/3};
-}
+  GridMemory memory() { return {orientation, kMaxBoxes, candidates, boxes}; }
+};
 
 // The name of the engine's call that failed.
 const char* failed_call(const RunStatus& status);
 
 struct GridOutputs {
   const float* values[kGridLevels];
-  bool complete;  // every output covers its grid
 };
-
-GridOutputs grid_outputs(const GridDetector& detector, Orientation orientation,
-                         kel_nn_graph_t graph);
 
 // Decodes the first `max_count` anchors that score high enough, in the order of the outputs, and
 // returns how many there are. The orientation gives the grids, `input_size` scales the boxes.
 int decode_grids(const GridDetector& detector, Orientation orientation, const GridOutputs& outputs,
                  const kel_nn_size_t& input_size, int max_count, kel_nn_box_t* candidates);
 
-// Keeps the best of candidates that overlap, in front, and returns how many there are.
-int suppress_overlaps(kel_nn_box_t* candidates, int count);
-
 // Takes boxes out of the letterbox: from pixels of the input to whole pixels of the frame.
 void map_to_frame(const kel_nn_box_t* candidates, int count, const kel_nn_size_t& frame_size,
                   const kel_nn_size_t& input_size, kel_nn_box_t* boxes);
 
-// From the outputs of a run to boxes in the frame: decodes, suppresses overlaps, maps.
-template <int kMaxBoxes>
-kel_nn_det_result_t find_boxes(const GridDetector& detector, const GridOutputs& outputs,
-                               const kel_nn_size_t& frame_size, const kel_nn_size_t& input_size,
-                               GridState<kMaxBoxes>* state) {
-  int count =
-      decode_grids(detector, state->orientation, outputs, input_size, kMaxBoxes, state->candidates);
-  count = suppress_overlaps(state->candidates, count);
-  map_to_frame(state->candidates, count, frame_size, input_size, state->boxes);
-  return {state->boxes, count};
-}
+struct Detection {
+  RunStatus run;
+  bool complete;  // every output covers its grid
+  kel_nn_det_result_t result;
+};
+
+// From an image to boxes in the frame: runs the graph, decodes, suppresses overlaps, maps. There is a
+// result when the run is ok and complete.
+Detection detect(const GridDetector& detector, const GridMemory& memory, kel_nn_graph_t graph,
+                 const void* image, const kel_nn_size_t& frame_size,
+                 const kel_nn_size_t& input_size);
 
 }  // namespace kelnn
 

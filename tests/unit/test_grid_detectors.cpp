@@ -88,7 +88,7 @@ TEST(GridDetector, DecodesLikeThePlainLoopsBitForBit) {
   for (const kel_nn_size_t& input : {network, kel_nn_size_t{419, 253}}) {
     Boxes boxes(500), expected(500);
     boxes.resize(kelnn::decode_grids(detector, kelnn::Orientation::kLandscape,
-                                     {{outputs[0], outputs[1]}, true}, input, 500, boxes.data()));
+                                     {{outputs[0], outputs[1]}}, input, 500, boxes.data()));
     expected.resize(kelnn_test::plain_decode_grids(kelnn_test::kPlainFourClasses, network, outputs,
                                                    input, expected.data()));
     EXPECT_TRUE(same_boxes(boxes, expected));
