@@ -34,8 +34,9 @@ Grid grid_of(const kel_nn_size_t& input, int stride) {
 // may qualify; then it is class 0.
 int best_class(const float* values, int class_count) {
   for (int i = 0; i < class_count; ++i) {
-    const auto exceeded_by_none = [=](float other) { return values[i] >= other; };
-    if (std::all_of(values, values + class_count, exceeded_by_none)) return i;
+    int matched = 0;
+    while (matched < class_count && values[i] >= values[matched]) ++matched;
+    if (matched == class_count) return i;
   }
   return 0;
 }
