@@ -489,7 +489,7 @@ KEL_NN_API float nn_calcu_iou(const kel_nn_box_t* a, const kel_nn_box_t* b);
  *                 there, or a score of 0. The result is not sorted again.
  *  returns        The number of boxes kept. 0 for a null pointer or a count of 0 or less; 0 with an
  *                 error printed for another type, with the list sorted.
- *  memory         Stack: 3 KiB and 40 bytes a box, and never more than 83 KiB; beyond 2048 boxes it
+ *  memory         Stack: 4 KiB and 20 bytes a box, and never more than 41 KiB; beyond 2048 boxes it
  *                 only gets slower. KEL_NN_NMS_WEIGHTED then takes 12 bytes a box from the heap;
  *                 when memory is short, an error is printed and the list is sorted, as for another
  *                 type.

@@ -31,15 +31,17 @@ GROWTH = 0.02
 SLACK = 16  # bytes, what an instruction or two more may add to a small figure
 
 # What must never be exceeded: row, columns whose sum counts, bytes.
+Goal = tuple[str, tuple[str, ...], int]
+LIBRARY_GOAL = ("libkelnn.so", ("code", "constants", "linking"), 64 * 1024)
+MOTION_GOAL = ("motion filter", ("code", "constants", "statics"), 8 * 1024)
 GOALS = [
-    ("motion filter", ("code", "constants", "statics"), 8 * 1024),
+    LIBRARY_GOAL,
+    MOTION_GOAL,
     ("resizing, 1 channel", ("call",), 13 * 1024),
     ("resizing, 2 channels", ("call",), 13 * 1024),
     ("resizing, 3 channels", ("call",), 13 * 1024),
     ("resizing, 4 channels", ("call",), 13 * 1024),
 ]
-
-LIBRARY_GOAL = 64 * 1024  # code, constants and what the loader needs
 
 LIBRARY_COLUMNS = ("code", "constants", "linking", "statics")
 TASK_COLUMNS = ("code", "constants", "statics", "init", "call", "deinit", "peak", "held")
@@ -132,13 +134,15 @@ def table(figures: Figures, heads: list[str], columns: tuple[str, ...]) -> str:
     return "\n".join(lines)
 
 
+def sum_of(figures: Figures, goal: Goal) -> int:
+    """What a goal limits."""
+    row, columns, _ = goal
+    return sum(figures[row][column] for column in columns)
+
+
 def page(figures: Figures) -> str:
     """docs/resources.md."""
     library = figures["libkelnn.so"]
-    total = library["code"] + library["constants"] + library["linking"]
-    missed = f", {total - LIBRARY_GOAL:,} more than the goal of 64 KiB" if total > LIBRARY_GOAL else ""
-    motion = figures["motion filter"]
-    alone = sum(motion[column] for column in ("code", "constants", "statics"))
     tasks = {name: row for name, row in figures.items() if row.get("init")}
     functions = {name: row for name, row in figures.items() if name != "libkelnn.so" and name not in tasks}
     return f"""# What the library takes on the camera
@@ -148,8 +152,8 @@ def page(figures: Figures) -> str:
 Bytes, of the MIPS32r2 build with Debian's g++ 12. The test `resources` measures them again and fails when one has grown by more
 than 2 % over `tests/resource_budget.json`; `scripts/resources.py --update` writes that file and this page.
 
-The stripped `libkelnn.so` has {total:,} bytes of code, constants and what the loader needs{missed}. A program that only filters
-motion links {alone:,} bytes of `libkelnn.a` (8,192 at most).
+The stripped `libkelnn.so` has {sum_of(figures, LIBRARY_GOAL):,} bytes of code, constants and what the loader needs ({LIBRARY_GOAL[2]:,} at most). A program that only
+filters motion links {sum_of(figures, MOTION_GOAL):,} bytes of `libkelnn.a` ({MOTION_GOAL[2]:,} at most).
 
 {table({"libkelnn.so": library}, ["", "code", "constants", "for the loader", "statics"], LIBRARY_COLUMNS)}
 
@@ -189,8 +193,8 @@ def problems(figures: Figures, budget: Figures) -> list[str]:
 
 def missed_goals(figures: Figures) -> list[str]:
     """Goals that the figures do not keep."""
-    sums = [(row, sum(figures[row][column] for column in columns), goal) for row, columns, goal in GOALS]
-    return [f"{row}: {total:,} bytes, and the goal is {goal:,}" for row, total, goal in sums if total > goal]
+    sums = [(goal, sum_of(figures, goal)) for goal in GOALS]
+    return [f"{goal[0]}: {total:,} bytes, and the goal is {goal[2]:,}" for goal, total in sums if total > goal[2]]
 
 
 def main() -> None:
