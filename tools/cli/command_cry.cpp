@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "cry_detector.h"
 #include "progress_bar.h"
 #include "report.h"
+#include "sound_window.h"
 
 namespace kelnn_cli {
 namespace {
@@ -56,15 +56,15 @@ Json json_of(const Rest& rest) { return {{"input", rest.sound}, {"left_over", re
 
 bool cry(const CryOptions& options, Reporter* reporter) {
   const std::unique_ptr<Sound> sound = open_sound(options.sound);
-  CryDetector detector(kel_nn::Library(options.root), options.threshold);
+  kel_nn::CryDetector detector(kel_nn::Library(options.root), options.threshold);
   ProgressBar progress(options.sound, static_cast<int64_t>(sound->expected_samples() / kSoundRate),
                        "s of sound", options.wants_progress);
   std::vector<int16_t> samples = next_window(sound.get());
   uint64_t index = 0;
   for (; samples.size() == kWindowSamples; samples = next_window(sound.get()), ++index) {
-    const float probability = detector.of(samples);
+    const float probability = cry_probability(samples, &detector);
     const Window window = {options.sound, index, loudness(samples),
-                           detector.is_loud_enough(samples), probability};
+                           is_loud_enough(samples, options.threshold), probability};
     progress.hide();
     reporter->report_one(window);
     progress.show(static_cast<int64_t>(window.end()));

@@ -7,10 +7,10 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "cut_out_tasks.h"
 #include "drawing_target.h"
 #include "frames.h"
 #include "landmark_points.h"
+#include "library_call.h"
 
 namespace kelnn_cli {
 namespace {
@@ -46,7 +46,7 @@ bool for_each_part(const CutOutOptions& options, Reporter* reporter,
 // ----- What is found
 
 struct FoundLandmarks {
-  Landmarks landmarks;
+  kel_nn::Landmarks landmarks;
   std::vector<cv::Point2d> pixels;  // none: the values are no parts of the cut-out
 };
 
@@ -74,15 +74,17 @@ Json json_of(const FoundLandmarks& found) {
   return json;
 }
 
-std::string text_of(const Feature& feature) {  // nine digits give back the float
+std::string text_of(const kel_nn::Feature& feature) {  // nine digits give back the float
   return fmt::format("{:.9g}\n", fmt::join(feature, "\n"));
 }
-Json json_of(const Feature& feature) { return {{"feature", feature}}; }
+Json json_of(const kel_nn::Feature& feature) { return {{"feature", feature}}; }
 
-std::string text_of(const FaceClass& found) {
+std::string text_of(const kel_nn::FaceClass& found) {
   return fmt::format("class {}  score {:.6f}\n", found.id, found.score);
 }
-Json json_of(const FaceClass& found) { return {{"class", found.id}, {"score", found.score}}; }
+Json json_of(const kel_nn::FaceClass& found) {
+  return {{"class", found.id}, {"score", found.score}};
+}
 
 struct Probability {
   float value;
@@ -139,7 +141,7 @@ kel_nn::Image grey_face(const std::string& path, const Box& box) {
 }  // namespace
 
 bool landmarks(const CutOutOptions& options, Reporter* reporter) {
-  FaceLandmarks task(options.root);
+  kel_nn::FaceLandmarks task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
     FoundLandmarks found = {task.of(grey_cut_out(part.picture, part.rect)), {}};
     if (are_parts(found.landmarks)) found.pixels = pixels_of(found.landmarks, part.rect);
@@ -149,21 +151,21 @@ bool landmarks(const CutOutOptions& options, Reporter* reporter) {
 }
 
 bool feature(const CutOutOptions& options, Reporter* reporter) {
-  FaceFeatures task(options.root);
+  kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
     report(part, task.of(grey_cut_out(part.picture, part.rect)), reporter);
   });
 }
 
 bool classify_face(const CutOutOptions& options, Reporter* reporter) {
-  FaceClassifier task(options.root);
+  kel_nn::FaceClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
     report(part, task.of(grey_cut_out(part.picture, part.rect)), reporter);
   });
 }
 
 bool classify_person(const CutOutOptions& options, Reporter* reporter) {
-  PersonClassifier task(options.root);
+  kel_nn::PersonClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
     report(part, Probability{task.of(rgb_cut_out(part.picture, part.rect))}, reporter);
   });
@@ -172,8 +174,8 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter) {
 bool compare(const CompareOptions& options, Reporter* reporter) {
   const kel_nn::Image face_a = grey_face(options.picture_a, options.box_a);
   const kel_nn::Image face_b = grey_face(options.picture_b, options.box_b);
-  FaceFeatures task(options.root);
-  reporter->report(Comparison{options, similarity(task.of(face_a), task.of(face_b))});
+  kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
+  reporter->report(Comparison{options, kel_nn::similarity(task.of(face_a), task.of(face_b))});
   return true;
 }
 

@@ -8,10 +8,27 @@
 #include "feature_picture.h"
 #include "files.h"
 #include "picture_codecs.h"
+#include "report.h"
 #include "sound_window.h"
 
 namespace kelnn_cli {
 namespace {
+
+std::vector<int16_t> read_window(const FeaturesOptions& options) {
+  const std::unique_ptr<Sound> sound = open_sound(options.sound);
+  std::vector<int16_t> window;
+  const auto seconds = [](uint64_t samples) { return static_cast<double>(samples) / kSoundRate; };
+  for (uint64_t i = 0; i <= options.window; ++i) {
+    window = next_window(sound.get());
+    if (window.size() < kWindowSamples) {
+      throw Failure(options.sound,
+                    fmt::format("window {} ends at {:.2f} s, the sound at {:.2f} s", options.window,
+                                seconds((options.window + 1) * kWindowSamples),
+                                seconds(i * kWindowSamples + window.size())));
+    }
+  }
+  return window;
+}
 
 std::string to_csv(const kel_nn::SoundFeatures& matrix) {
   std::string text;
@@ -61,8 +78,14 @@ std::string title(const Written& written) {
 }  // namespace
 
 bool features(const FeaturesOptions& options, Reporter* reporter) {
-  const kel_nn::SoundFeatures matrix =
-      window_features(open_sound(options.sound).get(), options.sound, options.window);
+  const std::vector<int16_t> window = read_window(options);
+  kel_nn::SoundFeatures matrix;
+  if (!matrix.of(window.data())) {
+    throw Failure(options.sound,
+                  fmt::format("window {} is too quiet to have features: its loudness "
+                              "is {:.0f}, the gate is at {:.0f}",
+                              options.window, loudness(window), kLowestGate));
+  }
   const Written written = {options, matrix};
   if (!options.png.empty()) {
     const auto start = static_cast<double>(written.start());

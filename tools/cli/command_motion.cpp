@@ -5,12 +5,12 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "changed_pixels.h"
 #include "commands.h"
+#include "drawing.h"
 #include "drawing_target.h"
 #include "frames.h"
 #include "interruption.h"
-#include "motion_drawing.h"
+#include "library_call.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -53,7 +53,7 @@ bool watch_motion(const MotionOptions& options, Reporter* reporter) {
   const std::unique_ptr<FrameSource> source = open_moving(options.input);
   const std::unique_ptr<FrameSink> sink =
       DrawingTarget(options.out, {options.input}).open(options.input, *source, 1);
-  kel_nn::MotionFilter filter = make_filter(kel_nn::Library(), options.settings);
+  kel_nn::MotionFilter filter = options.settings.filter(kel_nn::Library());
   ChangedPixels changed_pixels;
   std::vector<double> shares;
   std::optional<bool> last;
@@ -62,7 +62,7 @@ bool watch_motion(const MotionOptions& options, Reporter* reporter) {
     const cv::Mat luma = luma_of(frame->pixels);
     const cv::Mat changed = changed_pixels.take(luma);
     if (!changed.empty()) shares.push_back(percentage(changed));
-    if (const auto is_motion = filter.take(luma.data, size_of(luma))) {
+    if (const std::optional<bool> is_motion = filter.take(luma.data, size_of(luma))) {
       last = is_motion;
       walk.report(reporter, period_of(options.input, *frame, *is_motion, shares));
       shares.clear();
@@ -116,12 +116,13 @@ Json json_of(const Sweep& sweep) {
 Count count_decisions(const MotionOptions& options, const kel_nn::Library& library,
                       FrameSource* source, const MotionSettings& settings) {
   Count count = {settings, 0, 0, 0};
-  kel_nn::MotionFilter filter = make_filter(library, settings);
+  kel_nn::MotionFilter filter = settings.filter(library);
   const std::string label =
       fmt::format("{}, {:.6g} %, {} frames", options.input, settings.ratio, settings.period);
   FrameWalk walk(label, source, options.frames);
   while (const Frame* frame = walk.next()) {
-    const auto is_motion = filter.take(luma_of(frame->pixels).data, size_of(frame->pixels));
+    const std::optional<bool> is_motion =
+        filter.take(luma_of(frame->pixels).data, size_of(frame->pixels));
     ++count.frames;
     count.decisions += is_motion.has_value();
     count.motion += is_motion.value_or(false);

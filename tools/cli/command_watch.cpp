@@ -26,9 +26,11 @@ const Detection& place_of(const Detection& person) { return person; }
 const Detection& place_of(const WatchedFace& face) { return face.place; }
 
 std::string text_of(const Event& event) {
-  std::string text =
-      fmt::format("{}:{}\n", place_text(event.input, event.frame),
-                  event.seen.is_motion ? (*event.seen.is_motion ? " motion" : " still") : "");
+  const std::optional<bool> is_motion = event.seen.is_motion;
+  std::string text = fmt::format("{}:{}\n", place_text(event.input, event.frame),
+                                 !is_motion   ? ""
+                                 : *is_motion ? " motion"
+                                              : " still");
   const auto add = [&text](const char* name, const auto& places) {
     if (!places) return;
     for (const auto& one : *places) text += line_of(name, place_of(one));

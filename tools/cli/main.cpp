@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
   try {
     return line.command(&reporter) ? kFine : kFailed;
   } catch (const std::exception& error) {
-    reporter.complain(error.what());
+    reporter.complain(error);
     return kFailed;
   }
 }

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "interruption.h"
+#include "library_call.h"
 
 namespace kelnn_cli {
 namespace {
@@ -23,6 +24,11 @@ void Reporter::complain(const std::string& message) const {
   fmt::print(stderr, "kelnn: {}\n", message);
 }
 
+void Reporter::complain(const std::exception& error) const {
+  const auto* of_library = dynamic_cast<const kel_nn::Error*>(&error);
+  complain(of_library ? explanation(*of_library) : error.what());
+}
+
 bool for_each_input(const std::vector<std::string>& inputs, const Reporter& reporter,
                     const std::function<void(const std::string&)>& work) {
   bool ok = true;
@@ -33,7 +39,7 @@ bool for_each_input(const std::vector<std::string>& inputs, const Reporter& repo
     } catch (const OutputFailure&) {
       throw;
     } catch (const std::exception& error) {
-      reporter.complain(error.what());
+      reporter.complain(error);
       ok = false;
     }
   }

@@ -28,6 +28,7 @@ class Reporter {
   }
   // To standard error.
   void complain(const std::string& message) const;
+  void complain(const std::exception& error) const;
 
  private:
   static std::string on_several_lines(const Json& json);

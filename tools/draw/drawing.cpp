@@ -9,7 +9,7 @@ namespace {
 
 // Blue, green, red; light enough for black letters.
 const cv::Scalar kColours[] = {{80, 220, 60}, {60, 170, 255}, {255, 190, 70}, {230, 120, 240}};
-const cv::Scalar kBlack(0, 0, 0);
+const cv::Scalar kBlack(0, 0, 0), kChanged(40, 40, 255);
 constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
 constexpr double kLetterScale = 0.45;  // per pixel of line width
 
@@ -36,6 +36,21 @@ void draw_box(cv::Mat* bgr, const cv::Rect& box, const std::string& label, int c
       kColours[static_cast<size_t>(std::max(0, colour)) % std::size(kColours)];
   cv::rectangle(*bgr, box, chosen, 2 * line_width);
   if (!label.empty()) draw_label(bgr, box, label, chosen, line_width);
+}
+
+cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
+                           std::optional<bool> is_motion) {
+  cv::Mat drawn = bgr.clone();
+  if (!changed.empty()) {
+    const cv::Rect covered(0, 0, 2 * changed.cols, 2 * changed.rows);  // an odd edge is not seen
+    cv::Mat mask;
+    cv::resize(changed, mask, covered.size(), 0, 0, cv::INTER_NEAREST);
+    drawn(covered).setTo(kChanged, mask);
+  }
+  if (is_motion) {
+    draw_box(&drawn, cv::Rect({}, drawn.size()), *is_motion ? "motion" : "still", *is_motion);
+  }
+  return drawn;
 }
 
 }  // namespace kelnn_cli

@@ -10,12 +10,12 @@ const cv::Scalar kPointColour(60, 220, 255);  // blue, green, red
 
 }  // namespace
 
-bool are_parts(const Landmarks& landmarks) {
+bool are_parts(const kel_nn::Landmarks& landmarks) {
   return std::all_of(landmarks.points.begin(), landmarks.points.end(),
                      [](float value) { return value >= 0 && value <= 1; });
 }
 
-std::vector<cv::Point2d> pixels_of(const Landmarks& landmarks, const cv::Rect& part) {
+std::vector<cv::Point2d> pixels_of(const kel_nn::Landmarks& landmarks, const cv::Rect& part) {
   std::vector<cv::Point2d> pixels;
   for (size_t i = 0; i < landmarks.points.size(); i += 2) {
     pixels.emplace_back(part.x + double{landmarks.points[i]} * part.width,
@@ -33,7 +33,7 @@ void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv:
   }
 }
 
-void draw_landmarks(cv::Mat* bgr, const Landmarks& landmarks, const cv::Rect& part) {
+void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const cv::Rect& part) {
   draw_points(bgr, pixels_of(landmarks, part), kPointColour, std::max(2, part.width / 40));
 }
 

@@ -6,18 +6,18 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
-#include "cut_out_tasks.h"
+#include "kel_nn.hpp"
 
 namespace kelnn_cli {
 
-bool are_parts(const Landmarks& landmarks);  // all from 0 to 1
+bool are_parts(const kel_nn::Landmarks& landmarks);  // all from 0 to 1
 
-std::vector<cv::Point2d> pixels_of(const Landmarks& landmarks, const cv::Rect& part);
+std::vector<cv::Point2d> pixels_of(const kel_nn::Landmarks& landmarks, const cv::Rect& part);
 
 // Those that lie in the picture, as discs.
 void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv::Scalar& colour,
                  int radius);
-void draw_landmarks(cv::Mat* bgr, const Landmarks& landmarks, const cv::Rect& part);
+void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const cv::Rect& part);
 
 }  // namespace kelnn_cli
 

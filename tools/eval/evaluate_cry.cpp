@@ -4,9 +4,9 @@
 #include <map>
 #include <memory>
 
-#include "cry_detector.h"
 #include "evaluation.h"
 #include "evaluation_classes.h"
+#include "sound_window.h"
 
 namespace kelnn_cli {
 namespace {
@@ -42,16 +42,16 @@ struct Windows {
   }
 };
 
-Windows hear(const LabelledSound& labelled, CryDetector* detector) {
+Windows hear(const LabelledSound& labelled, kel_nn::CryDetector* detector) {
   const std::unique_ptr<Sound> sound = open_sound(labelled.path);
   Windows windows;
   for (;;) {
     const std::vector<int16_t> window = next_window(sound.get());
     if (window.size() < kWindowSamples) break;
-    const float probability = detector->of(window);
+    const float probability = cry_probability(window, detector);
     check_is_number(probability, labelled.path);
     windows.confusion.add(labelled.cry, probability >= kCryProbability ? kCry : kNoCry);
-    windows.too_quiet += !detector->is_loud_enough(window);
+    windows.too_quiet += !is_loud_enough(window, kLowestGate);
   }
   if (windows.confusion.count() == 0) throw Failure(labelled.path, "shorter than a window of 3 s");
   return windows;
@@ -94,7 +94,7 @@ Report report_of(const EvaluationSettings& settings, size_t sound_count, const W
 
 Report evaluate_cry(const EvaluationSettings& settings) {
   const std::vector<LabelledSound> sounds = read_sounds(settings.data);
-  CryDetector detector(kel_nn::Library(settings.root), kLowestGate);
+  kel_nn::CryDetector detector{kel_nn::Library(settings.root)};
   EvaluationProgress progress(settings, sounds.size());
   Windows all;
   std::map<std::string, Windows> kinds;

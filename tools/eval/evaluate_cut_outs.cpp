@@ -5,13 +5,13 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
-#include "cut_out_tasks.h"
 #include "evaluation.h"
 #include "evaluation_classes.h"
 #include "evaluation_landmarks.h"
 #include "evaluation_similarity.h"
 #include "frame_sink.h"
 #include "landmark_points.h"
+#include "library_call.h"
 #include "picture.h"
 
 namespace kelnn_cli {
@@ -43,7 +43,8 @@ LabelledFace face_of(const std::string& directory, const LabelRow& row, bool has
   return face;
 }
 
-FaceErrors errors_of(const LabelledFace& face, const Landmarks& found, const cv::Rect& part) {
+FaceErrors errors_of(const LabelledFace& face, const kel_nn::Landmarks& found,
+                     const cv::Rect& part) {
   FaceErrors errors = {{}, {}, !face.pose.empty()};
   const std::vector<cv::Point2d> pixels = pixels_of(found, part);
   for (size_t i = 0; i < kPointCount; ++i) {
@@ -56,7 +57,7 @@ FaceErrors errors_of(const LabelledFace& face, const Landmarks& found, const cv:
 }
 
 void draw_face(const EvaluationSettings& settings, size_t rank, const LabelledFace& face,
-               const Landmarks& found) {
+               const kel_nn::Landmarks& found) {
   cv::Mat picture = load_picture(face.path);
   const cv::Rect part = chosen_part(face.path, picture, {});
   const int factor = 1 + (kLeastDrawnSide - 1) / part.width;
@@ -74,14 +75,14 @@ void draw_face(const EvaluationSettings& settings, size_t rank, const LabelledFa
 }
 
 struct SeenFace {
-  Landmarks found;
+  kel_nn::Landmarks found;
   FaceErrors errors;
 };
 
-SeenFace look_at(const LabelledFace& face, FaceLandmarks* landmarks) {
+SeenFace look_at(const LabelledFace& face, kel_nn::FaceLandmarks* landmarks) {
   const cv::Mat picture = load_picture(face.path);
   const cv::Rect part = chosen_part(face.path, picture, {});
-  const Landmarks found = landmarks->of(grey_cut_out(picture, part));
+  const kel_nn::Landmarks found = landmarks->of(grey_cut_out(picture, part));
   for (const float value : found.points) check_is_number(value, face.path);
   for (const float value : found.pose) check_is_number(value, face.path);
   return {found, errors_of(face, found, part)};
@@ -123,12 +124,13 @@ struct Similarities {
 };
 
 // Of every pair.
-Similarities compare(const std::vector<LabelRow>& rows, const std::vector<Feature>& features) {
+Similarities compare(const std::vector<LabelRow>& rows,
+                     const std::vector<kel_nn::Feature>& features) {
   Similarities all;
   for (size_t a = 0; a < rows.size(); ++a) {
     for (size_t b = a + 1; b < rows.size(); ++b) {
       const bool is_same = rows[a].text(kPerson) == rows[b].text(kPerson);
-      (is_same ? all.same : all.different).push_back(similarity(features[a], features[b]));
+      (is_same ? all.same : all.different).push_back(kel_nn::similarity(features[a], features[b]));
     }
   }
   return all;
@@ -196,7 +198,7 @@ Report evaluate_landmarks(const EvaluationSettings& settings) {
   for (const LabelRow& row : labels.rows) {
     faces.push_back(face_of(settings.data, row, labels.has_optional));
   }
-  FaceLandmarks landmarks(settings.root);
+  kel_nn::FaceLandmarks landmarks{kel_nn::Library(settings.root)};
   EvaluationProgress progress(settings, faces.size());
   std::vector<SeenFace> seen;
   std::vector<FaceErrors> errors;
@@ -211,9 +213,9 @@ Report evaluate_landmarks(const EvaluationSettings& settings) {
 
 Report evaluate_features(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
-  FaceFeatures features(settings.root);
+  kel_nn::FaceFeatures features{kel_nn::Library(settings.root)};
   EvaluationProgress progress(settings, labels.rows.size());
-  std::vector<Feature> all;
+  std::vector<kel_nn::Feature> all;
   for (const LabelRow& row : labels.rows) {
     const std::string path = path_of(settings.data, row);
     const cv::Mat picture = load_picture(path);
@@ -242,10 +244,10 @@ Report evaluate_features(const EvaluationSettings& settings) {
 
 Report evaluate_face_classes(const EvaluationSettings& settings) {
   const auto pictures = read_classes(settings.data, kFaceClassCount);
-  FaceClassifier classifier(settings.root);
+  kel_nn::FaceClassifier classifier{kel_nn::Library(settings.root)};
   return evaluate_classes(settings, pictures, kFaceClassCount,
                           [&](const cv::Mat& bgr, const cv::Rect& part, const std::string& path) {
-                            const FaceClass found = classifier.of(grey_cut_out(bgr, part));
+                            const kel_nn::FaceClass found = classifier.of(grey_cut_out(bgr, part));
                             check_is_number(found.score, path);
                             return found.id;
                           });
@@ -253,7 +255,7 @@ Report evaluate_face_classes(const EvaluationSettings& settings) {
 
 Report evaluate_person_classes(const EvaluationSettings& settings) {
   const auto pictures = read_classes(settings.data, kPersonClassCount);
-  PersonClassifier classifier(settings.root);
+  kel_nn::PersonClassifier classifier{kel_nn::Library(settings.root)};
   return evaluate_classes(settings, pictures, kPersonClassCount,
                           [&](const cv::Mat& bgr, const cv::Rect& part, const std::string& path) {
                             const float person = classifier.of(rgb_cut_out(bgr, part));

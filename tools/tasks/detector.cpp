@@ -13,14 +13,12 @@ class LazyDetector : public Detector {
   explicit LazyDetector(const kel_nn::Library& library) : library_(library) {}
 
   std::vector<Detection> detect(const cv::Mat& bgr) override {
-    return explained(library_.directory(), [&] {
-      if (!task_) task_.emplace(library_, size_of(bgr));
-      std::vector<Detection> found;
-      for (const auto& [box, score, class_id] : task_->detect(frame_of(bgr))) {
-        found.push_back({{box.x, box.y, box.w, box.h}, score, class_id});
-      }
-      return found;
-    });
+    if (!task_) task_.emplace(library_, size_of(bgr));
+    std::vector<Detection> found;
+    for (const auto& [box, score, class_id] : task_->detect(frame_of(bgr))) {
+      found.push_back({{box.x, box.y, box.w, box.h}, score, class_id});
+    }
+    return found;
   }
   bool is_ready_for(cv::Size frame_size) const override {
     return task_ && task_->is_ready_for({frame_size.width, frame_size.height});

@@ -15,8 +15,7 @@ namespace kelnn_cli {
 class Detector {
  public:
   virtual ~Detector() = default;
-  // Best score first. The model is loaded when a frame needs another one than the frame before; a
-  // Failure says why it does not load.
+  // Best score first. The model is loaded when a frame needs another one than the frame before.
   virtual std::vector<Detection> detect(const cv::Mat& bgr) = 0;
   // Whether a frame of that size needs no other model than the frame before.
   virtual bool is_ready_for(cv::Size frame_size) const = 0;

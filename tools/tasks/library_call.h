@@ -9,25 +9,20 @@
 
 namespace kelnn_cli {
 
-// Throws a Failure: of a model that does not load, which file it is, what is wrong with it and what
-// to do.
-[[noreturn]] void explain(const kel_nn::Error& error, const std::string& root);
-
-// What `call` gives, or a Failure for the library's error. `root` is where the models are.
-template <typename Call>
-auto explained(const std::string& root, const Call& call) {
-  try {
-    return call();
-  } catch (const kel_nn::Error& error) {
-    explain(error, root);
-  }
-}
+// Of a model that does not load: which file it is, what is wrong with it and what to do.
+std::string explanation(const kel_nn::Error& error);
 
 inline kel_nn::Frame frame_of(const cv::Mat& bgr) {
   return kel_nn::Frame::bgr(bgr.data, bgr.cols, bgr.rows, static_cast<int>(bgr.step));
 }
 
 inline kel_nn::Size size_of(const cv::Mat& picture) { return {picture.cols, picture.rows}; }
+
+cv::Mat luma_of(const cv::Mat& bgr);
+
+// `part`, cut off at the picture's edges, as the tasks on a cut-out take it.
+kel_nn::Image grey_cut_out(const cv::Mat& bgr, const cv::Rect& part);
+kel_nn::Image rgb_cut_out(const cv::Mat& bgr, const cv::Rect& part);
 
 }  // namespace kelnn_cli
 

@@ -1,20 +1,36 @@
-// The library's motion filter, as the commands set it.
+// The library's motion filter, and what it sees.
 #ifndef KEL_NN_TOOLS_MOTION_H_
 #define KEL_NN_TOOLS_MOTION_H_
 
-#include "library_call.h"
+#include <opencv2/core.hpp>
+
+#include "kel_nn.hpp"
 
 namespace kelnn_cli {
 
 struct MotionSettings {
   double ratio = 1;  // per cent
   int period = 25;   // frames
+
+  kel_nn::MotionFilter filter(const kel_nn::Library& library) const {
+    return kel_nn::MotionFilter(library, static_cast<float>(ratio), period);
+  }
 };
 
-inline kel_nn::MotionFilter make_filter(const kel_nn::Library& library,
-                                        const MotionSettings& settings) {
-  return kel_nn::MotionFilter(library, static_cast<float>(settings.ratio), settings.period);
-}
+// Which pixels the filter sees change. The library keeps that to itself and only says what it
+// decides; so its steps are taken once more, with OpenCV, to have something to show. Nothing is
+// decided here.
+class ChangedPixels {
+ public:
+  // A mask of the halved frame, 255 where it changed between the last three frames both times. Empty
+  // for the first two frames, and for those after a change of size.
+  cv::Mat take(const cv::Mat& luma);
+
+ private:
+  cv::Mat last_, changed_;  // the last frame, smoothed; where it differed from the one before
+};
+
+double percentage(const cv::Mat& mask);  // of pixels that are not 0
 
 }  // namespace kelnn_cli
 

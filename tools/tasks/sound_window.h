@@ -1,9 +1,9 @@
-// The windows that the cry detector cuts sound into, and what it makes of one.
+// The windows that the cry detector cuts sound into, and what it hears in one.
 #ifndef KEL_NN_TOOLS_SOUND_WINDOW_H_
 #define KEL_NN_TOOLS_SOUND_WINDOW_H_
 
+#include <algorithm>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "kel_nn.hpp"
@@ -15,14 +15,28 @@ constexpr int kWindowSeconds = 3;
 using kel_nn::kLowestGate;
 using kel_nn::kWindowSamples;
 
+// The sound's next window, or what is left of it at its end.
+inline std::vector<int16_t> next_window(Sound* sound) {
+  std::vector<int16_t> window(kWindowSamples);
+  window.resize(sound->read(window.data(), window.size()));
+  return window;
+}
+
 // What the library's gate compares with its threshold.
 inline float loudness(const std::vector<int16_t>& window) {
   return kel_nn::loudness(window.data(), window.size());
 }
 
-// Window `index` of the sound, from 0. A Failure tells when there is none, or one that the gate
-// keeps from the network; `name` is for its message.
-kel_nn::SoundFeatures window_features(Sound* sound, const std::string& name, uint64_t index);
+// Of a whole window that comes after another one.
+inline float cry_probability(const std::vector<int16_t>& window, kel_nn::CryDetector* detector) {
+  float probability = 0;
+  detector->add(window.data(), window.size(), [&](float heard) { probability = heard; });
+  return probability;
+}
+
+inline bool is_loud_enough(const std::vector<int16_t>& window, float gate) {
+  return !(loudness(window) < std::max(gate, kLowestGate));
+}
 
 }  // namespace kelnn_cli
 

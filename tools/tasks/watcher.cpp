@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "changed_pixels.h"
+#include "library_call.h"
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
@@ -13,7 +13,7 @@ Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool i
       is_awake_(is_always_awake),
       is_always_awake_(is_always_awake),
       note_(note),
-      filter_(make_filter(library_, settings)) {}
+      filter_(settings.filter(library_)) {}
 
 bool Watcher::has_model(const std::string& key, const char* what) {
   const std::string path = library_.directory() + find_task(key)->file_name;
@@ -30,12 +30,8 @@ void Watcher::load(cv::Size frame_size) {
   if (has_model(person_task(frame_size), "persons")) persons_ = make_person_detector(library_);
   if (!has_model("face-detection", "faces")) return;
   faces_ = make_face_detector(library_);
-  if (has_model("face-landmarks", "landmarks")) {
-    landmarks_ = std::make_unique<FaceLandmarks>(library_);
-  }
-  if (has_model("face-features", "face features")) {
-    features_ = std::make_unique<FaceFeatures>(library_);
-  }
+  if (has_model("face-landmarks", "landmarks")) landmarks_.emplace(library_);
+  if (has_model("face-features", "face features")) features_.emplace(library_);
 }
 
 WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {

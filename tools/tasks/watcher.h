@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "cut_out_tasks.h"
 #include "detector.h"
 #include "motion.h"
 
@@ -18,8 +17,8 @@ namespace kelnn_cli {
 
 struct WatchedFace {
   Detection place;
-  std::optional<Landmarks> landmarks;
-  std::optional<Feature> features;  // none: no model
+  std::optional<kel_nn::Landmarks> landmarks;
+  std::optional<kel_nn::Feature> features;  // none: no model
 };
 
 struct Sighting {
@@ -37,7 +36,7 @@ class Watcher {
   using Note = std::function<void(const std::string&)>;
 
   // `is_always_awake`: detection does not wait for motion. `note` is told once of each task that is
-  // left out; of a model that is there but does not load, a Failure tells.
+  // left out; of a model that is there but does not load, an Error tells.
   Watcher(const std::string& root, const MotionSettings& settings, bool is_always_awake,
           const Note& note);
 
@@ -53,8 +52,8 @@ class Watcher {
   Note note_;
   kel_nn::MotionFilter filter_;
   std::unique_ptr<Detector> persons_, faces_;
-  std::unique_ptr<FaceLandmarks> landmarks_;
-  std::unique_ptr<FaceFeatures> features_;
+  std::optional<kel_nn::FaceLandmarks> landmarks_;
+  std::optional<kel_nn::FaceFeatures> features_;
 };
 
 }  // namespace kelnn_cli

@@ -1,4 +1,4 @@
-#include "changed_pixels.h"
+#include "motion.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -46,12 +46,6 @@ cv::Mat ChangedPixels::take(const cv::Mat& luma) {
   cv::Mat both = changed_.empty() ? cv::Mat() : cv::Mat(changed & changed_);
   changed_ = changed;
   return both;
-}
-
-cv::Mat luma_of(const cv::Mat& bgr) {
-  cv::Mat luma;
-  cv::cvtColor(bgr, luma, cv::COLOR_BGR2GRAY);
-  return luma;
 }
 
 double percentage(const cv::Mat& mask) {
