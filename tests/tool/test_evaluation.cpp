@@ -4,10 +4,7 @@
 
 #include <cmath>
 
-#include "evaluation_classes.h"
-#include "evaluation_detection.h"
-#include "evaluation_landmarks.h"
-#include "evaluation_similarity.h"
+#include "figures.h"
 
 namespace {
 

@@ -45,92 +45,37 @@ bool for_each_part(const CutOutOptions& options, Reporter* reporter,
 
 // ----- What is found
 
-struct FoundLandmarks {
-  kel_nn::Landmarks landmarks;
-  std::vector<cv::Point2d> pixels;  // none: the values are no parts of the cut-out
-};
-
-std::string text_of(const FoundLandmarks& found) {
+std::string landmarks_text(const Json& found) {
   std::string text;
-  for (size_t i = 0; i < found.landmarks.points.size() / 2; ++i) {
-    text += fmt::format("point {}  {:.6g} {:.6g}", i, found.landmarks.points[2 * i],
-                        found.landmarks.points[2 * i + 1]);
-    if (!found.pixels.empty()) {
-      text += fmt::format("  at pixel {:.1f}, {:.1f}", found.pixels[i].x, found.pixels[i].y);
+  for (size_t i = 0; i < found["points"].size(); ++i) {
+    const auto [x, y] = found["points"][i].get<std::array<double, 2>>();
+    text += fmt::format("point {}  {:.6g} {:.6g}", i, x, y);
+    if (found.contains("pixels")) {
+      const auto [column, row] = found["pixels"][i].get<std::array<double, 2>>();
+      text += fmt::format("  at pixel {:.1f}, {:.1f}", column, row);
     }
     text += "\n";
   }
-  return text + fmt::format("pose  {:.6g}\n", fmt::join(found.landmarks.pose, "  "));
+  return text +
+         fmt::format("pose  {:.6g}\n", fmt::join(found["pose"].get<std::vector<double>>(), "  "));
 }
 
-Json json_of(const FoundLandmarks& found) {
-  Json points = Json::array(), pixels = Json::array();
-  for (size_t i = 0; i < found.landmarks.points.size(); i += 2) {
-    points.push_back({found.landmarks.points[i], found.landmarks.points[i + 1]});
-  }
-  for (const cv::Point2d& pixel : found.pixels) pixels.push_back({pixel.x, pixel.y});
-  Json json = {{"points", points}, {"pose", found.landmarks.pose}};
-  if (!found.pixels.empty()) json["pixels"] = pixels;
-  return json;
+std::string feature_text(const Json& found) {  // nine digits give back the float
+  return fmt::format("{:.9g}\n", fmt::join(found["feature"].get<std::vector<double>>(), "\n"));
 }
-
-std::string text_of(const kel_nn::Feature& feature) {  // nine digits give back the float
-  return fmt::format("{:.9g}\n", fmt::join(feature, "\n"));
-}
-Json json_of(const kel_nn::Feature& feature) { return {{"feature", feature}}; }
-
-std::string text_of(const kel_nn::FaceClass& found) {
-  return fmt::format("class {}  score {:.6f}\n", found.id, found.score);
-}
-Json json_of(const kel_nn::FaceClass& found) {
-  return {{"class", found.id}, {"score", found.score}};
-}
-
-struct Probability {
-  float value;
-};
-std::string text_of(const Probability& found) { return fmt::format("{:.6f}\n", found.value); }
-Json json_of(const Probability& found) { return {{"probability", found.value}}; }
 
 // Where it was found is said before it, in the text only if there is a choice.
-template <typename Found>
-struct Placed {
-  const Part& part;
-  const Found& found;
-};
-
-template <typename Found>
-std::string text_of(const Placed<Found>& placed) {
-  const auto& [path, picture, rect, is_only_one, drawing] = placed.part;
-  if (is_only_one) return text_of(placed.found);
-  return fmt::format("{}, x {}, y {}, {} x {}:\n{}", path, rect.x, rect.y, rect.width, rect.height,
-                     text_of(placed.found));
-}
-
-template <typename Found>
-Json json_of(const Placed<Found>& placed) {
-  Json json = {{"picture", placed.part.path}, {"box", kelnn_cli::json_of(placed.part.rect)}};
-  json.update(json_of(placed.found));
-  return json;
-}
-
-template <typename Found>
-void report(const Part& part, const Found& found, Reporter* reporter) {
-  const Placed<Found> placed = {part, found};
-  part.is_only_one ? reporter->report(placed) : reporter->report_one(placed);
-}
-
-struct Comparison {
-  const CompareOptions& options;
-  float similarity;
-};
-std::string text_of(const Comparison& compared) {
-  return fmt::format("{:.6f}\n", compared.similarity);
-}
-Json json_of(const Comparison& compared) {
-  return {{"a", compared.options.picture_a},
-          {"b", compared.options.picture_b},
-          {"similarity", compared.similarity}};
+void report(const Part& part, const Json& found, const Text& text, Reporter* reporter) {
+  Json placed = {{"picture", part.path}, {"box", json_of(part.rect)}};
+  placed.update(found);
+  if (part.is_only_one) {
+    reporter->report(placed, text);
+    return;
+  }
+  reporter->report_one(placed, [&](const Json& result) {
+    return fmt::format("{}, x {}, y {}, {} x {}:\n{}", part.path, part.rect.x, part.rect.y,
+                       part.rect.width, part.rect.height, text(result));
+  });
 }
 
 kel_nn::Image grey_face(const std::string& path, const Box& box) {
@@ -143,31 +88,41 @@ kel_nn::Image grey_face(const std::string& path, const Box& box) {
 bool landmarks(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceLandmarks task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    FoundLandmarks found = {task.of(grey_cut_out(part.picture, part.rect)), {}};
-    if (are_parts(found.landmarks)) found.pixels = pixels_of(found.landmarks, part.rect);
-    if (!part.drawing->empty()) draw_landmarks(part.drawing, found.landmarks, part.rect);
-    report(part, found, reporter);
+    const kel_nn::Landmarks found = task.of(grey_cut_out(part.picture, part.rect));
+    Json json = {{"points", points_json(found.points)}, {"pose", found.pose}};
+    if (are_parts(found)) {
+      json["pixels"] = Json::array();
+      for (const cv::Point2d& pixel : pixels_of(found, part.rect)) {
+        json["pixels"].push_back({pixel.x, pixel.y});
+      }
+    }
+    if (!part.drawing->empty()) draw_landmarks(part.drawing, found, part.rect);
+    report(part, json, landmarks_text, reporter);
   });
 }
 
 bool feature(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    report(part, task.of(grey_cut_out(part.picture, part.rect)), reporter);
+    const kel_nn::Feature found = task.of(grey_cut_out(part.picture, part.rect));
+    report(part, {{"feature", found}}, feature_text, reporter);
   });
 }
 
 bool classify_face(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    report(part, task.of(grey_cut_out(part.picture, part.rect)), reporter);
+    const kel_nn::FaceClass found = task.of(grey_cut_out(part.picture, part.rect));
+    report(part, {{"class", found.id}, {"score", found.score}},
+           line("class {class}  score {score:.6f}\n"), reporter);
   });
 }
 
 bool classify_person(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::PersonClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    report(part, Probability{task.of(rgb_cut_out(part.picture, part.rect))}, reporter);
+    const float found = task.of(rgb_cut_out(part.picture, part.rect));
+    report(part, {{"probability", found}}, line("{probability:.6f}\n"), reporter);
   });
 }
 
@@ -175,7 +130,9 @@ bool compare(const CompareOptions& options, Reporter* reporter) {
   const kel_nn::Image face_a = grey_face(options.picture_a, options.box_a);
   const kel_nn::Image face_b = grey_face(options.picture_b, options.box_b);
   kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
-  reporter->report(Comparison{options, kel_nn::similarity(task.of(face_a), task.of(face_b))});
+  const float similarity = kel_nn::similarity(task.of(face_a), task.of(face_b));
+  reporter->report({{"a", options.picture_a}, {"b", options.picture_b}, {"similarity", similarity}},
+                   line("{similarity:.6f}\n"));
   return true;
 }
 

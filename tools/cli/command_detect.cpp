@@ -20,45 +20,35 @@ std::string class_name(const DetectOptions& options, int class_id) {
                                                              : std::to_string(class_id);
 }
 
-struct Found {
-  const DetectOptions& options;
-  const std::string& input;
-  bool is_picture;
-  const Frame& frame;
-  std::vector<Detection> places;
-};
-
-std::string text_of(const Found& found) {
-  std::string text =
-      fmt::format("{}, {} x {}: {} found\n",
-                  found.is_picture ? found.input : place_text(found.input, found.frame),
-                  found.frame.pixels.cols, found.frame.pixels.rows, found.places.size());
-  for (const Detection& one : found.places) {
-    text += line_of(class_name(found.options, one.class_id), one);
-  }
-  return text;
-}
-
-Json json_of(const Found& found) {
-  Json json = place_json(found.input, found.frame);
-  json["width"] = found.frame.pixels.cols;
-  json["height"] = found.frame.pixels.rows;
+Json json_of(const DetectOptions& options, const std::string& input, const Frame& frame,
+             const std::vector<Detection>& found) {
+  Json json = place_json(input, frame);
+  json["width"] = frame.pixels.cols;
+  json["height"] = frame.pixels.rows;
   json["boxes"] = Json::array();
-  for (const Detection& one : found.places) {
-    Json box = json_of(one);
+  for (const Detection& one : found) {
+    Json box = kelnn_cli::json_of(one);
     box["class"] = one.class_id;
-    box["name"] = class_name(found.options, one.class_id);
+    box["name"] = class_name(options, one.class_id);
     json["boxes"].push_back(box);
   }
   return json;
 }
 
-cv::Mat drawn(const Found& found) {
-  cv::Mat picture = found.frame.pixels.clone();
-  for (const Detection& one : found.places) {
+std::string text_of(const Json& found, bool is_picture) {
+  std::string text = filled(is_picture ? "{input}" : kPlace, found) +
+                     filled(", {width} x {height}: ", found) +
+                     fmt::format("{} found\n", found["boxes"].size());
+  for (const Json& box : found["boxes"]) text += filled(std::string("  {name}") + kFound, box);
+  return text;
+}
+
+cv::Mat drawn(const DetectOptions& options, const cv::Mat& bgr,
+              const std::vector<Detection>& found) {
+  cv::Mat picture = bgr.clone();
+  for (const Detection& one : found) {
     draw_box(&picture, one.box,
-             fmt::format("{} {:.2f}", class_name(found.options, one.class_id), one.score),
-             one.class_id);
+             fmt::format("{} {:.2f}", class_name(options, one.class_id), one.score), one.class_id);
   }
   return picture;
 }
@@ -74,9 +64,10 @@ bool detect(const DetectOptions& options, decltype(make_face_detector)* make_det
     const std::unique_ptr<FrameSink> sink = drawings.open(input, *source, options.frames.step);
     FrameWalk walk(input, source.get(), options.frames);
     while (const Frame* frame = walk.next()) {
-      const Found found = {options, input, is_picture, *frame, detector->detect(frame->pixels)};
-      if (sink) sink->write(drawn(found));
-      walk.report(reporter, found);
+      const std::vector<Detection> found = detector->detect(frame->pixels);
+      if (sink) sink->write(drawn(options, frame->pixels, found));
+      walk.report(reporter, json_of(options, input, *frame, found),
+                  [&](const Json& json) { return text_of(json, is_picture); });
     }
     if (sink) sink->finish();
   });

@@ -2,8 +2,8 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
 
 #include "commands.h"
 #include "model_inspection.h"
@@ -50,70 +50,53 @@ Finding inspect_root(const std::string& root) {
                       root.empty() ? "./" : root)};
 }
 
-struct Diagnosis {
-  std::string root;
-  std::vector<std::pair<const Task*, Inspection>> models;
-  std::optional<Finding> of_root;  // where there is no model
-
-  size_t count(State state) const {
-    return static_cast<size_t>(
-        std::count_if(models.begin(), models.end(),
-                      [state](const auto& model) { return model.second.state == state; }));
-  }
-  bool ok() const { return count(State::kOk) > 0 && count(State::kBroken) == 0; }
-};
-
 const char* name_of(State state) {
   return state == State::kOk ? "ok" : state == State::kMissing ? "missing" : "broken";
 }
 
-std::string text_of(const Diagnosis& diagnosis) {
+std::string diagnosis_text(const Json& diagnosis) {
   std::string text;
-  for (const auto& [task, model] : diagnosis.models) {
-    const bool is_broken = model.state == State::kBroken;
-    text += fmt::format("{:9}{}\n{:9}{}\n", is_broken ? "BROKEN" : name_of(model.state), task->key,
-                        "", model.path);
-    if (is_broken) {
-      text += fmt::format("{0:9}problem: {1}\n{0:9}to do: {2}\n", "", model.problem, model.command);
+  std::map<std::string, int> count;
+  for (const Json& model : diagnosis["models"]) {
+    const std::string state = model["state"];
+    ++count[state];
+    text += fmt::format("{:9}", state == "broken" ? "BROKEN" : state) +
+            filled("{task}\n         {path}\n", model);
+    if (model.contains("problem")) {
+      text += filled("         problem: {problem}\n         to do: {to_do}\n", model);
     }
   }
-  text += fmt::format("\n{} ok, {} missing, {} broken\n", diagnosis.count(State::kOk),
-                      diagnosis.count(State::kMissing), diagnosis.count(State::kBroken));
-  if (const auto& finding = diagnosis.of_root) {
-    text += fmt::format("problem: {}\nto do: {}\n", finding->problem, finding->to_do);
-  }
+  text += fmt::format("\n{} ok, {} missing, {} broken\n", count["ok"], count["missing"],
+                      count["broken"]);
+  if (diagnosis.contains("problem"))
+    text += filled("problem: {problem}\nto do: {to_do}\n", diagnosis);
   return text;
-}
-
-Json json_of(const Diagnosis& diagnosis) {
-  Json json = {{"root", diagnosis.root}, {"ok", diagnosis.ok()}, {"models", Json::array()}};
-  for (const auto& [task, model] : diagnosis.models) {
-    Json entry = {{"task", task->key}, {"path", model.path}, {"state", name_of(model.state)}};
-    if (model.state == State::kBroken) {
-      entry["problem"] = model.problem;
-      entry["to_do"] = model.command;
-    }
-    json["models"].push_back(entry);
-  }
-  if (const auto& finding = diagnosis.of_root) {
-    json["problem"] = finding->problem;
-    json["to_do"] = finding->to_do;
-  }
-  return json;
 }
 
 }  // namespace
 
 bool doctor(const DoctorOptions& options, Reporter* reporter) {
-  Diagnosis diagnosis = {options.root, {}, {}};
+  Json models = Json::array();
+  std::map<State, size_t> count;
   for (const Task& task : tasks()) {
-    diagnosis.models.emplace_back(&task, inspect_model(task, options.root));
+    const Inspection model = inspect_model(task, options.root);
+    ++count[model.state];
+    Json& entry = models.emplace_back();
+    entry = {{"task", task.key}, {"path", model.path}, {"state", name_of(model.state)}};
+    if (model.state == State::kBroken) {
+      entry["problem"] = model.problem;
+      entry["to_do"] = model.command;
+    }
   }
-  if (diagnosis.count(State::kMissing) == tasks().size()) {
-    diagnosis.of_root = inspect_root(options.root);
+  const bool ok = count[State::kOk] > 0 && count[State::kBroken] == 0;
+  Json diagnosis = {{"root", options.root}, {"ok", ok}, {"models", models}};
+  if (count[State::kMissing] == tasks().size()) {
+    const Finding finding = inspect_root(options.root);
+    diagnosis["problem"] = finding.problem;
+    diagnosis["to_do"] = finding.to_do;
   }
-  reporter->report(diagnosis);
-  return diagnosis.ok();
+  reporter->report(diagnosis, diagnosis_text);
+  return ok;
 }
 
 }  // namespace kelnn_cli

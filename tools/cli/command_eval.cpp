@@ -10,15 +10,20 @@
 namespace kelnn_cli {
 namespace {
 
+template <decltype(make_face_detector)* kMakeDetector, int kClassCount>
+Report evaluate(const EvaluationSettings& settings) {
+  return evaluate_detector(settings, kMakeDetector, kClassCount);
+}
+
 struct EvaluatedTask {
   const char* key;
   Report (*evaluate)(const EvaluationSettings&);
   bool draws = false;
 };
 constexpr EvaluatedTask kTasks[] = {
-    {"face-detection", evaluate_detector, true},
-    {"person-detection", evaluate_detector, true},
-    {"four-class-detection", evaluate_detector, true},
+    {"face-detection", evaluate<make_face_detector, 1>, true},
+    {"person-detection", evaluate<make_person_detector, 1>, true},
+    {"four-class-detection", evaluate<make_object_detector, 4>, true},
     {"face-landmarks", evaluate_landmarks, true},
     {"face-features", evaluate_features},
     {"face-classes", evaluate_face_classes},
@@ -65,7 +70,7 @@ bool can_draw(const std::string& evaluated_task) {
 
 bool eval(const EvalOptions& options, Reporter* reporter) {
   const Report report = find(options.settings.task)->evaluate(options.settings);
-  reporter->report(report);
+  reporter->report(report.json, [&](const Json&) { return report.text; });
   bool ok = true;
   for (const Requirement& requirement : options.requirements) {
     const std::string complaint = shortfall(requirement, report.json);

@@ -14,6 +14,8 @@
 namespace kelnn_cli {
 namespace {
 
+namespace fs = std::filesystem;
+
 std::vector<int16_t> read_window(const FeaturesOptions& options) {
   const std::unique_ptr<Sound> sound = open_sound(options.sound);
   std::vector<int16_t> window;
@@ -41,38 +43,12 @@ std::string to_csv(const kel_nn::SoundFeatures& matrix) {
   return text + "\n";
 }
 
-struct Written {
-  const FeaturesOptions& options;
-  const kel_nn::SoundFeatures& matrix;
-
-  uint64_t start() const { return options.window * kWindowSeconds; }
-  uint64_t end() const { return start() + kWindowSeconds; }
-};
-
-std::string text_of(const Written& written) {
+std::string files_text(const Json& written) {
   std::string text;
-  for (const std::string& path : {written.options.png, written.options.csv}) {
-    if (!path.empty()) text += path + "\n";
+  for (const char* kind : {"png", "csv"}) {
+    if (written.contains(kind)) text += written[kind].get<std::string>() + "\n";
   }
   return text;
-}
-
-Json json_of(const Written& written) {
-  const FeaturesOptions& options = written.options;
-  Json json = {{"input", options.sound},        {"window", options.window},
-               {"start", written.start()},      {"end", written.end()},
-               {"rows", written.matrix.rows()}, {"channels", written.matrix.channels()}};
-  if (!options.png.empty()) json["png"] = options.png;
-  if (!options.csv.empty()) json["csv"] = options.csv;
-  return json;
-}
-
-std::string title(const Written& written) {
-  const std::string& sound = written.options.sound;
-  return fmt::format(
-      "Filter-bank features of {}, window {} ({} - {} s)",
-      sound == "-" ? "standard input" : std::filesystem::path(sound).filename().string(),
-      written.options.window, written.start(), written.end());
 }
 
 }  // namespace
@@ -86,16 +62,25 @@ bool features(const FeaturesOptions& options, Reporter* reporter) {
                               "is {:.0f}, the gate is at {:.0f}",
                               options.window, loudness(window), kLowestGate));
   }
-  const Written written = {options, matrix};
+  const uint64_t start = options.window * kWindowSeconds, end = start + kWindowSeconds;
+  Json written = {{"input", options.sound}, {"window", options.window},
+                  {"start", start},         {"end", end},
+                  {"rows", matrix.rows()},  {"channels", matrix.channels()}};
   if (!options.png.empty()) {
-    const auto start = static_cast<double>(written.start());
-    write_file(options.png, encode_picture(".png", draw_features(matrix, title(written), start)));
+    const std::string title = fmt::format(
+        "Filter-bank features of {}, window {} ({} - {} s)",
+        options.sound == "-" ? "standard input" : fs::path(options.sound).filename().string(),
+        options.window, start, end);
+    const cv::Mat picture = draw_features(matrix, title, static_cast<double>(start));
+    write_file(options.png, encode_picture(".png", picture));
+    written["png"] = options.png;
   }
   if (!options.csv.empty()) {
     const std::string csv = to_csv(matrix);
     write_file(options.csv, Bytes(csv.begin(), csv.end()));
+    written["csv"] = options.csv;
   }
-  reporter->report(written);
+  reporter->report(written, files_text);
   return true;
 }
 

@@ -14,60 +14,42 @@
 namespace kelnn_cli {
 namespace {
 
-// What the tasks are called, and what a network needs to be one's.
-struct TaskList {
-  std::vector<const Task*> tasks;
-};
-
-std::string text_of(const Task& task) {
-  std::string text = fmt::format("{}\n  {}\n  input   {}   {} wide, {} high, {}\n", task.key,
-                                 task.purpose, onnx_input(task.height, task.width, task.channels),
-                                 task.width, task.height, task.channels == 1 ? "grey" : "colour");
-  const char* heading = "output";
+// What a task is called, and what a network needs to be its model.
+Json json_of(const Task& task) {
+  Json outputs = Json::array();
   for (const Output& output : task.outputs) {
-    const std::string count = fmt::format("{}{}", output.count, output.or_more ? "+" : "");
-    text += fmt::format("  {:8}{:6} {}\n", heading, count, output.meaning);
+    outputs.push_back(
+        {{"meaning", output.meaning}, {"values", output.count}, {"or_more", output.or_more}});
+  }
+  return {{"task", task.key},
+          {"purpose", task.purpose},
+          {"file", task.file_name},
+          {"input", {{"height", task.height}, {"width", task.width}, {"channels", task.channels}}},
+          {"outputs", outputs}};
+}
+
+std::string task_text(const Json& task) {
+  const Json& input = task["input"];
+  const int channels = input["channels"];
+  std::string text = filled("{task}\n  {purpose}\n", task) +
+                     filled(
+                         "  input   [1, {channels}, {height}, {width}]   {width} wide, {height} "
+                         "high, ",
+                         input) +
+                     (channels == 1 ? "grey\n" : "colour\n");
+  const char* heading = "output";
+  for (const Json& output : task["outputs"]) {
+    const std::string count = output["values"].dump() + (output["or_more"].get<bool>() ? "+" : "");
+    text += fmt::format("  {:8}{:6} {}\n", heading, count, output["meaning"].get<std::string>());
     heading = "";
   }
-  return text + fmt::format("  file    {}\n", task.file_name);
+  return text + filled("  file    {file}\n", task);
 }
 
-std::string text_of(const TaskList& list) {
+std::string list_text(const Json& list) {
   std::string text;
-  for (const Task* task : list.tasks) text += (text.empty() ? "" : "\n") + text_of(*task);
+  for (const Json& task : list["models"]) text += (text.empty() ? "" : "\n") + task_text(task);
   return text;
-}
-
-Json json_of(const TaskList& list) {
-  Json models = Json::array();
-  for (const Task* task : list.tasks) {
-    Json outputs = Json::array();
-    for (const Output& output : task->outputs) {
-      outputs.push_back(
-          {{"meaning", output.meaning}, {"values", output.count}, {"or_more", output.or_more}});
-    }
-    models.push_back(
-        {{"task", task->key},
-         {"purpose", task->purpose},
-         {"file", task->file_name},
-         {"input",
-          {{"height", task->height}, {"width", task->width}, {"channels", task->channels}}},
-         {"outputs", outputs}});
-  }
-  return {{"models", models}};
-}
-
-// A file that pack or unpack wrote; `source` is what of.
-struct Written {
-  const char* source_key;
-  std::string source, path, text;
-  size_t bytes;
-};
-std::string text_of(const Written& file) {
-  return fmt::format("{}{} ({} bytes)\n", file.text, file.path, file.bytes);
-}
-Json json_of(const Written& file) {
-  return {{file.source_key, file.source}, {"path", file.path}, {"bytes", file.bytes}};
 }
 
 // Loaded the way the task will load it, and held against the task's shapes.
@@ -82,11 +64,11 @@ void check_network(const std::string& path, const Task& task) {
 }  // namespace
 
 bool list_models(const ModelsOptions& options, Reporter* reporter) {
-  TaskList list;
+  Json models = Json::array();
   for (const Task& task : tasks()) {
-    if (options.task.empty() || options.task == task.key) list.tasks.push_back(&task);
+    if (options.task.empty() || options.task == task.key) models.push_back(json_of(task));
   }
-  reporter->report(list);
+  reporter->report({{"models", models}}, list_text);
   return true;
 }
 
@@ -97,7 +79,8 @@ bool pack(const PackOptions& options, Reporter* reporter) {
   const std::string path = with_slash(options.root) + task.file_name;
   const Bytes packed = pack_network(onnx);
   write_file(path, packed);
-  reporter->report(Written{"task", task.key, path, options.task + ": ", packed.size()});
+  reporter->report({{"task", task.key}, {"path", path}, {"bytes", packed.size()}},
+                   line("{task}: {path} ({bytes} bytes)\n"));
   return true;
 }
 
@@ -106,7 +89,8 @@ bool unpack(const UnpackOptions& options, Reporter* reporter) {
   const std::string path = task ? with_slash(options.root) + task->file_name : options.model;
   const Bytes onnx = unpack_network(path);
   write_file(options.output, onnx);
-  reporter->report(Written{"model", path, options.output, "", onnx.size()});
+  reporter->report({{"model", path}, {"path", options.output}, {"bytes", onnx.size()}},
+                   line("{path} ({bytes} bytes)\n"));
   return true;
 }
 

@@ -18,35 +18,23 @@ namespace {
 
 // ----- One run
 
-struct Period {
-  const std::string& input;
-  const Frame& frame;  // the last one
-  bool is_motion;
-  // Shares of changed pixels, in per cent: what more than half of the frames reach, so that it is this
-  // one that decides, and the largest one.
-  double deciding, largest;
-};
-
-std::string text_of(const Period& period) {
-  return fmt::format("{}: {}, changed {:.3f} %, at most {:.3f} %\n",
-                     place_text(period.input, period.frame), period.is_motion ? "motion" : "still",
-                     period.deciding, period.largest);
-}
-
-Json json_of(const Period& period) {
-  Json json = place_json(period.input, period.frame);
-  json["motion"] = period.is_motion;
-  json["changed"] = period.deciding;
-  json["changed_max"] = period.largest;
+// Of the frames that had a vote, the shares of changed pixels in per cent: what more than half of them
+// reach, so that it is this one that decides (of an even number the lower one), and the largest one.
+Json period_json(const std::string& input, const Frame& frame, bool is_motion,
+                 std::vector<double> shares) {
+  if (shares.empty()) shares = {0};
+  std::sort(shares.begin(), shares.end());
+  Json json = place_json(input, frame);
+  json["motion"] = is_motion;
+  json["changed"] = shares[(shares.size() - 1) / 2];
+  json["changed_max"] = shares.back();
   return json;
 }
 
-// `shares` are of the frames that had a vote; the median decides, of an even number the lower one.
-Period period_of(const std::string& input, const Frame& frame, bool is_motion,
-                 std::vector<double> shares) {
-  if (shares.empty()) return {input, frame, is_motion, 0, 0};
-  std::sort(shares.begin(), shares.end());
-  return {input, frame, is_motion, shares[(shares.size() - 1) / 2], shares.back()};
+std::string period_text(const Json& period) {
+  const char* const decision = period["motion"].get<bool>() ? ": motion" : ": still";
+  return filled(kPlace, period) + decision +
+         filled(", changed {changed:.3f} %, at most {changed_max:.3f} %\n", period);
 }
 
 bool watch_motion(const MotionOptions& options, Reporter* reporter) {
@@ -64,7 +52,7 @@ bool watch_motion(const MotionOptions& options, Reporter* reporter) {
     if (!changed.empty()) shares.push_back(percentage(changed));
     if (const std::optional<bool> is_motion = filter.take(luma.data, size_of(luma))) {
       last = is_motion;
-      walk.report(reporter, period_of(options.input, *frame, *is_motion, shares));
+      walk.report(reporter, period_json(options.input, *frame, *is_motion, shares), period_text);
       shares.clear();
     }
     if (sink) sink->write(frame_with_changes(frame->pixels, changed, last));
@@ -80,35 +68,30 @@ struct Count {
   int64_t frames, decisions, motion;
 };
 
-struct Sweep {
-  const MotionOptions& options;
-  std::vector<Count> counts;  // period after period, for each ratio
-};
-
-std::string text_of(const Sweep& sweep) {
-  std::string text =
-      fmt::format("decisions for motion, of all; ratio down, period across\n{:14}", "");
-  for (const int period : sweep.options.periods) text += fmt::format("{:>14}", period);
-  for (size_t i = 0; i < sweep.counts.size(); ++i) {
-    const Count& count = sweep.counts[i];
-    if (i % sweep.options.periods.size() == 0) {
-      text += fmt::format("\n{:>14}", fmt::format("{:.6g} %", count.settings.ratio));
-    }
-    text += fmt::format(" {:>13}", fmt::format("{} of {}", count.motion, count.decisions));
-  }
-  return text + "\n";
-}
-
-Json json_of(const Sweep& sweep) {
+// The counts lie period after period, for each ratio.
+Json sweep_json(const MotionOptions& options, const std::vector<Count>& counts) {
   Json cells = Json::array();
-  for (const Count& count : sweep.counts) {
+  for (const Count& count : counts) {
     cells.push_back({{"ratio", count.settings.ratio},
                      {"period", count.settings.period},
                      {"decisions", count.decisions},
                      {"motion", count.motion}});
   }
-  return {
-      {"input", sweep.options.input}, {"frames", sweep.counts.front().frames}, {"sweep", cells}};
+  return {{"input", options.input}, {"frames", counts.front().frames}, {"sweep", cells}};
+}
+
+std::string sweep_text(const MotionOptions& options, const Json& sweep) {
+  std::string text =
+      fmt::format("decisions for motion, of all; ratio down, period across\n{:14}", "");
+  for (const int period : options.periods) text += fmt::format("{:>14}", period);
+  for (size_t i = 0; i < sweep["sweep"].size(); ++i) {
+    const Json& cell = sweep["sweep"][i];
+    if (i % options.periods.size() == 0) {
+      text += fmt::format("\n{:>14}", filled("{ratio:.6g} %", cell));
+    }
+    text += fmt::format(" {:>13}", filled("{motion} of {decisions}", cell));
+  }
+  return text + "\n";
 }
 
 // The recording is decoded anew for every setting: the library has one filter at a time, and a
@@ -133,7 +116,7 @@ Count count_decisions(const MotionOptions& options, const kel_nn::Library& libra
 
 bool sweep_motion(const MotionOptions& options, Reporter* reporter) {
   const kel_nn::Library library;
-  Sweep sweep = {options, {}};
+  std::vector<Count> counts;
   for (const double ratio : options.ratios) {
     for (const int period : options.periods) {
       const std::unique_ptr<FrameSource> source = open_moving(options.input);
@@ -141,10 +124,11 @@ bool sweep_motion(const MotionOptions& options, Reporter* reporter) {
         throw Failure(options.input,
                       "a camera; --sweep takes a recording, to look at it several times");
       }
-      sweep.counts.push_back(count_decisions(options, library, source.get(), {ratio, period}));
+      counts.push_back(count_decisions(options, library, source.get(), {ratio, period}));
     }
   }
-  reporter->report_one(sweep);
+  reporter->report_one(sweep_json(options, counts),
+                       [&](const Json& sweep) { return sweep_text(options, sweep); });
   return true;
 }
 

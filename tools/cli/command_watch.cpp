@@ -16,54 +16,40 @@ namespace {
 
 constexpr int kPersonColour = 0, kFaceColour = 1;  // of draw_box()
 
-struct Event {
-  const std::string& input;
-  const Frame& frame;
-  const Sighting& seen;
-};
-
-const Detection& place_of(const Detection& person) { return person; }
-const Detection& place_of(const WatchedFace& face) { return face.place; }
-
-std::string text_of(const Event& event) {
-  const std::optional<bool> is_motion = event.seen.is_motion;
-  std::string text = fmt::format("{}:{}\n", place_text(event.input, event.frame),
-                                 !is_motion   ? ""
-                                 : *is_motion ? " motion"
-                                              : " still");
-  const auto add = [&text](const char* name, const auto& places) {
-    if (!places) return;
-    for (const auto& one : *places) text += line_of(name, place_of(one));
-  };
-  add("person", event.seen.persons);
-  add("face", event.seen.faces);
-  return text;
-}
-
-Json json_of(const WatchedFace& face) {
+Json face_json(const WatchedFace& face) {
   Json json = json_of(face.place);
   if (face.landmarks) {
-    json["points"] = Json::array();
-    for (size_t i = 0; i < face.landmarks->points.size(); i += 2) {
-      json["points"].push_back({face.landmarks->points[i], face.landmarks->points[i + 1]});
-    }
+    json["points"] = points_json(face.landmarks->points);
     json["pose"] = face.landmarks->pose;
   }
   if (face.features) json["feature"] = *face.features;
   return json;
 }
 
-Json json_of(const Event& event) {
-  Json json = place_json(event.input, event.frame);
-  if (event.seen.is_motion) json["motion"] = *event.seen.is_motion;
-  const auto add = [&json](const char* name, const auto& places) {
-    if (!places) return;
-    json[name] = Json::array();
-    for (const auto& one : *places) json[name].push_back(json_of(one));
-  };
-  add("persons", event.seen.persons);
-  add("faces", event.seen.faces);
+Json event_json(const std::string& input, const Frame& frame, const Sighting& seen) {
+  Json json = place_json(input, frame);
+  if (seen.is_motion) json["motion"] = *seen.is_motion;
+  if (seen.persons) json["persons"] = Json::array();
+  for (const Detection& person : seen.persons.value_or(std::vector<Detection>())) {
+    json["persons"].push_back(json_of(person));
+  }
+  if (seen.faces) json["faces"] = Json::array();
+  for (const WatchedFace& face : seen.faces.value_or(std::vector<WatchedFace>())) {
+    json["faces"].push_back(face_json(face));
+  }
   return json;
+}
+
+std::string event_text(const Json& event) {
+  std::string text = filled(kPlace, event) + ":";
+  if (event.contains("motion")) text += event["motion"].get<bool>() ? " motion" : " still";
+  text += "\n";
+  const Json none = Json::array();
+  for (const Json& person : event.value("persons", none))
+    text += filled(std::string("  person") + kFound, person);
+  for (const Json& face : event.value("faces", none))
+    text += filled(std::string("  face") + kFound, face);
+  return text;
 }
 
 cv::Mat drawn(const cv::Mat& bgr, const Sighting& seen) {
@@ -93,7 +79,9 @@ bool watch(const WatchOptions& options, Reporter* reporter) {
   while (const Frame* frame = walk.next()) {
     const Sighting sighting = watcher.look(frame->pixels);
     if (sink) sink->write(drawn(frame->pixels, sighting));
-    if (sighting.is_event()) walk.report(reporter, Event{options.input, *frame, sighting});
+    if (sighting.is_event()) {
+      walk.report(reporter, event_json(options.input, *frame, sighting), event_text);
+    }
   }
   if (sink) sink->finish();
   return true;

@@ -1,7 +1,5 @@
 #include "frames.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
@@ -47,17 +45,8 @@ const Frame* FrameWalk::next() {
   return is_over ? nullptr : &frame_;
 }
 
-std::string place_text(const std::string& input, const Frame& frame) {
-  return fmt::format("{} frame {} at {:.3f} s", input, frame.index, frame.seconds);
-}
-
 Json place_json(const std::string& input, const Frame& frame) {
   return {{"input", input}, {"frame", frame.index}, {"time", frame.seconds}};
-}
-
-std::string line_of(const std::string& name, const Detection& found) {
-  return fmt::format("  {} {:.2f}  x {}, y {}, {} x {}\n", name, found.score, found.box.x,
-                     found.box.y, found.box.width, found.box.height);
 }
 
 Json json_of(const cv::Rect& box) {
@@ -68,6 +57,12 @@ Json json_of(const Detection& found) {
   Json json = json_of(found.box);
   json["score"] = found.score;
   return json;
+}
+
+Json points_json(const std::array<float, 10>& points) {
+  Json pairs = Json::array();
+  for (size_t i = 0; i < points.size(); i += 2) pairs.push_back({points[i], points[i + 1]});
+  return pairs;
 }
 
 }  // namespace kelnn_cli

@@ -23,10 +23,9 @@ class FrameWalk {
   // The next frame to look at, which holds until the one after it; null at the end, and after Ctrl-C.
   const Frame* next();
   // Says something of the frame, not on top of the progress bar.
-  template <typename Result>
-  void report(Reporter* reporter, const Result& result) {
+  void report(Reporter* reporter, const Json& result, const Text& text) {
     progress_.hide();
-    reporter->report_one(result);
+    reporter->report_one(result, text);
   }
 
  private:
@@ -37,14 +36,18 @@ class FrameWalk {
   int64_t seen_ = 0;
 };
 
-// "INPUT frame 3 at 0.120 s", and what JSON says of it.
-std::string place_text(const std::string& input, const Frame& frame);
+// What every result of a frame begins with, as JSON and as the format of its text: "INPUT frame 3 at
+// 0.120 s".
 Json place_json(const std::string& input, const Frame& frame);
+constexpr char kPlace[] = "{input} frame {frame} at {time:.3f} s";
 
-// "  name 0.97  x 1, y 2, 3 x 4" on a line.
-std::string line_of(const std::string& name, const Detection& found);
 Json json_of(const cv::Rect& box);
-Json json_of(const Detection& found);  // with its score
+// With its score; in the text as kFound, after its name.
+Json json_of(const Detection& found);
+constexpr char kFound[] = " {score:.2f}  x {x}, y {y}, {w} x {h}\n";
+
+// Pairs of numbers.
+Json points_json(const std::array<float, 10>& points);
 
 }  // namespace kelnn_cli
 

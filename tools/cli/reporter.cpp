@@ -1,6 +1,6 @@
 #include "reporter.h"
 
-#include <fmt/core.h>
+#include <fmt/args.h>
 
 #include <nlohmann/json.hpp>
 
@@ -17,8 +17,31 @@ std::string dumped(const Json& json, int indent) {
 
 }  // namespace
 
-std::string Reporter::on_several_lines(const Json& json) { return dumped(json, 2); }
-std::string Reporter::on_one_line(const Json& json) { return dumped(json, -1); }
+std::string filled(const std::string& format, const Json& result) {
+  fmt::dynamic_format_arg_store<fmt::format_context> arguments;
+  for (const auto& [name, value] : result.items()) {
+    if (value.is_string()) {
+      arguments.push_back(fmt::arg(name.c_str(), value.get<std::string>()));
+    } else if (value.is_number_float()) {
+      arguments.push_back(fmt::arg(name.c_str(), value.get<double>()));
+    } else if (value.is_number()) {
+      arguments.push_back(fmt::arg(name.c_str(), value.get<int64_t>()));
+    }
+  }
+  return fmt::vformat(format, arguments);
+}
+
+Text line(const std::string& format) {
+  return [format](const Json& result) { return filled(format, result); };
+}
+
+void Reporter::report(const Json& result, const Text& text) {
+  output_.write(wants_json_ ? dumped(result, 2) : text(result));
+}
+
+void Reporter::report_one(const Json& result, const Text& text) {
+  output_.write(wants_json_ ? dumped(result, -1) : text(result));
+}
 
 void Reporter::complain(const std::string& message) const {
   fmt::print(stderr, "kelnn: {}\n", message);

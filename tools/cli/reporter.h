@@ -2,6 +2,7 @@
 #ifndef KEL_NN_TOOLS_REPORTER_H_
 #define KEL_NN_TOOLS_REPORTER_H_
 
+#include <exception>
 #include <functional>
 #include <string>
 #include <vector>
@@ -11,29 +12,26 @@
 
 namespace kelnn_cli {
 
-// A result is any type with a text_of(), whole lines, and a json_of(); only what is wanted is made.
+// A result is described once, as JSON; its text, whole lines, is made from that when it is wanted.
+using Text = std::function<std::string(const Json& result)>;
+
+// The result's members in their places: "{input}: {score:.2f}\n".
+std::string filled(const std::string& format, const Json& result);
+Text line(const std::string& format);  // filled() for whatever result comes
+
 class Reporter {
  public:
   explicit Reporter(bool wants_json) : wants_json_(wants_json) {}
 
   // All that a command has to say.
-  template <typename Result>
-  void report(const Result& result) {
-    output_.write(wants_json_ ? on_several_lines(json_of(result)) : text_of(result));
-  }
+  void report(const Json& result, const Text& text);
   // One result of many; JSON has a line for each.
-  template <typename Result>
-  void report_one(const Result& result) {
-    output_.write(wants_json_ ? on_one_line(json_of(result)) : text_of(result));
-  }
+  void report_one(const Json& result, const Text& text);
   // To standard error.
   void complain(const std::string& message) const;
   void complain(const std::exception& error) const;
 
  private:
-  static std::string on_several_lines(const Json& json);
-  static std::string on_one_line(const Json& json);
-
   bool wants_json_;
   ResultOutput output_;
 };

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "evaluation.h"
-#include "evaluation_classes.h"
+#include "figures.h"
 #include "sound_window.h"
 
 namespace kelnn_cli {
@@ -95,15 +95,13 @@ Report report_of(const EvaluationSettings& settings, size_t sound_count, const W
 Report evaluate_cry(const EvaluationSettings& settings) {
   const std::vector<LabelledSound> sounds = read_sounds(settings.data);
   kel_nn::CryDetector detector{kel_nn::Library(settings.root)};
-  EvaluationProgress progress(settings, sounds.size());
   Windows all;
   std::map<std::string, Windows> kinds;
-  for (const LabelledSound& sound : sounds) {
+  for_each_file(settings, sounds, [&](const LabelledSound& sound) {
     const Windows windows = hear(sound, &detector);
     all.add(windows);
     kinds[sound.kind].add(windows);
-    progress.add_file();
-  }
+  });
   return report_of(settings, sounds.size(), all, kinds);
 }
 

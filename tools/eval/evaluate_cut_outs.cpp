@@ -6,16 +6,21 @@
 #include <opencv2/imgproc.hpp>
 
 #include "evaluation.h"
-#include "evaluation_classes.h"
-#include "evaluation_landmarks.h"
-#include "evaluation_similarity.h"
-#include "frame_sink.h"
+#include "figures.h"
 #include "landmark_points.h"
 #include "library_call.h"
 #include "picture.h"
 
 namespace kelnn_cli {
 namespace {
+
+// A picture, and which part of it is looked at.
+struct Square {
+  explicit Square(const std::string& path)
+      : picture(load_picture(path)), part(chosen_part(path, picture, {})) {}
+  cv::Mat picture;
+  cv::Rect part;
+};
 
 // ----- Landmarks
 
@@ -56,10 +61,8 @@ FaceErrors errors_of(const LabelledFace& face, const kel_nn::Landmarks& found,
   return errors;
 }
 
-void draw_face(const EvaluationSettings& settings, size_t rank, const LabelledFace& face,
-               const kel_nn::Landmarks& found) {
-  cv::Mat picture = load_picture(face.path);
-  const cv::Rect part = chosen_part(face.path, picture, {});
+cv::Mat drawn(const LabelledFace& face, const kel_nn::Landmarks& found) {
+  auto [picture, part] = Square(face.path);
   const int factor = 1 + (kLeastDrawnSide - 1) / part.width;
   cv::resize(picture, picture, {}, factor, factor, cv::INTER_NEAREST);
   const auto enlarged = [factor](std::vector<cv::Point2d> points) {
@@ -69,33 +72,7 @@ void draw_face(const EvaluationSettings& settings, size_t rank, const LabelledFa
   const int radius = part.width * factor / 80;
   draw_points(&picture, enlarged(face.points), kTruthColour, radius);
   draw_points(&picture, enlarged(pixels_of(found, part)), kFoundColour, radius);
-  const auto sink = make_picture(drawing_path(settings, rank, face.file));
-  sink->write(picture);
-  sink->finish();
-}
-
-struct SeenFace {
-  kel_nn::Landmarks found;
-  FaceErrors errors;
-};
-
-SeenFace look_at(const LabelledFace& face, kel_nn::FaceLandmarks* landmarks) {
-  const cv::Mat picture = load_picture(face.path);
-  const cv::Rect part = chosen_part(face.path, picture, {});
-  const kel_nn::Landmarks found = landmarks->of(grey_cut_out(picture, part));
-  for (const float value : found.points) check_is_number(value, face.path);
-  for (const float value : found.pose) check_is_number(value, face.path);
-  return {found, errors_of(face, found, part)};
-}
-
-void draw_worst(const EvaluationSettings& settings, const std::vector<LabelledFace>& faces,
-                const std::vector<SeenFace>& seen) {
-  std::vector<double> badness(seen.size());
-  for (size_t i = 0; i < seen.size(); ++i) badness[i] = seen[i].errors.mean_point();
-  const std::vector<size_t> order = worst_first(badness);
-  for (size_t rank = 0; rank < order.size(); ++rank) {
-    draw_face(settings, rank, faces[order[rank]], seen[order[rank]].found);
-  }
+  return picture;
 }
 
 Report report_of(const EvaluationSettings& settings, const LandmarkFigures& figures,
@@ -138,40 +115,25 @@ Similarities compare(const std::vector<LabelRow>& rows,
 
 // ----- Classes
 
+constexpr size_t kClass = 1;  // the column
+
 void check_class(int id, int class_count, const std::string& path) {
   if (id < 0 || id >= class_count) throw Failure(path, fmt::format("class {} was found", id));
 }
 
-struct ClassifiedPicture {
-  std::string path;
-  int class_id;
-};
-
-std::vector<ClassifiedPicture> read_classes(const std::string& directory, int class_count) {
-  std::vector<ClassifiedPicture> pictures;
-  for (const LabelRow& row :
-       read_labels(directory, {{"file", "class"}, {}}, RowsPerFile::kOne).rows) {
-    pictures.push_back({path_of(directory, row), row.whole_number(1, class_count - 1)});
-  }
-  return pictures;
-}
-
 // `classify` gives the class of the part of a picture that is looked at.
 template <typename Classify>
-Report evaluate_classes(const EvaluationSettings& settings,
-                        const std::vector<ClassifiedPicture>& pictures, int class_count,
-                        const Classify& classify) {
-  EvaluationProgress progress(settings, pictures.size());
+Report evaluate_classes(const EvaluationSettings& settings, int class_count,
+                        const std::vector<LabelRow>& rows, const Classify& classify) {
   ConfusionMatrix confusion(class_count);
-  for (const ClassifiedPicture& picture : pictures) {
-    const cv::Mat bgr = load_picture(picture.path);
-    const int found = classify(bgr, chosen_part(picture.path, bgr, {}), picture.path);
-    check_class(found, class_count, picture.path);
-    confusion.add(picture.class_id, found);
-    progress.add_file();
-  }
+  for_each_file(settings, rows, [&](const LabelRow& row) {
+    const std::string path = path_of(settings.data, row);
+    const int found = classify(Square(path), path);
+    check_class(found, class_count, path);
+    confusion.add(row.whole_number(kClass, class_count - 1), found);
+  });
 
-  Report report = begin_report(settings, pictures.size(), "pictures");
+  Report report = begin_report(settings, rows.size(), "pictures");
   add_figures({{{"accuracy", "accuracy"}, confusion.accuracy()}}, &report);
   std::vector<std::vector<Json>> lines = {{"class", "labelled", "recall"}};
   report.json["recall"] = Json::array();
@@ -187,6 +149,13 @@ Report evaluate_classes(const EvaluationSettings& settings,
   return report;
 }
 
+std::vector<LabelRow> read_classes(const std::string& directory, int class_count) {
+  const Labels labels = read_labels(directory, {{"file", "class"}, {}}, RowsPerFile::kOne);
+  for (const LabelRow& row : labels.rows)
+    row.whole_number(kClass, class_count - 1);  // or a Failure
+  return labels.rows;
+}
+
 constexpr int kFaceClassCount = 3, kPersonClassCount = 2;
 constexpr float kPersonProbability = 0.5f;
 
@@ -199,30 +168,33 @@ Report evaluate_landmarks(const EvaluationSettings& settings) {
     faces.push_back(face_of(settings.data, row, labels.has_optional));
   }
   kel_nn::FaceLandmarks landmarks{kel_nn::Library(settings.root)};
-  EvaluationProgress progress(settings, faces.size());
-  std::vector<SeenFace> seen;
+  std::vector<std::string> files;
+  std::vector<kel_nn::Landmarks> found;
   std::vector<FaceErrors> errors;
-  for (const LabelledFace& face : faces) {
-    seen.push_back(look_at(face, &landmarks));
-    errors.push_back(seen.back().errors);
-    progress.add_file();
-  }
-  if (!settings.drawings.empty()) draw_worst(settings, faces, seen);
+  std::vector<double> badness;
+  for_each_file(settings, faces, [&](const LabelledFace& face) {
+    const Square square(face.path);
+    files.push_back(face.file);
+    found.push_back(landmarks.of(grey_cut_out(square.picture, square.part)));
+    for (const float value : found.back().points) check_is_number(value, face.path);
+    for (const float value : found.back().pose) check_is_number(value, face.path);
+    errors.push_back(errors_of(face, found.back(), square.part));
+    badness.push_back(errors.back().mean_point());
+  });
+  draw_worst(settings, files, badness, [&](size_t i) { return drawn(faces[i], found[i]); });
   return report_of(settings, landmark_figures(errors), faces.size());
 }
 
 Report evaluate_features(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
   kel_nn::FaceFeatures features{kel_nn::Library(settings.root)};
-  EvaluationProgress progress(settings, labels.rows.size());
   std::vector<kel_nn::Feature> all;
-  for (const LabelRow& row : labels.rows) {
+  for_each_file(settings, labels.rows, [&](const LabelRow& row) {
     const std::string path = path_of(settings.data, row);
-    const cv::Mat picture = load_picture(path);
-    all.push_back(features.of(grey_cut_out(picture, chosen_part(path, picture, {}))));
+    const Square square(path);
+    all.push_back(features.of(grey_cut_out(square.picture, square.part)));
     for (const float value : all.back()) check_is_number(value, path);
-    progress.add_file();
-  }
+  });
   const Similarities similarities = compare(labels.rows, all);
   const size_t same = similarities.same.size(), different = similarities.different.size();
   const SimilarityFigures figures = similarity_figures(similarities.same, similarities.different);
@@ -243,25 +215,25 @@ Report evaluate_features(const EvaluationSettings& settings) {
 }
 
 Report evaluate_face_classes(const EvaluationSettings& settings) {
-  const auto pictures = read_classes(settings.data, kFaceClassCount);
+  const auto rows = read_classes(settings.data, kFaceClassCount);
   kel_nn::FaceClassifier classifier{kel_nn::Library(settings.root)};
-  return evaluate_classes(settings, pictures, kFaceClassCount,
-                          [&](const cv::Mat& bgr, const cv::Rect& part, const std::string& path) {
-                            const kel_nn::FaceClass found = classifier.of(grey_cut_out(bgr, part));
-                            check_is_number(found.score, path);
-                            return found.id;
-                          });
+  return evaluate_classes(
+      settings, kFaceClassCount, rows, [&](const Square& square, const std::string& path) {
+        const kel_nn::FaceClass found = classifier.of(grey_cut_out(square.picture, square.part));
+        check_is_number(found.score, path);
+        return found.id;
+      });
 }
 
 Report evaluate_person_classes(const EvaluationSettings& settings) {
-  const auto pictures = read_classes(settings.data, kPersonClassCount);
+  const auto rows = read_classes(settings.data, kPersonClassCount);
   kel_nn::PersonClassifier classifier{kel_nn::Library(settings.root)};
-  return evaluate_classes(settings, pictures, kPersonClassCount,
-                          [&](const cv::Mat& bgr, const cv::Rect& part, const std::string& path) {
-                            const float person = classifier.of(rgb_cut_out(bgr, part));
-                            check_is_number(person, path);
-                            return person >= kPersonProbability ? 0 : 1;
-                          });
+  return evaluate_classes(
+      settings, kPersonClassCount, rows, [&](const Square& square, const std::string& path) {
+        const float person = classifier.of(rgb_cut_out(square.picture, square.part));
+        check_is_number(person, path);
+        return person >= kPersonProbability ? 0 : 1;
+      });
 }
 
 }  // namespace kelnn_cli

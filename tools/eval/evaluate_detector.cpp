@@ -6,8 +6,7 @@
 #include "detector.h"
 #include "drawing.h"
 #include "evaluation.h"
-#include "evaluation_detection.h"
-#include "frame_sink.h"
+#include "figures.h"
 #include "picture.h"
 
 namespace kelnn_cli {
@@ -15,16 +14,6 @@ namespace {
 
 const LabelColumns kColumns = {{"file", "class", "x", "y", "w", "h"}, {}};
 enum Column : size_t { kFile, kClass, kX, kY, kWidth, kHeight };
-
-struct DetectionTask {
-  decltype(make_face_detector)* make_detector;
-  int class_count;
-};
-const std::map<std::string, DetectionTask> kTasks = {
-    {"face-detection", {make_face_detector, 1}},
-    {"person-detection", {make_person_detector, 1}},
-    {"four-class-detection", {make_object_detector, 4}},
-};
 
 struct LabelledPicture {
   std::string file, path;
@@ -77,11 +66,13 @@ int orientation_of(cv::Size size) {
 // others orientation by orientation, so that every model is loaded once.
 class Looking {
  public:
-  Looking(const EvaluationSettings& settings, const std::vector<LabelledPicture>& pictures)
+  Looking(const EvaluationSettings& settings, decltype(make_face_detector)* make_detector,
+          const std::vector<LabelledPicture>& pictures)
       : pictures_(pictures),
         library_(settings.root),
-        detector_(kTasks.at(settings.task).make_detector(library_)),
-        progress_(settings, pictures.size()),
+        detector_(make_detector(library_)),
+        progress_(settings.task, static_cast<int64_t>(pictures.size()), "files",
+                  settings.wants_progress),
         found_(pictures.size()) {}
 
   std::vector<DetectedPicture> at_all() {
@@ -105,13 +96,14 @@ class Looking {
   void at(size_t i, const cv::Mat& bgr) {
     found_[i] = {pictures_[i].truths, detector_->detect(bgr)};
     for (const Detection& one : found_[i].found) check_is_number(one.score, pictures_[i].path);
-    progress_.add_file();
+    progress_.show(++done_);
   }
 
   const std::vector<LabelledPicture>& pictures_;
   kel_nn::Library library_;
   std::unique_ptr<Detector> detector_;
-  EvaluationProgress progress_;
+  ProgressBar progress_;
+  int64_t done_ = 0;
   std::vector<DetectedPicture> found_;
 };
 
@@ -137,22 +129,6 @@ cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_class
              ious[i] > 0 ? kMatchColour : kFalseColour);
   }
   return result;
-}
-
-void draw_worst(const EvaluationSettings& settings, const std::vector<LabelledPicture>& pictures,
-                const std::vector<DetectedPicture>& detected) {
-  std::vector<double> badness(detected.size());
-  for (size_t i = 0; i < detected.size(); ++i) {
-    badness[i] = static_cast<double>(mistakes(detected[i]));
-  }
-  const std::vector<size_t> order = worst_first(badness);
-  for (size_t rank = 0; rank < order.size(); ++rank) {
-    const LabelledPicture& picture = pictures[order[rank]];
-    const auto sink = make_picture(drawing_path(settings, rank, picture.file));
-    sink->write(drawn(load_picture(picture.path), detected[order[rank]],
-                      kTasks.at(settings.task).class_count > 1));
-    sink->finish();
-  }
 }
 
 void add_classes(const std::vector<DetectionFigures>& classes, Report* report) {
@@ -197,11 +173,19 @@ Report report_of(const EvaluationSettings& settings, const DetectionEvaluation& 
 
 }  // namespace
 
-Report evaluate_detector(const EvaluationSettings& settings) {
-  const int class_count = kTasks.at(settings.task).class_count;
+Report evaluate_detector(const EvaluationSettings& settings,
+                         decltype(make_face_detector)* make_detector, int class_count) {
   const std::vector<LabelledPicture> pictures = read_pictures(settings.data, class_count);
-  const std::vector<DetectedPicture> detected = Looking(settings, pictures).at_all();
-  if (!settings.drawings.empty()) draw_worst(settings, pictures, detected);
+  const std::vector<DetectedPicture> detected = Looking(settings, make_detector, pictures).at_all();
+  std::vector<std::string> files;
+  std::vector<double> badness;
+  for (size_t i = 0; i < pictures.size(); ++i) {
+    files.push_back(pictures[i].file);
+    badness.push_back(static_cast<double>(mistakes(detected[i])));
+  }
+  draw_worst(settings, files, badness, [&](size_t i) {
+    return drawn(load_picture(pictures[i].path), detected[i], class_count > 1);
+  });
   return report_of(settings, evaluate_detections(detected, class_count), pictures.size());
 }
 

@@ -7,13 +7,9 @@
 #include <numeric>
 
 #include "files.h"
+#include "frame_sink.h"
 
 namespace kelnn_cli {
-EvaluationProgress::EvaluationProgress(const EvaluationSettings& settings, size_t file_count)
-    : bar_(settings.task, static_cast<int64_t>(file_count), "files", settings.wants_progress) {}
-
-void EvaluationProgress::add_file() { bar_.show(++done_); }
-
 void check_is_number(float value, const std::string& path) {
   if (!std::isfinite(value)) throw Failure(path, "the network's values are not numbers");
 }
@@ -67,19 +63,21 @@ std::string text_of(const std::vector<std::vector<Json>>& rows) {
   return text;
 }
 
-std::vector<size_t> worst_first(const std::vector<double>& badness) {
+void draw_worst(const EvaluationSettings& settings, const std::vector<std::string>& files,
+                const std::vector<double>& badness, const std::function<cv::Mat(size_t)>& draw) {
+  if (settings.drawings.empty()) return;
   std::vector<size_t> order(badness.size());
   std::iota(order.begin(), order.end(), size_t{0});
   std::stable_sort(order.begin(), order.end(),
                    [&](size_t a, size_t b) { return badness[a] > badness[b]; });
-  order.resize(std::min(order.size(), kMaxDrawings));
-  return order;
-}
-
-std::string drawing_path(const EvaluationSettings& settings, size_t rank, const std::string& file) {
-  std::string name = file;
-  std::replace(name.begin(), name.end(), '/', '_');
-  return fmt::format("{}{:03}_{}", with_slash(settings.drawings), rank + 1, name);
+  for (size_t rank = 0; rank < std::min(order.size(), kMaxDrawings); ++rank) {
+    std::string name = files[order[rank]];
+    std::replace(name.begin(), name.end(), '/', '_');
+    const auto sink =
+        make_picture(fmt::format("{}{:03}_{}", with_slash(settings.drawings), rank + 1, name));
+    sink->write(draw(order[rank]));
+    sink->finish();
+  }
 }
 
 }  // namespace kelnn_cli

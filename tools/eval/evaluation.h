@@ -3,9 +3,13 @@
 #ifndef KEL_NN_TOOLS_EVALUATION_H_
 #define KEL_NN_TOOLS_EVALUATION_H_
 
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
 #include <string>
+#include <vector>
 
+#include "detector.h"
 #include "labels.h"
 #include "progress_bar.h"
 #include "report.h"
@@ -26,10 +30,9 @@ struct Report {
   std::string text;  // whole lines
   Json json;
 };
-inline const std::string& text_of(const Report& report) { return report.text; }
-inline const Json& json_of(const Report& report) { return report.json; }
 
-Report evaluate_detector(const EvaluationSettings& settings);
+Report evaluate_detector(const EvaluationSettings& settings,
+                         decltype(make_face_detector)* make_detector, int class_count);
 Report evaluate_landmarks(const EvaluationSettings& settings);
 Report evaluate_features(const EvaluationSettings& settings);
 Report evaluate_face_classes(const EvaluationSettings& settings);
@@ -38,16 +41,17 @@ Report evaluate_cry(const EvaluationSettings& settings);
 
 // ----- What several of them need -----------------------------------------------------------------
 
-// Files that have been looked at; fewer are done before a bar is read.
-class EvaluationProgress {
- public:
-  EvaluationProgress(const EvaluationSettings& settings, size_t file_count);
-  void add_file();
-
- private:
-  ProgressBar bar_;
-  int64_t done_ = 0;
-};
+// Looks at each file; fewer are done before a bar is read.
+template <typename Files, typename Look>
+void for_each_file(const EvaluationSettings& settings, const Files& files, const Look& look) {
+  ProgressBar bar(settings.task, static_cast<int64_t>(files.size()), "files",
+                  settings.wants_progress);
+  int64_t done = 0;
+  for (const auto& file : files) {
+    look(file);
+    bar.show(++done);
+  }
+}
 
 // Where a network's values would make figures meaningless: a Failure that names the file.
 void check_is_number(float value, const std::string& path);
@@ -77,11 +81,10 @@ void add_table(const Table& table, Report* report);
 // Of columns as wide as their cells, the first one to the left, the others to the right.
 std::string text_of(const std::vector<std::vector<Json>>& rows);
 
-// The places of `badness` in the order of what is worst; as many as are drawn.
-std::vector<size_t> worst_first(const std::vector<double>& badness);
-
-// "DIR/001_cat.png" for the worst picture: they sort by how bad they are.
-std::string drawing_path(const EvaluationSettings& settings, size_t rank, const std::string& file);
+// Where drawings are wanted: the worst files, as "DIR/001_cat.png", ... which sort by how bad they are.
+// `badness` has a value for each of `files`, `draw` gives the picture of one by its index.
+void draw_worst(const EvaluationSettings& settings, const std::vector<std::string>& files,
+                const std::vector<double>& badness, const std::function<cv::Mat(size_t)>& draw);
 
 }  // namespace kelnn_cli
 

@@ -1,9 +1,7 @@
-#include "evaluation_detection.h"
+#include "figures.h"
 
 #include <algorithm>
-#include <numeric>
-
-#include "evaluation_mean.h"
+#include <cmath>
 
 namespace kelnn_cli {
 namespace {
@@ -51,6 +49,32 @@ DetectionFigures figures_of(const std::vector<DetectedPicture>& pictures, int cl
   Tally tally;
   for (const DetectedPicture& picture : pictures) count(picture, class_id, &tally);
   return tally.figures();
+}
+
+constexpr double kFalseAcceptRate = 0.01;
+
+// In ascending order: one below all similarities, one between any two that differ, one above all.
+std::vector<double> thresholds(const std::vector<float>& same,
+                               const std::vector<float>& different) {
+  std::vector<double> all(same.begin(), same.end());
+  all.insert(all.end(), different.begin(), different.end());
+  std::sort(all.begin(), all.end());
+  all.erase(std::unique(all.begin(), all.end()), all.end());
+
+  std::vector<double> between = {all.front() - 1};
+  for (size_t i = 1; i < all.size(); ++i) between.push_back((all[i - 1] + all[i]) / 2);
+  between.push_back(all.back() + 1);
+  return between;
+}
+
+struct Rates {
+  double accepted, rejected;
+};
+
+Rates rates(double threshold, const std::vector<float>& sorted) {
+  const auto accepted = std::upper_bound(sorted.begin(), sorted.end(), threshold);
+  return {share(static_cast<size_t>(sorted.end() - accepted), sorted.size()),
+          share(static_cast<size_t>(accepted - sorted.begin()), sorted.size())};
 }
 
 }  // namespace
@@ -116,6 +140,63 @@ DetectionEvaluation evaluate_detections(const std::vector<DetectedPicture>& pict
   evaluation.false_detections_per_picture =
       share(evaluation.all.found - evaluation.all.matches, pictures.size());
   return evaluation;
+}
+
+double FaceErrors::mean_point() const {
+  return mean(std::vector<double>(points.begin(), points.end()));
+}
+
+double angle_between(double from_degrees, double to_degrees) {
+  return std::remainder(to_degrees - from_degrees, 360.0);
+}
+
+double percentile(std::vector<double> values, double share_below) {
+  if (values.empty()) return kUndefined;
+  std::sort(values.begin(), values.end());
+  const double rank = std::ceil(share_below * static_cast<double>(values.size()));
+  return values[rank < 1 ? 0 : std::min(static_cast<size_t>(rank), values.size()) - 1];
+}
+
+LandmarkFigures landmark_figures(const std::vector<FaceErrors>& faces) {
+  std::vector<double> all, of_point[kPointCount], of_angle[kAngleCount];
+  for (const FaceErrors& face : faces) {
+    for (size_t i = 0; i < kPointCount; ++i) {
+      all.push_back(face.points[i]);
+      of_point[i].push_back(face.points[i]);
+    }
+    for (size_t i = 0; face.has_pose && i < kAngleCount; ++i) {
+      of_angle[i].push_back(std::abs(face.pose[i]));
+    }
+  }
+  LandmarkFigures figures;
+  figures.mean = mean(all);
+  figures.percentile_95 = percentile(all, 0.95);
+  for (size_t i = 0; i < kPointCount; ++i) figures.points[i] = mean(of_point[i]);
+  for (size_t i = 0; i < kAngleCount; ++i) figures.pose[i] = mean(of_angle[i]);
+  return figures;
+}
+
+SimilarityFigures similarity_figures(std::vector<float> same, std::vector<float> different) {
+  SimilarityFigures figures = {kUndefined, kUndefined, kUndefined, mean(same), mean(different)};
+  if (same.empty() || different.empty()) return figures;
+  std::sort(same.begin(), same.end());
+  std::sort(different.begin(), different.end());
+
+  double smallest_gap = 2;  // more than there can be
+  for (const double threshold : thresholds(same, different)) {
+    const double false_accepts = rates(threshold, different).accepted;
+    const Rates same_rates = rates(threshold, same);
+    const double gap = std::abs(false_accepts - same_rates.rejected);
+    if (gap < smallest_gap) {
+      smallest_gap = gap;
+      figures.equal_error_rate = (false_accepts + same_rates.rejected) / 2;
+      figures.equal_error_threshold = threshold;
+    }
+    if (std::isnan(figures.true_accept_rate) && false_accepts <= kFalseAcceptRate) {
+      figures.true_accept_rate = same_rates.accepted;
+    }
+  }
+  return figures;
 }
 
 }  // namespace kelnn_cli
