@@ -2,11 +2,10 @@
 
 #include <samplerate.h>
 #include <sndfile.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <iterator>
 #include <vector>
 
@@ -84,19 +83,34 @@ struct Close {
   void operator()(SNDFILE* file) const { sf_close(file); }
 };
 
+// What files of the common formats begin with. Taken for samples, they would be heard as noise.
+bool begins_like_a_file(const std::vector<float>& samples) {
+  if (samples.size() < 2) return false;
+  const auto first = static_cast<uint16_t>(to_sample(samples[0]));
+  const auto second = static_cast<uint16_t>(to_sample(samples[1]));
+  const std::string bytes = {static_cast<char>(first), static_cast<char>(first >> 8),
+                             static_cast<char>(second), static_cast<char>(second >> 8)};
+  const char* const marks[] = {"RIFF", "RIFX", "RF64", "fLaC", "OggS", "FORM"};
+  return std::find(std::begin(marks), std::end(marks), bytes) != std::end(marks);
+}
+
 class SoundFile : public Sound {
  public:
+  // Bare samples on standard input, a file or a pipe.
+  SoundFile()
+      : path_("standard input"),
+        info_{0, kSoundRate, 1, SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE, 0, 0},
+        is_bare_(true),
+        file_(sf_open_fd(STDIN_FILENO, SFM_READ, &info_, SF_FALSE)) {
+    check_opened();
+  }
   explicit SoundFile(const std::string& path)
       : path_(path), file_(sf_open(path.c_str(), SFM_READ, &info_)) {
-    if (!file_) throw Failure(path, sf_strerror(nullptr));
-    if (!src_is_valid_ratio(static_cast<double>(kSoundRate) / info_.samplerate)) {
-      throw Failure(path, "a sampling rate of " + std::to_string(info_.samplerate) + " Hz");
-    }
-    resampler_ = std::make_unique<Resampler>(info_.samplerate);
+    check_opened();
   }
 
   uint64_t expected_samples() const override {
-    if (info_.frames <= 0 || info_.frames == SF_COUNT_MAX) return 0;
+    if (info_.frames <= 0 || info_.frames >= SF_COUNT_MAX / 2) return 0;
     return static_cast<uint64_t>(static_cast<double>(info_.frames) * kSoundRate / info_.samplerate);
   }
 
@@ -115,14 +129,29 @@ class SoundFile : public Sound {
   }
 
  private:
-  // Always in blocks of the same size, so that the resampler's roundings are always the same.
-  static constexpr sf_count_t kBlock = 4096;
+  // Always in blocks of the same size, so that the resampler's roundings are always the same. A window
+  // that comes through a pipe is a whole number of them, so that it is heard as soon as it is over.
+  sf_count_t block() const { return is_bare_ ? 4000 : 4096; }
+
+  void check_opened() {
+    if (!file_) throw Failure(path_, sf_strerror(nullptr));
+    if (!src_is_valid_ratio(static_cast<double>(kSoundRate) / info_.samplerate)) {
+      throw Failure(path_, "a sampling rate of " + std::to_string(info_.samplerate) + " Hz");
+    }
+    resampler_ = std::make_unique<Resampler>(info_.samplerate);
+  }
 
   bool refill() {
     ready_.clear();
     next_ = 0;
     while (ready_.empty() && !is_end_) {
       const std::vector<float> mono = read_mono();
+      if (is_bare_ && is_start_ && begins_like_a_file(mono)) {
+        throw Failure(
+            path_,
+            "a sound file, but \"-\" takes bare samples: give the file's name, or decode it");
+      }
+      is_start_ = false;
       resampler_->process(mono, is_end_, &ready_);
     }
     return !ready_.empty();
@@ -130,12 +159,12 @@ class SoundFile : public Sound {
 
   std::vector<float> read_mono() {  // and whether that was the end
     const auto channels = static_cast<size_t>(info_.channels);
-    std::vector<float> frames(static_cast<size_t>(kBlock) * channels);
-    const sf_count_t n = sf_readf_float(file_.get(), frames.data(), kBlock);
+    std::vector<float> frames(static_cast<size_t>(block()) * channels);
+    const sf_count_t n = sf_readf_float(file_.get(), frames.data(), block());
     if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
       throw Failure(path_, sf_strerror(file_.get()));
     }
-    is_end_ = n < kBlock;
+    is_end_ = n < block();
     std::vector<float> mono(static_cast<size_t>(std::max<sf_count_t>(n, 0)));
     for (size_t i = 0; i < mono.size(); ++i) {
       float sum = 0.0f;
@@ -147,66 +176,18 @@ class SoundFile : public Sound {
 
   std::string path_;
   SF_INFO info_ = {};
+  bool is_bare_ = false;
   std::unique_ptr<SNDFILE, Close> file_;
   std::unique_ptr<Resampler> resampler_;
   std::vector<float> ready_;  // of which the first `next_` are gone
   size_t next_ = 0;
-  bool is_end_ = false;
-};
-
-// What files of the common formats begin with. Taken for samples, they would be heard as noise.
-bool begins_like_a_file(const uint8_t* bytes) {
-  const char* const marks[] = {"RIFF", "RIFX", "RF64", "fLaC", "OggS", "FORM"};
-  return std::any_of(std::begin(marks), std::end(marks),
-                     [bytes](const char* mark) { return std::memcmp(bytes, mark, 4) == 0; });
-}
-
-class StandardInput : public Sound {
- public:
-  uint64_t expected_samples() const override { return 0; }
-
-  size_t read(int16_t* samples, size_t count) override {
-    size_t n = take_head(samples, count);
-    std::vector<uint8_t> bytes((count - n) * 2);
-    // Half a sample at the end is lost.
-    const size_t fresh = std::fread(bytes.data(), 2, count - n, stdin);
-    if (std::ferror(stdin)) throw Failure("standard input cannot be read");
-    for (size_t i = 0; i < fresh; ++i) samples[n + i] = sample_at(bytes.data() + 2 * i);
-    return n + fresh;
-  }
-
- private:
-  static int16_t sample_at(const uint8_t* bytes) {
-    return static_cast<int16_t>(static_cast<uint16_t>(bytes[0] | bytes[1] << 8));
-  }
-
-  // The first two samples are looked at together, however few are asked for.
-  size_t take_head(int16_t* samples, size_t count) {
-    if (!has_head_) {
-      has_head_ = true;
-      head_samples_ = std::fread(head_, 2, 2, stdin);
-      if (head_samples_ == 2 && begins_like_a_file(head_)) {
-        throw Failure(
-            "standard input",
-            "a sound file, but \"-\" takes bare samples: give the file's name, or decode it");
-      }
-    }
-    size_t n = 0;
-    for (; n < count && head_next_ < head_samples_; ++n, ++head_next_) {
-      samples[n] = sample_at(head_ + 2 * head_next_);
-    }
-    return n;
-  }
-
-  bool has_head_ = false;
-  uint8_t head_[4] = {};
-  size_t head_samples_ = 0, head_next_ = 0;
+  bool is_start_ = true, is_end_ = false;
 };
 
 }  // namespace
 
 std::unique_ptr<Sound> open_sound(const std::string& path) {
-  if (path == "-") return std::make_unique<StandardInput>();
+  if (path == "-") return std::make_unique<SoundFile>();
   return std::make_unique<SoundFile>(path);
 }
 
