@@ -5,11 +5,11 @@
 namespace {
 
 long g_count = 0, g_live = 0;
-bool g_none_left = false;
+long g_first_refused = 0, g_last_refused = -1;
 
 bool may_allocate() {
   ++g_count;
-  return !g_none_left;
+  return g_count < g_first_refused || g_count > g_last_refused;
 }
 
 void* counted(void* block) {
@@ -45,7 +45,10 @@ namespace kelnn_test {
 long allocation_count() { return g_count; }
 long live_blocks() { return g_live; }
 
-NoMemory::NoMemory() { g_none_left = true; }
-NoMemory::~NoMemory() { g_none_left = false; }
+NoMemory::NoMemory(long first, long last) {
+  g_first_refused = g_count + first;
+  g_last_refused = g_count + last;
+}
+NoMemory::~NoMemory() { g_last_refused = -1; }
 
 }  // namespace kelnn_test

@@ -33,6 +33,11 @@ class LibraryTest : public ::testing::Test {
   ~LibraryTest() override { EXPECT_LE(live_blocks(), live_before_); }
   std::string printed() { return capture_.take(); }
   std::vector<std::string> printed_messages() { return messages(printed()); }
+  // One error has been printed, and nothing else.
+  void expect_error(const std::string& path, const std::string& function,
+                    const std::string& message) {
+    EXPECT_THAT(printed(), IsLocatedLine("31", path, function, "[Error]" + message));
+  }
 
   long live_before_ = live_blocks();
 

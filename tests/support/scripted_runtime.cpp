@@ -19,6 +19,14 @@ void ScriptedRuntime::set_outputs(const std::vector<Output>& outputs) {
   output.push_back(static_cast<float>(outputs.size()));
 }
 
+void ScriptedRuntime::play(const std::vector<int>& shape,
+                           const std::vector<std::vector<float>>& rows) {
+  input_shape = shape;
+  std::vector<Output> outputs;
+  for (const auto& row : rows) outputs.push_back({{1, 1, static_cast<float>(row.size())}, row});
+  set_outputs(outputs);
+}
+
 namespace {
 
 class ScriptedNet : public jzdl::BaseNet {

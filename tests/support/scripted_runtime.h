@@ -18,6 +18,8 @@ struct ScriptedRuntime {
   std::vector<int> input_shape = {1, 1, 1};  // width, height, channels
   std::vector<float> output;                 // all elements of a run's output, the trailer included
   void set_outputs(const std::vector<Output>& outputs);
+  // An input of that shape, and each output a row of values.
+  void play(const std::vector<int>& shape, const std::vector<std::vector<float>>& rows);
 
   // What fails. A code is used up by the call that it makes fail; create() fails as long as it is
   // told to.

@@ -248,10 +248,6 @@ void centernet(Generator& random, Digest& digest) {
 
 kelnn_test::ScriptedRuntime& runtime() { return kelnn_test::scripted_runtime(); }
 
-kelnn_test::Output random_output(Generator& random, int count, float scale) {
-  return {{1, 1, static_cast<float>(count)}, random.floats(static_cast<size_t>(count), scale)};
-}
-
 class Tasks {  // a handle and a directory with a model file for every task
  public:
   Tasks() {
@@ -267,15 +263,14 @@ class Tasks {  // a handle and a directory with a model file for every task
 
 void faces(Generator& random, Digest& digest) {
   Tasks tasks;
-  runtime().input_shape = {320, 240, 3};
   const Bytes image(320 * 240 * 3);
   for (float scale : {2.0f, 4.0f, 8.0f}) {
-    std::vector<kelnn_test::Output> outputs;
-    for (int anchors : {3600, 600, 160, 60}) {
-      outputs.push_back(random_output(random, 2 * anchors, scale));
-      outputs.push_back(random_output(random, 4 * anchors, 16));
+    std::vector<Floats> outputs;
+    for (size_t anchors : {3600, 600, 160, 60}) {
+      outputs.push_back(random.floats(2 * anchors, scale));
+      outputs.push_back(random.floats(4 * anchors, 16));
     }
-    runtime().set_outputs(outputs);
+    runtime().play({320, 240, 3}, outputs);
     kel_nn_facedet_init(tasks.handle, 1920, 1080);
     kel_nn_facedet_result_t result = {};
     digest.add(kel_nn_facedet_process(tasks.handle, image.data(), &result));
@@ -293,10 +288,9 @@ Kernel grid(int values_per_anchor, decltype(kel_nn_persondet_init)* init,
     const kel_nn_size_t inputs[] = {{416, 256}, {320, 320}, {256, 416}};
     const Bytes image(416 * 256 * 3);
     for (int i = 0; i < 3; ++i) {
-      const int cells = inputs[i].w * inputs[i].h / 32 / 32 * 3;
-      runtime().input_shape = {inputs[i].w, inputs[i].h, 3};
-      runtime().set_outputs({random_output(random, cells * values_per_anchor, 4),
-                             random_output(random, 4 * cells * values_per_anchor, 4)});
+      const size_t values = inputs[i].w * inputs[i].h / 32 / 32 * 3 * values_per_anchor;
+      runtime().play({inputs[i].w, inputs[i].h, 3},
+                     {random.floats(values, 4), random.floats(4 * values, 4)});
       init(tasks.handle, frames[i].w, frames[i].h);
       kel_nn_det_result_t result = {};
       digest.add(process(tasks.handle, image.data(), &result, &frames[i], &inputs[i]));
@@ -308,11 +302,10 @@ Kernel grid(int values_per_anchor, decltype(kel_nn_persondet_init)* init,
 
 void features(Generator& random, Digest& digest) {
   Tasks tasks;
-  runtime().input_shape = {112, 112, 1};
   const Bytes image = random.bytes(112 * 112);
   Floats first;
   for (int i = 0; i < 20; ++i) {
-    runtime().set_outputs({random_output(random, 256, 8)});
+    runtime().play({112, 112, 1}, {random.floats(256, 8)});
     kel_nn_facercg_init(tasks.handle);
     kel_nn_feature_t feature = {};
     digest.add(kel_nn_face_feature_extract(tasks.handle, image.data(), &feature));
@@ -330,15 +323,13 @@ void classes(Generator& random, Digest& digest) {
   for (int i = 0; i < 50; ++i) {
     int class_id = -1;
     float score = -1;
-    runtime().input_shape = {112, 112, 1};
-    runtime().set_outputs({random_output(random, 3, 8)});
+    runtime().play({112, 112, 1}, {random.floats(3, 8)});
     kel_nn_face_classify_init(tasks.handle);
     digest.add(kel_nn_face_classify_process(tasks.handle, image.data(), &class_id, &score));
     digest.add(class_id);
     digest.add(score);
     kel_nn_face_classify_deinit(tasks.handle);
-    runtime().input_shape = {112, 112, 3};
-    runtime().set_outputs({random_output(random, 2, 8)});
+    runtime().play({112, 112, 3}, {random.floats(2, 8)});
     kel_nn_person_classify_init(tasks.handle);
     digest.add(kel_nn_person_classify_process(tasks.handle, image.data(), &score));
     digest.add(score);
@@ -417,9 +408,8 @@ void front_end(Generator& random, Digest& digest) {
 
 void cry(Generator& random, Digest& digest) {
   Tasks tasks;
-  runtime().input_shape = {64, 297, 1};
   for (int i = 0; i < 2; ++i) {
-    runtime().set_outputs({random_output(random, 2, 4)});
+    runtime().play({64, 297, 1}, {random.floats(2, 4)});
     kel_nn_crydet_init(tasks.handle, 16000, 0);
     float score = 0;
     digest.add(kel_nn_crydet_process(tasks.handle, random_sound(random).data(), 48000, &score));

@@ -4,7 +4,6 @@
 #include <cfloat>
 #include <cmath>
 #include <complex>
-#include <limits>
 #include <random>
 #include <utility>
 #include <vector>
@@ -15,7 +14,6 @@
 
 namespace {
 
-using kelnn_test::IsLocatedLine;
 using kelnn_test::LibraryTest;
 using kelnn_test::PlainFilterBank;
 using ::testing::AllOf;
@@ -49,26 +47,24 @@ Floats random_values(size_t n, float scale) {
 }
 
 // Initialised by position, read by name.
+// Initialised by position, read by name.
 TEST(FilterBankRecords, HaveTheirFieldsInOrder) {
   float v[7] = {};
   uint8_t bytes[1] = {};
-  kel_nn_fbank_info_t info = {1, 2, 3, 4, 5, 6, 7, 8, 9.0f, v, v + 1, v + 2, v + 3};
-  kel_nn_wave_t wave = {1, 2, 3, 4, 5, v, v + 1};
-  kel_nn_frame_cfg_t cfg = {1.0f, 2, 3, 4, info, v + 4, v + 5};
-  kel_nn_mfcc_t m = {bytes, 1, 2, v + 6, 3.0f, wave, cfg};
+  const kel_nn_fbank_info_t info = {1, 2, 3, 4, 5, 6, 7, 8, 9.0f, v, v + 1, v + 2, v + 3};
+  const kel_nn_wave_t wave = {1, 2, 3, 4, 5, v, v + 1};
+  const kel_nn_frame_cfg_t cfg = {1.0f, 2, 3, 4, info, v + 4, v + 5};
+  const kel_nn_mfcc_t m = {bytes, 1, 2, v + 6, 3.0f, wave, cfg};
   EXPECT_THAT((std::vector<int>{info.frame_size, info.num_chans, info.samp_period, info.fft_n,
                                 info.klo, info.khi, info.use_power, info.take_logs}),
               ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
-  EXPECT_THAT((std::vector<float*>{info.cf, info.lo_chan, info.lo_wt, info.x, cfg.fbank_out,
-                                   cfg.frame, m.window}),
-              ElementsAre(v, v + 1, v + 2, v + 3, v + 4, v + 5, v + 6));
   EXPECT_THAT((std::vector<int>{wave.n_samples, wave.frame_size, wave.position, wave.frame_shift,
-                                wave.n_frames}),
-              ElementsAre(1, 2, 3, 4, 5));
-  EXPECT_THAT((std::vector<float*>{wave.samples, wave.features}), ElementsAre(v, v + 1));
-  EXPECT_THAT(
-      (std::vector<int>{cfg.frame_size, cfg.position, cfg.frame_shift, m.has_voice, m.audio_ms}),
-      ElementsAre(2, 3, 4, 1, 2));
+                                wave.n_frames, cfg.frame_size, cfg.position, cfg.frame_shift,
+                                m.has_voice, m.audio_ms}),
+              ElementsAre(1, 2, 3, 4, 5, 2, 3, 4, 1, 2));
+  EXPECT_THAT((std::vector<float*>{info.cf, info.lo_chan, info.lo_wt, info.x, cfg.fbank_out,
+                                   cfg.frame, m.window, wave.samples, wave.features}),
+              ElementsAre(v, v + 1, v + 2, v + 3, v + 4, v + 5, v + 6, v, v + 1));
 }
 
 TEST_F(FilterBank, ReportsNullVectors) {
@@ -80,29 +76,23 @@ TEST_F(FilterBank, ReportsNullVectors) {
   wave.samples = value;
   // The window's routine has the other one's text, under its own name.
   EXPECT_EQ(kel_nn_ham_distance(nullptr, value), -1);
-  EXPECT_THAT(printed(), IsLocatedLine("31", kPath, "kel_nn_ham_distance",
-                                       "[Error]kel_nn_pre_emphasise frame is NULL."));
-  EXPECT_EQ(kel_nn_load_data(nullptr, &wave), -1);
-  EXPECT_EQ(kel_nn_get_wave(nullptr, &wave), -1);
-  EXPECT_EQ(kel_nn_pre_emphasise(nullptr, 0.97f), -1);
-  EXPECT_EQ(kel_nn_filter_bank_init(nullptr, &info), -1);
+  expect_error(kPath, "kel_nn_ham_distance", "kel_nn_pre_emphasise frame is NULL.");
+  EXPECT_THAT((std::vector<int32_t>{
+                  kel_nn_load_data(nullptr, &wave), kel_nn_get_wave(nullptr, &wave),
+                  kel_nn_pre_emphasise(nullptr, 0.97f), kel_nn_filter_bank_init(nullptr, &info)}),
+              Each(-1));
   EXPECT_THAT(printed_messages(), ElementsAre("[Error]kel_nn_load_data buf is NULL.",
                                               "[Error]kel_nn_get_wave buf is NULL.",
                                               "[Error]kel_nn_pre_emphasise frame is NULL.",
                                               "[Error]kel_nn_filter_bank_init CF is NULL."));
-  const int32_t refused[] = {
-      kel_nn_load_data(pcm, nullptr),
-      kel_nn_load_data(pcm, &no_samples),
-      kel_nn_get_wave(value, nullptr),
-      kel_nn_get_wave(value, &no_samples),
-      kel_nn_ham_distance(value, nullptr),
-      kel_nn_filter_bank_init(&cfg, nullptr),
-      kel_nn_convert_frame(nullptr, &wave, value),
-      kel_nn_convert_frame(&cfg, nullptr, value),
-      kel_nn_convert_frame(&cfg, &wave, nullptr),
-      kel_nn_filter_bank(nullptr, nullptr),
-  };
-  EXPECT_THAT(refused, Each(-1));
+  EXPECT_THAT(
+      (std::vector<int32_t>{
+          kel_nn_load_data(pcm, nullptr), kel_nn_load_data(pcm, &no_samples),
+          kel_nn_get_wave(value, nullptr), kel_nn_get_wave(value, &no_samples),
+          kel_nn_ham_distance(value, nullptr), kel_nn_filter_bank_init(&cfg, nullptr),
+          kel_nn_convert_frame(nullptr, &wave, value), kel_nn_convert_frame(&cfg, nullptr, value),
+          kel_nn_convert_frame(&cfg, &wave, nullptr), kel_nn_filter_bank(nullptr, nullptr)}),
+      Each(-1));
   EXPECT_THAT(printed_messages(), AllOf(SizeIs(10), Each("[Error]Invalid arguments.")));
 
   // One block that is missing is enough. Where there is no result, there is nothing to print.
@@ -133,18 +123,19 @@ TEST_F(FilterBank, ReportsNullVectors) {
 
 TEST(Fft, HasTheBitsOfThePlainLoops) {
   for (int n = 2; n <= 2048; n *= 2) {
-    SCOPED_TRACE(n);
     const Floats values = counted(random_values(n, 32768.0f));
-    for (const bool invert : {false, true}) {
+    for (const char* kind : {"forward", "inverse", "real"}) {
+      SCOPED_TRACE(testing::Message() << n << ", " << kind);
       Floats ours = values, plain = values;
-      kel_nn_fft(ours.data(), invert ? -5 : 0);
-      kelnn_test::plain_fft(plain.data(), n, invert);
-      ASSERT_EQ(ours, plain) << invert;
+      if (*kind == 'r') {
+        kel_nn_real_fft(ours.data());
+        kelnn_test::plain_real_fft(plain.data(), n);
+      } else {
+        kel_nn_fft(ours.data(), *kind == 'i' ? -5 : 0);
+        kelnn_test::plain_fft(plain.data(), n, *kind == 'i');
+      }
+      ASSERT_EQ(ours, plain);
     }
-    Floats ours = values, plain = values;
-    kel_nn_real_fft(ours.data());
-    kelnn_test::plain_real_fft(plain.data(), n);
-    ASSERT_EQ(ours, plain);
   }
 }
 
@@ -163,8 +154,7 @@ TEST(Fft, OfRealNumbersGivesTheBinsOfTheDefinition) {
 }
 
 TEST(Fft, LeavesLengthsThatAreNoPowersOfTwoAlone) {
-  for (const float count :
-       {0.0f, 1.0f, 3.0f, 6.0f, -4.0f, 1e30f, std::numeric_limits<float>::quiet_NaN()}) {
+  for (const float count : {0.0f, 1.0f, 3.0f, 6.0f, -4.0f, 1e30f, NAN}) {
     SCOPED_TRACE(count);
     Floats s = {count, 1, 2, 3, 4, 5, 6};
     kel_nn_fft(s.data(), 1);
@@ -199,39 +189,20 @@ TEST(FrameConditioning, SmallCasesByHand) {
 
 TEST(FrameRead, GivesZerosBeyondTheWindowAndMovesOn) {
   float samples[] = {1, 2, 3, 4, 5};
-  kel_nn_wave_t wave = {};
-  wave.n_samples = 5;
-  wave.frame_size = 3;
-  wave.frame_shift = 2;
-  wave.samples = samples;
-  struct Case {
+  kel_nn_wave_t wave = {5, 3, 0, 2, 0, samples, nullptr};
+  const struct {
     int32_t position;
-    Floats frame;
-  };
-  const Case cases[] = {
-      {0, {1, 2, 3}},  {2, {3, 4, 5}},  {4, {5, 0, 0}},          {6, {0, 0, 0}},
-      {-2, {0, 0, 1}}, {-9, {0, 0, 0}}, {2147483600, {0, 0, 0}},
-  };
-  for (const Case& c : cases) {
+    Floats frame;  // and a value behind it
+  } cases[] = {{0, {1, 2, 3, 7}},  {2, {3, 4, 5, 7}},  {4, {5, 0, 0, 7}},         {6, {0, 0, 0, 7}},
+               {-2, {0, 0, 1, 7}}, {-9, {0, 0, 0, 7}}, {2147483600, {0, 0, 0, 7}}};
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.position);
     wave.position = c.position;
     Floats frame(4, 7.0f);
     EXPECT_EQ(kel_nn_get_wave(frame.data(), &wave), 0);
-    EXPECT_EQ(frame[3], 7.0f);
-    frame.pop_back();
     EXPECT_EQ(frame, c.frame);
     EXPECT_EQ(wave.position, c.position + 2);
   }
-}
-
-TEST(LoadData, KeepsEveryValue) {
-  const int16_t pcm[] = {-32768, -1, 0, 1, 32767};
-  float samples[6] = {0, 0, 0, 0, 0, 7};
-  kel_nn_wave_t wave = {};
-  wave.n_samples = 5;
-  wave.samples = samples;
-  EXPECT_EQ(kel_nn_load_data(pcm, &wave), 0);
-  EXPECT_THAT(samples, ElementsAre(-32768, -1, 0, 1, 32767, 7));
 }
 
 TEST(Features, RowsAreCopiedAndCentredPerChannel) {
@@ -258,24 +229,13 @@ TEST(Features, RowsAreCopiedAndCentredPerChannel) {
 }
 
 TEST(WarpFreq, IsStraightInThreePieces) {
-  struct Case {
-    float freq, alpha, warped;
-  };
-  // With alpha 1/2 the cut-offs are 300 and 3000 times 2 / (2 + 1), and become twice as much.
-  const Case cases[] = {
-      {1234.5f, 1.0f, 1234.5f},
-      {1234.5f, 1.0000005f, 1234.5f},
-      {1234.5f, 1.000001f, 1234.5f},  // as a double less than 1.000001
-      {0, 0.5f, 0},
-      {100, 0.5f, 200},
-      {200, 0.5f, 400},
-      {1000, 0.5f, 2000},
-      {2000, 0.5f, 4000},
-      {3500, 0.5f, 4500},
-      {5000, 0.5f, 5000},
-  };
-  for (const Case& c : cases) {
-    EXPECT_FLOAT_EQ(kel_nn_warp_freq(300, 3000, c.freq, 0, 5000, c.alpha), c.warped) << c.freq;
+  // With alpha 1/2 the cut-offs are 300 and 3000 times 2 / (2 + 1), and become twice as much;
+  // 1.000001f is less than 1.000001 as a double.
+  const float cases[][3] = {{1234.5f, 1.0f, 1234.5f}, {1234.5f, 1.000001f, 1234.5f},
+                            {100, 0.5f, 200},         {200, 0.5f, 400},
+                            {2000, 0.5f, 4000},       {3500, 0.5f, 4500}};
+  for (const auto& [freq, alpha, warped] : cases) {
+    EXPECT_FLOAT_EQ(kel_nn_warp_freq(300, 3000, freq, 0, 5000, alpha), warped) << freq;
   }
   // Every step rounds to a float.
   for (float freq = 3.7f, alpha = 0.835f; freq < 8000; freq *= 1.07f, alpha += 0.01f) {
@@ -297,13 +257,11 @@ TEST_F(FilterBank, GeometryIsThatOfThePlainLoops) {
   const int32_t settings[] = {info.frame_size, info.num_chans, info.samp_period, info.fft_n,
                               info.klo,        info.khi,       info.use_power,   info.take_logs};
   EXPECT_THAT(settings, ElementsAre(512, 64, 625, 512, 2, 256, 1, 1));
+  EXPECT_THAT((Floats{info.cf[0], info.lo_chan[0], info.lo_wt[0], info.x[0]}),
+              ElementsAre(65, 256, 256, 512));
   EXPECT_EQ(info.fres, plain.fres);
   EXPECT_EQ(kel_nn_mel_filter(1, info.fres), 0.0f);
   EXPECT_NEAR(kel_nn_mel_filter(33, info.fres), 1000.0, 0.1);  // 1000 mel are 1000 Hz
-  EXPECT_EQ(info.cf[0], 65.0f);
-  EXPECT_EQ(info.lo_chan[0], 256.0f);
-  EXPECT_EQ(info.lo_wt[0], 256.0f);
-  EXPECT_EQ(info.x[0], 512.0f);
   for (int c = 1; c <= 65; ++c) EXPECT_EQ(info.cf[c], plain.centre[c]) << c;
   EXPECT_EQ(info.lo_chan[1], -1.0f);
   EXPECT_EQ(info.lo_wt[1], 0.0f);
@@ -313,9 +271,7 @@ TEST_F(FilterBank, GeometryIsThatOfThePlainLoops) {
   }
   // By hand: bin 2, 49.2 mel, lies between the points at 43.7 and 87.4.
   EXPECT_NEAR(info.cf[65], 2840.02, 0.02);
-  EXPECT_EQ(info.lo_chan[2], 1.0f);
   EXPECT_NEAR(info.lo_wt[2], (87.385 - 49.22) / 43.693, 1e-3);
-  EXPECT_EQ(info.lo_chan[256], 64.0f);
 }
 
 TEST_F(FilterBank, OddFrameSizesGiveAGeometryWithoutCrashing) {
@@ -326,7 +282,6 @@ TEST_F(FilterBank, OddFrameSizesGiveAGeometryWithoutCrashing) {
   info.lo_wt = lo_wt.data();
   info.x = x.data();
   for (const int32_t size : {-7, -1, 0, 1, 2, 3, 4, 16}) {
-    SCOPED_TRACE(size);
     kel_nn_frame_cfg_t cfg = {};
     cfg.frame_size = size;
     EXPECT_EQ(kel_nn_filter_bank_init(&cfg, &info), 0);

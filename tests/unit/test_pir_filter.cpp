@@ -1,7 +1,4 @@
-#include <sys/resource.h>
-
 #include <cmath>
-#include <limits>
 #include <random>
 
 #include "kel_nn_change_counter.h"
@@ -77,123 +74,67 @@ struct Camera {
   }
 };
 
+// In a still scene a ratio of 0 is a vote for motion, and 1 a vote against it.
 TEST_F(PirFilter, DecidesAtTheEndOfEachPeriod) {
   const Camera camera = {handle, 20, 20};  // 100 halved pixels, none of which changes
-  struct Case {
+  constexpr int32_t kNone = kUntouched;
+  const struct {
     const char* name;
-    float ratio;
+    std::vector<float> ratios;  // by turns
     int32_t period;
     Results results;
+  } cases[] = {
+      {"every frame", {1}, 1, {kNone, kNone, 0, 0, 0}},
+      {"counted from the start", {1}, 4, {kNone, kNone, -1, 0, -1, -1, -1, 0}},
+      {"a period that ends before the first vote", {1}, 2, {kNone, kNone, -1, 0, -1, 0}},
+      {"no threshold: every frame votes for motion", {0}, 3, {kNone, kNone, 1, -1, -1, 1}},
+      {"a tie is no motion, and votes are forgotten",
+       {0, 0, 0, 0, 1, 1},
+       6,
+       {kNone, kNone, -1, -1, -1, 0, -1, -1, -1, -1, -1, 1}},
+      {"a threshold of less than a pixel is none", {0.99f}, 1, {kNone, kNone, 1}},
+      {"a threshold below 0", {-5}, 1, {kNone, kNone, 1}},
+      {"a threshold that is not a number", {NAN}, 1, {kNone, kNone, 1}},
+      {"a threshold beyond all integers", {3e38f}, 1, {kNone, kNone, 0}},
+      {"a period of 0 never ends", {0}, 0, {kNone, kNone, -1, -1, -1, -1}},
+      {"a negative period", {0}, -2, {kNone, kNone, -1, 1, -1, 1}},
   };
-  constexpr int32_t kNone = kUntouched;
-  const Case cases[] = {
-      {"every frame", 1, 1, {kNone, kNone, 0, 0, 0}},
-      {"counted from the start", 1, 4, {kNone, kNone, -1, 0, -1, -1, -1, 0}},
-      {"a period that ends before the first vote", 1, 2, {kNone, kNone, -1, 0, -1, 0}},
-      {"no threshold: every frame votes for motion", 0, 3, {kNone, kNone, 1, -1, -1, 1}},
-      {"a threshold of less than a pixel is none", 0.99f, 1, {kNone, kNone, 1}},
-      {"a threshold below 0", -5, 1, {kNone, kNone, 1}},
-      {"a threshold that is not a number", NAN, 1, {kNone, kNone, 1}},
-      {"a threshold beyond all integers", 3e38f, 1, {kNone, kNone, 0}},
-      {"a period of 0 never ends", 0, 0, {kNone, kNone, -1, -1, -1, -1}},
-      {"a negative period", 0, -2, {kNone, kNone, -1, 1, -1, 1}},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     camera.start();
     Results results;
     for (size_t i = 0; i < c.results.size(); ++i) {
-      results.push_back(camera.process(camera.frame(100), c.ratio, c.period));
+      const float ratio = c.ratios[i % c.ratios.size()];
+      results.push_back(camera.process(camera.frame(100), ratio, c.period));
     }
     EXPECT_EQ(results, c.results);
   }
 }
 
-TEST_F(PirFilter, CountsVotesByPeriodAndATieIsNoMotion) {
-  const Camera camera = {handle, 20, 20};
-  camera.start();
-  // For a still scene, a ratio of 0 is a vote for motion and 1 is a vote against it.
-  const float ratios[] = {0, 0, 0, 0, 1, 1, /*second period*/ 0, 0, 0, 0, 1, 1};
-  Results results;
-  for (float ratio : ratios) results.push_back(camera.process(camera.frame(9), ratio, 6));
-  EXPECT_EQ(results[5], 0);
-  EXPECT_EQ(results[11], 1);
-}
-
-TEST_F(PirFilter, TruncatesTheThresholdAndACountEqualToItIsMotion) {
-  const Camera camera = {handle, 640, 360};  // 57600 halved pixels
-  camera.start();
-  const Frame dark = camera.frame(0);
-  Frame lit = dark;
-  lit[639] = 255;  // halved, the upper right corner
-  for (const Frame* frame : {&dark, &dark}) camera.process(*frame, 0, 1);
-  EXPECT_EQ(camera.process(dark, 100.5f / 57600, 1), 0);  // 0 of 1
-  EXPECT_EQ(camera.process(dark, 99.5f / 57600, 1), 1);   // 0 of 0.995
-  camera.process(lit, 0, 1);
-  EXPECT_EQ(camera.process(dark, 100.5f / 57600, 1), 1);  // 1 of 1
-  EXPECT_EQ(camera.process(lit, 200.5f / 57600, 1), 0);   // 1 of 2
-}
-
 // Two products of floats, each rounded to float.
 TEST_F(PirFilter, TheThresholdIsAProductInSinglePrecision) {
-  struct Case {
-    int width, height;
-    float ratio;  // the float nearest to one pixel's share
-    int32_t result;
-  };
-  // In double the first product is below 100; rounded once, the second is not.
-  for (const Case& c : {Case{22, 14, 100.0f / 77, 0}, Case{70, 70, 100.0f / 1225, 1}}) {
-    const Camera camera = {handle, c.width, c.height};
+  // One pixel's share. In double the first product is below 100; rounded once, the second is not.
+  for (const Camera& camera : {Camera{handle, 22, 14}, Camera{handle, 70, 70}}) {
+    const float ratio = 100.0f / static_cast<float>(camera.halved_pixels());
     camera.start();
-    for (int i = 0; i < 2; ++i) camera.process(camera.frame(9), c.ratio, 1);
-    EXPECT_EQ(camera.process(camera.frame(9), c.ratio, 1), c.result) << c.width;
-  }
-}
-
-TEST_F(PirFilter, APixelHasToChangeTwiceByMoreThan20) {
-  const Camera camera = {handle, 4, 4};
-  struct Case {
-    const char* name;
-    uint8_t levels[3];
-    bool changed;
-  };
-  const Case cases[] = {
-      {"by 20 and 20", {100, 120, 100}, false},
-      {"by 21 and 20", {100, 121, 101}, false},
-      {"by 20 and 21", {100, 120, 141}, false},
-      {"by 21 and 21", {100, 121, 100}, true},
-      {"downwards", {100, 79, 58}, true},
-      {"from end to end", {0, 255, 0}, true},
-      {"only between the first two", {100, 200, 200}, false},
-      {"only between the last two", {100, 100, 200}, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(camera.changed_pixels(camera.frame(c.levels[0]), camera.frame(c.levels[1]),
-                                    camera.frame(c.levels[2])),
-              c.changed ? 4 : 0);
+    for (int i = 0; i < 2; ++i) camera.process(camera.frame(9), ratio, 1);
+    EXPECT_EQ(camera.process(camera.frame(9), ratio, 1), camera.width == 22 ? 0 : 1);
   }
 }
 
 // One pixel flashes by `amplitude`. Smoothed, that is a quarter of it, an eighth beside it and a
 // sixteenth at its corners, cut.
 TEST_F(PirFilter, HalvesAndSmoothsAllButTheBorder) {
-  struct Case {
+  const struct {
     const char* name;
     int width, height, column, row, amplitude, changed;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"inside", 20, 20, 9, 8, 84, 1},
       {"inside, 20.75 is 20", 20, 20, 9, 8, 83, 0},
       {"inside, 21 beside it", 20, 20, 9, 8, 168, 5},
-      {"inside, 20.875 beside it", 20, 20, 9, 8, 167, 1},
       {"left border", 20, 20, 1, 8, 21, 1},
       {"left border, 21 beside it", 20, 20, 1, 8, 168, 2},
       {"right border", 20, 20, 19, 8, 21, 1},
-      {"right border, by too little", 20, 20, 19, 8, 20, 0},
-      {"right border, 20.875 beside it", 20, 20, 19, 8, 167, 1},
-      {"highest row", 20, 20, 9, 0, 21, 1},
-      {"lowest row", 20, 20, 9, 18, 168, 2},
       {"corner", 20, 20, 19, 18, 200, 1},
       {"three columns: the middle one", 6, 20, 3, 8, 83, 0},
       {"two columns are all border", 4, 20, 3, 8, 21, 1},
@@ -203,7 +144,7 @@ TEST_F(PirFilter, HalvesAndSmoothsAllButTheBorder) {
       {"an even column is not seen", 20, 20, 8, 8, 200, 0},
       {"an odd row is not seen", 20, 20, 9, 9, 200, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const Camera camera = {handle, c.width, c.height};
     const Frame quiet = camera.frame(50);
@@ -217,10 +158,9 @@ TEST_F(PirFilter, AnotherSizeFailsAndChangesNothing) {
   const Camera camera = {handle, 20, 20};
   camera.start();
   camera.process(camera.frame(0), 100, 1);
-  EXPECT_THAT(frame_errors(20, 10),
-              ElementsAre(IsError("kel_nn_pir_filter_process", "input w,h arguments.")));
-  EXPECT_THAT(frame_errors(10, 20),
-              ElementsAre(IsError("kel_nn_pir_filter_process", "input w,h arguments.")));
+  const auto other_size = ElementsAre(IsError("kel_nn_pir_filter_process", "input w,h arguments."));
+  EXPECT_THAT(frame_errors(20, 10), other_size);
+  EXPECT_THAT(frame_errors(10, 20), other_size);
   EXPECT_EQ(camera.process(camera.frame(255), 100, 1), kUntouched);
   EXPECT_EQ(camera.process(camera.frame(0), 100, 1), 1);
 }
@@ -258,10 +198,9 @@ TEST_F(PirFilter, ReportsMissingPlanes) {
   const auto no_planes =
       ElementsAre(IsError("kel_nn_gaussian_filter", "imput params is err."),
                   IsError("kel_nn_pir_filter_process", "kel_nn_gaussianFilter is err!"));
-  constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
-  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
-  const int32_t sizes[][2] = {{-2, 640},    {640, -2},    {-640, -360},
-                              {kMin, kMin}, {kMax, kMax}, {65536, 65536}};
+  const int32_t sizes[][2] = {
+      {-2, 640},     {640, -2}, {-640, -360}, {INT32_MIN, INT32_MIN}, {INT32_MAX, INT32_MAX},
+      {65536, 65536}};
   for (const auto& size : sizes) {
     SCOPED_TRACE(size[0]);
     EXPECT_EQ(kel_nn_pir_filter_init(handle, size[0], size[1]), 0);
@@ -274,40 +213,22 @@ TEST_F(PirFilter, ReportsMissingPlanes) {
   EXPECT_THAT(frame_errors(20, 20), no_planes);
 }
 
-// The sanitizer's own memory does not fit a limit.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define __SANITIZE_ADDRESS__
-#endif
-#endif
-#ifndef __SANITIZE_ADDRESS__
 TEST_F(PirFilter, ReportsAMissingHistoryFromTheThirdFrameOn) {
-  // So high that memory for the rows' history is refused, and that for single rows is not.
-  constexpr int32_t kHeight = std::numeric_limits<int32_t>::max() / 2;
-  rlimit old = {};
-  ASSERT_EQ(getrlimit(RLIMIT_AS, &old), 0);
-  rlimit lower = old;
-  lower.rlim_cur = sizeof(void*) > 4 ? static_cast<rlim_t>(8ull << 30) : old.rlim_cur;
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &lower), 0);
-  EXPECT_EQ(kel_nn_pir_filter_init(handle, 2, kHeight), 0);
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &old), 0);
-  const uint8_t image[1] = {};
-  int32_t result = kUntouched;
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(kel_nn_pir_filter_process(handle, image, 2, kHeight, 1, 1, &result), 0);
+  const Camera camera = {handle, 20, 20};
+  {
+    const NoMemory no_history(1, 1);
+    camera.start();
   }
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(camera.process(camera.frame(0), 1, 1), kUntouched);
   for (int i = 0; i < 2; ++i) {
-    EXPECT_THAT(frame_errors(2, kHeight),
+    EXPECT_THAT(frame_errors(20, 20),
                 ElementsAre(IsError("kel_nn_diff", "imput params is err."),
                             IsError("kel_nn_pir_filter_process", "kel_nn_diff is err!")));
   }
-  EXPECT_EQ(result, kUntouched);
 }
-#endif
 
 TEST_F(PirFilter, TakesFramesWithoutHalvedPixels) {
-  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
-  const int32_t sizes[][2] = {{0, 0}, {1, 1}, {1, 4}, {4, 1}, {1, kMax}, {kMax, 1}};
+  const int32_t sizes[][2] = {{0, 0}, {1, 1}, {1, 4}, {4, 1}, {1, INT32_MAX}, {INT32_MAX, 1}};
   for (const auto& size : sizes) {
     SCOPED_TRACE(size[0]);
     ASSERT_EQ(kel_nn_pir_filter_init(handle, size[0], size[1]), 0);
@@ -372,7 +293,7 @@ TEST_F(PirFilter, VotesAsThePlainLoopsDo) {
     for (const Frame& frame : random_frames(width, 30, 10)) {
       int32_t unused = 0;
       plain.process(frame.data(), 1, 1, &unused);
-      // A threshold that is reached exactly, and one that is missed by one pixel, in turn.
+      // By turns a threshold that is cut and reached exactly, and one that is missed by one pixel.
       motion = !motion;
       const float threshold = static_cast<float>(plain.changed()) + (motion ? 0.5f : 1.5f);
       const int32_t result = camera.process(frame, threshold * 100 / camera.halved_pixels(), 1);
@@ -384,12 +305,11 @@ TEST_F(PirFilter, VotesAsThePlainLoopsDo) {
 }
 
 TEST(MotionVotes, FramesAreNumberedAnewAfterTheLastNumber) {
-  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
   kelnn::MotionVotes votes;
-  votes.frame = kMax - 1;
+  votes.frame = INT32_MAX - 1;
   votes.begin_frame();
   EXPECT_TRUE(votes.can_vote());
-  EXPECT_EQ(votes.vote(true, kMax), 1);
+  EXPECT_EQ(votes.vote(true, INT32_MAX), 1);
   for (int frame = 1; frame <= 2; ++frame) {
     votes.begin_frame();
     EXPECT_EQ(votes.frame, frame);

@@ -7,6 +7,7 @@
 #include <climits>
 #include <functional>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "kel_nn.h"
@@ -62,23 +63,23 @@ void expect_same_as_plain(int channels, Size from, Size to, int padding, int sta
                     to.width, to.height, actual.stride);
   kelnn_test::plain_resize(channels, source.pixels(), from.width, from.height, source.stride,
                            expected.pixels(), to.width, to.height, expected.stride);
-  for (size_t i = 0; i < expected.bytes.size(); ++i) {
-    ASSERT_EQ(int{actual.bytes[i]}, int{expected.bytes[i]})
-        << channels << " channels, " << from.width << " x " << from.height << " to " << to.width
-        << " x " << to.height << ", padding " << padding << ", start " << start << ", first at "
-        << i;
-  }
+  const auto differs =
+      std::mismatch(expected.bytes.begin(), expected.bytes.end(), actual.bytes.begin());
+  ASSERT_EQ(differs.first, expected.bytes.end())
+      << channels << " channels, " << from.width << " x " << from.height << " to " << to.width
+      << " x " << to.height << ", padding " << padding << ", start " << start << ", first at "
+      << differs.first - expected.bytes.begin() << ": " << int{*differs.second} << " instead of "
+      << int{*differs.first};
 }
 
 TEST(Resize, HandCalculated) {
-  struct Case {
+  const struct {
     const char* name;
     Size from;
     Bytes source;
     Size to;
     Bytes expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"average of four", {2, 2}, {10, 20, 30, 40}, {1, 1}, {25}},
       // 255 * 1024 >> 4 = 16320 twice, * 1024 >> 16 = 255 twice, (510 + 2) >> 2 = 128.
       {"a half rounds up", {2, 2}, {255, 0, 255, 0}, {1, 1}, {128}},
@@ -88,15 +89,11 @@ TEST(Resize, HandCalculated) {
       {"edges are clamped", {2, 2}, {0, 100, 0, 100}, {4, 2}, {0, 25, 75, 100, 0, 25, 75, 100}},
       {"rows alike", {2, 2}, {0, 0, 100, 100}, {2, 4}, {0, 0, 25, 25, 75, 75, 100, 100}},
       {"the same size", {3, 2}, {1, 2, 3, 253, 254, 255}, {3, 2}, {1, 2, 3, 253, 254, 255}},
-      {"a third: centres only",
-       {6, 3},
-       {9, 9, 9, 9, 9, 9, 9, 1, 9, 9, 2, 9, 9, 9, 9, 9, 9, 9},
-       {2, 1},
-       {1, 2}},
+      {"a third: centres only", {6, 2}, {9, 1, 9, 9, 2, 9, 9, 1, 9, 9, 2, 9}, {2, 2}, {1, 2, 1, 2}},
       // 3 to 2: centres at 0.25 and 1.75. (8 * 1536 + 48 * 512) >> 4 = 2304, >> 5 = 72, 74 >> 2 = 18.
       {"three to two", {3, 2}, {8, 48, 88, 8, 48, 88}, {2, 2}, {18, 78, 18, 78}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Bytes result(c.expected.size());
     resize_bilinear_c1(c.source.data(), c.from.width, c.from.height, c.from.width, result.data(),
@@ -107,10 +104,7 @@ TEST(Resize, HandCalculated) {
 
 // Every width with a size up, a size down, a small and a large scale; sizes of note; random ones.
 TEST(Resize, GivesTheBitsOfThePlainLoops) {
-  struct Case {
-    Size from, to;
-  };
-  std::vector<Case> cases = {
+  std::vector<std::pair<Size, Size>> cases = {
       {{640, 360}, {416, 234}},  // several tiles, several batches of rows
       {{64, 64}, {112, 112}},
       {{1920, 12}, {416, 3}},  // neighbours far apart
@@ -139,9 +133,9 @@ TEST(Resize, GivesTheBitsOfThePlainLoops) {
     cases.push_back({{2 + up_to(limit), 2 + up_to(50)}, {1 + up_to(limit), 1 + up_to(50)}});
   }
   unsigned seed = 0;
-  for (const Case& c : cases) {
+  for (const auto& [from, to] : cases) {
     for (int channels = 1; channels <= 4; ++channels) {
-      expect_same_as_plain(channels, c.from, c.to, up_to(5), up_to(33), seed++);
+      expect_same_as_plain(channels, from, to, up_to(5), up_to(33), seed++);
       if (HasFatalFailure()) return;
     }
   }
@@ -149,30 +143,25 @@ TEST(Resize, GivesTheBitsOfThePlainLoops) {
 
 // ----- Limits ------------------------------------------------------------------------------------
 
-// How much of a stack `function` takes, once what it calls has been found.
+// How deep a painted stack is after `function` has run on it.
 size_t stack_used(const std::function<void()>& function) {
   constexpr size_t kSize = 256 * 1024;
-  const auto painted_depth = [](const std::function<void()>& called) {
-    alignas(64) static uint8_t stack[kSize];
-    std::fill(stack, stack + kSize, kUntouched);
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstack(&attributes, stack, kSize);
-    pthread_t thread;
-    const auto start = [](void* argument) -> void* {
-      (*static_cast<const std::function<void()>*>(argument))();
-      return nullptr;
-    };
-    EXPECT_EQ(pthread_create(&thread, &attributes, start,
-                             const_cast<void*>(static_cast<const void*>(&called))),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    return std::find_if(stack, stack + kSize, [](uint8_t byte) { return byte != kUntouched; });
+  alignas(64) static uint8_t stack[kSize];
+  std::fill(stack, stack + kSize, kUntouched);
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstack(&attributes, stack, kSize);
+  pthread_t thread;
+  const auto start = [](void* called) -> void* {
+    (*static_cast<std::function<void()>*>(called))();
+    return nullptr;
   };
-  function();
-  const uint8_t* const without = painted_depth([] {});
-  return static_cast<size_t>(without - painted_depth(function));
+  std::function<void()> called = function;
+  EXPECT_EQ(pthread_create(&thread, &attributes, start, &called), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+  return stack + kSize -
+         std::find_if(stack, stack + kSize, [](uint8_t b) { return b != kUntouched; });
 }
 
 TEST(Resize, TakesNoMoreStackThanItSays) {
@@ -180,22 +169,24 @@ TEST(Resize, TakesNoMoreStackThanItSays) {
   GTEST_SKIP() << "the sanitizer has a stack of its own";
 #endif
   const size_t most = (sizeof(void*) == 4 ? 13 : 40) * 1024;  // without AVX2, and with it
-  const struct {
-    Size from, to;
-  } cases[] = {{{2200, 4}, {2000, 3}},   // one window for each half a vector
-               {{4000, 4}, {2000, 3}},   // two
-               {{6000, 4}, {1700, 3}},   // four
-               {{20000, 4}, {1100, 3}},  // pixel by pixel
-               {{3300, 9}, {1100, 3}}};
+  const std::pair<Size, Size> cases[] = {
+      {{2200, 4}, {2000, 3}},   // one window for each half a vector
+      {{4000, 4}, {2000, 3}},   // two
+      {{6000, 4}, {1700, 3}},   // four
+      {{20000, 4}, {1100, 3}},  // pixel by pixel
+      {{3300, 9}, {1100, 3}}};
   for (const auto& c : cases) {
     for (int channels = 1; channels <= 4; ++channels) {
-      SCOPED_TRACE(testing::Message() << c.from.width << " to " << c.to.width << ", " << channels);
-      Picture from(channels, c.from, 0, 0), to(channels, c.to, 0, 0);
-      EXPECT_LE(stack_used([&] {
-                  kResize[channels](from.pixels(), c.from.width, c.from.height, from.stride,
-                                    to.pixels(), c.to.width, c.to.height, to.stride);
-                }),
-                most);
+      SCOPED_TRACE(testing::Message()
+                   << c.first.width << " to " << c.second.width << ", " << channels);
+      Picture from(channels, c.first, 0, 0), to(channels, c.second, 0, 0);
+      const auto resize = [&] {
+        kResize[channels](from.pixels(), c.first.width, c.first.height, from.stride, to.pixels(),
+                          c.second.width, c.second.height, to.stride);
+      };
+      resize();  // finds what it calls
+      const size_t without = stack_used([] {});
+      EXPECT_LE(stack_used(resize) - without, most);
     }
   }
 }
@@ -222,40 +213,42 @@ TEST(Resize, StridesMayGoUpwards) {
 }
 
 TEST(Resize, UnusableArgumentsWriteNothing) {
-  const Bytes source(64, 7);
-  Bytes result(64, kUntouched);
+  const Bytes source(64, 7), untouched(64, kUntouched);
+  Bytes result = untouched;
   const Size good = {4, 4};
+  const uint8_t* const in = source.data();
+  uint8_t* const out = result.data();
   const struct {
     const char* name;
-    bool has_source, has_destination;
+    const uint8_t* source;
+    uint8_t* destination;
     Size from, to;
   } cases[] = {
-      {"no source", false, true, good, good},
-      {"no destination", true, false, good, good},
-      {"source of one column", true, true, {1, 4}, good},
-      {"source of one row", true, true, {4, 1}, good},
-      {"negative source", true, true, {-4, -4}, good},
-      {"no columns", true, true, good, {0, 4}},
-      {"no rows", true, true, good, {4, 0}},
-      {"negative sizes", true, true, good, {INT_MIN, INT_MIN}},
+      {"no source", nullptr, out, good, good},
+      {"no destination", in, nullptr, good, good},
+      {"source of one column", in, out, {1, 4}, good},
+      {"source of one row", in, out, {4, 1}, good},
+      {"negative source", in, out, {-4, -4}, good},
+      {"no columns", in, out, good, {0, 4}},
+      {"no rows", in, out, good, {4, 0}},
+      {"negative sizes", in, out, good, {INT_MIN, INT_MIN}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const uint8_t* from = c.has_source ? source.data() : nullptr;
-    uint8_t* to = c.has_destination ? result.data() : nullptr;
+    const int w = c.from.width, h = c.from.height;
     for (int channels = 1; channels <= 4; ++channels) {
-      kResize[channels](from, c.from.width, c.from.height, 16, to, c.to.width, c.to.height, 16);
-      kel_nn_pixel_resize_bilinear(from, c.from.width, c.from.height, to, c.to.width, c.to.height,
+      kResize[channels](c.source, w, h, 16, c.destination, c.to.width, c.to.height, 16);
+      kel_nn_pixel_resize_bilinear(c.source, w, h, c.destination, c.to.width, c.to.height,
                                    channels);
     }
-    EXPECT_EQ(kel_nn_pixel_resize_bilinear_nv12(from, c.from.width, c.from.height, to, c.to.width,
-                                                c.to.height),
-              0);
-    EXPECT_EQ(result, Bytes(64, kUntouched));
+    EXPECT_EQ(
+        kel_nn_pixel_resize_bilinear_nv12(c.source, w, h, c.destination, c.to.width, c.to.height),
+        0);
+    EXPECT_EQ(result, untouched);
   }
-  EXPECT_EQ(kel_nn_pixel_resize_bilinear(source.data(), INT_MAX, 2, result.data(), 2, 2, 4), -1);
-  EXPECT_EQ(kel_nn_pixel_resize_bilinear(source.data(), 2, 2, result.data(), INT_MAX, 2, 4), -1);
-  EXPECT_EQ(result, Bytes(64, kUntouched));
+  EXPECT_EQ(kel_nn_pixel_resize_bilinear(in, INT_MAX, 2, out, 2, 2, 4), -1);
+  EXPECT_EQ(kel_nn_pixel_resize_bilinear(in, 2, 2, out, INT_MAX, 2, 4), -1);
+  EXPECT_EQ(result, untouched);
 }
 
 // -1 whether it resized or not: the interface says so.
@@ -291,7 +284,7 @@ TEST(Nv12Resize, ScalesLumaAndChromaOnTheirOwn) {
     const size_t source_luma = static_cast<size_t>(from.width * from.height);
     const size_t luma = static_cast<size_t>(to.width * to.height);
     const Bytes source = noise(source_luma * 3 / 2 + 2, 2);
-    Bytes result(luma * 3 / 2 + 2, kUntouched), expected(result);
+    Bytes result(luma * 3 / 2 + 2, kUntouched), expected(result), same(result);
     EXPECT_EQ(kel_nn_pixel_resize_bilinear_nv12(source.data(), from.width, from.height,
                                                 result.data(), to.width, to.height),
               0);
@@ -303,7 +296,6 @@ TEST(Nv12Resize, ScalesLumaAndChromaOnTheirOwn) {
                                to.width);
     }
     EXPECT_EQ(result, expected);
-    Bytes same(luma * 3 / 2 + 2, kUntouched);
     resize_bilinear_yuv420sp(source.data(), from.width, from.height, same.data(), to.width,
                              to.height);
     EXPECT_EQ(same, expected);

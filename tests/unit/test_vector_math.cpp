@@ -2,36 +2,32 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <vector>
 
 #include "kel_nn.h"
 
 namespace {
 
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
-
 // 1e-5 as a double lies between these two floats; the lower one is the nearest.
 const float kInsideBand = 1e-5f;
 const float kOutsideBand = std::nextafter(1e-5f, 1.0f);
 
 TEST(Norms, LeaveAlmostNothingAlone) {
-  struct Case {
+  const struct {
     const char* name;
     float (*norm)(float*, uint32_t);
     std::vector<float> data;
     bool normalised;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"l1 of zeros", kel_nn_l1norm, {0.0f, 0.0f}, false},
       {"l1 of the float nearest to the limit", kel_nn_l1norm, {-kInsideBand}, false},
       {"l1 just above the limit", kel_nn_l1norm, {-kOutsideBand}, true},
       {"l1 of one that cancels", kel_nn_l1norm, {1.0f, -1.0f}, true},
       {"l2 longer than the limit, its square shorter", kel_nn_l2norm, {0.002f, 0.002f}, false},
       {"l2 with a square above the limit", kel_nn_l2norm, {0.004f}, true},
-      {"l1 of infinity", kel_nn_l1norm, {kInfinity}, true},
+      {"l1 of infinity", kel_nn_l1norm, {INFINITY}, true},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     std::vector<float> data = c.data;
     const float norm = c.norm(data.data(), static_cast<uint32_t>(data.size()));
@@ -100,8 +96,8 @@ TEST(Softmax, IsTakenOfTheRawValues) {
 TEST(Sigmoid, IsTheLogisticFunction) {
   EXPECT_EQ(kel_nn_sigmoid(0.0f), 0.5f);
   EXPECT_EQ(kel_nn_sigmoid(2.0f), 1.0f / (std::exp(-2.0f) + 1.0f));
-  EXPECT_EQ(kel_nn_sigmoid(-kInfinity), 0.0f);
-  EXPECT_EQ(kel_nn_sigmoid(kInfinity), 1.0f);
+  EXPECT_EQ(kel_nn_sigmoid(-INFINITY), 0.0f);
+  EXPECT_EQ(kel_nn_sigmoid(INFINITY), 1.0f);
 }
 
 TEST(VectorMath, IgnoresNothingToDo) {
