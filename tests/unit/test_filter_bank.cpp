@@ -46,27 +46,6 @@ Floats random_values(size_t n, float scale) {
   return values;
 }
 
-// Initialised by position, read by name.
-// Initialised by position, read by name.
-TEST(FilterBankRecords, HaveTheirFieldsInOrder) {
-  float v[7] = {};
-  uint8_t bytes[1] = {};
-  const kel_nn_fbank_info_t info = {1, 2, 3, 4, 5, 6, 7, 8, 9.0f, v, v + 1, v + 2, v + 3};
-  const kel_nn_wave_t wave = {1, 2, 3, 4, 5, v, v + 1};
-  const kel_nn_frame_cfg_t cfg = {1.0f, 2, 3, 4, info, v + 4, v + 5};
-  const kel_nn_mfcc_t m = {bytes, 1, 2, v + 6, 3.0f, wave, cfg};
-  EXPECT_THAT((std::vector<int>{info.frame_size, info.num_chans, info.samp_period, info.fft_n,
-                                info.klo, info.khi, info.use_power, info.take_logs}),
-              ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
-  EXPECT_THAT((std::vector<int>{wave.n_samples, wave.frame_size, wave.position, wave.frame_shift,
-                                wave.n_frames, cfg.frame_size, cfg.position, cfg.frame_shift,
-                                m.has_voice, m.audio_ms}),
-              ElementsAre(1, 2, 3, 4, 5, 2, 3, 4, 1, 2));
-  EXPECT_THAT((std::vector<float*>{info.cf, info.lo_chan, info.lo_wt, info.x, cfg.fbank_out,
-                                   cfg.frame, m.window, wave.samples, wave.features}),
-              ElementsAre(v, v + 1, v + 2, v + 3, v + 4, v + 5, v + 6, v, v + 1));
-}
-
 TEST_F(FilterBank, ReportsNullVectors) {
   kel_nn_wave_t wave = {}, no_samples = {};
   const int16_t pcm[1] = {};
