@@ -101,8 +101,8 @@ uint32_t rank_of(float score) {
   return bits & 0x80000000u ? bits : bits ^ 0x7fffffffu;
 }
 
-// Quicksort of keys that all differ, and insertion where few are left. std::sort() is three times as
-// much code, which is for longer lists: here are never more than kMaxFastCount keys.
+// Quicksort of keys that all differ, and insertion where few are left. std::sort() is three times
+// as much code, which is for longer lists: here are never more than kMaxFastCount keys.
 void sort_keys(uint64_t* first, uint64_t* last) {
   constexpr int kFew = 16;
   while (last - first > kFew) {
@@ -126,8 +126,8 @@ void sort_keys(uint64_t* first, uint64_t* last) {
   }
 }
 
-// By the score, and equal scores by their place in the list (not in long ones, for want of scratch).
-// What is sorted are numbers in a total order, not boxes, which are three times as large.
+// By the score, and equal scores by their place in the list (not in long ones: no scratch). What
+// is sorted are numbers in a total order, not boxes, which are three times as large.
 void sort_by_score(kel_nn_box_t* boxes, int count) {
   if (count > kMaxFastCount) {
     std::qsort(boxes, static_cast<size_t>(count), sizeof(*boxes), [](const void* a, const void* b) {
@@ -174,9 +174,9 @@ struct KeptBlock {
   }
 };
 
-// Whether `iou_threshold`, which is 0 or more, is less than the iou() of the box and any of the block.
-// For vectors without a branch: instead of leaving at a side without overlap, it goes on with a side
-// of 0 and a result of 0 or NaN. Without vectors, a branch costs less.
+// Whether `iou_threshold`, which is 0 or more, is less than the iou() of the box and any of the
+// block. For vectors without a branch: instead of leaving at a side without overlap, it goes on with
+// a side of 0 and a result of 0 or NaN. Without vectors, a branch costs less.
 inline bool overlaps(const KeptBlock& kept, const Corners& box, float iou_threshold) {
 #if KEL_NN_HAS_VECTORS
   int any = 0;

@@ -12,8 +12,8 @@ void widen(const int16_t* pcm, float* samples, int32_t count);
 // The gate: every tenth sample's magnitude, added up.
 bool is_loud_enough(const float* samples, int32_t count, float threshold);
 
-// Takes its mean over the window off each channel. Rows have kChannels values; a count of rows below
-// 1 is none.
+// Takes its mean over the window off each channel. Rows have kChannels values; a count of rows
+// below 1 is none.
 void subtract_means(float* features, int32_t row_count);
 
 // Clips the features of all rows, and makes bytes of them.

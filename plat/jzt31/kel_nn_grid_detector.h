@@ -76,8 +76,8 @@ struct Detection {
   kel_nn_det_result_t result;
 };
 
-// From an image to boxes in the frame: runs the graph, decodes, suppresses overlaps, maps. There is a
-// result when the run is ok and complete.
+// From an image to boxes in the frame: runs the graph, decodes, suppresses overlaps, maps. There is
+// a result when the run is ok and complete.
 Detection detect(const GridDetector& detector, const GridMemory& memory, kel_nn_graph_t graph,
                  const void* image, const kel_nn_size_t& frame_size,
                  const kel_nn_size_t& input_size);
