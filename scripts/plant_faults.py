@@ -154,7 +154,7 @@ class Build:
                 shutil.copytree(source, self.tree / name)
             else:
                 shutil.copy(source, self.tree / name)
-        run(["cmake", "--preset", "gcc", "-DKEL_NN_PC=OFF", "-DKEL_NN_BENCH=OFF"], self.tree)
+        run(["cmake", "--preset", "gcc", "-DKEL_NN_PC=OFF", "-DKEL_NN_BENCH=OFF", "-DKEL_NN_INSTALL=OFF"], self.tree)
         run(["ninja", "-C", self.folder, "kelnn_unit_tests"])
         self.commands: dict[str, list[str]] = {}  # by object, relative to the build folder
         for entry in json.loads((self.folder / "compile_commands.json").read_text()):
