@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -64,7 +65,7 @@ TEST(ModelContainer, GivesBackWhatWasWrapped) {
   EXPECT_TRUE(wrap_model(nullptr, 5).empty());
 }
 
-TEST(ModelContainer, NoticesEveryChangedByte) {
+TEST(ModelContainer, NoticesEveryChangedAndEveryMissingByte) {
   const Bytes container = wrap(counting(2100));
   for (size_t i = 0; i < container.size(); ++i) {
     Bytes changed = container;
@@ -74,14 +75,8 @@ TEST(ModelContainer, NoticesEveryChangedByte) {
     Bytes copy;
     const RuntimeError error = copy_container(changed.data(), &copy);
     ASSERT_EQ(error ? error : open_all(copy), expected) << "byte " << i << ", size unknown";
-  }
-}
-
-TEST(ModelContainer, NoticesEveryMissingByte) {
-  const Bytes container = wrap(counting(2100));
-  for (size_t size = 0; size < container.size(); ++size) {
-    const Bytes cut(container.begin(), container.begin() + size);  // exact, for the sanitizer
-    ASSERT_EQ(open_all(cut), size < 8 ? kBadMagic : kCutOff) << size;
+    const Bytes cut(container.begin(), container.begin() + i);  // exact, for the sanitizer
+    ASSERT_EQ(open_all(cut), i < 8 ? kBadMagic : kCutOff) << i << " bytes";
   }
 }
 
@@ -102,13 +97,7 @@ TEST(ModelContainer, DoesNotBelieveSizesThatMakeNoSense) {
     SCOPED_TRACE(c.name);
     Bytes container = wrap({'a'});
     std::memcpy(&container[c.offset], &c.value, 8);
-    // The header's own checksum, made right again: a CRC bit by bit.
-    uint32_t crc = 0xffffffffu;
-    for (size_t i = 0; i < 36; ++i) {
-      crc ^= container[i];
-      for (int bit = 0; bit < 8; ++bit) crc = crc & 1 ? crc >> 1 ^ 0xedb88320u : crc >> 1;
-    }
-    crc = ~crc;
+    const auto crc = static_cast<uint32_t>(crc32(0, container.data(), 36));  // made right again
     std::memcpy(&container[36], &crc, 4);
     EXPECT_EQ(open_all(container), kWrongChecksum);
     Bytes copy;

@@ -1,31 +1,18 @@
 // kelnn faces, persons and objects, from files to boxes, over real networks: those of
 // make_test_networks.py, which find patches of pure colour.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/videoio.hpp>
-#include <sstream>
 
+#include "support/command_test.h"
 #include "support/patches.h"
-#include "support/run_command.h"
-#include "support/test_models.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace kelnn_test;
-using ::testing::HasSubstr;
-using Json = nlohmann::json;
 
 // Edges are whole pixels of the frame three times over: the letterbox's (half a pixel of frame or
 // image), the patch's, and the box's own, whose size and corner are rounded down.
 constexpr double kTolerance = 3;
+const cv::Size kVga(640, 360);
 
 void expect_box(const Json& box, const cv::Rect2d& expected) {
   const double x = box.at("x"), y = box.at("y"), w = box.at("w"), h = box.at("h");
@@ -36,55 +23,11 @@ void expect_box(const Json& box, const cv::Rect2d& expected) {
   EXPECT_GT(box.at("score"), 0.9);
 }
 
-class DetectorCommands : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    std::string path = fs::temp_directory_path().string() + "/kelnn_detectors_XXXXXX";
-    if (!mkdtemp(&path[0])) std::abort();
-    root = path + "/";
-    kelnn_test::pack_detectors(root);
-  }
-  static void TearDownTestSuite() { fs::remove_all(root); }
-  void SetUp() override { ASSERT_TRUE(fs::create_directory(directory)); }
-  void TearDown() override { fs::remove_all(directory); }
+// A red patch that goes a cell to the right with each frame.
+cv::Rect2d moving(int frame) { return on_grid(kVga, {kRed, 3 + frame, 3}); }
+void paint_moving(int i, cv::Mat* frame) { paint(frame, moving(i), kRed); }
 
-  CommandResult run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.end(), {"--root", root});
-    return run_kelnn(arguments);
-  }
-  std::vector<Json> run_json(std::vector<std::string> arguments) {
-    arguments.push_back("--json");
-    const CommandResult result = run(arguments);
-    EXPECT_EQ(result.exit_code, 0) << result.err;
-    return lines_of(result.out);
-  }
-  static std::vector<Json> lines_of(const std::string& out) {
-    std::vector<Json> lines;
-    std::istringstream stream(out);
-    for (std::string line; std::getline(stream, line);) lines.push_back(Json::parse(line));
-    return lines;
-  }
-  std::string save(const std::string& name, const cv::Mat& picture) {
-    EXPECT_TRUE(cv::imwrite(directory + name, picture));
-    return directory + name;
-  }
-  // A red patch that goes a cell to the right with each frame, 10 frames a second.
-  std::string save_video(const std::string& name, cv::Size size, int count) {
-    cv::VideoWriter writer(directory + name, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 10, size);
-    EXPECT_TRUE(writer.isOpened());
-    for (int i = 0; i < count; ++i) {
-      cv::Mat frame = grey_frame(size);
-      paint(&frame, on_grid(size, moving(i)), kRed);
-      writer.write(frame);
-    }
-    return directory + name;
-  }
-  static Patch moving(int frame) { return {kRed, 3 + frame, 3}; }
-
-  static std::string root;
-  std::string directory = root + "work/";
-};
-std::string DetectorCommands::root;
+using DetectorCommands = CommandTest;
 
 TEST_F(DetectorCommands, FindPatchesInFramesOfAnySize) {
   struct Case {
@@ -92,128 +35,110 @@ TEST_F(DetectorCommands, FindPatchesInFramesOfAnySize) {
     cv::Size frame;
     Patch patch;
   };
-  const Case cases[] = {
-      {"landscape, coarse grid", {640, 360}, {kRed, 6, 3}},
-      {"landscape, fine grid", {640, 360}, {kBlue, 17, 9}},
-      {"wider than the network", {1920, 1080}, {kGreen, 2, 4}},
-      {"cut off above and below", {641, 479}, {kRed, 9, 3}},
-      {"small", {161, 99}, {kBlue, 8, 6}},
-      {"square, coarse grid", {480, 480}, {kGreen, 7, 2}},
-      {"square, fine grid", {320, 320}, {kBlue, 3, 15}},
-      {"portrait, coarse grid", {360, 640}, {kRed, 2, 10}},
-      {"portrait, fine grid", {359, 641}, {kBlue, 11, 5}},
+  const std::vector<Case> of_grids = {
+      {"landscape_coarse_grid.png", kVga, {kRed, 6, 3}},
+      {"landscape_fine_grid.png", kVga, {kBlue, 17, 9}},
+      {"wider_than_the_network.png", {1920, 1080}, {kGreen, 2, 4}},
+      {"cut_off_above_and_below.png", {641, 479}, {kRed, 9, 3}},
+      {"small.png", {161, 99}, {kBlue, 8, 6}},
+      {"square_coarse_grid.png", {480, 480}, {kGreen, 7, 2}},
+      {"square_fine_grid.png", {320, 320}, {kBlue, 3, 15}},
+      {"portrait_coarse_grid.png", {360, 640}, {kRed, 2, 10}},
+      {"portrait_fine_grid.png", {359, 641}, {kBlue, 11, 5}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const cv::Rect2d where = on_grid(c.frame, c.patch);
-    cv::Mat picture = grey_frame(c.frame);
-    paint(&picture, where, c.patch.colour);
-    const std::string path = save("picture.png", picture);
-    for (const char* command : {"persons", "objects"}) {
-      SCOPED_TRACE(command);
-      const bool has_classes = std::string(command) == "objects";
-      const std::vector<Json> lines = run_json({command, path});
-      ASSERT_EQ(lines.size(), 1u);
-      const Json& line = lines[0];
-      EXPECT_EQ(line.at("input"), path);
-      EXPECT_EQ(line.at("frame"), 0);
-      EXPECT_EQ(line.at("time"), 0);
-      EXPECT_EQ(line.at("width"), c.frame.width);
-      EXPECT_EQ(line.at("height"), c.frame.height);
-      ASSERT_EQ(line.at("boxes").size(), 1u);
-      const Json& box = line.at("boxes")[0];
-      expect_box(box, where);
-      const int own_class = c.patch.colour == kRed ? 1 : c.patch.colour == kBlue ? 2 : 3;
-      EXPECT_EQ(box.at("class"), has_classes ? own_class : 0);
-      EXPECT_EQ(box.at("name"), has_classes ? "class " + std::to_string(own_class) : "person");
+  const std::vector<Case> of_faces = {
+      {"level_1.png", kVga, {kRed, 4, 11}},
+      {"level_3.png", {640, 480}, {kBlue, 3, 1}},
+      {"odd.png", {501, 333}, {kRed, 15, 2}},
+      {"portrait.png", {360, 640}, {kBlue, 1, 2}},
+  };
+  const auto red_blue_green = [](const Patch& patch) {
+    return patch.colour == kRed ? 1 : patch.colour == kBlue ? 2 : 3;
+  };
+  for (const std::string command : {"faces", "persons", "objects"}) {
+    const auto& cases = command == "faces" ? of_faces : of_grids;
+    const auto place = command == "faces" ? on_face_level : on_grid;
+    std::string call = command;
+    for (const Case& c : cases) {
+      cv::Mat picture = grey_frame(c.frame);
+      paint(&picture, place(c.frame, c.patch), c.patch.colour);
+      save(c.name, picture);
+      call += std::string(" ") + c.name;
     }
-  }
-}
-
-TEST_F(DetectorCommands, FindFacesInFramesOfAnySize) {
-  struct Case {
-    const char* name;
-    cv::Size frame;
-    Patch patch;
-  };
-  const Case cases[] = {
-      {"level 1", {640, 360}, {kRed, 4, 11}},
-      {"level 3", {640, 480}, {kBlue, 3, 1}},
-      {"odd", {501, 333}, {kRed, 15, 2}},
-      {"portrait", {360, 640}, {kBlue, 1, 2}},
-  };
-  std::vector<std::string> arguments = {"faces"};
-  for (const Case& c : cases) {
-    cv::Mat picture = grey_frame(c.frame);
-    paint(&picture, on_face_level(c.frame, c.patch), c.patch.colour);
-    arguments.push_back(save(std::string(c.name) + ".png", picture));
-  }
-  // In one call, so that the frame size changes under way.
-  const std::vector<Json> lines = run_json(arguments);
-  ASSERT_EQ(lines.size(), std::size(cases));
-  for (size_t i = 0; i < lines.size(); ++i) {
-    SCOPED_TRACE(cases[i].name);
-    EXPECT_EQ(lines[i].at("input"), arguments[i + 1]);
-    ASSERT_EQ(lines[i].at("boxes").size(), 1u);
-    expect_box(lines[i].at("boxes")[0], on_face_level(cases[i].frame, cases[i].patch));
-    EXPECT_EQ(lines[i].at("boxes")[0].at("name"), "face");
+    const std::vector<Json> found = lines(call);  // in one call: the frame's size changes under way
+    ASSERT_EQ(found.size(), cases.size());
+    for (size_t i = 0; i < found.size(); ++i) {
+      const Case& c = cases[i];
+      SCOPED_TRACE(command + " " + c.name);
+      Json line = found[i];
+      const Json boxes = line.at("boxes");
+      line.erase("boxes");
+      EXPECT_EQ(line, Json({{"input", c.name},
+                            {"frame", 0},
+                            {"time", 0.0},
+                            {"width", c.frame.width},
+                            {"height", c.frame.height}}));
+      ASSERT_EQ(boxes.size(), 1u);
+      expect_box(boxes[0], place(c.frame, c.patch));
+      const int own_class = command == "objects" ? red_blue_green(c.patch) : 0;
+      EXPECT_EQ(boxes[0].at("class"), own_class);
+      EXPECT_EQ(boxes[0].at("name"), command == "faces"     ? "face"
+                                     : command == "persons" ? "person"
+                                                            : "class " + std::to_string(own_class));
+    }
   }
 }
 
 TEST_F(DetectorCommands, FollowAPatchThroughAVideoAndAPictureOfAnotherOrientation) {
-  const cv::Size size(640, 360), portrait(360, 640);
-  const std::string video = save_video("moving.avi", size, 6);
+  save_video("moving.avi", kVga, 6, paint_moving);
+  const cv::Size portrait(360, 640);
+  const cv::Rect2d where = on_grid(portrait, {kRed, 4, 6});
   cv::Mat picture = grey_frame(portrait);
-  const Patch patch = {kRed, 4, 6};
-  paint(&picture, on_grid(portrait, patch), kRed);
-  const std::string path = save("portrait.png", picture);
+  paint(&picture, where, kRed);
+  save("portrait.png", picture);
+  const auto expect_moving = [](const Json& line, int frame) {
+    SCOPED_TRACE(frame);
+    EXPECT_EQ(line.at("frame"), frame);
+    EXPECT_NEAR(line.at("time"), frame / kFramesPerSecond, 1e-3);
+    ASSERT_EQ(line.at("boxes").size(), 1u);
+    expect_box(line.at("boxes")[0], moving(frame));
+  };
 
-  const std::vector<Json> lines = run_json({"persons", video, path, video, "--limit", "4"});
-  ASSERT_EQ(lines.size(), 4u + 1 + 4);
-  for (const int first : {0, 5}) {
-    for (int i = 0; i < 4; ++i) {
-      SCOPED_TRACE(i);
-      const Json& line = lines[size_t(first + i)];
-      EXPECT_EQ(line.at("frame"), i);
-      EXPECT_NEAR(line.at("time"), 0.1 * i, 1e-3);
-      ASSERT_EQ(line.at("boxes").size(), 1u);
-      expect_box(line.at("boxes")[0], on_grid(size, moving(i)));
-    }
+  const std::vector<Json> all = lines("persons moving.avi portrait.png moving.avi --limit 4");
+  ASSERT_EQ(all.size(), 4u + 1 + 4);
+  for (int i = 0; i < 4; ++i) {
+    expect_moving(all[i], i);
+    expect_moving(all[5 + i], i);
   }
-  ASSERT_EQ(lines[4].at("boxes").size(), 1u);
-  expect_box(lines[4].at("boxes")[0], on_grid(portrait, patch));
+  expect_box(all[4].at("boxes").at(0), where);
 
-  const std::vector<Json> every_second = run_json({"persons", video, "--every", "2"});
+  const std::vector<Json> every_second = lines("persons moving.avi --every 2");
   ASSERT_EQ(every_second.size(), 3u);
-  EXPECT_EQ(every_second[2].at("frame"), 4);
-  EXPECT_NEAR(every_second[2].at("time"), 0.4, 1e-3);
-  expect_box(every_second[2].at("boxes").at(0), on_grid(size, moving(4)));
+  for (int i = 0; i < 3; ++i) expect_moving(every_second[i], 2 * i);
+
+  const CommandResult shown = kelnn("persons moving.avi --progress");
+  EXPECT_THAT(shown.err, HasSubstr("frames/s"));
+  EXPECT_EQ(shown.out, out("persons moving.avi"));
+  EXPECT_EQ(std::count(shown.out.begin(), shown.out.end(), '\n'), 12);  // and as many boxes
+  EXPECT_THAT(shown.out, HasSubstr("moving.avi frame 1 at 0.100 s, 640 x 360: 1 found\n"));
 }
 
 TEST_F(DetectorCommands, TellTheSameAsText) {
-  const cv::Size size(640, 360);
-  cv::Mat picture = grey_frame(size);
-  const Patch red = {kRed, 2, 3}, blue = {kBlue, 20, 8};
-  paint(&picture, on_grid(size, red), kRed);
-  paint(&picture, on_grid(size, blue), kBlue);
-  const std::string path = save("two.png", picture);
-  const Json boxes = run_json({"objects", path}).at(0).at("boxes");
+  cv::Mat picture = grey_frame(kVga);
+  save("empty.png", picture);
+  paint(&picture, on_grid(kVga, {kRed, 2, 3}), kRed);
+  paint(&picture, on_grid(kVga, {kBlue, 20, 8}), kBlue);
+  save("two.png", picture);
+  const Json boxes = json("objects two.png").at("boxes");
   ASSERT_EQ(boxes.size(), 2u);
-
-  const CommandResult result = run({"objects", path, "--classes", "cat,dog,bicycle,tree"});
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_THAT(result.out, HasSubstr(path + ", 640 x 360: 2 found\n"));
+  const std::string text = out("objects two.png empty.png --classes cat,dog,bicycle,tree");
+  EXPECT_THAT(text, HasSubstr("two.png, 640 x 360: 2 found\n"));
+  EXPECT_THAT(text, HasSubstr("\nempty.png, 640 x 360: 0 found\n"));
   for (const Json& box : boxes) {
-    EXPECT_THAT(result.out, HasSubstr("x " + box.at("x").dump() + ", y " + box.at("y").dump() +
-                                      ", " + box.at("w").dump() + " x " + box.at("h").dump()));
+    EXPECT_THAT(text, HasSubstr((box.at("class") == 1 ? "  dog 1.00  x " : "  bicycle 1.00  x ") +
+                                box.at("x").dump() + ", y " + box.at("y").dump() + ", " +
+                                box.at("w").dump() + " x " + box.at("h").dump() + "\n"));
   }
-  EXPECT_THAT(result.out, HasSubstr("  dog 1.00 "));
-  EXPECT_THAT(result.out, HasSubstr("  bicycle 1.00 "));
-
-  const std::string empty = save("empty.png", grey_frame(size));
-  EXPECT_EQ(run({"objects", empty}).out, empty + ", 640 x 360: 0 found\n");
-  EXPECT_THAT(run({"persons", save_video("v.avi", size, 2)}).out,
-              HasSubstr("v.avi frame 1 at 0.100 s, 640 x 360: 1 found\n"));
 }
 
 // Whether a drawing differs from the frame on the box's edge, and does not far away from it.
@@ -228,101 +153,45 @@ void expect_drawn(const cv::Mat& frame, const cv::Mat& drawn, const cv::Rect2d& 
 }
 
 TEST_F(DetectorCommands, DrawBoxes) {
-  const cv::Size size(640, 360);
-  const Patch patch = moving(0);
-  cv::Mat picture = grey_frame(size);
-  paint(&picture, on_grid(size, patch), kRed);
-  const std::string path = save("picture.png", picture);
-
-  run_json({"persons", path, "--draw", directory + "drawn.png"});
-  expect_drawn(picture, cv::imread(directory + "drawn.png"), on_grid(size, patch), 0);
-
-  const std::string video = save_video("moving.avi", size, 3);
-  run_json({"persons", path, video, "--draw", directory + "all/"});
-  expect_drawn(picture, cv::imread(directory + "all/picture.png"), on_grid(size, patch), 0);
-  run_json({"persons", video, "--draw", directory + "drawn.mp4"});
+  cv::Mat still = grey_frame(kVga);
+  paint_moving(0, &still);
+  save("picture.png", still);
+  save_video("moving.avi", kVga, 3, paint_moving);
+  out("persons picture.png --draw drawn.png");
+  out("persons moving.avi --draw drawn.mp4");
+  out("persons picture.png moving.avi --draw all/");
+  for (const char* name : {"drawn.png", "all/picture.png"}) {
+    expect_drawn(still, picture(name), moving(0), 0);
+  }
   for (const char* name : {"all/moving.avi", "drawn.mp4"}) {
     SCOPED_TRACE(name);
-    cv::VideoCapture before(video), after(directory + name);
+    cv::VideoCapture before(path("moving.avi")), after(path(name));
     cv::Mat frame, drawn;
     for (int i = 0; i < 3; ++i) {
       ASSERT_TRUE(before.read(frame) && after.read(drawn));
-      expect_drawn(frame, drawn, on_grid(size, moving(i)), 16);  // of the codec
+      expect_drawn(frame, drawn, moving(i), 16);  // of the codec
     }
     EXPECT_FALSE(after.read(drawn));
   }
-  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-    EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();  // temporary files
-  }
+  EXPECT_EQ(file_count("") + file_count("all"), 8u);  // nothing temporary stays
 }
 
 TEST_F(DetectorCommands, DoTheOthersWhenOneInputIsBad) {
-  const std::string good = save("good.png", grey_frame({64, 48}));
-  const std::string video = save_video("good.avi", {64, 48}, 1);
-  std::ofstream(directory + "text.txt") << "no picture";
-  // Its header says that it is a picture.
-  std::ofstream(directory + "damaged.png") << text_of(good).substr(0, 40);
-  std::ofstream(directory + "damaged.avi") << text_of(video).substr(0, 100);
-  const CommandResult result =
-      run({"persons", directory + "nothing.png", directory + "text.txt", directory,
-           directory + "damaged.png", directory + "damaged.avi", "camera:x", "camera:99", good});
+  save("good.png", grey_frame({64, 48}));
+  save_video("good.avi", {64, 48}, 1, [](int, cv::Mat*) {});
+  write("text.txt", "no picture");
+  write("damaged.png", text("good.png").substr(0, 40));  // its header says that it is a picture
+  write("damaged.avi", text("good.avi").substr(0, 100));
+  const CommandResult result = kelnn(
+      "persons nothing.png text.txt models/ damaged.png damaged.avi camera:x camera:99 good.png");
   EXPECT_EQ(result.exit_code, 1);
-  EXPECT_EQ(result.out, good + ", 64 x 48: 0 found\n");
-  for (const std::string complaint :
+  EXPECT_EQ(result.out, "good.png, 64 x 48: 0 found\n");
+  for (const char* complaint :
        {"nothing.png: No such file", "text.txt: neither a picture nor a video", "/: a directory",
         "damaged.png: a picture that is damaged", "damaged.avi: ", "camera:x: a camera is",
         "camera:99: cannot be opened"}) {
     EXPECT_THAT(result.err, HasSubstr(complaint));
   }
-}
-
-TEST_F(DetectorCommands, SayWhatIsWrong) {
-  const std::string good = save("good.png", grey_frame({64, 48}));
-  const std::string other = save("other.png", grey_frame({64, 48}));
-  const std::string video = save_video("good.avi", {64, 48}, 2);
-  fs::create_directory(directory + "empty");
-  fs::create_directory(directory + "twin");
-  const std::string twin = save("twin/good.png", grey_frame({64, 48}));
-  struct Case {
-    const char* name;
-    std::vector<std::string> arguments;
-    int exit_code;
-    std::string complaint;
-  };
-  const Case cases[] = {
-      {"no input", {"persons"}, 2, "required"},
-      {"no number", {"persons", good, "--limit", "many"}, 2, "--limit"},
-      {"every 0th", {"persons", good, "--every", "0"}, 2, "--every"},
-      {"three names", {"objects", good, "--classes", "a,b,c"}, 2, "--classes: At least 4"},
-      {"names of faces", {"faces", good, "--classes", "a,b,c,d"}, 2, "--classes"},
-      {"file for two", {"faces", good, other, "--draw", directory + "a.png"}, 1, "directory"},
-      {"same name", {"faces", good, twin, "--draw", directory + "out/"}, 1, "has the name"},
-      {"onto itself", {"faces", good, "--draw", good}, 1, "take the place of the input"},
-      {"not a picture's name",
-       {"faces", good, "--draw", directory + "a.xyz"},
-       1,
-       "a.xyz: pictures"},
-      {"not a video's name", {"faces", video, "--draw", directory + "a.png"}, 1, "a.png: videos"},
-      {"no place", {"faces", video, "--draw", "/dev/null/a.avi"}, 1, "a.avi: cannot be written"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const CommandResult result = run(c.arguments);
-    EXPECT_EQ(result.exit_code, c.exit_code);
-    EXPECT_THAT(result.err, HasSubstr(c.complaint));
-  }
-  const CommandResult no_model = run_kelnn({"persons", good, "--root", directory + "empty"});
-  EXPECT_EQ(no_model.exit_code, 1);
-  EXPECT_EQ(no_model.out, "");
-  EXPECT_THAT(no_model.err, HasSubstr("kelnn pack person-detection-landscape"));
-}
-
-TEST_F(DetectorCommands, ShowProgressOnStandardErrorOnly) {
-  const std::string video = save_video("long.avi", {640, 360}, 5);
-  const CommandResult shown = run({"persons", video, "--progress"});
-  EXPECT_THAT(shown.err, HasSubstr("frames/s"));
-  EXPECT_EQ(shown.out, run({"persons", video}).out);
-  EXPECT_EQ(std::count(shown.out.begin(), shown.out.end(), '\n'), 10);  // and as many boxes
 }
 
 }  // namespace
