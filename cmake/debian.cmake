@@ -24,7 +24,7 @@ foreach(package ${CPACK_KELNN_PACKAGES})
     file(APPEND ${overrides} "${more}")
   endif()
   # Installed where the loader looks anyway.
-  file(GLOB programs ${root}/bin/*)
+  file(GLOB programs ${root}/bin/* ${root}/lib/python3/dist-packages/kelnn/*.so)
   foreach(program ${programs})
     file(RPATH_REMOVE FILE ${program})
   endforeach()

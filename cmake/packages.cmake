@@ -76,6 +76,15 @@ A small network for each task of libkelnn, trained on drawings and synthetic
 sounds alone. They show that everything works; they do not know real people
 or things.")
 endif()
+if(TARGET kelnn_python)
+  # The module is built for one minor version of Python.
+  math(EXPR next_minor "${Python_VERSION_MINOR} + 1")
+  kelnn_package(python python3-kelnn python COMPONENTS python DEPENDS
+    "libkelnn1 (= ${version}), python3 (>= 3.${Python_VERSION_MINOR}), python3 (<< 3.${next_minor}), python3-numpy" DESCRIPTION
+"neural-network tasks for small cameras: the Python module
+Runs the tasks of libkelnn on numpy arrays and gives boxes, features and
+probabilities as Python objects.")
+endif()
 set(CPACK_COMPONENTS_ALL ${kelnn_components})
 
 # What the library exports, for dpkg-shlibdeps.
