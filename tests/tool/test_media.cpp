@@ -12,9 +12,8 @@
 
 #include "frame_sink.h"
 #include "frame_source.h"
-#include "jpeg_codec.h"
-#include "picture_codecs.h"
-#include "png_codec.h"
+#include "codecs.h"
+#include "picture.h"
 #include "report.h"
 
 namespace kelnn_cli {

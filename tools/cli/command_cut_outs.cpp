@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "drawing.h"
 #include "drawing_target.h"
 #include "frames.h"
-#include "landmark_points.h"
 #include "library_call.h"
 
 namespace kelnn_cli {

@@ -7,7 +7,7 @@
 #include "commands.h"
 #include "feature_picture.h"
 #include "files.h"
-#include "picture_codecs.h"
+#include "picture.h"
 #include "report.h"
 #include "sound_window.h"
 

@@ -9,7 +9,6 @@
 #include "drawing.h"
 #include "drawing_target.h"
 #include "frames.h"
-#include "interruption.h"
 #include "library_call.h"
 #include "report.h"
 

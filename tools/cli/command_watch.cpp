@@ -8,7 +8,6 @@
 #include "drawing.h"
 #include "drawing_target.h"
 #include "frames.h"
-#include "landmark_points.h"
 #include "watcher.h"
 
 namespace kelnn_cli {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "interruption.h"
 #include "report.h"
 
 namespace kelnn_cli {

@@ -1,14 +1,26 @@
 #include "reporter.h"
 
+#include <fcntl.h>
 #include <fmt/args.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "interruption.h"
 #include "library_call.h"
 
 namespace kelnn_cli {
 namespace {
+
+// Standard output may be closed; then nothing that is opened later may take its number by chance.
+int duplicate(int descriptor) { return fcntl(descriptor, F_DUPFD_CLOEXEC, 3); }
+
+volatile std::sig_atomic_t g_is_interrupted = 0;
+
+void remember(int) { g_is_interrupted = 1; }
 
 // File names need not be UTF-8.
 std::string dumped(const Json& json, int indent) {
@@ -35,6 +47,31 @@ Text line(const std::string& format) {
   return [format](const Json& result) { return filled(format, result); };
 }
 
+ResultOutput::ResultOutput() : descriptor_(duplicate(STDOUT_FILENO)) {
+  if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {  // standard error is closed
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
+  }
+  // In step with what goes to standard error directly. Lines are no unit here: the library ends its
+  // colour behind the newline.
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
+}
+
+ResultOutput::~ResultOutput() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+void ResultOutput::write(const std::string& text) {
+  for (size_t done = 0; done < text.size();) {
+    const ssize_t written = ::write(descriptor_, text.data() + done, text.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) {
+      throw OutputFailure(std::string("cannot write the result: ") + std::strerror(errno));
+    }
+    done += static_cast<size_t>(written);
+  }
+}
+
 void Reporter::report(const Json& result, const Text& text) {
   output_.write(wants_json_ ? dumped(result, 2) : text(result));
 }
@@ -51,6 +88,16 @@ void Reporter::complain(const std::exception& error) const {
   const auto* of_library = dynamic_cast<const kel_nn::Error*>(&error);
   complain(of_library ? explanation(*of_library) : error.what());
 }
+
+void catch_interruption() {
+  struct sigaction action = {};
+  action.sa_handler = remember;
+  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+bool is_interrupted() { return g_is_interrupted != 0; }
 
 bool for_each_input(const std::vector<std::string>& inputs, const Reporter& reporter,
                     const std::function<void(const std::string&)>& work) {

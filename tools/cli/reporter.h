@@ -1,4 +1,4 @@
-// Where a command's results and complaints go.
+// Where a command's results and complaints go, and Ctrl-C, which asks it to end.
 #ifndef KEL_NN_TOOLS_REPORTER_H_
 #define KEL_NN_TOOLS_REPORTER_H_
 
@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "library_output.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -18,6 +17,21 @@ using Text = std::function<std::string(const Json& result)>;
 // The result's members in their places: "{input}: {score:.2f}\n".
 std::string filled(const std::string& format, const Json& result);
 Text line(const std::string& format);  // filled() for whatever result comes
+
+// Whose standard output is it? The library prints its lines there by design; the tool's result is to
+// be piped. So file descriptor 1 leads to standard error, and the result goes where it led before.
+class ResultOutput {
+ public:
+  ResultOutput();  // from here on the library's lines go to standard error
+  ~ResultOutput();
+  ResultOutput(const ResultOutput&) = delete;
+  ResultOutput& operator=(const ResultOutput&) = delete;
+
+  void write(const std::string& text);  // at once, nothing is held back
+
+ private:
+  int descriptor_;
+};
 
 class Reporter {
  public:
@@ -35,6 +49,10 @@ class Reporter {
   bool wants_json_;
   ResultOutput output_;
 };
+
+// Ctrl-C as a wish to end, so that what has been begun is finished.
+void catch_interruption();  // the first time; the second one ends the process
+bool is_interrupted();
 
 // Does something with each input. One that fails is complained about and the others are still done;
 // false: there was one.

@@ -5,6 +5,9 @@
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "kel_nn.hpp"
 
 namespace kelnn_cli {
 
@@ -15,6 +18,18 @@ void draw_box(cv::Mat* bgr, const cv::Rect& box, const std::string& label, int c
 // empty; `is_motion` is the last decision.
 cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
                            std::optional<bool> is_motion);
+
+// ----- Landmarks as places in a picture. What a model's values mean is the model's affair; here they are
+// parts of the cut-out: 0, 0 its top left corner and 1, 1 its bottom right corner.
+
+bool are_parts(const kel_nn::Landmarks& landmarks);  // all from 0 to 1
+
+std::vector<cv::Point2d> pixels_of(const kel_nn::Landmarks& landmarks, const cv::Rect& part);
+
+// Those that lie in the picture, as discs.
+void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv::Scalar& colour,
+                 int radius);
+void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const cv::Rect& part);
 
 }  // namespace kelnn_cli
 

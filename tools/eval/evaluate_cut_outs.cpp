@@ -5,9 +5,9 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
+#include "drawing.h"
 #include "evaluation.h"
 #include "figures.h"
-#include "landmark_points.h"
 #include "library_call.h"
 #include "picture.h"
 

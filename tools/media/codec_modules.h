@@ -9,7 +9,7 @@
 
 #include "frame_sink.h"
 #include "frame_source.h"
-#include "picture_codecs.h"
+#include "picture.h"
 
 namespace kelnn_cli {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "picture_codecs.h"
+#include "picture.h"
 #include "report.h"
 
 namespace kelnn_cli {

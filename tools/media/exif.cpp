@@ -1,4 +1,4 @@
-#include "exif.h"
+#include "codecs.h"
 
 namespace kelnn_cli {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "codec_modules.h"
 #include "files.h"
-#include "picture_codecs.h"
+#include "picture.h"
 #include "report.h"
 
 namespace kelnn_cli {

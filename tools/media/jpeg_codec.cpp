@@ -1,5 +1,3 @@
-#include "jpeg_codec.h"
-
 #include <turbojpeg.h>
 
 #include <cstring>
@@ -7,7 +5,7 @@
 #include <optional>
 #include <type_traits>
 
-#include "exif.h"
+#include "codecs.h"
 
 namespace kelnn_cli {
 namespace {

@@ -1,28 +1,64 @@
 #include "picture.h"
 
 #include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
 
-#include "picture_codecs.h"
+#include "codec_modules.h"
+#include "codecs.h"
 #include "report.h"
 
 namespace kelnn_cli {
 namespace {
 
-std::string size_text(const cv::Mat& picture) {
-  return std::to_string(picture.cols) + " x " + std::to_string(picture.rows);
-}
-
-cv::Rect centre_square(const cv::Mat& picture) {
-  const int size = std::min(picture.cols, picture.rows);
-  return {(picture.cols - size) / 2, (picture.rows - size) / 2, size, size};
+bool is_png_name(const std::string& extension) { return extension == ".png"; }
+bool is_jpeg_name(const std::string& extension) {
+  return extension == ".jpg" || extension == ".jpeg" || extension == ".jpe";
 }
 
 }  // namespace
 
+std::string extension_of(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension;
+}
+
+bool is_usual_picture(const std::string& path) {
+  Bytes start(8);
+  std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(start.data()), 8);
+  return is_png(start) || is_jpeg(start);
+}
+
+cv::Mat decode_picture(const Bytes& bytes) {
+  cv::Mat picture;
+  if (is_png(bytes)) picture = decode_png(bytes);
+  if (is_jpeg(bytes)) picture = decode_jpeg(bytes);
+  return picture.empty() ? opencv_module().decode(bytes) : picture;
+}
+
+bool is_picture_name(const std::string& path) {
+  const std::string extension = extension_of(path);
+  if (extension.empty()) return false;
+  return is_png_name(extension) || is_jpeg_name(extension) || opencv_module().is_written(extension);
+}
+
+Bytes encode_picture(const std::string& extension, const cv::Mat& bgr) {
+  if (is_png_name(extension)) return encode_png(bgr);
+  if (is_jpeg_name(extension)) return encode_jpeg(bgr);
+  return opencv_module().encode(extension, bgr);
+}
+
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box) {
-  if (box.width == 0) return centre_square(picture);
+  if (box.width == 0) {
+    const int size = std::min(picture.cols, picture.rows);
+    return {(picture.cols - size) / 2, (picture.rows - size) / 2, size, size};
+  }
   if (box.width > picture.cols - box.x || box.height > picture.rows - box.y) {
-    throw Failure(path + ": the box reaches out of the picture, which is " + size_text(picture));
+    throw Failure(path + ": the box reaches out of the picture, which is " +
+                  std::to_string(picture.cols) + " x " + std::to_string(picture.rows));
   }
   return {box.x, box.y, box.width, box.height};
 }

@@ -1,9 +1,12 @@
-// Picture files, and what of them is looked at.
+// Picture files, and what of them is looked at. PNG and JPEG, which nearly all are, are done here; what
+// else OpenCV knows, and files that are damaged or odd, cost the loading of a module.
 #ifndef KEL_NN_TOOLS_PICTURE_H_
 #define KEL_NN_TOOLS_PICTURE_H_
 
 #include <opencv2/core.hpp>
 #include <string>
+
+#include "files.h"
 
 namespace kelnn_cli {
 
@@ -15,6 +18,18 @@ struct Box {
 // path.
 cv::Mat load_picture(const std::string& path);
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
+
+bool is_usual_picture(const std::string& path);  // PNG or JPEG, by its first bytes
+
+// 8-bit BGR, upright. Empty: damaged, too large or no picture.
+cv::Mat decode_picture(const Bytes& bytes);
+
+bool is_picture_name(const std::string& path);  // one with an extension that can be written
+
+// Of 8-bit BGR, in the format of the extension. Empty: too large for it.
+Bytes encode_picture(const std::string& extension, const cv::Mat& bgr);
+
+std::string extension_of(const std::string& path);  // ".png", in small letters
 
 }  // namespace kelnn_cli
 

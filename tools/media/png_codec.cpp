@@ -1,5 +1,3 @@
-#include "png_codec.h"
-
 #include <png.h>
 
 #include <algorithm>
@@ -7,7 +5,7 @@
 #include <cstring>
 #include <optional>
 
-#include "exif.h"
+#include "codecs.h"
 
 namespace kelnn_cli {
 namespace {

@@ -1,0 +1,35 @@
+// PNG through libpng and JPEG through libjpeg-turbo, and how the camera was held that took a picture.
+#ifndef KEL_NN_TOOLS_CODECS_H_
+#define KEL_NN_TOOLS_CODECS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <optional>
+
+#include "files.h"
+
+namespace kelnn_cli {
+
+bool is_png(const Bytes& bytes);
+bool is_jpeg(const Bytes& bytes);
+
+// Empty: damaged or odd.
+cv::Mat decode_png(const Bytes& bytes);
+cv::Mat decode_jpeg(const Bytes& bytes);
+
+// Empty: too large.
+Bytes encode_png(const cv::Mat& bgr);
+Bytes encode_jpeg(const cv::Mat& bgr);
+
+constexpr int kUpright = 1;  // also of a picture that does not say
+
+// 1 to 8, of Exif data from its byte order mark on. None: the data is not as it should be.
+std::optional<int> exif_orientation(const uint8_t* data, size_t size);
+
+// Turned and mirrored, so that what was up is up.
+cv::Mat made_upright(const cv::Mat& picture, int orientation);
+
+}  // namespace kelnn_cli
+
+#endif  // KEL_NN_TOOLS_CODECS_H_
