@@ -127,9 +127,10 @@ void add_progress(CLI::App* command, bool* is_wanted) {
                     "Show on standard error how far it is, also when that is no terminal");
 }
 
-void add_limit(CLI::App* command, FrameOptions* frames) {
+void add_frame_options(CLI::App* command, FrameOptions* frames) {
   option(command, "--limit", &frames->limit, "N", "Look at this many frames of an input at most")
       ->check(CLI::Range(int64_t{1}, kMaxFrames));
+  add_progress(command, &frames->wants_progress);
 }
 
 CLI::Option* add_task(CLI::App* command, std::string* task, const char* help) {
@@ -264,20 +265,19 @@ void add_cut_outs(const Commands& commands) {
 
 // ----- Frames
 
+constexpr char kDetectorHelp[] =
+    R"(Of each frame: its size, how many there are, and of each box its class, score (0 to 1),
+left and top edge and size in pixels. With --json an object a line for each frame, as it
+comes. Frames may have any size up to 16384 pixels a side.
+An input that cannot be read is complained about, the others are still done, and the
+exit code is 1.)";
+
 std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
                                                   bool (*run)(const DetectOptions&, Reporter*),
                                                   const char* name, const std::string& what,
                                                   const std::vector<std::string>& class_names) {
   const auto [command, options] = commands.add(
-      run, name,
-      "Finds " + what + " in pictures, videos and camera frames.\n" +
-          "Of each frame: its size, how many there are, and of each box its class, score (0 to "
-          "1),\n"
-          "left and top edge and size in pixels. With --json an object a line for each frame, as "
-          "it\n"
-          "comes. Frames may have any size up to 16384 pixels a side.\n"
-          "An input that cannot be read is complained about, the others are still done, and the\n"
-          "exit code is 1.");
+      run, name, "Finds " + what + " in pictures, videos and camera frames.\n" + kDetectorHelp);
   options->class_names = class_names;
   argument(command, "input", &options->inputs, "INPUT",
            "Picture and video files, and cameras as camera:0, camera:1, ...");
@@ -286,8 +286,7 @@ std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
          "several inputs a directory");
   option(command, "--every", &options->frames.step, "N", "Look at every Nth frame only")
       ->check(CLI::Range(1, kMaxStep));
-  add_limit(command, &options->frames);
-  add_progress(command, &options->frames.wants_progress);
+  add_frame_options(command, &options->frames);
   add_root(command, &options->root);
   return {command, options};
 }
@@ -329,8 +328,7 @@ void add_motion(const Commands& commands) {
       ->check(CLI::Range(1, kMaxPeriod))
       ->needs(sweep)
       ->capture_default_str();
-  add_limit(command, &options->frames);
-  add_progress(command, &options->frames.wants_progress);
+  add_frame_options(command, &options->frames);
 }
 
 void add_watch(const Commands& commands) {
@@ -346,8 +344,7 @@ void add_watch(const Commands& commands) {
   option(command, "--draw", &options->out, "OUT",
          "Write a video (.avi, .mp4) of all frames with what was found; landmarks are\n"
          "drawn as parts of their face's box from 0 to 1");
-  add_limit(command, &options->frames);
-  add_progress(command, &options->frames.wants_progress);
+  add_frame_options(command, &options->frames);
   add_root(command, &options->root);
 }
 
@@ -390,27 +387,24 @@ void add_features(const Commands& commands) {
 
 // ----- Evaluation
 
+constexpr char kEvalHelp[] =
+    R"(Measures how good a task's network is on labelled data: a directory with pictures or sounds
+and a file labels.csv, comma separated, whose first line names the columns:
+  face-detection, person-detection, four-class-detection
+                  file,class,x,y,w,h    a line a box, in pixels; nothing but the file and
+                                        commas where there is no object
+  face-landmarks  file,x1,y1,x2,y2,x3,y3,x4,y4,x5,y5    in pixels: eyes, nose tip, mouth
+                                        corners, left ones first; yaw,pitch,roll in degrees
+                                        may follow
+  face-features   file,person           every pair of pictures is compared
+  face-classes    file,class            0, 1 or 2
+  person-classes  file,class            0 a person, 1 not
+  cry-detection   file,cry,kind         1 a cry in every 3 s, 0 in none; the kind is any word
+docs/evaluation.md tells what the figures mean. A figure of nothing is -, null with --json.
+A bad line, or a file that is missing, is an error.)";
+
 void add_eval(const Commands& commands) {
-  const auto [command, options] = commands.add(
-      eval, "eval",
-      "Measures how good a task's network is on labelled data: a directory with pictures or "
-      "sounds\n"
-      "and a file labels.csv, comma separated, whose first line names the columns:\n"
-      "  face-detection, person-detection, four-class-detection\n"
-      "                  file,class,x,y,w,h    a line a box, in pixels; nothing but the file and\n"
-      "                                        commas where there is no object\n"
-      "  face-landmarks  file,x1,y1,x2,y2,x3,y3,x4,y4,x5,y5    in pixels: eyes, nose tip, mouth\n"
-      "                                        corners, left ones first; yaw,pitch,roll in "
-      "degrees\n"
-      "                                        may follow\n"
-      "  face-features   file,person           every pair of pictures is compared\n"
-      "  face-classes    file,class            0, 1 or 2\n"
-      "  person-classes  file,class            0 a person, 1 not\n"
-      "  cry-detection   file,cry,kind         1 a cry in every 3 s, 0 in none; the kind is any "
-      "word\n"
-      "docs/evaluation.md tells what the figures mean. A figure of nothing is -, null with "
-      "--json.\n"
-      "A bad line, or a file that is missing, is an error.");
+  const auto [command, options] = commands.add(eval, "eval", kEvalHelp);
   EvaluationSettings* settings = &options->settings;
   argument(command, "task", &settings->task, "TASK", "Which task: face-detection, ... as above")
       ->check(CLI::IsMember(evaluated_tasks()).description(""));

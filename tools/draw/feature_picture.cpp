@@ -1,6 +1,7 @@
 #include "feature_picture.h"
 
-#include <cstdio>
+#include <fmt/format.h>
+
 #include <opencv2/imgproc.hpp>
 
 namespace kelnn_cli {
@@ -16,19 +17,14 @@ constexpr int kPlainFont = cv::FONT_HERSHEY_SIMPLEX;
 constexpr double kTextSize = 0.5, kTitleSize = 0.6;
 const cv::Scalar kWhite(255, 255, 255), kInk(40, 40, 40);
 
-enum class Align { kLeft, kCentre, kRight };
-
-cv::Size text_size(const std::string& text, double size) {
-  int baseline = 0;
-  return cv::getTextSize(text, kPlainFont, size, 1, &baseline);
-}
+enum Align { kLeftAligned, kCentred, kRightAligned };  // twice the part of a text left of its place
 
 // `at` is half way up the letters.
 void write(cv::Mat* picture, const std::string& text, cv::Point at, Align align,
            double size = kTextSize) {
-  const cv::Size extent = text_size(text, size);
-  if (align == Align::kCentre) at.x -= extent.width / 2;
-  if (align == Align::kRight) at.x -= extent.width;
+  int baseline = 0;
+  const cv::Size extent = cv::getTextSize(text, kPlainFont, size, 1, &baseline);
+  at.x -= extent.width * align / 2;
   at.y += extent.height / 2;
   cv::putText(*picture, text, at, kPlainFont, size, kInk, 1, cv::LINE_AA);
 }
@@ -68,11 +64,9 @@ void draw_time_axis(cv::Mat* picture, const kel_nn::SoundFeatures& matrix, doubl
     const bool has_label = tick % 5 == 0;
     cv::line(*picture, {x, bottom}, {x, bottom + (has_label ? kTick : kTick / 2)}, kInk);
     if (!has_label) continue;
-    char label[32];
-    std::snprintf(label, sizeof(label), "%.1f", start + tick / 10.0);
-    write(picture, label, {x, bottom + 18}, Align::kCentre);
+    write(picture, fmt::format("{:.1f}", start + tick / 10.0), {x, bottom + 18}, kCentred);
   }
-  write(picture, "seconds", {area.x + area.width / 2, bottom + 44}, Align::kCentre);
+  write(picture, "seconds", {area.x + area.width / 2, bottom + 44}, kCentred);
 }
 
 void draw_frequency_axis(cv::Mat* picture, const kel_nn::SoundFeatures& matrix) {
@@ -81,9 +75,9 @@ void draw_frequency_axis(cv::Mat* picture, const kel_nn::SoundFeatures& matrix) 
     const double channels_up = matrix.channel_at(hz) + 0.5;  // a channel's centre is half way up it
     const int y = area.br().y - cvRound(channels_up * kChannelHeight);
     cv::line(*picture, {area.x - kTick, y}, {area.x - 1, y}, kInk);
-    write(picture, std::to_string(hz), {area.x - kTick - 6, y}, Align::kRight);
+    write(picture, std::to_string(hz), {area.x - kTick - 6, y}, kRightAligned);
   }
-  write(picture, "Hz", {area.x - kTick - 6, area.y - 10}, Align::kRight);
+  write(picture, "Hz", {area.x - kTick - 6, area.y - 10}, kRightAligned);
 }
 
 void draw_colour_scale(cv::Mat* picture, const cv::Rect& plot) {
@@ -107,9 +101,9 @@ void draw_colour_scale(cv::Mat* picture, const cv::Rect& plot) {
   for (const auto& tick : ticks) {
     const int y = area.y + cvRound((kBrightest - tick.byte) * (area.height - 1) / kSpan);
     cv::line(*picture, {area.br().x, y}, {area.br().x + kTick, y}, kInk);
-    write(picture, tick.label, {area.br().x + kTick + 6, y}, Align::kLeft);
+    write(picture, tick.label, {area.br().x + kTick + 6, y}, kLeftAligned);
   }
-  write(picture, "byte", {area.x + area.width / 2, area.y - 14}, Align::kCentre);
+  write(picture, "byte", {area.x + area.width / 2, area.y - 14}, kCentred);
 }
 
 // The font has no letters beyond ASCII, and the picture no room for more than so many.
@@ -130,7 +124,7 @@ cv::Mat draw_features(const kel_nn::SoundFeatures& matrix, const std::string& ti
   draw_time_axis(&picture, matrix, start);
   draw_frequency_axis(&picture, matrix);
   draw_colour_scale(&picture, area);
-  write(&picture, printable(title), {area.x, kTop / 2 - 4}, Align::kLeft, kTitleSize);
+  write(&picture, printable(title), {area.x, kTop / 2 - 4}, kLeftAligned, kTitleSize);
   return picture;
 }
 

@@ -64,48 +64,35 @@ int orientation_of(cv::Size size) {
 
 // What is found in each picture. Those that need the first one's model are looked at in passing, the
 // others orientation by orientation, so that every model is loaded once.
-class Looking {
- public:
-  Looking(const EvaluationSettings& settings, decltype(make_face_detector)* make_detector,
-          const std::vector<LabelledPicture>& pictures)
-      : pictures_(pictures),
-        library_(settings.root),
-        detector_(make_detector(library_)),
-        progress_(settings.task, static_cast<int64_t>(pictures.size()), "files",
-                  settings.wants_progress),
-        found_(pictures.size()) {}
-
-  std::vector<DetectedPicture> at_all() {
-    std::map<int, std::vector<size_t>> later;
-    for (size_t i = 0; i < pictures_.size(); ++i) {
-      const cv::Mat bgr = load_picture(pictures_[i].path);
-      check_inside(pictures_[i], bgr.size());
-      if (i == 0 || detector_->is_ready_for(bgr.size())) {
-        at(i, bgr);
-      } else {
-        later[orientation_of(bgr.size())].push_back(i);
-      }
+std::vector<DetectedPicture> look_at(const EvaluationSettings& settings,
+                                     decltype(make_face_detector)* make_detector,
+                                     const std::vector<LabelledPicture>& pictures) {
+  const kel_nn::Library library(settings.root);
+  const std::unique_ptr<Detector> detector = make_detector(library);
+  ProgressBar progress(settings.task, static_cast<int64_t>(pictures.size()), "files",
+                       settings.wants_progress);
+  int64_t done = 0;
+  std::vector<DetectedPicture> found(pictures.size());
+  const auto look = [&](size_t i, const cv::Mat& bgr) {
+    found[i] = {pictures[i].truths, detector->detect(bgr)};
+    for (const Detection& one : found[i].found) check_is_number(one.score, pictures[i].path);
+    progress.show(++done);
+  };
+  std::map<int, std::vector<size_t>> later;
+  for (size_t i = 0; i < pictures.size(); ++i) {
+    const cv::Mat bgr = load_picture(pictures[i].path);
+    check_inside(pictures[i], bgr.size());
+    if (i == 0 || detector->is_ready_for(bgr.size())) {
+      look(i, bgr);
+    } else {
+      later[orientation_of(bgr.size())].push_back(i);
     }
-    for (const auto& [orientation, indices] : later) {
-      for (const size_t i : indices) at(i, load_picture(pictures_[i].path));
-    }
-    return found_;
   }
-
- private:
-  void at(size_t i, const cv::Mat& bgr) {
-    found_[i] = {pictures_[i].truths, detector_->detect(bgr)};
-    for (const Detection& one : found_[i].found) check_is_number(one.score, pictures_[i].path);
-    progress_.show(++done_);
+  for (const auto& [orientation, indices] : later) {
+    for (const size_t i : indices) look(i, load_picture(pictures[i].path));
   }
-
-  const std::vector<LabelledPicture>& pictures_;
-  kel_nn::Library library_;
-  std::unique_ptr<Detector> detector_;
-  ProgressBar progress_;
-  int64_t done_ = 0;
-  std::vector<DetectedPicture> found_;
-};
+  return found;
+}
 
 constexpr int kTruthColour = 0, kMatchColour = 2, kFalseColour = 1;
 
@@ -176,7 +163,7 @@ Report report_of(const EvaluationSettings& settings, const DetectionEvaluation& 
 Report evaluate_detector(const EvaluationSettings& settings,
                          decltype(make_face_detector)* make_detector, int class_count) {
   const std::vector<LabelledPicture> pictures = read_pictures(settings.data, class_count);
-  const std::vector<DetectedPicture> detected = Looking(settings, make_detector, pictures).at_all();
+  const std::vector<DetectedPicture> detected = look_at(settings, make_detector, pictures);
   std::vector<std::string> files;
   std::vector<double> badness;
   for (size_t i = 0; i < pictures.size(); ++i) {

@@ -51,18 +51,15 @@ std::optional<int> exif_orientation(const uint8_t* data, size_t size) {
 }
 
 cv::Mat made_upright(const cv::Mat& picture, int orientation) {
-  constexpr int kUpsideDown = 0, kMirrored = 1, kBoth = -1;  // what cv::flip() takes
-  if (orientation == kUpright) return picture;
-  cv::Mat turned;
-  if (orientation <= 4) {
-    const int flip[] = {kMirrored, kBoth, kUpsideDown};
-    cv::flip(picture, turned, flip[orientation - 2]);
-    return turned;
-  }
-  cv::transpose(picture, turned);
-  const int flip[] = {kMirrored, kBoth, kUpsideDown};
-  if (orientation > 5) cv::flip(turned, turned, flip[orientation - 6]);
-  return turned;
+  // What cv::flip() takes: for 1 to 4, and for 5 to 8 when rows have become columns.
+  constexpr int kNone = 2, kUpsideDown = 0, kMirrored = 1, kBoth = -1;
+  constexpr int kFlips[] = {kNone, kMirrored, kBoth, kUpsideDown};
+  const int flip = kFlips[(orientation - 1) % 4];
+  cv::Mat turned = picture, upright;
+  if (orientation > 4) cv::transpose(picture, turned);
+  if (flip == kNone) return turned;
+  cv::flip(turned, upright, flip);
+  return upright;
 }
 
 }  // namespace kelnn_cli
