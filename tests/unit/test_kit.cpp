@@ -304,6 +304,7 @@ TEST(KitFormats, Nv12IsScaledAsPlanesAndConvertedAfter) {
   } cases[] = {{{0, 0, 9, 7}, {0, 0, 4, 3}, {9, 7}},
                {{0, 0, 9, 7}, {0, 0, 4, 3}, {10, 12}},
                {{3, 1, 4, 5}, {1, 0, 3, 3}, {4, 5}},
+               {{3, 1, 4, 3}, {1, 0, 3, 2}, {4, 3}},
                {{2, 2, 4, 5}, {1, 1, 2, 2}, {7, 8}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.rect));
