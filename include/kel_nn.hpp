@@ -667,7 +667,7 @@ class ObjectDetector : public GridDetector {
  * Faces and persons, cut out
  *
  * Each takes a part of a frame, cut off at its edges and scaled to kCropSize; or an Image of that
- * size and of the task's channels, so that several tasks share one.
+ * size and of the task's channels, so that several tasks share one; or such pixels that lie elsewhere.
  * ---------------------------------------------------------------------------------------------- */
 
 /** What these tasks have in common; of no use alone. */
@@ -728,8 +728,13 @@ class FaceFeatures : public CropTask {
   /** Of a grey cut-out. */
   Feature of(const Image& face) {
     check_crop(face);
+    return of(face.data());
+  }
+
+  /** Of 112 * 112 bytes, grey. */
+  Feature of(const uint8_t* face) {
     kel_nn_feature_t values;
-    check(kel_nn_face_feature_extract(handle(), face.data(), &values));
+    check(kel_nn_face_feature_extract(handle(), face, &values));
     Feature feature;
     for (size_t i = 0; i < feature.size(); ++i) feature[i] = values.data[i];
     return feature;
@@ -761,8 +766,13 @@ class FaceLandmarks : public CropTask {
   /** Of a grey cut-out. */
   Landmarks of(const Image& face) {
     check_crop(face);
+    return of(face.data());
+  }
+
+  /** Of 112 * 112 bytes, grey. */
+  Landmarks of(const uint8_t* face) {
     Landmarks found;
-    check(kel_nn_facelm_process(handle(), face.data(), found.points.data(), found.pose.data()));
+    check(kel_nn_facelm_process(handle(), face, found.points.data(), found.pose.data()));
     return found;
   }
 };
@@ -792,8 +802,13 @@ class FaceClassifier : public CropTask {
   /** Of a grey cut-out. */
   FaceClass of(const Image& face) {
     check_crop(face);
+    return of(face.data());
+  }
+
+  /** Of 112 * 112 bytes, grey. */
+  FaceClass of(const uint8_t* face) {
     FaceClass found;
-    check(kel_nn_face_classify_process(handle(), face.data(), &found.id, &found.score));
+    check(kel_nn_face_classify_process(handle(), face, &found.id, &found.score));
     return found;
   }
 };
@@ -819,8 +834,13 @@ class PersonClassifier : public CropTask {
   /** The same of a cut-out in colour. */
   float of(const Image& person) {
     check_crop(person);
+    return of(person.data());
+  }
+
+  /** The same of 112 * 112 * 3 bytes. */
+  float of(const uint8_t* person) {
     float probability;
-    check(kel_nn_person_classify_process(handle(), person.data(), &probability));
+    check(kel_nn_person_classify_process(handle(), person, &probability));
     return probability;
   }
 };

@@ -18,11 +18,12 @@ declare -A groups=(
            zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libcli11-dev libfmt-dev nlohmann-json3-dev
            python3 python3-numpy python3-onnx"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
-          libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest"
+          libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest
+          python3-dev pybind11-dev python3-pil mypy"
   [data]="python3-opencv python3-scipy python3-soundfile espeak-ng"
   [train]="python3-torch"
   [docs]="doxygen"
-  [packages]="dpkg-dev file"
+  [packages]="dpkg-dev file python3-dev pybind11-dev"
   [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
   [lint]="clang-format clang-tidy"
 )

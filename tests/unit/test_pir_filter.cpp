@@ -111,20 +111,6 @@ TEST_F(PirFilter, DecidesAtTheEndOfEachPeriod) {
   }
 }
 
-TEST_F(PirFilter, TruncatesTheThresholdAndACountEqualToItIsMotion) {
-  const Camera camera = {handle, 640, 360};  // 57600 halved pixels
-  camera.start();
-  const Frame dark = camera.frame(0);
-  Frame lit = dark;
-  lit[639] = 255;  // halved, the upper right corner
-  for (const Frame* frame : {&dark, &dark}) camera.process(*frame, 0, 1);
-  EXPECT_EQ(camera.process(dark, 100.5f / 57600, 1), 0);  // 0 of 1
-  EXPECT_EQ(camera.process(dark, 99.5f / 57600, 1), 1);   // 0 of 0.995
-  camera.process(lit, 0, 1);
-  EXPECT_EQ(camera.process(dark, 100.5f / 57600, 1), 1);  // 1 of 1
-  EXPECT_EQ(camera.process(lit, 200.5f / 57600, 1), 0);   // 1 of 2
-}
-
 // Two products of floats, each rounded to float.
 TEST_F(PirFilter, TheThresholdIsAProductInSinglePrecision) {
   // One pixel's share. In double the first product is below 100; rounded once, the second is not.
