@@ -523,7 +523,8 @@ class Task {
 /* -------------------------------------------------------------------------------------------------
  * Detectors
  *
- * Best score first, in pixels of the frame. What lies outside the frame is not given.
+ * Best score first, in pixels of the frame. What lies outside the frame is not given; the box of a
+ * face at an edge reaches beyond it.
  * ---------------------------------------------------------------------------------------------- */
 
 /** Where are faces?

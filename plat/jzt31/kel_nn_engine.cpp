@@ -276,8 +276,11 @@ int kel_nne_run_graph(kel_nn_graph_t graph) {
   // A model that did not load leaves a graph without outputs: room for nothing. The network says no.
   const RunMemory none = {};
   const RunMemory* memory = graph->output_data ? *find_run_memory(graph->output_data) : &none;
-  // A record that was filled by hand has room for what its network gives.
-  if (!memory) memory = allocate_run_memory(graph->output_data, kNoSize, image_size);
+  // A record that was filled by hand has room for what its network gives, and any dimensions. So has
+  // another one of the kind that was released by hand, and whose address it has.
+  if (!memory || (memory->value_count == kNoSize && image_size > memory->image_size)) {
+    memory = allocate_run_memory(graph->output_data, kNoSize, image_size);
+  }
   KEL_NN_FAIL_IF(!memory, -1, "Out of memory.");
   KEL_NN_FAIL_IF(image_size > memory->image_size, -1, "The input's dimensions have been changed.");
 

@@ -380,11 +380,15 @@ TEST_F(Engine, TakesARecordThatWasFilledByHand) {
   graph_.model_data = static_cast<uint8_t*>(std::malloc(1));
   graph_.model_path = static_cast<char*>(std::malloc(1));
   graph_.net = jzdl::net_create();
-  graph_.inputs[0] = {nullptr, {1, 3, 4, 2}};
   graph_.outputs[1] = {graph_.output_data + 6, {1, 1, 2, 0}};
-  ASSERT_EQ(run(), 0);
-  EXPECT_EQ(runtime.last_input.size(), image_.size());
-  EXPECT_THAT(values(1, 2), ElementsAre(50.0f, 51.0f));
+  for (const size_t rows : {3, 300, 30}) {  // its dimensions are its owner's, too
+    SCOPED_TRACE(rows);
+    graph_.inputs[0] = {nullptr, {1, rows, 4, 2}};
+    image_.assign(rows * 4 * 2, 1);
+    ASSERT_EQ(run(), 0);
+    EXPECT_EQ(runtime.last_input.size(), image_.size());
+    EXPECT_THAT(values(1, 2), ElementsAre(50.0f, 51.0f));
+  }
   EXPECT_EQ(kel_nne_graph_deinit(&graph_), 0);
   expect_zero_graph();
 }
