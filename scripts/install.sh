@@ -13,9 +13,9 @@ mkdir -p build
 rm -f $build/*.deb
 echo "Building (the log is $log)"
 {
-  cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr
-  cmake --build $build
-  cpack --config $build/CPackConfig.cmake -G DEB -B $build
+  cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr &&
+    cmake --build $build &&
+    cpack --config $build/CPackConfig.cmake -G DEB -B $build
 } >"$log" 2>&1 || {
   tail -n 40 "$log" >&2
   exit 1
