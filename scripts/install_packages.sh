@@ -6,6 +6,7 @@
 #   train   what scripts/train_models.sh needs on top of those
 #   docs    what scripts/document.sh needs
 #   packages what scripts/install.sh needs on top of build
+#   notebook what executes examples/first_steps.ipynb as Jupyter does, on top of build and test
 #   digests what scripts/digests.sh needs on top of build and test: compilers for other processors
 #   lint    what scripts/lint.sh needs on top
 # Silent when everything is there. Needs root only when something is missing.
@@ -19,11 +20,12 @@ declare -A groups=(
            python3 python3-numpy python3-onnx"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest
-          python3-dev pybind11-dev python3-pil mypy"
+          python3-dev pybind11-dev python3-matplotlib mypy"
   [data]="python3-opencv python3-scipy python3-soundfile espeak-ng"
   [train]="python3-torch"
   [docs]="doxygen"
   [packages]="dpkg-dev file python3-dev pybind11-dev"
+  [notebook]="python3-nbconvert python3-ipykernel"
   [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
   [lint]="clang-format clang-tidy"
 )
@@ -32,7 +34,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint packages test train" >&2
+    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint notebook packages test train" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true
