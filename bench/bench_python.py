@@ -13,6 +13,7 @@ import timeit
 from typing import Any, Callable, List, Tuple
 
 import numpy as np
+from numpy.typing import NDArray
 
 import kelnn
 
@@ -34,8 +35,8 @@ def main() -> int:
     noise = np.random.default_rng(1)
     frame, quiet = noise.integers(0, 256, (32, 32), np.uint8), np.zeros(48000, np.int16)
     vector, boxes = np.ones(256, np.float32), np.zeros(4, kelnn.BOX)
-    pixels, window, values, list_ = (c.c_void_p(array.__array_interface__["data"][0])
-                                     for array in (frame, quiet, vector, boxes))
+    arrays: List[NDArray[Any]] = [frame, quiet, vector, boxes]
+    pixels, window, values, list_ = (c.c_void_p(array.ctypes.data) for array in arrays)
     moved, context, ratio, half = c.c_int32(), c.c_void_p(), c.c_float(1), c.c_float(0.5)
     pointer = c.byref(moved)
     C.kel_nn_mfcc_create(c.byref(context), 16000, c.c_float(0))

@@ -1,5 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The notebook's cells run, one after the other, and draw. nbconvert runs them too where it is installed."""
+"""The notebook's cells run, one after the other, and draw; nbconvert runs them too where it is installed. So does the
+example.
+"""
 import importlib.util
 import json
 import os
@@ -9,7 +11,9 @@ from pathlib import Path
 from typing import Any, Dict
 
 import pytest
-from conftest import EXAMPLES
+from conftest import EXAMPLES, scene
+
+import kelnn
 
 NOTEBOOK = EXAMPLES / "first_steps.ipynb"
 
@@ -25,6 +29,17 @@ def test_cells(models: str, tmp_path: Path) -> None:
     environment: Dict[str, Any] = {**os.environ, "KELNN_MODELS": models, "MPLBACKEND": "Agg"}
     subprocess.run([sys.executable, "-c", start + program], cwd=EXAMPLES, env=environment, check=True)
     assert len(list(tmp_path.glob("*.png"))) == 3
+
+
+def test_example(models: str, tmp_path: Path) -> None:
+    command = [sys.executable, str(EXAMPLES / "detect_persons.py")]
+    picture = str(EXAMPLES / "pictures" / "scenes" / "persons_landscape.jpg")
+    lines = subprocess.run([*command, models, picture], check=True, capture_output=True, text=True).stdout.splitlines()
+    with kelnn.PersonDetector(kelnn.Library(models), (640, 360)) as persons:
+        found = persons.detect(scene("persons_landscape"))
+    assert lines == [" ".join([*map(str, one.box), f"{one.score:.2f}"]) for one in found] and found
+    failed = subprocess.run([*command, str(tmp_path), picture], capture_output=True, text=True)
+    assert failed.returncode == 1 and "person-detection-landscape: the model does not load" in failed.stderr
 
 
 @pytest.mark.skipif(not (importlib.util.find_spec("nbconvert") and importlib.util.find_spec("ipykernel")),
