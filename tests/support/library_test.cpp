@@ -1,8 +1,25 @@
 #include "support/library_test.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace kelnn_test {
+namespace {
+
+// What a check says goes to standard output, which these tests capture: it is said here too.
+class FailuresToStandardError : public ::testing::EmptyTestEventListener {
+  void OnTestPartResult(const ::testing::TestPartResult& result) override {
+    if (!result.failed()) return;
+    std::fprintf(stderr, "%s:%d: %s\n", result.file_name() ? result.file_name() : "",
+                 result.line_number(), result.message());
+  }
+};
+[[maybe_unused]] const bool g_is_listening = [] {
+  ::testing::UnitTest::GetInstance()->listeners().Append(new FailuresToStandardError);
+  return true;
+}();
+
+}  // namespace
 
 std::vector<std::string> messages(const std::string& printed) {
   std::vector<std::string> found;

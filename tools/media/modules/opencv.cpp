@@ -19,7 +19,12 @@ bool is_picture(const std::string& path) { return cv::haveImageReader(path); }
 cv::Mat decode(const Bytes& bytes) {
   try {
     if (bytes.empty()) return {};
-    return cv::imdecode(bytes, cv::IMREAD_COLOR);
+    if (bytes[0] != 0xFF) return cv::imdecode(bytes, cv::IMREAD_COLOR);
+    // A JPEG that was cut off gets an end, so that what is missing is grey. Without one OpenCV leaves
+    // there what happens to be in memory.
+    Bytes ended = bytes;
+    ended.insert(ended.end(), {0xFF, 0xD9});
+    return cv::imdecode(ended, cv::IMREAD_COLOR);
   } catch (const cv::Exception&) {
     return {};
   }
