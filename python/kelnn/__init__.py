@@ -3,7 +3,7 @@
 
     import kelnn
 
-    library = kelnn.Library("models")
+    library = kelnn.Library(kelnn.find_models())
     with kelnn.PersonDetector(library, frame_size=(1920, 1080)) as persons:
         for frame in frames:                       # uint8, (1080, 1920, 3), red, green, blue
             for person in persons.detect(frame):
@@ -32,13 +32,14 @@ from ._kelnn import (
     fft, inner, iou, l1norm, l2norm, letterbox, letterbox_rects, loudness, mel, nms, pre_emphasise, real_fft, rects,
     resize, resize_nv12, scale, sigmoid, similarity, softmax, warp_frequency, yolov3, zero_mean)
 from ._messages import messages
+from ._models import find_models
 
 __all__ = [
     "BOX", "LOWEST_GATE", "SAMPLE_RATE", "WINDOW_SAMPLES", "CryDetector", "Detection", "Error", "FaceClass",
     "FaceClassifier", "FaceDetector", "FaceFeatures", "FaceLandmarks", "Format", "Frame", "FrameError", "Graph",
     "InUseError", "Landmarks", "Library", "ModelError", "MotionFilter", "ObjectDetector", "OutOfMemoryError",
     "PersonClassifier", "PersonDetector", "Rect", "RunError", "SoundFeatures", "__version__", "centernet",
-    "centre_square", "crop", "detector_input", "fft", "inner", "iou", "l1norm", "l2norm", "letterbox",
+    "centre_square", "crop", "detector_input", "fft", "find_models", "inner", "iou", "l1norm", "l2norm", "letterbox",
     "letterbox_rects", "loudness", "mel", "messages", "nms", "pre_emphasise", "real_fft", "rects", "resize",
     "resize_nv12", "scale", "sigmoid", "similarity", "softmax", "warp_frequency", "yolov3", "zero_mean"]
 

@@ -52,7 +52,7 @@ def main(arguments: Optional[List[str]] = None) -> int:
     parser = argparse.ArgumentParser(prog="python3 -m kelnn", description=__doc__)
     commands = parser.add_subparsers(dest="command", required=True)
     command = commands.add_parser("doctor", help="load every model of a directory; exit status 1 where one fails")
-    command.add_argument("--root", default="", help="the directory of models (default: the working directory)")
+    command.add_argument("--root", default=kelnn.find_models(), help="the directory of models (default: %(default)s)")
     options = parser.parse_args(arguments)
     return 0 if doctor(options.root) else 1
 

@@ -248,6 +248,19 @@ def test_a_child_of_a_busy_process_can_call(library: kelnn.Library) -> None:
             thread.join()
 
 
+def test_models_are_found_where_the_command_line_finds_them(models: str, tmp_path: Path,
+                                                            monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.delenv("KELNN_MODELS", raising=False)
+    monkeypatch.setenv("XDG_DATA_HOME", str(tmp_path))
+    own = tmp_path / "kelnn" / "models"
+    own.mkdir(parents=True)
+    assert os.path.samefile(kelnn.find_models(), models)  # the build's; one's own directory is empty
+    (own / "some.bin").touch()
+    assert kelnn.find_models() == str(own)
+    monkeypatch.setenv("KELNN_MODELS", "elsewhere")
+    assert kelnn.find_models() == "elsewhere"
+
+
 def test_doctor(models: str, tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
     assert command_line.main(["doctor", "--root", models]) == 0
     assert "12 ok, 0 failed" in capsys.readouterr().out
