@@ -132,6 +132,9 @@ class Checker:
     # ----- Commands -----
 
     def check_command(self, command: str) -> None:
+        for inner in re.findall(r"\$\(([^()]*)\)", command):
+            self.check_command(inner)
+        command = re.sub(r"\$\([^()]*\)", "substituted", command)
         lexer = shlex.shlex(command, posix=True, punctuation_chars="|&;()<>")
         lexer.whitespace_split = True
         try:
@@ -164,7 +167,7 @@ class Checker:
         elif program.startswith("build/"):
             if program.rsplit("/", 1)[-1] not in self.cmake_words:
                 self.complain(f"nothing builds {program}")
-        elif program not in OTHERS:
+        elif program not in OTHERS and not re.fullmatch(r"[\w-]+-(gcc|g\+\+)", program):
             self.complain(f"what is {program}?")
 
     def check_kelnn(self, arguments: list[str], options: list[str]) -> None:
