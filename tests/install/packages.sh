@@ -32,5 +32,11 @@ kelnn=$work/empty/usr/bin/kelnn
 "$kelnn" faces "$root/examples/pictures/both_faces.png" 2>log | grep -qF ": 2 found" || { cat log >&2; fail "kelnn faces"; }
 [ -z "$(ldd "$kelnn" | grep -vF "$work" | grep -F "$build")" ] || fail "the installed program takes libraries from the build"
 zcat empty/usr/share/man/man1/kelnn.1.gz | grep -q '^.SS faces' || fail "the manual page does not know kelnn faces"
+if compgen -G "python3-kelnn_${revision}_*.deb" >/dev/null; then
+  (cd / && PYTHONPATH=$work/empty/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -c '
+import kelnn
+assert kelnn.__file__.startswith("'"$work"'"), kelnn.__file__
+') || fail "the Python module does not load"
+fi
 bash -c '. empty/usr/share/bash-completion/completions/kelnn; COMP_WORDS=(kelnn faces --dr); COMP_CWORD=2; _kelnn
   [ "${COMPREPLY[*]}" = --draw ]' || fail "--dr is not completed to --draw"
