@@ -96,7 +96,7 @@ struct GridOutputs {
 
 void grids_kelnn(benchmark::State& state, const kelnn::GridDetector& detector, int max_boxes) {
   const GridOutputs source(detector.values_per_anchor);
-  const kelnn::GridOutputs outputs = {{source.values[0].data(), source.values[1].data()}, true};
+  const kelnn::GridOutputs outputs = {{source.values[0].data(), source.values[1].data()}};
   std::vector<kel_nn_box_t> boxes(max_boxes);
   int count = 0;
   for (auto _ : state) {
