@@ -242,6 +242,7 @@ TEST_F(Mfcc, OddSettingsNeverCrash) {
               0);
     EXPECT_EQ(m.wave.n_frames, c.n_frames);
     EXPECT_EQ(m.wave.frame_size, c.frame_size);
+    EXPECT_EQ(m.wave.position, c.position);
     if (c.n_samples > 100000) continue;  // more than a test should ask for
     EXPECT_EQ(kel_nn_mfcc_mem_malloc(&m), m.feature_u8);
     ASSERT_NE(m.feature_u8, nullptr);

@@ -144,6 +144,17 @@ TEST_F(ModelFiles, AKeyIsNeededOnlyToDescramble) {
   }
 }
 
+TEST_F(ModelFiles, AShortageOfMemoryIsReported) {
+  {
+    const kelnn_test::NoMemory none;
+    const uint8_t bytes[] = {1, 2};
+    uint8_t* buffer = nullptr;
+    EXPECT_EQ(kel_nn_model_xor_decode(bytes, &buffer, 2, 1, "k"), 0u);
+    EXPECT_EQ(buffer, nullptr);
+  }
+  expect_memory_error("Out of memory.");
+}
+
 TEST_F(ModelFiles, OnlyRegularFilesAreRead) {
   ASSERT_EQ(mkfifo(directory_.file("pipe").c_str(), 0600), 0);
   for (const std::string& path :

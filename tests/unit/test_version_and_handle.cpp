@@ -1,5 +1,8 @@
 // The banner, the handle, and how a failure is reported.
+#include <utility>
+
 #include "kel_nn_handle.h"
+#include "kel_nn_log.h"
 #include "support/library_test.h"
 
 namespace {
@@ -32,6 +35,24 @@ TEST_F(LibraryTest, DestroyingNoHandleIsAnError) {
   EXPECT_EQ(kel_nn_handle_destroy(nullptr), -1);
   expect_error("plat/jzt31/kel_nn_engine.cpp", "int kel_nn_handle_destroy(kel_nn_handle_t)",
                "Unhandled nn handle input.");
+}
+
+// However a compiler spells the signature, and never more than fits.
+TEST_F(LibraryTest, AFunctionIsShownInOneSpelling) {
+  const std::string part = "0123456789", most = part + part + part + part + part + part;
+  const std::string longest = most + most + "012345";  // 126
+  const std::pair<std::string, std::string> cases[] = {
+      {"f", "f"},
+      {"int f(size_t, T *, U **)", "int f(size_t, T*, U**)"},
+      {"void *f(char *const, T *)", "void* f(char* const, T*)"},
+      {"void* f(T*)", "void* f(T*)"},
+      {longest, longest},
+      {longest + "6789", longest},
+  };
+  for (const auto& [spelt, shown] : cases) {
+    kelnn::report_error("a.cpp", spelt.c_str(), 1, "text");
+    expect_error("a.cpp", shown, "text");
+  }
 }
 
 // Programs of older builds rely on where the graphs lie.
