@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio front end on one window of 3 seconds, beside the plain loops and the same features over
 // FFTW in single precision. FFTW's differ in the last bits: its order of sums is its own.
 #include <benchmark/benchmark.h>

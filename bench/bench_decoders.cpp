@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a network's outputs to candidate boxes, beside the plain loops: all anchors of an image in
 // which most see nothing.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the engine adds to a run: the same network and the same image through kel_nne_run_graph(),
 // and straight through the runtime. The networks only average their channels, so that there is
 // little else to measure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a C++ object adds to the C calls that it makes, over a runtime that only copies its outputs: the
 // network takes no time, so that nothing hides behind it.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Letterboxing a 1920 x 1080 frame to 416 x 256, beside OpenCV with one thread.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Non-maximum suppression of clustered boxes, beside OpenCV's and the plain loops. A detector finds
 // every object many times: each cluster is ten boxes around one object.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The motion filter, per frame, beside the plain loops, the same steps in OpenCV and, as the limit,
 // copying as many bytes as a frame makes it read and write.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The decoders on maps as networks make them, with an object in one of a hundred places, beside the
 // plain loops.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bilinear resizing beside the plain loops, OpenCV and libyuv, all on one thread, from and to the
 // same packed buffers. "memcpy" moves half as many bytes as source and destination have together,
 // so that it reads and writes as many bytes as there are: the time of touching each once.

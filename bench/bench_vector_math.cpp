@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Vector maths on a feature vector of 256 values, beside OpenCV.
 #include <benchmark/benchmark.h>
 

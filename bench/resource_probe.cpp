@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each task takes while it runs: the deepest stack of its initialisation, of a call and of its
 // release, and the heap. Built for MIPS32r2 and run under emulation by scripts/resources.py.
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Turns the JSON of kelnn_bench into a Markdown table: the fastest time of each contender and kelnn's ratio
 to it (below 1: kelnn is faster). The fastest of the repetitions is the one least disturbed."""
 import collections

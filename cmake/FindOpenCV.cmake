@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Finds single OpenCV modules as targets opencv_<module>. Debian has CMake's own files for OpenCV only in the package
 # of all its modules, which brings hundreds of others along.
 find_path(OpenCV_INCLUDE_DIR opencv2/core.hpp PATH_SUFFIXES opencv4)

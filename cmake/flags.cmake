@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Flags. kelnn_flags is for everything here, kelnn_library_flags for what ships in libkelnn.so.
 
 add_library(kelnn_flags INTERFACE)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # libkelnn.so, libkelnn.a, and kelnn_objects: the same code as objects, which the unit tests link.
 
 set(kelnn_sources

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # kelnn_runtime_headers: where <jzdl.h> comes from; kelnn_runtime: what is linked. The board and the PC differ in nothing
 # else.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # kelnn_test_suites(PROGRAM): ctest's entries for a program of GoogleTest, PROGRAM.SUITE, one for each suite. What a suite
 # sets up is then made once, and a suite that crashes takes no other along. Each writes what its cases did into
 # results/PROGRAM.SUITE.json of the build, which scripts/test.sh counts.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* How alike are two faces?  compare_faces MODELS/ A.pgm B.pgm   (binary PGM, 112 x 112 grey) */
 #include <kel_nn.h>
 #include <stdio.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Prints the people in a picture: detect_persons MODELS/ PICTURE.ppm
  *
  * One line for each: score, left, top, width and height in pixels of the picture.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Decodes the boxes of a detector of your own: own_detector NETWORK.onnx PICTURE.ppm yolov3|centernet
  *
  * The network's first output is a map of one scale. One line for each box: score, class, centre and

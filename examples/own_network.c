@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Runs a network of your own on a picture: own_network NETWORK.onnx PICTURE.ppm [OUTPUT]
  *
  * The network takes any picture of 3 channels. One line for each value of its first output: as it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints the people in a picture: persons MODELS PICTURE.ppm
 //
 // What detect_persons.c does, with the objects of kel_nn.hpp.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Reading a picture, for the examples: a binary PPM without comments, 3 bytes a pixel. */
 #ifndef KEL_NN_EXAMPLES_PPM_H_
 #define KEL_NN_EXAMPLES_PPM_H_

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Resizes a raw frame: resize_frame FORMAT WIDTH HEIGHT NEW_WIDTH NEW_HEIGHT <FRAME >RESIZED
  *
  * FORMAT is nv12, or the number of interleaved channels, 1 to 4.

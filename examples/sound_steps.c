@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The audio front end step by step, on three seconds of a tone: sound_steps FREQUENCY
  *
  * Does by hand what kel_nn_mfcc_process() does, shows what each step gives for one frame, and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Containers from outside: whatever the bytes, reading ends with a code and stays inside them, and
 // what was wrapped comes back.
 #include <zlib.h>

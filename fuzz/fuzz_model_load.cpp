@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ONNX models from outside: the runtime loads and runs them, or says why not. Start from the
 // networks of tests/support/make_test_networks.py.
 #include <jzdl.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* libkelnn: neural-network tasks for small cameras.
  *
  * One handle, a directory of model files, tasks. A program that compares two faces:

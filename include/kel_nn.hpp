@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* libkelnn for C++17: the library and its kit as objects; this header is all there is.
  *
  * People in the frames of a camera, in pixels of the frame:

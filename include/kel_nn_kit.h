@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* libkelnn_kit: from a camera's frame to the image that a task wants.
  *
  * What an application does around libkelnn, beside the library, not in it: link libkelnn_kit.a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a frame to a task's input: which rectangle of the frame fills which rectangle of the image,
 // then the same scaling and conversion for everything.
 #include "kel_nn_kit.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Training on crops of faces: the trunk of the three networks, and the loop."""
 import argparse
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Shared by the makers of drawn data: backgrounds, distractors, light, pasting, and what a camera does to a picture.
 
 Pictures are numpy arrays height x width x 3 of bytes in OpenCV's order, blue first. `rng` is a

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Crops of drawn faces, 112 x 112 grey, as a face detector's boxes would cut them: for landmarks, features and classes.
 
     for crop in crops(seed=1, identities=10, views=4, family=drawing.TRAINING, covers=ALL_COVERS): ...

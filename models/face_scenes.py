@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Frames with drawn faces, for face detection: everywhere, of every size, with shoulders, beside things that are round too."""
 import cv2
 import numpy

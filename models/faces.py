@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Draws faces. An Identity is who it is, a View how it is seen; render() gives pixels, box and points.
 `rng` is a numpy.random.Generator.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Makes labelled pictures for the two grid detectors: frames of three shapes with labels.csv beside them."""
 import argparse
 import os

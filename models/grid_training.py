@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains and exports the two detectors that share the library's anchor-grid decoder: persons and four classes.
 
 The network is fully convolutional: one set of weights serves the three shapes of input. It has two outputs,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The byte matrix that libkelnn's cry detection network sees, computed with numpy alone.
 
 For training: feed a network with features(window) and it meets the same bytes on the camera. The arithmetic

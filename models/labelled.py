@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the makers of labelled data have in common: their arguments, and labels.csv as kelnn eval reads it."""
 import argparse
 import csv

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Layers that several of the networks are made of."""
 from torch import nn
 

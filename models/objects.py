@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Draws things as cut-outs: cats, dogs, cars and parcels, and furniture and trees that are none of them.
 
 The same axes and view as in people.py: y up, z forward, sizes relative to the thing's own.

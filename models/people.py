@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Draws whole persons: an articulated body in a pose, dressed, seen from any side, as a cut-out.
 
 The body is a skeleton in space (x to the person's left, y up, z where the person looks; the height is 1).

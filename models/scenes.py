@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Puts cut-outs in front of a background and says which box of each one is still seen.
 
 The box of a thing is tight around the pixels that nothing nearer hides. Things of which less than MIN_VISIBLE is

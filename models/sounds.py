@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Synthetic sounds for the cry detector: 16 kHz, mono, numpy arrays of floats.
 
 Crying is built from what is known of it: bursts of 0.3 to 1.8 s between breaths, a fundamental of 300 to 700

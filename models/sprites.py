@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Cut-out drawings: a canvas on which convex parts are painted with fabric and soft round shading.
 
 Used by people.py and objects.py. Colours are BGR, 0 to 255. Everything random comes from the generator

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Shared by the training scripts: seeds, progress with the time left, cost of a network, ONNX export.
 
 A script in models/<network>/ imports it after

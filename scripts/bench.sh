@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds and runs the benchmarks and prints a Markdown table of ratios for each program: scripts/bench.sh [NAME-PATTERN]
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Counts the instructions that a program built for MIPS executes, in all and by function:
 #
 #     scripts/count_mips_instructions.sh PROGRAM [ARGUMENT...]
@@ -8,7 +9,7 @@
 # function out of line ([[gnu::noinline]]) to have it counted on its own. Build for MIPS with
 # -DCMAKE_TOOLCHAIN_FILE=cmake/mipsel-linux-gnu.cmake. Needs gcc, c++filt and qemu-user (written for 7.2).
 set -euo pipefail
-[ $# -ge 1 ] || { sed -n '2,/^set/{/^#/s/^# \{0,1\}//p}' "$0" >&2; exit 2; }
+[ $# -ge 1 ] || { sed -n '3,/^set/{/^#/s/^# \{0,1\}//p}' "$0" >&2; exit 2; }
 here="$(cd "$(dirname "$0")" && pwd)"
 plugin="$here/../build/mips_instruction_counter.so"
 if [ ! "$plugin" -nt "$here/mips_instruction_counter.c" ]; then

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Counts the test cases of builds that ctest has run: count_tests.py BUILD...
 
 Reads what ctest wrote (results.xml) and, for an entry that is a suite of GoogleTest, what its cases did

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Shows libkelnn at work, from nothing: installs what is missing, builds, packs the sample networks, runs every
 # task on the sample pictures, video and sounds and writes a page with the results. Fails when a task fails or
 # does not see what the samples show.

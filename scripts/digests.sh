@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the digest of every kernel for many compilers, switches and processors, runs each and writes the table in
 # docs/numerics.md: scripts/digests.sh [PART-OF-A-BUILD'S-NAME]. Fails when two builds differ. With a part of a name it
 # makes those builds alone, compares them with the table and writes nothing.

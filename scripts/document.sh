@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The public headers as HTML: scripts/document.sh [DIRECTORY]   (default: build/docs). Fails on anything that Doxygen
 # has to say: an undocumented name, a parameter that the function does not have.
 set -euo pipefail

@@ -1,6 +1,7 @@
+# SPDX-License-Identifier: Apache-2.0
 # Turns the comments of a public header into what Doxygen knows, for scripts/document.sh: "returns" and
 # the columns of parameters become its commands, so that it checks the names against the declarations.
-FNR == 1          { sub(/^\/\*/, "/** @file\n *") }
+FNR == 2          { sub(/^\/\*/, "/** @file\n *") }
 /^ \*  returns  / { sub(/returns +/, "@return ") }
 /^ \*  memory  /  { sub(/memory +/, "@par Memory\n *  ") }
 /^ \*  [a-z][a-z_]*(, [a-z][a-z_]*)*  +[^ ]/ {

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Measures the sample networks on generated pictures and sounds that none of them was trained on:
 #   scripts/evaluate_models.sh [NETWORK...]     (a directory of models/; default: all)
 # Shows what kelnn eval says, and fails when a network misses its goal.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs Debian packages by group, those that are missing alone: scripts/install_packages.sh [GROUP...]
 #   build   the library for a PC, the command line, the examples, and the scripts that make samples
 #   test    what scripts/test.sh needs on top

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Layout and static analysis; silent when there is nothing to say. Needs the configuration `gcc`.
+# SPDX-License-Identifier: Apache-2.0
+# Licence lines, layout and static analysis; silent when there is nothing to say. Needs the configuration `gcc`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+scripts/check_licences.sh
 git ls-files '*.h' '*.hpp' '*.c' '*.cpp' | xargs clang-format --dry-run --Werror
 cmake --preset gcc >/dev/null
 # Tests are left to the compilers: the matchers of their framework set the analyser off.

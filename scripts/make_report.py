@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Runs every task on the sample pictures, video and sounds and writes a page that shows the results:
 
     make_report.py --kelnn PROGRAM --root MODELS/ --out REPORT.html

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Instructions that a call executes in the MIPS32r2 build, under emulation, beside the loops as one would first
 # write them: scripts/mips_costs.sh [NAME-PATTERN]. One Markdown table; the same figures in every run.
 set -euo pipefail

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A plugin for QEMU's user emulation: counts the instructions that a program executes, by function.
  * Loaded by count_mips_instructions.sh. Debian has the emulator but not the plugin header, so what is
  * used of its interface (version 1) is declared here.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Plants one-line faults in a copy of the library and counts those that its unit tests notice.
 
 A fault is one change in one line: another operator, comparison or condition, a constant off by one, float for

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Pieces of the report: HTML and SVG without any outside file, from Python's own library alone."""
 import base64
 import html

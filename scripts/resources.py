@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Measures what the library takes on the camera and holds it against the budget.
 
 Works on the MIPS32r2 build of the test command (scripts/test.sh mips, or by hand:

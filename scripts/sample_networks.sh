@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The sample networks, for the scripts that pack, evaluate and train them (sourced).
 # Directory in models/, the task of kelnn eval, the goal on the held-out set.
 sample_networks=(

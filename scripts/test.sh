@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs what the tests need, builds everything in four ways and runs the tests in each:
 #   gcc       the library, the command line and all tests, warnings as errors; the unit tests also as a PC without AVX2
 #   sanitize  the same built by Clang with AddressSanitizer and UndefinedBehaviorSanitizer
@@ -26,7 +27,7 @@ case "${1:-}" in
     test_options=(--tests-regex '^kelnn_unit_tests\.')
     ;;
   -*)
-    sed -n '2,/^set/{/^set/!s/^# \{0,1\}//p}' "$0"
+    sed -n '3,/^set/{/^set/!s/^# \{0,1\}//p}' "$0"
     [ "$1" = --help ] || exit 2
     exit
     ;;

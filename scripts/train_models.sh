@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Trains the sample networks again, on this machine's processors, and measures what came out:
 #   scripts/train_models.sh [--quick] [NETWORK...]     (a directory of models/; default: all)
 # Writes over the networks in models/. --quick trains each for about a minute, into build/quick/, to see

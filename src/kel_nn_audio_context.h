@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the steps of the audio front end share: how a window is cut, and when a context has all its
 // memory.
 #ifndef KEL_NN_AUDIO_CONTEXT_H_

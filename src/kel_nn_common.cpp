@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Vector maths, and boxes: overlap and non-maximum suppression. Sums run from the first element to
 // the last in single precision, and a division is a division: a product with the reciprocal differs
 // in the last bit. See docs/numerics.md.

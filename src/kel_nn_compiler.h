@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is asked of the compiler beyond the language. All of it is about speed: a compiler that knows
 // none of it makes the same bits.
 #ifndef KEL_NN_COMPILER_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counted vectors: element 0 is the number of data elements, stored as a float; the data are
 // elements 1 to n.
 #ifndef KEL_NN_COUNTED_VECTOR_H_

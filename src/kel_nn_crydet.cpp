@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cry detection: gathers 3 seconds of sound, and scores them when they are complete.
 #include <cstdlib>
 #include <cstring>

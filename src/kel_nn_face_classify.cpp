@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Face classification: which of three classes a 112 x 112 grey face belongs to.
 #include "kel_nn_graph_run.h"
 #include "kel_nn_handle.h"

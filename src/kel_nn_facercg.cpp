@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Face features: 256 values of unit length for a 112 x 112 grey face, and how alike two of them
 // are.
 #include "kel_nn_graph_run.h"

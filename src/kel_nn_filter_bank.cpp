@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The filter-bank front end: sound in, one byte for each of 64 mel channels and every 10 ms out.
 //
 // Each step's arithmetic is fixed to the bit, in single precision unless a line says double: models

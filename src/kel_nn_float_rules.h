@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every source with arithmetic relies on, checked by the compiler: each operation is rounded
 // to the type that is written. See docs/numerics.md.
 #ifndef KEL_NN_FLOAT_RULES_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A batch is kLanes frames, each 160 samples after the one before. All arrays have the frames last,
 // so the innermost loops run over frames, which have nothing to do with each other; within a frame,
 // every operation and the order of every sum are those of kel_nn_filter_bank.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames of one window side by side: the same steps, in the same arithmetic, as the routines for
 // one frame, in the order of memory that lets a machine with vectors do several frames at once.
 #ifndef KEL_NN_FRAME_BATCH_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "kel_nn_graph_run.h"
 
 namespace kelnn {

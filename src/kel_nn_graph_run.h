@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Image in, run, values out: the sequence that every task with a network shares.
 //
 // Nothing is reported here. The engine says why a call failed; what else a task prints is its own.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a handle is made of: one graph for every model slot. All zero means that no task is
 // initialised.
 #ifndef KEL_NN_HANDLE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A reported line: where and who in the line's colour, then the text.
 #include "kel_nn_log.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's lines on standard output: red errors, yellow warnings, green information.
 //
 // Macros, because a line names the file, function and line of the one who reports. The exported

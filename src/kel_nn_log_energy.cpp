@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // 19 thousand logarithms a window are a good part of its time, so most do not call log(): a short
 // polynomial, good to 2^-37.7 of its value, is rounded to float from both ends of an interval 2^-37
 // to either side. Where both give the same float, log(), which is good to far less than the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The logarithm of channel energies, many at a time.
 #ifndef KEL_NN_LOG_ENERGY_H_
 #define KEL_NN_LOG_ENERGY_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio context: how a window is cut into frames, the memory for all steps, the Hamming window.
 // The names promise cepstra, but there are none: features are logarithms of channel energies.
 #include <algorithm>
@@ -75,7 +76,8 @@ void* kel_nn_mfcc_mem_malloc(kel_nn_mfcc_t* m) {
   info.lo_chan = allocate<float>(size / 2 + 1);
   info.lo_wt = allocate<float>(size / 2 + 1);
   info.x = allocate<float>(size + 1);
-  m->cfg.frame = allocate<float>(std::max<int64_t>(size, 1) + 1);  // pre-emphasis ends with element 1
+  // Pre-emphasis ends with element 1, also of no samples.
+  m->cfg.frame = allocate<float>(std::max<int64_t>(size, 1) + 1);
   m->cfg.fbank_out = allocate<float>(kChannels + 1);
   m->window = allocate<float>(size + 1);
   m->feature_u8 = allocate<uint8_t>(frames * kChannels);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files of all tasks: their names, and how a file is scrambled.
 //
 // The names are opaque on purpose: a listing of the model directory does not say what a camera

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Person classification: how probable class 0 is for a 112 x 112 colour picture.
 #include "kel_nn_graph_run.h"
 #include "kel_nn_handle.h"

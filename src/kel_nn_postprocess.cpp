@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Decoders: boxes from the output map of a YOLOv3 or CenterNet head of one scale.
 //
 // Nearly all places of a map hold nothing. They are turned away by one comparison with a logit that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bilinear resizing of 8-bit images in fixed point. Each source row is scaled horizontally, into 16
 // bits with 7 below the point, and two such rows are blended into a destination row:
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What both ways of resizing share: the images, and where destination columns and rows come from.
 #ifndef KEL_NN_RESIZE_H_
 #define KEL_NN_RESIZE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A scaled row's values come in blocks of 16, whose samples, two each, lie within a few windows of
 // the source row. Where each byte of a window goes is the same in every row: one shuffle puts all
 // samples of a window of 16 bytes where they are multiplied. No plain loop is compiled to these

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Twiddle factors of the Fourier transforms: a unit vector that turns by the same angle step after
 // step.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A floating-point number as an integer.
 #ifndef KEL_NN_TRUNCATED_H_
 #define KEL_NN_TRUNCATED_H_

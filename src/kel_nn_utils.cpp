@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Version, model root directory, and model files made plain.
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps of the filter-bank front end that go over a whole window: where its time goes, beside
 // the batches of frames.
 #ifndef KEL_NN_WINDOW_LOOPS_H_

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds libkelnn.so as for the camera: MIPS32r2, against an SDK directory with include/ and lib/libjzdl.m.so (here the
 # scripted runtime in the SDK's clothes), and checks what comes out. check_board_build.sh SOURCE-DIR WORK-DIR
 set -euo pipefail

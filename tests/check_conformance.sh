@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Holds docs/conformance.md against the interface and the tests' sources, of which not all are built everywhere:
 # every exported name has a row; every test that is named exists.
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Holds every page (*.md) against the tree: check_docs.py --kelnn PROGRAM --cc COMPILER --cxx COMPILER
 
 Links lead to a file and to a heading in it. Names of files in the tree exist. Commands, in fences marked `sh`, after a

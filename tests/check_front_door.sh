@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The C++ header compiles without a warning, with and without RTTI, and so does each example in its comments:
 # check_front_door.sh INCLUDE_DIRECTORY WORK_DIRECTORY COMPILER...
 # Compilers that are not installed are left out, except for the first.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Holds a built libkelnn.so against what it may export and what it may need: check_library.sh LIBRARY
 set -euo pipefail
 library=$1

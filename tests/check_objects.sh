@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Holds the library's objects, one for each source, against what they may need and against the table of
 # docs/architecture.md that names the file of every exported function: check_objects.sh NM OBJECT...
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """scripts/count_tests.py on what ctest and GoogleTest leave behind: whatever went wrong is counted as failed."""
 import json
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Draws the sample pictures of faces: make_pictures.py [DIRECTORY]   (default: beside this script)
 
     faces/person1_a.png ...   five persons, three views each, 160 x 160; none of them in a training set

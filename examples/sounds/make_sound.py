@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Makes the example sounds, 16 kHz mono, from the synthetic sounds of models/sounds.py.
 
     examples/sounds/make_sound.py [DIR]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Draws visitor.avi: make_video.py [FILE]
 
 A still room for two seconds; a person walks in from the left, comes near, looks into the camera and leaves to the

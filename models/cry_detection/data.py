@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Labelled windows of 3 s for the cry detector: FLAC files and labels.csv.
 
     models/cry_detection/data.py DIR [--seed N] [--count N] [--training]

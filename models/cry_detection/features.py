@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the cry detector's network sees, computed by libkelnn itself.
 
 The library is the file that KELNN_LIBRARY names, or the newest libkelnn.so in build/.

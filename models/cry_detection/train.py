@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of cry detection: from 297 x 64 bytes, as libkelnn computes them, to two scores.
 
     models/cry_detection/train.py [--quick] [--out FILE]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of face classes: 0 an open face, 1 a covered mouth, 2 sunglasses. Each class has a score of its
 own (a sigmoid each), because the library reports the sigmoid of the largest."""
 import os

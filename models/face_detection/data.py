@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Makes frames labelled with faces (class 0), of several sizes and shapes: data.py DIR [--seed N] [--count N] [--training]"""
 import os
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of face detection on drawn scenes: for each of 4420 anchors two scores and four regressions."""
 import argparse
 import multiprocessing

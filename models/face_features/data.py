@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Makes labelled crops of faces for face features, five a person: data.py DIR [--seed N] [--count PERSONS] [--training]"""
 import os
 import sys

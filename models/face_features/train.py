@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of face features.
 
 A drawn person is a record of what it is drawn from: widths, distances, kind of hair, beard, glasses. The network learns to

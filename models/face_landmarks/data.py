@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Makes labelled crops of faces for face landmarks: data.py DIR [--seed N] [--count N] [--training]"""
 import os
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of face landmarks: five points as parts of the crop's sides, yaw, pitch and roll in radians."""
 import os
 import sys

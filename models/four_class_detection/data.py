@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Makes labelled pictures of cats, dogs, cars and parcels (classes 0 to 3): data.py DIR [--seed N] [--count N] [--training]"""
 import os
 import sys

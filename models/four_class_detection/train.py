@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of four-class detection: train.py [--quick] [--out FOLDER] [--steps N]"""
 import os
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Makes labelled cut-outs, 112 x 112: data.py DIR [--seed N] [--count N] [--training]
 
 Class 0: a person, in a box as a detector finds it; class 1: another thing, or a part of the background.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of person classification: train.py [--quick] [--out FILE] [--steps N]"""
 import argparse
 import os

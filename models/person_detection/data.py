@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Makes labelled pictures of persons (class 0): data.py DIR [--seed N] [--count N] [--training]"""
 import os
 import sys

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The container: an ONNX model that says how long it is and whether it is whole.
 //
 // The runtime is handed a model as an address without a length, and bare ONNX has no length of its

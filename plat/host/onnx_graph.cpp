@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "onnx_graph.h"
 
 #include <onnx/checker.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What goes into an ONNX graph and what comes out, in the graph's own order. OpenCV knows neither
 // which outputs the graph declares nor their order.
 #ifndef KEL_NN_HOST_ONNX_GRAPH_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The runtime on a PC: networks of ONNX models, run by OpenCV DNN.
 //
 // Image in: signed bytes become floats of the same value (-128 to 127), interleaved channels become

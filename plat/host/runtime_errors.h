@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why the PC's runtime refused: the codes that its networks return, which the engine prints as
 // "load model error[CODE]", "Input image fail: CODE" and "Inference fail: CODE".
 #ifndef KEL_NN_HOST_RUNTIME_ERRORS_H_

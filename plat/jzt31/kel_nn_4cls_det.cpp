@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Four-class detection: boxes of objects of four kinds in one frame, from a letterboxed colour
 // image.
 #include "kel_nn_grid_detector.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counts the pixels of a frame that differ from the frame before, where they had differed already.
 //
 // A frame is halved, smoothed and compared in one pass over its rows. One word for each pixel is

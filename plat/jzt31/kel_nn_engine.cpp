@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Handle and engine: graphs and tensors of fixed shapes over the chip's runtime.
 //
 // The runtime delivers all outputs in one float matrix of T elements that ends with a trailer:

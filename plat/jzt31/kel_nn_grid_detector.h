@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Detectors of the anchor-grid kind: two output grids, three anchors a cell, one model for each
 // orientation of the camera's frame. A detector is a table, a state and three exported functions.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames are numbered from 1, vote, and every period the majority decides.
 #ifndef KEL_NN_MOTION_VOTES_H_
 #define KEL_NN_MOTION_VOTES_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Person detection: boxes of the people in one frame, from a letterboxed colour image.
 #include "kel_nn_grid_detector.h"
 #include "kel_nn_handle.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Face landmarks: five points and the pose of a 112 x 112 grey face, as the network gives them.
 #include <cstring>
 

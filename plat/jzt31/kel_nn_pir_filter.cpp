@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The motion filter, which checks a PIR sensor against the picture: a frame votes for motion when
 // enough pixels of the halved, smoothed picture changed twice in succession; every period the
 // majority decides.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The only place that knows how the vendor spells the runtime. A porter edits this file to match
 // the SDK's header: its name, the four operations of a network, and how a matrix is made over
 // memory.

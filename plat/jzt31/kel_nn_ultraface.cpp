@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Face detection: boxes of the faces in one 320 x 240 colour image, in pixels of the caller's
 // frame.
 #include "kel_nn_ultraface.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Decoding of the face detector's outputs, apart from the runtime.
 #ifndef KEL_NN_ULTRAFACE_H_
 #define KEL_NN_ULTRAFACE_H_

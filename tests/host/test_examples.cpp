@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The programs in examples/, run as a reader would run them.
 #include <opencv2/imgproc.hpp>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The PC's runtime on real networks, and the engine on top of it. The networks come from
 // make_test_networks.py; what they compute can be worked out by hand.
 #include <jzdl.h>

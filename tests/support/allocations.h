@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counts what is taken from the heap with malloc(), calloc() and realloc() by the objects of the
 // test program: the library's, the kit's and the tests'.
 #ifndef KEL_NN_TESTS_ALLOCATIONS_H_

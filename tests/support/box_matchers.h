@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Boxes in tests: compared bit for bit, shown with their floats also in hexadecimal.
 #ifndef KEL_NN_TESTS_BOX_MATCHERS_H_
 #define KEL_NN_TESTS_BOX_MATCHERS_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn as a user runs it: in a directory of the test's own, where models/ has a model of each task.
 #ifndef KEL_NN_TESTS_COMMAND_TEST_H_
 #define KEL_NN_TESTS_COMMAND_TEST_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fixtures: LibraryTest captures what is printed, TaskTest adds a handle, a directory with a
 // model file for every task and a scripted runtime.
 #ifndef KEL_NN_TESTS_LIBRARY_TEST_H_

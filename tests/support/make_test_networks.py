@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Writes the small ONNX networks of the runtime's tests and benchmarks: make_test_networks.py DIRECTORY
 
 Each network shows one thing, and its outputs can be worked out in the head: x is the image.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A directory for a test's files, and the files that every task finds in it.
 #ifndef KEL_NN_TESTS_MODEL_DIRECTORY_H_
 #define KEL_NN_TESTS_MODEL_DIRECTORY_H_

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Packs a network as the model of each task: pack_test_models.sh KELNN NETWORKS SAMPLE_NETWORK DIRECTORY
 set -euo pipefail
 pack() {

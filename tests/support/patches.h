@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Patches of pure colour, and where they have to be in a frame for a cell of a network to be filled:
 // the detectors of make_test_networks.py find them. It follows from how frames are letterboxed and
 // scaled.

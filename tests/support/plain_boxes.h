@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Overlap and suppression of boxes as one would first write them: the twin of what the library does
 // in less time. For tests (same bits) and benchmarks (less time).
 #ifndef KEL_NN_TESTS_PLAIN_BOXES_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The decoders as one would first write them: every place of the map is worked out in full. What
 // the library's have to agree with, and to beat. Without capacity.
 #ifndef KEL_NN_TESTS_PLAIN_DECODERS_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The detectors' decoders as one would first write them, from outputs to candidates and from
 // candidates to the frame. For tests (same bits) and benchmarks (less time).
 #ifndef KEL_NN_TESTS_PLAIN_DETECTORS_H_

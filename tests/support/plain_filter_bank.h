@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The filter-bank front end as one would first write it down: one frame after the other, one number
 // after the other. The tests expect its bits, the benchmark its time.
 #ifndef KEL_NN_TESTS_PLAIN_FILTER_BANK_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The motion filter as one would first write it: four planes, one loop a step. What the library's
 // has to agree with, and to beat.
 #ifndef KEL_NN_TESTS_PLAIN_PIR_FILTER_H_

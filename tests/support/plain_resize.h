@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bilinear resizing as one would first write it: the twin that the library's is compared with, bit
 // for bit in the tests and in time in the benchmarks.
 #ifndef KEL_NN_TESTS_PLAIN_RESIZE_H_

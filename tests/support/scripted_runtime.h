@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A runtime without networks: it plays the outputs that a test gives it, fails on demand and
 // records what it was given. The engine and the tasks cannot tell it from a real one.
 #ifndef KEL_NN_TESTS_SCRIPTED_RUNTIME_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Windows of sound for the audio tests. Every call gives the same samples.
 #ifndef KEL_NN_TESTS_SOUNDS_H_
 #define KEL_NN_TESTS_SOUNDS_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Collects what goes to the process's standard output, C streams and file descriptor alike.
 #ifndef KEL_NN_TESTS_STDOUT_CAPTURE_H_
 #define KEL_NN_TESTS_STDOUT_CAPTURE_H_

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Packs the sample networks and makes the report of every task, which fails where a network does not see what the
 # samples show; the page must need nothing beside itself: check_report.sh KELNN SCRATCH
 set -euo pipefail

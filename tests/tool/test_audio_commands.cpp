@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn cry and kelnn features, from sound files to probabilities and pictures, over a network of
 // make_test_networks.py that hears whether the changing sounds are high or low ones.
 #include <sndfile.h>

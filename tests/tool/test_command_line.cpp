@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line as a user meets it: exit codes, what goes to which stream, files that are written whole.
 #include "kel_nn_model_files.h"
 #include "support/command_test.h"

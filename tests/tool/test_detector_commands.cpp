@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn faces, persons and objects, from files to boxes, over real networks: those of
 // make_test_networks.py, which find patches of pure colour.
 #include <opencv2/videoio.hpp>

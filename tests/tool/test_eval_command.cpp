@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn eval on pictures, from labels.csv to figures, over the networks of make_test_networks.py: what
 // they find is known, so the labels decide the figures.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The figures of kelnn eval, beside values worked out by hand, where the command's own tests do not
 // show them.
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pictures and videos as the tool reads and writes them, beside OpenCV: the same pixels.
 #include <gmock/gmock.h>
 #include <png.h>

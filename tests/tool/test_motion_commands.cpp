@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn motion, landmarks, classify-face, classify-person and watch, from files to lines: over videos
 // that are written here, and networks of make_test_networks.py that read brightness and find patches.
 #include <cmath>

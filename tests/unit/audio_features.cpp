@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's side of compare_audio_features.py: windows of 48000 samples from standard input, for
 // each a byte that says whether it is loud enough and 297 x 64 bytes to standard output.
 #include <cstdio>

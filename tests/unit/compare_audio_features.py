@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Holds models/kelnn_audio_features.py against the library: compare_audio_features.py PROGRAM
 
 PROGRAM is audio_features, built from the library. Prints for each window how many bytes differ and by how

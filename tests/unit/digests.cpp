@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints one digest for each kernel over fixed, generated inputs. Equal digests are equal result bits, whatever
 // compiled the library and wherever it ran: scripts/digests.sh compares builds, a test compares this build with the
 // table in docs/numerics.md. Values are digested, not bytes, so the order of bytes does not matter; NaN is NaN.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Overlap of boxes and non-maximum suppression.
 #include <cmath>
 #include <random>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cry detection over the scripted runtime: the window, the gate and the score.
 #include <algorithm>
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Graphs and tensors over the scripted runtime.
 #include <jzdl.h>
 

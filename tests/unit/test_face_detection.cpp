@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Face detection over the scripted runtime: its boxes. What it shares with other tasks is tested in
 // test_tasks.cpp.
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps of the filter-bank front end, one by one: small cases by hand, and all of them bit for
 // bit beside the plain loops.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C++ interface over the scripted runtime: what its objects add to the C calls.
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Person and four-class detection over the scripted runtime. Most tests run with both.
 #include <climits>
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kit: letterboxing, scaling and cutting, from every format, at every edge.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio context: its defaults and its life, the loudness gate, and whole windows bit for bit
 // beside the plain loops.
 #include <algorithm>

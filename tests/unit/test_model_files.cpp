@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The model root directory, and descrambling from memory and from files.
 #include <sys/stat.h>
 

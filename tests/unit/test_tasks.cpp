@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What all tasks with a network have in common, then the tasks that only pass a network's values on: landmarks,
 // features, classes.
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Norms, softmax, inner product and logistic function.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The banner, the handle, and how a failure is reported.
 #include <utility>
 

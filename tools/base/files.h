@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files, read whole and written whole.
 #ifndef KEL_NN_TOOLS_FILES_H_
 #define KEL_NN_TOOLS_FILES_H_

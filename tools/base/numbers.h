@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers out of text.
 #ifndef KEL_NN_TOOLS_NUMBERS_H_
 #define KEL_NN_TOOLS_NUMBERS_H_

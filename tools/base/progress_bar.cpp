@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "progress_bar.h"
 
 #include <fmt/core.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How far a long video or sound is, on the last line of standard error.
 #ifndef KEL_NN_TOOLS_PROGRESS_BAR_H_
 #define KEL_NN_TOOLS_PROGRESS_BAR_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How results are told as JSON, and what is thrown where there is none.
 #ifndef KEL_NN_TOOLS_REPORT_H_
 #define KEL_NN_TOOLS_REPORT_H_

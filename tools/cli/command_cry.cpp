@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn cry: how likely a baby cries, for every 3 seconds of a sound.
 #include <memory>
 #include <nlohmann/json.hpp>

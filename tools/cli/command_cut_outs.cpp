@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn landmarks, feature, compare, classify-face and classify-person: what the networks make of
 // faces and persons that are cut out of pictures.
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn faces, kelnn objects and kelnn persons: what is where in pictures, videos and cameras.
 #include <fmt/format.h>
 

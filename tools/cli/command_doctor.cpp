@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn doctor: looks at a model directory the way the library does and says what is wrong.
 #include <fmt/format.h>
 

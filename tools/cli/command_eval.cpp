@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn eval: how good a task's network is on labelled data.
 #include <fmt/format.h>
 

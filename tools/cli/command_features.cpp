@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn features: what the cry detector's network sees of a sound.
 #include <fmt/format.h>
 

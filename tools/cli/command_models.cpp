@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn models, pack and unpack: what the tasks need, and how a network becomes one's model and back.
 #include <fmt/format.h>
 

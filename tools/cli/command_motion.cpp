@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn motion: the motion filter on a recording or a camera, and what other settings would say.
 #include <fmt/format.h>
 

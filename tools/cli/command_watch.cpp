@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn watch: motion, then people, then faces, as a camera would look at its frames.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands: functions from plain options to reports. They return whether all is as it should be,
 // which is the exit code, and throw what keeps them from their work.
 #ifndef KEL_NN_TOOLS_COMMANDS_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The way through the frames of an input that the commands on frames have in common.
 #ifndef KEL_NN_TOOLS_FRAMES_H_
 #define KEL_NN_TOOLS_FRAMES_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn, the command line of libkelnn. Exit codes: 0 fine, 1 the command failed or found something
 // wrong, 2 it was called wrongly. Results go to standard output, everything else to standard error.
 #include <exception>

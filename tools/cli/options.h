@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line: what commands and options there are, their help and what is checked of them.
 #ifndef KEL_NN_TOOLS_OPTIONS_H_
 #define KEL_NN_TOOLS_OPTIONS_H_

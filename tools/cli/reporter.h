@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a command's results and complaints go, and Ctrl-C, which asks it to end.
 #ifndef KEL_NN_TOOLS_REPORTER_H_
 #define KEL_NN_TOOLS_REPORTER_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was found, drawn into a picture.
 #ifndef KEL_NN_TOOLS_DRAWING_H_
 #define KEL_NN_TOOLS_DRAWING_H_

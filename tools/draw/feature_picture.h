@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The cry detector's features as a picture: time to the right, frequency upwards, both with axes.
 #ifndef KEL_NN_TOOLS_FEATURE_PICTURE_H_
 #define KEL_NN_TOOLS_FEATURE_PICTURE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn eval for cry detection: every full window of every sound.
 #include <fmt/format.h>
 

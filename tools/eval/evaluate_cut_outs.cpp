@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn eval for the tasks on a 112 x 112 cut-out: landmarks, features and classes. As in the
 // commands, a picture that is not square is cut to the square in its middle.
 #include <fmt/format.h>

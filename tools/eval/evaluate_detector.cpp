@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kelnn eval for faces, persons and objects: boxes that were found beside boxes that were labelled.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How good a task's network is on labelled data: what the library makes of every file, put beside its
 // label. docs/evaluation.md defines the figures.
 #ifndef KEL_NN_TOOLS_EVALUATION_H_

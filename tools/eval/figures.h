@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The arithmetic of the figures: how good what was found is, beside what was labelled.
 #ifndef KEL_NN_TOOLS_FIGURES_H_
 #define KEL_NN_TOOLS_FIGURES_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Labelled data: a directory with a file labels.csv that says what is in the other files.
 #ifndef KEL_NN_TOOLS_LABELS_H_
 #define KEL_NN_TOOLS_LABELS_H_

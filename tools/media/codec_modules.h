@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Codecs that take long to load: each module is a shared library beside the program, loaded when it
 // is first asked for. A module exports one function, kelnn_module(), which gives its table.
 #ifndef KEL_NN_TOOLS_CODEC_MODULES_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // PNG through libpng and JPEG through libjpeg-turbo, and how the camera was held that took a picture.
 #ifndef KEL_NN_TOOLS_CODECS_H_
 #define KEL_NN_TOOLS_CODECS_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where drawn frames go: which file each input has when a command is given --draw OUT.
 #ifndef KEL_NN_TOOLS_DRAWING_TARGET_H_
 #define KEL_NN_TOOLS_DRAWING_TARGET_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "codecs.h"
 
 namespace kelnn_cli {

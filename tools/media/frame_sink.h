@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes frames to a picture file or a video file; which one, its name's extension says.
 #ifndef KEL_NN_TOOLS_FRAME_SINK_H_
 #define KEL_NN_TOOLS_FRAME_SINK_H_

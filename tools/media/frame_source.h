@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames of a picture, a video or a camera, one after the other.
 #ifndef KEL_NN_TOOLS_FRAME_SOURCE_H_
 #define KEL_NN_TOOLS_FRAME_SOURCE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Picture files, and what of them is looked at. PNG and JPEG, which nearly all are, are done here; what
 // else OpenCV knows, and files that are damaged or odd, cost the loading of a module.
 #ifndef KEL_NN_TOOLS_PICTURE_H_

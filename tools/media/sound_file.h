@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sound as the cry detector hears it, mono at 16 kHz, from a file of any kind or a pipe.
 #ifndef KEL_NN_TOOLS_SOUND_FILE_H_
 #define KEL_NN_TOOLS_SOUND_FILE_H_

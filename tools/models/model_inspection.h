@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is the matter with a task's model file? In words for someone who sees it for the first time.
 #ifndef KEL_NN_TOOLS_MODEL_INSPECTION_H_
 #define KEL_NN_TOOLS_MODEL_INSPECTION_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A network, loaded through the library's engine for its shapes.
 #ifndef KEL_NN_TOOLS_NETWORK_H_
 #define KEL_NN_TOOLS_NETWORK_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Model files: a scrambled container around an ONNX network.
 #ifndef KEL_NN_TOOLS_PACKED_MODEL_H_
 #define KEL_NN_TOOLS_PACKED_MODEL_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's tasks: what to call them, which file each one opens, and which network fits.
 #ifndef KEL_NN_TOOLS_TASK_CATALOGUE_H_
 #define KEL_NN_TOOLS_TASK_CATALOGUE_H_

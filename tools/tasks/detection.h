@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Something that was found in a frame.
 #ifndef KEL_NN_TOOLS_DETECTION_H_
 #define KEL_NN_TOOLS_DETECTION_H_

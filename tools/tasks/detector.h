@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's three detectors, each on whole frames of any size.
 #ifndef KEL_NN_TOOLS_DETECTOR_H_
 #define KEL_NN_TOOLS_DETECTOR_H_

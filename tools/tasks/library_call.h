@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Between OpenCV's pictures and the library's objects, and between its errors and a user.
 #ifndef KEL_NN_TOOLS_LIBRARY_CALL_H_
 #define KEL_NN_TOOLS_LIBRARY_CALL_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's motion filter, and what it sees.
 #ifndef KEL_NN_TOOLS_MOTION_H_
 #define KEL_NN_TOOLS_MOTION_H_

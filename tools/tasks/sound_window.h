@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The windows that the cry detector cuts sound into, and what it hears in one.
 #ifndef KEL_NN_TOOLS_SOUND_WINDOW_H_
 #define KEL_NN_TOOLS_SOUND_WINDOW_H_

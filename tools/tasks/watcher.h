@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a camera does with its frames: look for motion, then for people, then for faces and who they
 // are. Tasks without a model are left out.
 #ifndef KEL_NN_TOOLS_WATCHER_H_

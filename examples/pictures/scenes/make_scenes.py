@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Draws the sample scenes with persons, and with cats, dogs, cars and parcels: make_scenes.py [DIRECTORY]
 
 Persons and things, backgrounds and patterns come from models/, of the family that no network was trained with.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The runtime as the engine sees it, declared for a PC: what the T31 chip's jzdl offers of networks
 // and matrices. Two libraries implement it: jzdl_host (OpenCV DNN) and the tests' scripted runtime.
 #ifndef KEL_NN_HOST_JZDL_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FFmpeg's records, each with the function that frees it, and what FFmpeg says about failures.
 #ifndef KEL_NN_TOOLS_FFMPEG_H_
 #define KEL_NN_TOOLS_FFMPEG_H_

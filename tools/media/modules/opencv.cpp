@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // opencv.so: every picture that OpenCV reads and writes, and cameras.
 #include <chrono>
 #include <climits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // video.so: video files through FFmpeg's libraries.
 #include <cstdarg>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames of a video file. A file that ends before it should is told at its end.
 #include <algorithm>
 #include <cstring>

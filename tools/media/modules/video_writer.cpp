@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes a video file.
 #include <fcntl.h>
 #include <unistd.h>
