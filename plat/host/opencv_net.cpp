@@ -13,7 +13,6 @@
 // and behind them the trailer: three shape values for each output, then the number of outputs.
 #include <google/protobuf/stubs/logging.h>
 #include <jzdl.h>
-#include <jzdl_host.h>
 
 #include <algorithm>
 #include <cstring>
@@ -215,13 +214,11 @@ int without_exceptions(RuntimeError otherwise, Step step) noexcept {
   }
 }
 
-int g_load_error = kOk;  // of the network that was created last
-
 class OpenCvNet : public jzdl::BaseNet {
  public:
   // Replaces the network; after a failure none is loaded.
   int load_model(const char* model, int from_memory) override {
-    g_load_error = without_exceptions(kUnsupportedNetwork, [&]() -> RuntimeError {
+    return without_exceptions(kUnsupportedNetwork, [&]() -> RuntimeError {
       network_.reset();
       has_input_ = false;
       std::vector<uint8_t> storage;
@@ -232,7 +229,6 @@ class OpenCvNet : public jzdl::BaseNet {
       network_ = std::move(network);
       return kOk;
     });
-    return g_load_error;
   }
 
   std::vector<int> input_shape() override {
@@ -296,10 +292,7 @@ class OpenCvNet : public jzdl::BaseNet {
 
 namespace jzdl {
 
-BaseNet* net_create() {
-  kelnn_host::g_load_error = kelnn_host::kOk;
-  return new (std::nothrow) kelnn_host::OpenCvNet;
-}
+BaseNet* net_create() { return new (std::nothrow) kelnn_host::OpenCvNet; }
 
 void net_destory(BaseNet* net) { delete net; }
 
@@ -311,5 +304,3 @@ void image_sub(Mat<unsigned char>& image, unsigned char value) {
 }
 
 }  // namespace jzdl
-
-int jzdl_host::last_load_error() { return kelnn_host::g_load_error; }

@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "network.h"
 
-#include "jzdl_host.h"
+#include <cstdlib>
+
 #include "runtime_errors.h"
 
 namespace kelnn_cli {
 namespace {
 
-std::string load_problem() {
-  const int code = jzdl_host::last_load_error();
-  return code ? kelnn_host::describe_load_error(code) : "the engine refuses the network";
+// The engine's line is the one place where the runtime's code appears.
+std::string load_problem(const std::string& line) {
+  static const std::string kStart = "load model error[";
+  if (line.compare(0, kStart.size(), kStart) != 0) return "the engine refuses the network";
+  const long code = std::strtol(line.c_str() + kStart.size(), nullptr, 10);
+  return kelnn_host::describe_load_error(static_cast<int>(code));
 }
 
 std::string shape_text(const std::array<size_t, 3>& dim) {
@@ -36,8 +40,8 @@ Network::Network(const std::string& path, File kind) {
   kel_nn::Messages messages;
   try {
     graph_.emplace(path, kind == File::kScrambled);
-  } catch (const kel_nn::Error&) {
-    problem_ = load_problem();
+  } catch (const kel_nn::Error& error) {
+    problem_ = load_problem(error.line());
   }
   library_lines_ = messages.text();
 }
