@@ -207,6 +207,7 @@ TEST_F(Decoders, GiveNoBoxesForWhatCannotBe) {
       {"negative bins", 32, {64, 64, 32, 32, -1, 1, 0.1f}},
       {"the fewest bins", 32, {64, 64, 32, 32, low, 1, 0.1f}},
       {"more than memory", 1, {64, 64, high, high, high, high, 0.1f}},
+      {"with all bins", 1, {64, 64, 1 << 15, 1 << 15, high, 1, 0.1f}},
       {"a threshold of 1", 32, {64, 64, 32, 32, 1, 1, 1.0f}},
       {"a threshold that is not a number", 32, {64, 64, 32, 32, 1, 1, NAN}},
   };

@@ -117,6 +117,12 @@ TEST_F(FaceDetection, AFaceScoresMoreThanTheThreshold) {
   EXPECT_EQ(detect(network).size(), 2u);
   network.set_face(0, 5, NAN);
   EXPECT_EQ(detect(network).size(), 1u);
+  Network crowd;  // whole rows of nothing but faces
+  for (int k = 0; k < kFaceAnchorCounts[3]; ++k) {
+    crowd.set_face(3, k);
+    std::fill_n(crowd.regression(3, k) + 2, 2, -50.0f);
+  }
+  EXPECT_GE(detect(crowd).size(), 20u);
 }
 
 TEST_F(FaceDetection, ConsidersTheFirst100CandidatesLevelByLevel) {

@@ -74,6 +74,7 @@ TEST_F(FilterBank, ReportsNullVectors) {
           kel_nn_convert_frame(&cfg, &wave, nullptr), kel_nn_filter_bank(nullptr, nullptr)}),
       Each(-1));
   EXPECT_THAT(printed_messages(), AllOf(SizeIs(10), Each("[Error]Invalid arguments.")));
+  EXPECT_EQ(kel_nn_load_data(pcm, &wave), 0);
 
   // One block that is missing is enough. Where there is no result, there is nothing to print.
   for (float** block :
@@ -233,7 +234,9 @@ TEST(WarpFreq, IsStraightInThreePieces) {
 
 TEST_F(FilterBank, GeometryIsThatOfThePlainLoops) {
   const PlainFilterBank plain(48000);
-  const kel_nn_fbank_info_t& info = context_->cfg.fbank;
+  kel_nn_fbank_info_t& info = context_->cfg.fbank;
+  std::fill_n(info.lo_wt, 257, 9.0f);  // what was there before does not matter
+  EXPECT_EQ(kel_nn_filter_bank_init(&context_->cfg, &info), 0);
   const int32_t settings[] = {info.frame_size, info.num_chans, info.samp_period, info.fft_n,
                               info.klo,        info.khi,       info.use_power,   info.take_logs};
   EXPECT_THAT(settings, ElementsAre(512, 64, 625, 512, 2, 256, 1, 1));
@@ -252,6 +255,24 @@ TEST_F(FilterBank, GeometryIsThatOfThePlainLoops) {
   // By hand: bin 2, 49.2 mel, lies between the points at 43.7 and 87.4.
   EXPECT_NEAR(info.cf[65], 2840.02, 0.02);
   EXPECT_NEAR(info.lo_wt[2], (87.385 - 49.22) / 43.693, 1e-3);
+}
+
+// Long frames have bins below half of the first point, where the difference is rounded.
+TEST_F(FilterBank, WeightsAreInSinglePrecision) {
+  for (const int32_t size : {2000, 2048, 3000, 4096}) {
+    Floats cf(66), lo_chan(size / 2 + 1), lo_wt(size / 2 + 1), x(size + 1);
+    kel_nn_fbank_info_t info = {};
+    info.cf = cf.data(), info.lo_chan = lo_chan.data(), info.lo_wt = lo_wt.data();
+    info.x = x.data();
+    kel_nn_frame_cfg_t cfg = {};
+    cfg.frame_size = size;
+    ASSERT_EQ(kel_nn_filter_bank_init(&cfg, &info), 0);
+    EXPECT_EQ(lo_chan[2], 0.0f);
+    for (int k = 2; k < 20 && lo_chan[k] == 0.0f; ++k) {
+      const float below_point = cf[1] - kel_nn_mel_filter(k, info.fres);
+      EXPECT_EQ(lo_wt[k], below_point / cf[1]) << size << ", " << k;
+    }
+  }
 }
 
 TEST_F(FilterBank, OddFrameSizesGiveAGeometryWithoutCrashing) {

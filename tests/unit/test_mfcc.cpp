@@ -3,6 +3,7 @@
 // beside the plain loops.
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 #include "support/library_test.h"
@@ -88,10 +89,35 @@ TEST_F(Mfcc, AnUnusualGeometryHasTheBitsOfThePlainLoopsToo) {
   EXPECT_NE(ours[63], plain.features[63]);
 }
 
+// Without memory for a batch, frames go one by one.
+TEST_F(Mfcc, WhatIsUnusualHasTheBitsOfOneFrameAtATime) {
+  const Sound sound = kelnn_test::sounds(48000)[3];
+  void (*const changes[])(kel_nn_fbank_info_t*) = {
+      [](kel_nn_fbank_info_t* info) { std::swap(info->lo_chan[100], info->lo_chan[110]); },
+      [](kel_nn_fbank_info_t* info) { info->x[0] = 256; },
+      [](kel_nn_fbank_info_t* info) { info->klo = 3; },
+      [](kel_nn_fbank_info_t* info) {  // usual, but for the last channel
+        for (int k = 2; k <= 256; ++k) info->lo_chan[k] = std::min(info->lo_chan[k], 63.0f);
+      },
+      [](kel_nn_fbank_info_t* info) { info->use_power = 0; },
+      [](kel_nn_fbank_info_t* info) { info->take_logs = 0; },
+  };
+  for (const auto& change : changes) {
+    create();
+    change(&context_->cfg.fbank);
+    kel_nn_mfcc_process(context_, sound.pcm.data());
+    const std::vector<float> ours = features();
+    const kelnn_test::NoMemory none;
+    kel_nn_mfcc_process(context_, sound.pcm.data());
+    EXPECT_TRUE(features() == ours) << &change - changes;
+  }
+}
+
 TEST_F(Mfcc, TheSpareFrameEndsInZerosAndLeavesItsTraces) {
   create();
   const PlainFilterBank plain(48000);
   const Sound sound = kelnn_test::sounds(48000)[0];
+  context_->cfg.frame_shift = 7;
   kel_nn_mfcc_process(context_, sound.pcm.data());
   std::vector<float> frame(sound.pcm.begin() + 297 * 160, sound.pcm.end()), expected(64);
   ASSERT_EQ(frame.size(), 480u);
@@ -102,6 +128,7 @@ TEST_F(Mfcc, TheSpareFrameEndsInZerosAndLeavesItsTraces) {
   EXPECT_EQ(std::vector<float>(context_->cfg.fbank_out + 1, context_->cfg.fbank_out + 65),
             expected);
   EXPECT_EQ(context_->cfg.position, 298 * 160);
+  EXPECT_EQ(context_->cfg.frame_shift, 160);
 }
 
 // Samples that the gate hears with the given sum, at most 32767 for each.
