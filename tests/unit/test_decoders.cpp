@@ -238,7 +238,7 @@ TEST_F(Decoders, AgreeWithThePlainOnesBitForBit) {
   for (int round = 0; round < 240; ++round) {
     SCOPED_TRACE(round);
     const float threshold = thresholds[round % 12];
-    const int stride = 8 << random() % 3;
+    const int stride = static_cast<int>(8 + random() % 25);
     const int input_w = stride * (1 + random() % 9) + random() % stride;
     const int input_h = stride * (1 + random() % 7) + random() % stride;
     const int class_num = 1 + random() % (round % 3 == 0 ? 90 : 9);
