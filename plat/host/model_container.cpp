@@ -22,6 +22,12 @@ constexpr size_t kBodyChecksumOffset = 32;
 constexpr size_t kHeaderChecksumOffset = 36;
 constexpr size_t kHeaderSize = 40;
 
+constexpr uint8_t kLabelMagic[8] = {0x93, 'K', 'E', 'L', 'N', 'L', '\r', '\n'};
+constexpr size_t kNameChecksumOffset = 12;
+constexpr size_t kModelSizeOffset = 16;
+constexpr size_t kModelChecksumOffset = 24;
+constexpr size_t kLabelChecksumOffset = 28;
+
 struct Header {
   size_t container_size, onnx_size;
   uint32_t body_checksum;
@@ -37,10 +43,6 @@ Number get(const uint8_t* at) {
   Number value = 0;
   for (size_t i = 0; i < sizeof(Number); ++i) value |= static_cast<Number>(at[i]) << (8 * i);
   return value;
-}
-
-uint32_t checksum(const uint8_t* data, size_t size) {
-  return static_cast<uint32_t>(crc32_z(0, data, size));
 }
 
 size_t container_size_for(size_t onnx_size) {
@@ -81,6 +83,10 @@ bool copy_mapped(const void* from, uint8_t* to, size_t size) {
 
 }  // namespace
 
+uint32_t checksum(const void* data, size_t size) {
+  return static_cast<uint32_t>(crc32_z(0, static_cast<const uint8_t*>(data), size));
+}
+
 bool is_container(const uint8_t* data, size_t size) {
   return size >= sizeof(kMagic) && std::memcmp(data, kMagic, sizeof(kMagic)) == 0;
 }
@@ -120,6 +126,26 @@ RuntimeError copy_container(const void* image, std::vector<uint8_t>* container) 
   if (const RuntimeError error = read_header(start, sizeof(start), &header)) return error;
   container->resize(header.container_size);
   return copy_mapped(image, container->data(), container->size()) ? kOk : kCutOff;
+}
+
+void write_label(const ModelLabel& label, uint8_t* at) {
+  std::memcpy(at, kLabelMagic, sizeof(kLabelMagic));
+  put(at + kVersionOffset, kVersion);
+  put(at + kNameChecksumOffset, label.name_checksum);
+  put(at + kModelSizeOffset, label.model_size);
+  put(at + kModelChecksumOffset, label.model_checksum);
+  put(at + kLabelChecksumOffset, checksum(at, kLabelChecksumOffset));
+}
+
+RuntimeError read_label(const uint8_t* at, ModelLabel* label) {
+  if (std::memcmp(at, kLabelMagic, sizeof(kLabelMagic)) != 0) return kBadMagic;
+  if (get<uint32_t>(at + kVersionOffset) != kVersion) return kUnsupportedVersion;
+  if (get<uint32_t>(at + kLabelChecksumOffset) != checksum(at, kLabelChecksumOffset)) {
+    return kWrongChecksum;
+  }
+  *label = {get<uint32_t>(at + kNameChecksumOffset), get<uint32_t>(at + kModelChecksumOffset),
+            get<uint64_t>(at + kModelSizeOffset)};
+  return kOk;
 }
 
 }  // namespace kelnn_host

@@ -55,6 +55,27 @@ RuntimeError open_container(const uint8_t* data, size_t size, OnnxBytes* onnx);
 // kCutOff, and what else happens to lie behind it has not the body's checksum.
 RuntimeError copy_container(const void* image, std::vector<uint8_t>* container);
 
+// The label: what `kelnn pack` writes into the bytes that a model file begins with and the library
+// passes over. It tells of any model, the board's too, how long it is and whether it is whole:
+//
+//     offset  size
+//          0     8  magic, 93 'K' 'E' 'L' 'N' 'L' 0d 0a
+//          8     4  version, 1
+//         12     4  CRC-32 of the file's name, which tells the task to those who know the names
+//         16     8  size of the model
+//         24     4  CRC-32 of the model, not scrambled
+//         28     4  CRC-32 of bytes 0 to 27
+struct ModelLabel {
+  uint32_t name_checksum, model_checksum;
+  uint64_t model_size;
+};
+constexpr size_t kLabelSize = 32;
+
+uint32_t checksum(const void* data, size_t size);  // CRC-32 as in zip
+void write_label(const ModelLabel& label, uint8_t* at);
+// kBadMagic: there is none.
+RuntimeError read_label(const uint8_t* at, ModelLabel* label);
+
 }  // namespace kelnn_host
 
 #endif  // KEL_NN_HOST_MODEL_CONTAINER_H_

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line as a user meets it: exit codes, what goes to which stream, files that are written whole.
+#include "kel_nn.h"
 #include "kel_nn_model_files.h"
 #include "support/command_test.h"
 #include "support/patches.h"
@@ -30,6 +31,8 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
       {"dance", 2, "dance"},
       {"compare one.png", 2, "b is required"},
       {"models --no-such-option", 2, "--no-such-option"},
+      {"pack face-features", 2, "network is required"},
+      {"pack face-features x.onnx --inspect y.bin", 2, "task excludes --inspect"},
       {"pack face-featurs x.onnx", 2, "no task \"face-featurs\""},
       {"feature good.png --box 1,2,3", 2, "\"1,2,3\" is not X,Y,WIDTH,HEIGHT"},
       {"feature good.png --box 0,0,99999999999,1", 2, "is not X,Y,WIDTH,HEIGHT"},
@@ -152,6 +155,86 @@ TEST_F(CommandLine, PackChangesTheModelForOneThatFitsOrNotAtAll) {
   EXPECT_EQ(file_count("own"), 1u);
 }
 
+// A network for the board is any bytes. What tells about them is the label, laid out as docs/models.md says.
+TEST_F(CommandLine, BoardsModelsAreTheBytesThatTheyWerePackedFrom) {
+  const std::string name = kelnn::kFaceFeatureModel, cry = kelnn::kCryDetectionModel;
+  std::string network(70001, '\0');
+  for (size_t i = 0; i < network.size(); ++i) network[i] = static_cast<char>(i * i >> 3);
+  write("net.bin", network);
+  write("tiny.bin", "x");
+  write("empty.bin", "");
+  expect_refused({{"pack face-features empty.bin --raw --root new", 1, "the network is empty"}});
+  EXPECT_FALSE(fs::exists(path("new")));
+  out("pack face-features net.bin --raw --root new");
+  out("pack cry-detection tiny.bin --raw --root new");
+
+  uint8_t* model = nullptr;
+  ASSERT_EQ(kel_nn_model_xor_decode_from_file(path("new/" + name).c_str(), &model, 1000,
+                                              kelnn::kScrambleKey),
+            network.size());
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(model), network.size()), network);
+  std::free(model);
+  // Checksums by Python's zlib.
+  const std::vector<uint8_t> label = {0x93, 0x4b, 0x45, 0x4c, 0x4e, 0x4c, 0x0d, 0x0a,
+                                      0x01, 0x00, 0x00, 0x00, 0x0b, 0x82, 0x17, 0xa4,
+                                      0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+                                      0x83, 0x16, 0xdc, 0x8c, 0x61, 0xd0, 0x43, 0x3b};
+  const std::string tiny = text("new/" + cry);
+  EXPECT_EQ(std::vector<uint8_t>(tiny.begin(), tiny.begin() + 32), label);
+  EXPECT_EQ(tiny.substr(32, 968), std::string(968, '\0'));
+  EXPECT_EQ(tiny.size(), 3000u);
+  for (const auto& [task, bytes] :
+       {std::pair("face-features", network), std::pair("cry-detection", std::string("x"))}) {
+    out(std::string("unpack ") + task + " --root new -o back");
+    EXPECT_EQ(text("back"), bytes);
+  }
+  EXPECT_EQ(json("pack --inspect face-features --root new"),
+            Json({{"path", "new/" + name},
+                  {"bytes", 71001},
+                  {"label", {{"task", "face-features"}, {"bytes", 70001}, {"crc32", "098649dc"}}},
+                  {"scrambled", true},
+                  {"content", "bytes for another runtime, the board's"}}));
+  const std::string whole = text("new/" + name);
+
+  std::string damaged = whole, relabelled = whole, plain = whole.substr(0, 1000) + network;
+  damaged[500 + 1000] ^= 1;
+  relabelled[16] ^= 1;
+  const std::string onnx = text("models/" + name);
+  struct Case {
+    const char* directory;
+    std::string file, content;
+    int exit_code;
+    std::vector<const char*> words;
+  };
+  const Case cases[] = {
+      {"whole/", name, whole, 0, {"1 ok, 11 missing, 0 broken\n"}},
+      {"others/", name, std::string(1000, 'a') + network, 0, {"1 ok", "note: no label"}},
+      {"cut/", name, whole.substr(0, whole.size() - 1), 1, {"cut off", "1 broken"}},
+      {"short/", name, whole.substr(0, 2999), 1, {"only 2999 of at least 3000 bytes"}},
+      {"damaged/",
+       name,
+       damaged,
+       1,
+       {"some of its bytes", "to do: kelnn pack face-features NETWORK --raw --root damaged/"}},
+      {"relabelled/", name, relabelled, 1, {"some of its bytes have changed"}},
+      {"plain/", name, plain, 1, {"the model is not scrambled"}},
+      {"elsewhere/", cry, whole, 1, {"packed as the model of face-features"}},
+      {"misnamed/", "net.bin", whole, 1, {"no task opens", "1 broken", kelnn::kFaceFeatureModel}},
+      {"onnx/", name, onnx, 1, {"an ONNX network for a PC"}},
+      {"empty/", "unknown", "", 1, {"holds no model of any task"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.directory);
+    write(c.directory + c.file, c.content);
+    const CommandResult result = kelnn(std::string("doctor --board --root ") + c.directory);
+    EXPECT_EQ(result.exit_code, c.exit_code);
+    for (const char* words : c.words) EXPECT_THAT(result.out, HasSubstr(words));
+  }
+  EXPECT_THAT(kelnn("pack --inspect plain/" + name).out, HasSubstr("scrambled  no\n"));
+  EXPECT_THAT(out("pack --inspect onnx/" + name), HasSubstr("an ONNX network in a container"));
+  EXPECT_THAT(out("pack --inspect others/" + name), HasSubstr("scrambled  unknown\n"));
+}
+
 TEST_F(CommandLine, DoctorSaysWhatIsWrongAndWhatToDo) {
   const std::string feature_model = kelnn::kFaceFeatureModel;
   const std::string whole = text("models/" + feature_model);
@@ -164,6 +247,7 @@ TEST_F(CommandLine, DoctorSaysWhatIsWrongAndWhatToDo) {
   write("changed/" + feature_model, changed);
   write("picture/" + feature_model, text_of(kPictures + "face_a_distorted.png"));
   write("bare/" + feature_model, text_of(kSample));
+  out("pack face-features bare/" + feature_model + " --raw --root raw/");
   write("other/" + std::string(kelnn::kFaceClassifyModel), whole);
   write("mixed/" + feature_model, whole);
   write("mixed/" + std::string(kelnn::kFaceClassifyModel), whole);
@@ -182,6 +266,7 @@ TEST_F(CommandLine, DoctorSaysWhatIsWrongAndWhatToDo) {
       {"changed/", 1, {"damaged", "to do: kelnn pack face-features"}},
       {"picture/", 1, {"not a model that was packed"}},
       {"bare/", 1, {"not a model that was packed"}},
+      {"raw/", 1, {"not a model that was packed for a PC"}},
       // 256 values are more than the three of the classes: only the shapes tell.
       {"other/", 1, {"this is a network for face-features"}},
       {"mixed/", 1, {"1 ok, 10 missing, 1 broken"}},

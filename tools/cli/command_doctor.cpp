@@ -63,6 +63,7 @@ std::string diagnosis_text(const Json& diagnosis) {
     ++count[state];
     text += fmt::format("{:9}", state == "broken" ? "BROKEN" : state) +
             filled("{task}\n         {path}\n", model);
+    if (model.contains("note")) text += filled("         note: {note}\n", model);
     if (model.contains("problem")) {
       text += filled("         problem: {problem}\n         to do: {to_do}\n", model);
     }
@@ -77,21 +78,27 @@ std::string diagnosis_text(const Json& diagnosis) {
 }  // namespace
 
 bool doctor(const DoctorOptions& options, Reporter* reporter) {
+  const Machine machine = options.is_for_board ? Machine::kBoard : Machine::kPc;
   Json models = Json::array();
   std::map<State, size_t> count;
-  for (const Task& task : tasks()) {
-    const Inspection model = inspect_model(task, options.root);
+  const auto add = [&](const Task& task, const Inspection& model) {
     ++count[model.state];
     Json& entry = models.emplace_back();
     entry = {{"task", task.key}, {"path", model.path}, {"state", name_of(model.state)}};
-    if (model.state == State::kBroken) {
-      entry["problem"] = model.problem;
-      entry["to_do"] = model.command;
+    if (model.state == State::kMissing || model.problem.empty()) return;
+    entry[model.state == State::kOk ? "note" : "problem"] = model.problem;
+    if (model.state == State::kBroken) entry["to_do"] = model.command;
+  };
+  for (const Task& task : tasks()) add(task, inspect_model(task, options.root, machine));
+  if (options.is_for_board) {
+    for (const MisnamedModel& model : misnamed_models(options.root)) {
+      add(*model.task, {State::kBroken, model.path, "no task opens a file of this name",
+                        fmt::format("rename it to {}", model.task->file_name)});
     }
   }
   const bool ok = count[State::kOk] > 0 && count[State::kBroken] == 0;
   Json diagnosis = {{"root", options.root}, {"ok", ok}, {"models", models}};
-  if (count[State::kMissing] == tasks().size()) {
+  if (count[State::kMissing] == models.size()) {
     const Finding finding = inspect_root(options.root);
     diagnosis["problem"] = finding.problem;
     diagnosis["to_do"] = finding.to_do;

@@ -62,6 +62,41 @@ void check_network(const std::string& path, const Task& task) {
   if (!misfit.empty()) throw Failure(path + " does not fit " + task.key + ": " + misfit);
 }
 
+// The file that is meant by a task or a path.
+std::string model_path(const std::string& model, const std::string& root) {
+  const Task* task = find_task(model);
+  return task ? with_slash(root) + task->file_name : model;
+}
+
+std::string model_text(const Json& model) {
+  const Json &label = model["label"], &scrambled = model["scrambled"];
+  std::string text = filled("{path}\n  size       {bytes} bytes\n", model);
+  text += label.is_null() ? "  label      none\n"
+                          : filled("  label      {task}: {bytes} bytes, CRC-32 {crc32}\n", label);
+  text += fmt::format("  scrambled  {}\n", scrambled.is_null()     ? "unknown"
+                                           : scrambled.get<bool>() ? "yes"
+                                                                   : "no");
+  text += filled("  content    {content}\n", model);
+  return text + (model.contains("problem") ? filled("  problem    {problem}\n", model) : "");
+}
+
+bool inspect(const std::string& path, Reporter* reporter) {
+  const ModelFile file = read_model_file(path);
+  Json model = {{"path", path}, {"bytes", file.size}, {"label", nullptr}, {"scrambled", nullptr}};
+  if (file.is_labelled) {
+    model["label"] = {{"task", file.task ? file.task->key : "a task that is not known here"},
+                      {"bytes", file.model_size},
+                      {"crc32", fmt::format("{:08x}", file.model_checksum)}};
+  }
+  if (file.is_scrambled) model["scrambled"] = *file.is_scrambled;
+  model["content"] = file.is_onnx       ? "an ONNX network in a container, for a PC"
+                     : file.is_labelled ? "bytes for another runtime, the board's"
+                                        : "unknown";
+  if (!file.problem.empty()) model["problem"] = file.problem;
+  reporter->report(model, model_text);
+  return file.problem.empty();
+}
+
 }  // namespace
 
 bool list_models(const ModelsOptions& options, Reporter* reporter) {
@@ -74,11 +109,14 @@ bool list_models(const ModelsOptions& options, Reporter* reporter) {
 }
 
 bool pack(const PackOptions& options, Reporter* reporter) {
+  if (!options.inspected.empty()) {
+    return inspect(model_path(options.inspected, options.root), reporter);
+  }
   const Task& task = *find_task(options.task);
-  const Bytes onnx = read_file(options.network);
-  check_network(options.network, task);
-  const std::string path = with_slash(options.root) + task.file_name;
-  const Bytes packed = pack_network(onnx);
+  const Bytes network = read_file(options.network);
+  if (!options.is_raw) check_network(options.network, task);
+  const Bytes packed = options.is_raw ? pack_raw(task, network) : pack_network(task, network);
+  const std::string path = model_path(options.task, options.root);
   write_file(path, packed);
   reporter->report({{"task", task.key}, {"path", path}, {"bytes", packed.size()}},
                    line("{task}: {path} ({bytes} bytes)\n"));
@@ -86,11 +124,12 @@ bool pack(const PackOptions& options, Reporter* reporter) {
 }
 
 bool unpack(const UnpackOptions& options, Reporter* reporter) {
-  const Task* task = find_task(options.model);
-  const std::string path = task ? with_slash(options.root) + task->file_name : options.model;
-  const Bytes onnx = unpack_network(path);
-  write_file(options.output, onnx);
-  reporter->report({{"model", path}, {"path", options.output}, {"bytes", onnx.size()}},
+  const std::string path = model_path(options.model, options.root);
+  const ModelFile file = read_model_file(path);
+  if (!file.problem.empty()) throw Failure(path, file.problem);
+  if (!file.is_labelled && !file.is_onnx) throw Failure(path, "not a model that kelnn has packed");
+  write_file(options.output, file.network);
+  reporter->report({{"model", path}, {"path", options.output}, {"bytes", file.network.size()}},
                    line("{path} ({bytes} bytes)\n"));
   return true;
 }

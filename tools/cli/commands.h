@@ -25,6 +25,8 @@ bool list_models(const ModelsOptions& options, Reporter* reporter);
 
 struct PackOptions {
   std::string task, network, root;
+  bool is_raw = false;    // not ONNX, but what the board's runtime reads
+  std::string inspected;  // a task or a file to look at, instead of packing
 };
 bool pack(const PackOptions& options, Reporter* reporter);
 
@@ -35,6 +37,7 @@ bool unpack(const UnpackOptions& options, Reporter* reporter);
 
 struct DoctorOptions {
   std::string root;
+  bool is_for_board = false;
 };
 bool doctor(const DoctorOptions& options, Reporter* reporter);
 

@@ -186,15 +186,26 @@ void add_model_files(const Commands& commands) {
       "Makes an ONNX network the model of a task.\n"
       "Checks that the network runs and has the shapes of the task, and writes it under the\n"
       "file name of the task. The directory is made when there is none. The old model stays\n"
-      "until the new one is whole.");
-  add_task(pack, &packed->task, "The task; kelnn models lists them")->required();
-  argument(pack, "network", &packed->network, "FILE", "The ONNX file");
+      "until the new one is whole. With --raw it takes what a vendor's converter wrote for the\n"
+      "board, which nothing here can run.");
+  CLI::Option* task = add_task(pack, &packed->task, "The task; kelnn models lists them");
+  CLI::Option* network = argument(pack, "network", &packed->network, "FILE", "The ONNX file");
+  pack->add_flag("--raw", packed->is_raw, "Pack the bytes of the file as they are, unchecked");
+  option(pack, "--inspect", &packed->inspected, "TASK|FILE",
+         "Pack nothing; show what is in a model: its label, whether it is scrambled and whole,\n"
+         "and what kind of network it has")
+      ->excludes(task->required())
+      ->excludes(network)
+      ->each([task, network](const std::string&) {
+        task->required(false);
+        network->required(false);
+      });
   add_root_to_write(pack, &packed->root);
 
-  const auto [unpack, unpacked] =
-      commands.add(kelnn_cli::unpack, "unpack", "Gets the ONNX network back out of a model.");
+  const auto [unpack, unpacked] = commands.add(
+      kelnn_cli::unpack, "unpack", "Gets the network back out of a model, as it was packed.");
   argument(unpack, "model", &unpacked->model, "TASK|FILE", "A task, or the path of a model file");
-  argument(unpack, "-o,--output", &unpacked->output, "FILE", "The ONNX file to write");
+  argument(unpack, "-o,--output", &unpacked->output, "FILE", "The file to write");
   add_root(unpack, &unpacked->root);
 
   const auto [doctor, examined] = commands.add(
@@ -204,6 +215,9 @@ void add_model_files(const Commands& commands) {
       "the file is there, whole, loads and has the task's shapes. The root is taken as it is\n"
       "given, without adding a \"/\" at its end. Succeeds when at least one model is there and\n"
       "all that are there are fine.");
+  doctor->add_flag(
+      "--board", examined->is_for_board,
+      "The board's models, which cannot be loaded here: look at names, sizes and labels");
   add_root(doctor, &examined->root);
 }
 

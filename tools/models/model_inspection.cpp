@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "model_search.h"
@@ -13,8 +14,8 @@
 namespace kelnn_cli {
 namespace {
 
-std::string pack_command(const Task& task, const std::string& root) {
-  const std::string pack = fmt::format("kelnn pack {} NETWORK.onnx", task.key);
+std::string pack_command(const Task& task, const std::string& root, const char* network) {
+  const std::string pack = fmt::format("kelnn pack {} {}", task.key, network);
   if (root == models_to_write()) return pack;
   return fmt::format("{} --root {}", pack, root.empty() ? "./" : root);
 }
@@ -28,12 +29,33 @@ std::string fitting_tasks(Network* network) {
   return fmt::format("{}", fmt::join(keys, " or "));
 }
 
+// What keeps a file that is whole from being a task's model on a PC, which loads it; or nothing.
+std::string misfit_on_pc(const Task& task, const std::string& path, const ModelFile& file) {
+  if (!file.is_onnx) return "not a model that was packed for a PC";
+  Network network(path, Network::File::kScrambled);
+  if (!network.problem().empty()) return "the network does not load: " + network.problem();
+  const std::string misfit = network.misfit(task);
+  if (misfit.empty()) return "";
+  const std::string others = fitting_tasks(&network);
+  return (others.empty() ? "the network does not fit this task: "
+                         : "this is a network for " + others + ": ") +
+         misfit;
+}
+
+// The same on the board, whose networks nothing here can load.
+std::string misfit_on_board(const Task& task, const ModelFile& file) {
+  if (file.is_onnx) return "an ONNX network for a PC, which the board's runtime does not read";
+  if (!file.is_labelled || file.task == &task) return "";
+  return fmt::format("packed as the model of {}", file.task ? file.task->key : "no task");
+}
+
 }  // namespace
 
-Inspection inspect_model(const Task& task, const std::string& root) {
+Inspection inspect_model(const Task& task, const std::string& root, Machine machine) {
   using State = Inspection::State;
+  const bool is_pc = machine == Machine::kPc;
   const std::string path = root + task.file_name;
-  const std::string pack = pack_command(task, root);
+  const std::string pack = pack_command(task, root, is_pc ? "NETWORK.onnx" : "NETWORK --raw");
   std::error_code error;
   const bool exists = std::filesystem::exists(path, error);
   if (error) return {State::kBroken, path, error.message(), pack};
@@ -43,22 +65,32 @@ Inspection inspect_model(const Task& task, const std::string& root) {
             "there is no such file" + (looked.empty() ? "" : " (" + looked + ")"), pack};
   }
   try {
-    unpack_network(path);
+    const ModelFile file = read_model_file(path);
+    std::string problem = file.problem;
+    if (problem.empty()) {
+      problem = is_pc ? misfit_on_pc(task, path, file) : misfit_on_board(task, file);
+    }
+    if (!problem.empty()) return {State::kBroken, path, problem, pack};
+    const bool is_sure = is_pc || file.is_labelled;
+    return {State::kOk, path, is_sure ? "" : "no label: nothing tells whether it is whole", ""};
   } catch (const Failure& failure) {
     return {State::kBroken, path, failure.problem(), pack};
   }
-  Network network(path, Network::File::kScrambled);
-  if (!network.problem().empty()) {
-    return {State::kBroken, path, "the network does not load: " + network.problem(), pack};
+}
+
+std::vector<MisnamedModel> misnamed_models(const std::string& root) {
+  std::vector<MisnamedModel> found;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(root.empty() ? "." : root, error)) {
+    const std::string name = entry.path().filename();
+    const auto has_name = [&name](const Task& task) { return name == task.file_name; };
+    if (!entry.is_regular_file(error) || std::any_of(tasks().begin(), tasks().end(), has_name)) {
+      continue;
+    }
+    const Task* task = read_model_file(entry.path()).task;
+    if (task) found.push_back({entry.path(), task});
   }
-  const std::string misfit = network.misfit(task);
-  if (misfit.empty()) return {State::kOk, path, "", ""};
-  const std::string others = fitting_tasks(&network);
-  return {State::kBroken, path,
-          (others.empty() ? "the network does not fit this task: "
-                          : "this is a network for " + others + ": ") +
-              misfit,
-          pack};
+  return found;
 }
 
 }  // namespace kelnn_cli

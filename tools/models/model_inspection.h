@@ -4,6 +4,7 @@
 #define KEL_NN_TOOLS_MODEL_INSPECTION_H_
 
 #include <string>
+#include <vector>
 
 #include "task_catalogue.h"
 
@@ -13,11 +14,22 @@ struct Inspection {
   enum class State { kOk, kMissing, kBroken };
   State state;
   std::string path;     // what the library opens: the root and the file's name, joined
-  std::string problem;  // none for kOk
+  std::string problem;  // of kOk: what could not be checked
   std::string command;  // what to type to put it right
 };
 
-Inspection inspect_model(const Task& task, const std::string& root);
+// On a PC the network is loaded; the board's cannot be: the file's name, size and label have to do.
+enum class Machine { kPc, kBoard };
+Inspection inspect_model(const Task& task, const std::string& root,
+                         Machine machine = Machine::kPc);
+
+// Packed models that no task opens, for their names; the library would say of their tasks' files only
+// that they are not there.
+struct MisnamedModel {
+  std::string path;
+  const Task* task;
+};
+std::vector<MisnamedModel> misnamed_models(const std::string& root);
 
 }  // namespace kelnn_cli
 
