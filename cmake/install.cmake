@@ -8,6 +8,7 @@
 #   tool          kelnn, its modules, its man page and what completes its words in a shell (tools/CMakeLists.txt)
 #   models        the sample networks, packed
 #   python        the Python module
+#   documentation the reference (cmake/documentation.cmake)
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 

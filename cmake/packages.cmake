@@ -62,6 +62,12 @@ kelnn_package(development libkelnn-dev libdevel COMPONENTS development kit DEPEN
 For programs in C and C++: the headers of libkelnn, of its kit, which makes a
 task's input from a camera's frame, and of the C++ objects over both, and files
 for pkg-config and CMake.")
+if(TARGET kelnn_docs)
+  kelnn_package(documentation libkelnn-doc doc COMPONENTS documentation ARCHITECTURE all DESCRIPTION
+"neural-network tasks for small cameras: reference
+Every function and object of libkelnn in C and C++, with examples, and pages on
+installing it, its inputs, models, limits and costs.")
+endif()
 if(TARGET kelnn_cli)
   kelnn_package(tool kelnn science COMPONENTS tool DEPENDS "libkelnn1 (= ${version})" RECOMMENDS "kelnn-models" DESCRIPTION
 "neural-network tasks for small cameras: the command line

@@ -545,7 +545,7 @@ KEL_NN_API void resize_bilinear_yuv420sp(const uint8_t* src, int srcw, int srch,
  *
  *  returns  -1, always: also after a successful resize. Do not take it for an error.
  *
- *      kel_nn_pixel_resize_bilinear(frame, 640, 360, image, 416, 234, 3);
+ *      kel_nn_pixel_resize_bilinear(pixels, 640, 360, image, 416, 234, 3);
  */
 KEL_NN_API int kel_nn_pixel_resize_bilinear(const uint8_t* src, int srcw, int srch, uint8_t* dst,
                                             int w, int h, int channels);
@@ -567,7 +567,7 @@ KEL_NN_API int kel_nn_pixel_resize_bilinear_nv12(const uint8_t* src, int srcw, i
  *     kel_nn_mfcc_t* context = NULL;
  *     if (kel_nn_mfcc_create(&context, 16000, 0) == 0) {
  *       if (kel_nn_mfcc_process(context, pcm) == 0 && context->has_voice) {
- *         use(context->feature_u8, context->wave.n_frames);
+ *         plot(context->feature_u8, context->wave.n_frames);
  *       }
  *       kel_nn_mfcc_destory(&context);
  *     }

@@ -65,11 +65,11 @@ extern "C" {
  *  planes are scaled first, to NV12 of the image's size, and converted after.
  */
 typedef enum kel_nn_kit_format {
-  KEL_NN_KIT_GREY,
-  KEL_NN_KIT_RGB,
-  KEL_NN_KIT_BGR,
-  KEL_NN_KIT_NV12,
-  KEL_NN_KIT_NV12_FULL
+  KEL_NN_KIT_GREY,     /**< one byte a pixel */
+  KEL_NN_KIT_RGB,      /**< red, green, blue: three bytes a pixel */
+  KEL_NN_KIT_BGR,      /**< blue, green, red: three bytes a pixel */
+  KEL_NN_KIT_NV12,     /**< two planes, as video is stored */
+  KEL_NN_KIT_NV12_FULL /**< two planes, as JPEG stores them */
 } kel_nn_kit_format_t;
 
 /** A picture from the camera, or from a file. */
@@ -85,7 +85,8 @@ typedef struct kel_nn_kit_frame {
  *  more, and is otherwise left as it is.
  *
  *      kel_nn_kit_scratch_t scratch = {NULL, 0};
- *      ... any number of calls, for images of any size, with `&scratch` in each image ...
+ *      kel_nn_kit_image_t image = {pixels, 416, 256, KEL_NN_KIT_RGB, &scratch};
+ *      while (next_frame(&frame)) kel_nn_kit_letterbox(&frame, &image);
  *      kel_nn_kit_scratch_free(&scratch);
  */
 typedef struct kel_nn_kit_scratch {

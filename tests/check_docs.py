@@ -1,13 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Holds every page (*.md) against the tree: check_docs.py --kelnn PROGRAM --cc COMPILER --cxx COMPILER
+"""Holds every page (*.md) against the tree: check_docs.py --kelnn PROGRAM
 
 Links lead to a file and to a heading in it. Names of files in the tree exist. Commands, in fences marked `sh`, after a
-`$` and between backquotes, name scripts, programs, presets and targets that exist and options that these know. Fences
-marked `c` or `cpp` with a `#include` compile, as the body of a function if they have no `main`, with the declarations
-that `<!-- given: ... -->` in front of them holds. Those marked `python` parse. .ci/run runs a command of README.md.
+`$` and between backquotes, name scripts, programs, presets and targets that exist and options that these know.
+.ci/run runs a command of README.md. Programs are run by reference/check_reference.py.
 """
 import argparse
-import ast
 import functools
 import json
 import os
@@ -29,7 +27,6 @@ class Fence(NamedTuple):
     language: str
     line: int
     text: str
-    given: str  # declarations that a reader will guess
 
 
 class Page:
@@ -37,18 +34,16 @@ class Page:
         self.path = path
         self.fences: list[Fence] = []
         prose = []  # fences left out, with lines as they are numbered
-        language, start, fenced, given = None, 0, [], ""
+        language, start, fenced = None, 0, []
         for number, line in enumerate(path.read_text(encoding="utf-8").split("\n"), 1):
             fence = re.match(r" *```(\w*)", line)
             if fence and language is None:
                 language, start, fenced = fence[1], number + 1, []
             elif fence:
-                self.fences.append(Fence(language, start, "\n".join(fenced), given))
-                language, given = None, ""
+                self.fences.append(Fence(language, start, "\n".join(fenced)))
+                language = None
             elif language is not None:
                 fenced.append(line)
-            elif line.startswith("<!-- given:"):
-                given = line.removeprefix("<!-- given:").removesuffix("-->")
             prose.append("" if fence or language is not None else line)
         self.prose = "\n".join(prose)
 
@@ -86,8 +81,8 @@ class Page:
 
 
 class Checker:
-    def __init__(self, kelnn: str, cc: str, cxx: str):
-        self.kelnn, self.cc, self.cxx = kelnn, cc, cxx
+    def __init__(self, kelnn: str):
+        self.kelnn = kelnn
         self.failures = 0
         self.where = ""
         self.pages = {path: Page(path) for path in sorted(ROOT.rglob("*.md"))
@@ -213,28 +208,6 @@ class Checker:
             if not re.search(re.escape(option) + r"(?![\w-])", text):
                 self.complain(f"{name} has no option {option}")
 
-    # ----- Programs -----
-
-    def check_fence(self, fence: Fence) -> None:
-        if fence.language == "python":
-            try:
-                ast.parse(fence.text)
-            except SyntaxError as error:
-                self.complain(str(error))
-        compilers = {"c": [self.cc, "-std=c99", "-pedantic", "-x", "c"],
-                     "cpp": [self.cxx, "-std=c++17", "-pedantic", "-x", "c++"]}
-        includes = "\n".join(re.findall(r"^ *#include.*", fence.text, re.MULTILINE))
-        if fence.language not in compilers or not includes:
-            return
-        program = fence.text
-        if not re.search(r"\bmain\(", program):
-            body = re.sub(r"^ *#include.*", "", program, flags=re.MULTILINE)
-            program = f"{includes}\n{fence.given}\nvoid example(void);\nvoid example(void) {{\n{body}\n}}\n"
-        command = [*compilers[fence.language], "-Wall", "-Wextra", "-Werror", "-fsyntax-only", f"-I{ROOT}/include", "-"]
-        compiled = subprocess.run(command, input=program, capture_output=True, text=True)
-        if compiled.returncode != 0:
-            self.complain(f"does not compile\n{compiled.stderr}")
-
     def check_ci(self) -> None:
         self.where = ".ci/run"
         shown = [command for _, command in self.pages[ROOT / "README.md"].commands()]
@@ -249,9 +222,6 @@ class Checker:
             for line, command in page.commands():
                 self.where = f"{page.path.relative_to(ROOT)}:{line}"
                 self.check_command(command.split(" #")[0] if not command.startswith("#") else "")
-            for fence in page.fences:
-                self.where = f"{page.path.relative_to(ROOT)}:{fence.line}"
-                self.check_fence(fence)
         self.check_ci()
         return self.failures
 
@@ -259,10 +229,8 @@ class Checker:
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--kelnn", required=True, help="the built kelnn")
-    parser.add_argument("--cc", default="cc", help="C compiler (%(default)s)")
-    parser.add_argument("--cxx", default="c++", help="C++ compiler (%(default)s)")
     arguments = parser.parse_args()
-    return 1 if Checker(arguments.kelnn, arguments.cc, arguments.cxx).check() else 0
+    return 1 if Checker(arguments.kelnn).check() else 0
 
 
 if __name__ == "__main__":

@@ -13,7 +13,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 cpack --config "$build/CPackConfig.cmake" -G DEB -B . >cpack.log 2>&1 || { cat cpack.log >&2; fail "cpack"; }
 revision=$(sed -n '1s/.*(\(.*\)).*/\1/p' "$root/debian/changelog")
 grep -qxF "## $revision" "$root/CHANGELOG.md" || fail "CHANGELOG.md has no section $revision"
-for name in libkelnn1 libkelnn-dev kelnn kelnn-models; do
+for name in libkelnn1 libkelnn-dev kelnn kelnn-models libkelnn-doc; do
   compgen -G "${name}_${revision}_*.deb" >/dev/null || fail "there is no package $name of $revision"
 done
 said=$(lintian --tag-display-limit 0 --fail-on none --allow-root ./*.deb 2>&1 | grep -v '^running with root' || true)
@@ -32,6 +32,7 @@ kelnn=$work/empty/usr/bin/kelnn
 "$kelnn" faces "$root/examples/pictures/both_faces.png" 2>log | grep -qF ": 2 found" || { cat log >&2; fail "kelnn faces"; }
 [ -z "$(ldd "$kelnn" | grep -vF "$work" | grep -F "$build")" ] || fail "the installed program takes libraries from the build"
 zcat empty/usr/share/man/man1/kelnn.1.gz | grep -q '^.SS faces' || fail "the manual page does not know kelnn faces"
+[ -s empty/usr/share/doc/libkelnn-doc/html/index.html ] || fail "the reference is not there"
 if compgen -G "python3-kelnn_${revision}_*.deb" >/dev/null; then
   (cd / && PYTHONPATH=$work/empty/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -c '
 import kelnn
