@@ -48,8 +48,10 @@ static int given_end(void) {
   kel_nn_crydet_deinit(handle);
   kel_nn_pir_filter_deinit(handle);
   kel_nn_handle_destroy(handle);
-  if (!remembered || !used || !plotted || drawn < 3 || woken || frames_left > 0 || chunks_left > 0) {
-    fprintf(stderr, "an example in C did not come to its end: %d %d %d %d\n", remembered, used, plotted, drawn);
+  if (!remembered || !used || !plotted || drawn < 3 || woken || frames_left > 0 ||
+      chunks_left > 0) {
+    fprintf(stderr, "an example in C did not come to its end: %d %d %d %d\n", remembered, used,
+            plotted, drawn);
     return 1;
   }
   return 0;

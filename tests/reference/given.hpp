@@ -8,7 +8,8 @@ struct Given {
   std::vector<int16_t> sound = std::vector<int16_t>(kel_nn::kWindowSamples, 2000);
   const int16_t* window = sound.data();
   kel_nn::Library library{"models"};
-  kel_nn::Frame frame = kel_nn::Frame::nv12(bytes.data(), 640, 360), other = kel_nn::Frame::grey(bytes.data(), 200, 100);
+  kel_nn::Frame frame = kel_nn::Frame::nv12(bytes.data(), 640, 360),
+                other = kel_nn::Frame::grey(bytes.data(), 200, 100);
   kel_nn::Rect box = {100, 50, 150, 200};
   // There is one of each task, and it is an example's own.
   template <typename Task>
@@ -31,7 +32,9 @@ struct Given {
   void draw(kel_nn::Rect, float) {}
   void look(const kel_nn::Landmarks&, const kel_nn::Feature&) { ++results; }
   void show(const std::array<float, 10>&) { ++results; }
-  void plot(const uint8_t* rows, int n, int channels) { results += rows && n == 297 && channels == 64; }
+  void plot(const uint8_t* rows, int n, int channels) {
+    results += rows && n == 297 && channels == 64;
+  }
   void use(const float* values, size_t n) { results += values && n > 0; }
   void alarm() {}
   void open_door() {}
