@@ -27,7 +27,7 @@ step "1. Install and build"
 scripts/install_packages.sh build
 mkdir -p "$build"
 quietly cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release
-quietly cmake --build "$build" --target kelnn_cli compare_faces
+quietly cmake --build "$build" --target kelnn_cli compare_faces kelnn_python
 export PATH="$PWD/$build/tools:$PWD/$build/examples:$PATH"
 echo "kelnn and compare_faces are in $build"
 
@@ -39,7 +39,7 @@ quietly kelnn doctor --root "$models"
 tail -n 1 "$build/demo.log"
 
 step "3. Every task on the samples"
-/usr/bin/python3 scripts/make_report.py --kelnn kelnn --root "$models" --out "$build/report.html"
+PYTHONPATH=$build/python /usr/bin/python3 scripts/make_report.py --root "$models" --out "$build/report.html" --kelnn kelnn
 
 step "4. The same in a C program of your own: examples/compare_faces.c"
 # Sets $similarity to what the program prints for two pictures.

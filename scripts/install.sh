@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Builds the Debian packages of the library, the command line and the sample networks and installs them:
+# Builds the Debian packages of the library, the command line, the Python module, the sample networks and the reference and
+# installs them:
 #   scripts/install.sh              on a fresh Debian 12, as root
 #   scripts/install.sh --only-build leaves them in build/packages/
 set -euo pipefail
@@ -8,7 +9,7 @@ cd "$(dirname "$0")/.."
 build=build/packages
 log=$build.log
 
-scripts/install_packages.sh build packages
+scripts/install_packages.sh build docs packages
 mkdir -p build
 rm -f $build/*.deb
 echo "Building (the log is $log)"

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Installs Debian packages by group, those that are missing alone: scripts/install_packages.sh [GROUP...]
-#   build   the library for a PC, the command line, the examples, and the scripts that make samples
+#   build   the library for a PC, the command line, the Python module, the examples, and the scripts that make samples
 #   test    what scripts/test.sh needs on top
 #   data    what scripts/evaluate_models.sh needs on top, to draw pictures and make sounds
 #   train   what scripts/train_models.sh needs on top of those
 #   docs    what scripts/document.sh needs
-#   packages what scripts/install.sh needs on top of build
+#   packages what scripts/install.sh needs on top of build and docs
 #   notebook what executes examples/first_steps.ipynb as Jupyter does, on top of build and test
 #   digests what scripts/digests.sh needs on top of build and test: compilers for other processors
 #   lint    what scripts/lint.sh needs on top
@@ -18,14 +18,14 @@ declare -A groups=(
            libopencv-videoio-dev libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libpng-dev
            libturbojpeg0-dev libonnx-dev libprotobuf-dev protobuf-compiler
            zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libcli11-dev libfmt-dev nlohmann-json3-dev
-           python3 python3-numpy python3-onnx"
+           python3 python3-dev python3-numpy python3-onnx python3-pil python3-soundfile pybind11-dev"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest
-          python3-dev pybind11-dev python3-matplotlib mypy"
-  [data]="python3-opencv python3-scipy python3-soundfile espeak-ng"
+          python3-matplotlib mypy"
+  [data]="python3-opencv python3-scipy espeak-ng"
   [train]="python3-torch"
   [docs]="doxygen doxygen-awesome-css"
-  [packages]="dpkg-dev file python3-dev pybind11-dev doxygen doxygen-awesome-css"
+  [packages]="dpkg-dev file"
   [notebook]="python3-nbconvert python3-ipykernel"
   [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
   [lint]="clang-format clang-tidy"

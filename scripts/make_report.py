@@ -1,120 +1,146 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Runs every task on the sample pictures, video and sounds and writes a page that shows the results:
+"""Runs every task on the sample pictures, video and sounds, by the Python module, and writes a page that shows the results:
 
-    make_report.py --kelnn PROGRAM --root MODELS/ --out REPORT.html
+    make_report.py --root MODELS/ --out REPORT.html [--kelnn PROGRAM]
 
-Ends with an error when a task fails or a result is not what the samples show.
+Ends with an error when a task fails or a result is not what the samples show. With --kelnn the page shows what that
+prints, too.
 """
 import argparse
+import contextlib
+import io
 import itertools
-import json
 import os
 import pathlib
 import platform
 import subprocess
 import sys
-import tempfile
 import time
+from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple
 
+import numpy as np
+import soundfile
+from numpy.typing import NDArray
+from PIL import Image, ImageDraw
+
+import kelnn
 import report_page as page
 
 EXAMPLES = pathlib.Path(__file__).resolve().parent.parent / "examples"
-OBJECT_CLASSES = "cat,dog,car,parcel"
 FACE_CLASSES = ["open face", "covered mouth", "sunglasses"]
+OBJECT_CLASSES = ["cat", "dog", "car", "parcel"]
 SAME_PERSON = 0.55  # similarity from which on two faces are taken for one person's
+FRAMES_A_SECOND, PERIOD = 10, 5
+RATIOS = [0.125, 0.25, 0.5, 1, 2, 4, 8]  # of changed pixels, in per cent
+COLOURS = ["#2468b0", "#c2403a", "#2f8f4e", "#d8a021"]
+
+Pixels = NDArray[np.uint8]
+Path = pathlib.Path
 
 
-class Runner:
-    """Runs kelnn, times it, says so on the terminal."""
+class Run:
+    """The samples, the library, and how long each task took."""
 
-    def __init__(self, program, root, examples, scratch):
-        self.program, self.root, self.scratch = program, root, pathlib.Path(scratch)
+    def __init__(self, root: str, examples: Path):
+        self.library = kelnn.Library(root)
         self.scenes, self.faces = examples / "pictures" / "scenes", examples / "pictures" / "faces"
         self.sound, self.video = examples / "sounds" / "evening.flac", examples / "videos" / "visitor.avi"
-        self.steps = []
+        self.seconds: Dict[str, float] = {}
 
-    def __call__(self, name, *arguments, needs_models=True):
-        """The objects that `kelnn ARGUMENTS --json` prints."""
-        arguments = [str(a) for a in arguments]
-        command = [self.program, *arguments, "--json"] + (["--root", self.root] if needs_models else [])
+    @contextlib.contextmanager
+    def timed(self, task: str) -> Iterator[None]:
         start = time.monotonic()
-        result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        seconds = time.monotonic() - start
-        if result.returncode != 0:
-            sys.exit(f"make_report.py: failed: {' '.join(command)}\n{result.stderr}")
-        self.steps.append([name, seconds])
-        return list(objects(result.stdout))
-
-    def seconds(self, name):
-        return sum(seconds for step, seconds in self.steps if step == name)
-
-    def drawing(self, name):
-        return self.scratch / name
-
-    def drawings(self, name):
-        """A directory of its own."""
-        path = self.scratch / name
-        path.mkdir()
-        return path
+        yield
+        self.seconds[task] = self.seconds.get(task, 0) + time.monotonic() - start
 
 
-def objects(text):
-    """JSON values one behind the other, on one line each or on several."""
-    decoder, at = json.JSONDecoder(), 0
-    while at < len(text.rstrip()):
-        value, at = decoder.raw_decode(text, at)
-        yield value
-        while at < len(text) and text[at].isspace():
-            at += 1
-
-
-def check(condition, message):
+def check(condition: bool, message: str) -> None:
     if not condition:
         sys.exit("make_report.py: " + message)
 
 
-def relative(path):
-    return os.path.relpath(path)
+def colour(path: Any) -> Pixels:
+    return np.asarray(Image.open(path).convert("RGB"))
 
 
-def detected(run, command, pictures, *options):
-    """What is found in the pictures, a figure of each with its boxes, and how many boxes there are."""
-    drawn = run.drawings(command)
-    found = run(command, command, *pictures, "--draw", drawn, *options)
-    figures, count = [], 0
-    for picture, result in zip(pictures, found):
-        names = [box["name"] for box in result["boxes"]]
-        count += len(names)
-        caption = ", ".join(f"{names.count(n)} × {n}" for n in dict.fromkeys(names)) or "nothing found"
-        figures.append(page.figure(drawn / picture.name, f"{picture.name}: {caption}", height=280))
-    check(count >= len(pictures), f"{command}: too little was found")
-    return found, figures
+def grey(path: Any) -> Pixels:
+    return np.asarray(Image.open(path).convert("L"))
 
 
-def faces(run):
+def whole(pixels: Pixels) -> kelnn.Rect:
+    return kelnn.Rect(0, 0, pixels.shape[1], pixels.shape[0])
+
+
+def with_boxes(pixels: Pixels, boxes: Sequence[Tuple[kelnn.Detection, str]], kind: str = "PNG") -> bytes:
+    """The picture with boxes and their names, as a file."""
+    image = Image.fromarray(pixels)
+    draw = ImageDraw.Draw(image)
+    for found, name in boxes:
+        x, y, w, h = found.box
+        draw.rectangle((x, y, x + w, y + h), outline=COLOURS[found.class_id], width=3)
+        words = f"{name} {found.score:.2f}"
+        draw.rectangle(draw.textbbox((x + 4, y + 3), words), fill=COLOURS[found.class_id])
+        draw.text((x + 4, y + 3), words, fill="white")
+    file = io.BytesIO()
+    image.save(file, kind, quality=85)
+    return file.getvalue()
+
+
+def with_points(pixels: Pixels, points: NDArray[np.float32]) -> bytes:
+    """The face three times as large, with its landmarks."""
+    side = 3 * pixels.shape[0]
+    image = Image.fromarray(pixels).convert("RGB").resize((side, side))
+    draw = ImageDraw.Draw(image)
+    for x, y in side * points.reshape(-1, 2):
+        draw.ellipse((x - 5, y - 5, x + 5, y + 5), outline=COLOURS[1], width=3)
+    file = io.BytesIO()
+    image.save(file, "PNG")
+    return file.getvalue()
+
+
+def detected(run: Run, task: str, make: Any, pictures: Sequence[Path], names: Sequence[str]
+             ) -> Tuple[List[List[kelnn.Detection]], List[str]]:
+    """What is found in the pictures, and a figure of each with its boxes."""
+    everything, figures = [], []
+    for picture in pictures:
+        pixels = colour(picture)
+        with run.timed(task), make((pixels.shape[1], pixels.shape[0])) as detector:
+            found = detector.detect(pixels)
+        found_names = [names[one.class_id] for one in found]
+        caption = ", ".join(f"{found_names.count(n)} × {n}" for n in dict.fromkeys(found_names)) or "nothing found"
+        figures.append(page.figure(with_boxes(pixels, list(zip(found, found_names))), f"{picture.name}: {caption}", height=280))
+        everything.append(found)
+    check(sum(map(len, everything)) >= len(pictures), f"{task}: too little was found")
+    return everything, figures
+
+
+def faces(run: Run) -> str:
     pictures = sorted(run.scenes.glob("faces_*.jpg"))
-    _, figures = detected(run, "faces", pictures)
-    return page.section("Faces", "Face detection: where are faces?", "kelnn faces " + relative(pictures[0]) + " --draw out.png",
-                        run.seconds("faces"), page.row(figures))
+    _, figures = detected(run, "face detection", lambda size: kelnn.FaceDetector(run.library), pictures, ["face"])
+    return page.section("Faces", "Face detection: where are faces?", f"kelnn faces {os.path.relpath(pictures[0])} --draw out.png",
+                        run.seconds["face detection"], page.row(figures))
 
 
-def landmarks(run):
+def landmarks(run: Run) -> str:
     pictures = sorted(run.faces.glob("*.png"))[:8]
-    drawn = run.drawings("points")
-    points = run("landmarks", "landmarks", *pictures, "--draw", drawn)
-    kinds = run("face classes", "classify-face", *pictures)
-    figures = [page.figure(drawn / picture.name, f"{FACE_CLASSES[kind['class']]}, {kind['score']:.2f}; turned "
-                           f"{found['pose'][0] * 57.3:+.0f}°", height=160)
-               for picture, found, kind in zip(pictures, points, kinds)]
+    images = [grey(picture) for picture in pictures]
+    with run.timed("face landmarks"), kelnn.FaceLandmarks(run.library) as task:
+        found = [task.of(image, whole(image)) for image in images]
+    with run.timed("face classes"), kelnn.FaceClassifier(run.library) as classifier:
+        kinds = [classifier.of(image, whole(image)) for image in images]
+    figures = [page.figure(with_points(image, one.points), f"{FACE_CLASSES[kind.id]}, {kind.score:.2f}; turned "
+                           f"{np.degrees(one.pose[0]):+.0f}°", height=160)
+               for image, one, kind in zip(images, found, kinds)]
     return page.section("Landmarks and classes", "Face landmarks: eyes, nose and mouth. Face classification: which of three "
                         "kinds of face, with its score.", "kelnn landmarks FACE.png --draw out.png; kelnn classify-face FACE.png",
-                        run.seconds("landmarks") + run.seconds("face classes"), page.row(figures))
+                        run.seconds["face landmarks"] + run.seconds["face classes"], page.row(figures))
 
 
-def features(run):
+def features(run: Run) -> str:
     pictures = sorted(run.faces.glob("*.png"))
-    vectors = [found["feature"] for found in run("face features", "feature", *pictures)]
-    alike = [[sum(a * b for a, b in zip(v, w)) for w in vectors] for v in vectors]
+    with run.timed("face features"), kelnn.FaceFeatures(run.library) as task:
+        vectors = [task.of(image, whole(image)) for image in map(grey, pictures)]
+    alike = [[kelnn.similarity(v, w) for w in vectors] for v in vectors]
     people = [picture.stem.split("_")[0] for picture in pictures]
     pairs = list(itertools.combinations(range(len(pictures)), 2))
     right = sum((alike[a][b] >= SAME_PERSON) == (people[a] == people[b]) for a, b in pairs)
@@ -123,117 +149,165 @@ def features(run):
     check(sum(same) / len(same) > sum(other) / len(other), "faces resemble others as much as themselves")
     words = (f"Face features: 256 numbers a face, and how alike two faces are. {len(set(people))} persons, several pictures "
              f"of each side by side. {right} of {len(pairs)} pairs are told right at {SAME_PERSON}.")
-    return page.section("Who is it?", words, "kelnn compare A.png B.png", run.seconds("face features"),
+    return page.section("Who is it?", words, "kelnn compare A.png B.png", run.seconds["face features"],
                         page.matrix(pictures, alike))
 
 
-def box_rows(run, picture, boxes):
-    """Rows of a table: how probable a person is in each of the boxes."""
-    places = [f"{box['x']},{box['y']},{box['w']},{box['h']}" for box in boxes]
-    options = [word for place in places for word in ("--box", place)]
-    found = run("person classes", "classify-person", picture, *options)
-    return [[page.text(picture.name), f"<code>{place}</code>", page.text(box["name"]), f"{one['probability']:.3f}"]
-            for place, box, one in zip(places, boxes, found)]
-
-
-def persons_and_things(run):
+def persons_and_things(run: Run) -> str:
     pictures = [run.scenes / f"persons_{shape}.jpg" for shape in ("landscape", "square", "portrait")]
-    persons, person_figures = detected(run, "persons", pictures)
+    persons, person_figures = detected(run, "person detection", lambda size: kelnn.PersonDetector(run.library, size), pictures,
+                                       ["person"])
     object_pictures = sorted(run.scenes.glob("objects_*.jpg"))
-    things, thing_figures = detected(run, "objects", object_pictures, "--classes", OBJECT_CLASSES)
-    rows = box_rows(run, pictures[0], persons[0]["boxes"][:3]) + box_rows(run, object_pictures[0], things[0]["boxes"][:3])
+    things, thing_figures = detected(run, "four-class detection", lambda size: kelnn.ObjectDetector(run.library, size),
+                                     object_pictures, OBJECT_CLASSES)
+    rows = []
+    for picture, found, names in ((pictures[0], persons[0], ["person"]), (object_pictures[0], things[0], OBJECT_CLASSES)):
+        pixels = colour(picture)
+        with run.timed("person classes"), kelnn.PersonClassifier(run.library) as classifier:
+            rows += [[page.text(picture.name), "<code>{},{},{},{}</code>".format(*one.box), names[one.class_id],
+                      f"{classifier.of(pixels, one.box):.3f}"] for one in found[:3]]
     return page.section("Persons", "Person detection, one network for each orientation of frames. Below: person classification "
-                        "of some boxes: how probable is a person in it?", "kelnn persons " + relative(pictures[0]) + " --draw out.png",
-                        run.seconds("persons") + run.seconds("person classes"),
+                        "of some boxes: how probable is a person in it?",
+                        f"kelnn persons {os.path.relpath(pictures[0])} --draw out.png",
+                        run.seconds["person detection"] + run.seconds["person classes"],
                         page.row(person_figures) + "<br>" +
                         page.table(["picture", "box", "found as", "person"], rows, numbers=[3])) + page.section(
         "Four kinds of things", "Four-class detection; what the classes are comes with the network.",
-        f"kelnn objects {relative(object_pictures[0])} --classes {OBJECT_CLASSES} --draw out.png",
-        run.seconds("objects"), page.row(thing_figures))
+        f"kelnn objects {os.path.relpath(object_pictures[0])} --classes {','.join(OBJECT_CLASSES)} --draw out.png",
+        run.seconds["four-class detection"], page.row(thing_figures))
 
 
-def cries(run):
-    sound = run.sound
-    windows = [w for w in run("cry", "cry", sound) if "probability" in w]
-    check(any(w["probability"] > 0.5 for w in windows) and any(w["probability"] < 0.5 for w in windows),
-          "the cry in evening.flac was not told from the rest")
-    loudest = max(windows, key=lambda w: w["probability"])
-    seen = run.drawing("features.png")
-    run("cry", "features", sound, "--window", loudest["window"], "--png", seen, needs_models=False)
-    content = page.bars([w["probability"] for w in windows], 1, [f"{w['start']} s: {w['probability']:.3f}" for w in windows],
-                        [w["probability"] > 0.5 for w in windows], line=0.5,
+def cries(run: Run) -> str:
+    samples, rate = soundfile.read(run.sound, dtype="int16")
+    check(rate == kelnn.SAMPLE_RATE, f"{run.sound} has another rate")
+    with run.timed("cry detection"), kelnn.CryDetector(run.library) as detector:
+        heard = detector.add(samples)
+    check(max(heard) > 0.5 > min(heard), "the cry in evening.flac was not told from the rest")
+    at = int(np.argmax(heard))
+    with kelnn.SoundFeatures() as sound:
+        seen = sound.of(samples[at * kelnn.WINDOW_SAMPLES:(at + 1) * kelnn.WINDOW_SAMPLES])
+    assert seen is not None
+    file = io.BytesIO()
+    shown = np.interp(seen, (seen.min(), seen.max()), (0, 255)).astype(np.uint8)
+    Image.fromarray(np.ascontiguousarray(shown.T[::-1])).resize((3 * seen.shape[0], 4 * seen.shape[1])).save(file, "PNG")
+    content = page.bars(heard, 1, [f"{3 * i} s: {p:.3f}" for i, p in enumerate(heard)], [p > 0.5 for p in heard], line=0.5,
                         caption="probability of crying, 0 to 1, of every 3 seconds") + "<br>" + page.figure(
-                            seen, f"what the network sees of the seconds {loudest['start']} to {loudest['end']}: 64 mel "
+                            file.getvalue(), f"what the network sees of the seconds {3 * at} to {3 * at + 3}: 64 mel "
                             "channels, brighter where there is more energy than usual")
-    return page.section("Is a baby crying?", f"Cry detection on {windows[-1]['end']} seconds of sound: talk, a cry from 12 to 21 s, "
+    return page.section("Is a baby crying?", f"Cry detection on {3 * len(heard)} seconds of sound: talk, a cry from 12 to 21 s, "
                         "a telephone from 24 s on, music.",
-                        "kelnn cry " + relative(sound), run.seconds("cry"), content)
+                        f"kelnn cry {os.path.relpath(run.sound)}", run.seconds["cry detection"], content)
 
 
-def motion(run):
-    video = run.video
-    settings = ["--ratio", "0.5", "--period", "5"]
-    decisions = run("motion", "motion", video, *settings, needs_models=False)
-    check({d["motion"] for d in decisions} == {True, False}, "the video was not told into motion and stillness")
-    content = page.bars([d["changed_max"] for d in decisions], max(2.0, *(d["changed_max"] for d in decisions)),
-                        [f"{d['time']:.1f} s: {d['changed_max']:.2f} %" for d in decisions], [d["motion"] for d in decisions],
-                        line=0.5, caption="largest share of changed pixels in each half second; red: decided to be motion")
+def decisions(run: Run, frames: Sequence[Pixels], ratio: float) -> List[bool]:
+    """Of each period, whether there was motion."""
+    with kelnn.MotionFilter(run.library, ratio=ratio, period=PERIOD) as motion_filter:
+        return [moved for moved in map(motion_filter.take, frames) if moved is not None]
+
+
+def motion(run: Run) -> str:
+    frames = [grey(io.BytesIO(frame)) for frame in page.jpeg_frames(run.video)]
+    with run.timed("motion filter"):
+        moved = [decisions(run, frames, ratio) for ratio in RATIOS]
+    usual = moved[RATIOS.index(0.5)]
+    check(set(usual) == {True, False}, "the video was not told into motion and stillness")
+    highest = [max((i + 1 for i, row in enumerate(moved) if row[period]), default=0) for period in range(len(usual))]
+    labels = [f"{period * PERIOD / FRAMES_A_SECOND:.1f} s: motion up to a ratio of "
+              f"{RATIOS[high - 1] if high else 0:g} %" for period, high in enumerate(highest)]
+    content = page.bars(highest, len(RATIOS), labels, usual, line=RATIOS.index(0.5) + 1,
+                        caption=f"up to which of the ratios {', '.join(f'{ratio:g}' for ratio in RATIOS)} % of changed pixels "
+                        "each half second is motion; red: at 0.5 %")
     return page.section("Did something move?", "The motion filter needs no network: it counts pixels that changed twice and "
-                        "lets the frames of a period vote.", f"kelnn motion {relative(video)} --ratio 0.5 --period 5",
-                        run.seconds("motion"), content)
+                        "lets the frames of a period vote.",
+                        f"kelnn motion {os.path.relpath(run.video)} --sweep --ratios {','.join(f'{r:g}' for r in RATIOS)} "
+                        f"--periods {PERIOD}", run.seconds["motion filter"], content)
 
 
-def watch(run):
-    video = run.video
-    drawn = run.drawing("watch.avi")
-    events = run("watch", "watch", video, "--ratio", "0.5", "--period", "5", "--draw", drawn)
-    persons_seen = [e["time"] for e in events if e.get("persons")]
-    faces_seen = [e["time"] for e in events if e.get("faces")]
-    check(persons_seen and faces_seen, "nobody was seen in the video")
-    rows = [["motion decided", sum(1 for e in events if e.get("motion")), "", ""]]
-    for name, times in (("a person", persons_seen), ("a face, with landmarks and features", faces_seen)):
-        rows.append([name, len(times), f"{min(times):.1f} s", f"{max(times):.1f} s"])
-    content = page.player(page.jpeg_frames(drawn), 0.1, "watch") + page.table(
-        ["seen", "frames", "first", "last"], rows, numbers=[1, 2, 3])
+def watch(run: Run) -> str:
+    """As `kelnn watch`: motion wakes the detectors until a period is still."""
+    drawn: List[bytes] = []
+    seen: Dict[str, List[float]] = {"a person": [], "a face, with landmarks and features": []}
+    periods = 0
+    is_awake = False
+    frames = page.jpeg_frames(run.video)
+    size = Image.open(io.BytesIO(frames[0])).size
+    with run.timed("all of them"), contextlib.ExitStack() as stack:
+        motion_filter = stack.enter_context(kelnn.MotionFilter(run.library, ratio=0.5, period=PERIOD))
+        person_task = stack.enter_context(kelnn.PersonDetector(run.library, size))
+        face_task = stack.enter_context(kelnn.FaceDetector(run.library))
+        landmark_task = stack.enter_context(kelnn.FaceLandmarks(run.library))
+        feature_task = stack.enter_context(kelnn.FaceFeatures(run.library))
+        for number, frame in enumerate(frames):
+            moved = motion_filter.take(grey(io.BytesIO(frame)))
+            if moved is not None:
+                is_awake = moved
+                periods += moved
+            boxes: List[Tuple[kelnn.Detection, str]] = []
+            pixels = colour(io.BytesIO(frame))
+            if is_awake:
+                boxes += [(one, "person") for one in person_task.detect(pixels)]
+                for face in face_task.detect(pixels):
+                    boxes.append((face, "face"))
+                    landmark_task.of(pixels, face.box)
+                    check(abs(kelnn.l2norm(feature_task.of(pixels, face.box)) - 1) < 1e-3, "features are not of unit length")
+            for name, times in zip(("person", "face"), seen.values()):
+                if any(one == name for _, one in boxes):
+                    times.append(number / FRAMES_A_SECOND)
+            drawn.append(with_boxes(pixels, boxes, "JPEG"))
+    check(all(seen.values()), "nobody was seen in the video")
+    rows: List[List[Any]] = [["motion decided", periods, "", ""]]
+    rows += [[name, len(times), f"{min(times):.1f} s", f"{max(times):.1f} s"] for name, times in seen.items()]
+    content = page.player(drawn, 1 / FRAMES_A_SECOND, "watch") + page.table(["seen", "frames", "first", "last"], rows,
+                                                                            numbers=[1, 2, 3])
     return page.section("All of it, as a camera would", "Motion wakes the detectors; persons, then faces, then landmarks and "
-                        "features of each face.", f"kelnn watch {relative(video)} --json --draw seen.avi", run.seconds("watch"), content)
+                        "features of each face.", f"kelnn watch {os.path.relpath(run.video)} --ratio 0.5 --period {PERIOD} "
+                        "--draw seen.avi", run.seconds["all of them"], content)
 
 
-def overview(run):
-    total = {}
-    for name, seconds in run.steps:
-        runs, spent = total.get(name, (0, 0.0))
-        total[name] = runs + 1, spent + seconds
-    rows = [[page.text(name), runs, f"{spent:.2f}"] for name, (runs, spent) in total.items()]
-    return page.section("How long it took", "Seconds of whole commands, loading the networks each time, on this machine: " +
+def command_line(kelnn_program: str, run: Run, root: str) -> str:
+    """One command as it is typed, and what it prints."""
+    picture = os.path.relpath(run.scenes / "faces_1.jpg")
+    start = time.monotonic()
+    done = subprocess.run([kelnn_program, "faces", picture, "--root", root], capture_output=True, text=True)
+    check(done.returncode == 0 and bool(done.stdout), f"kelnn faces failed\n{done.stderr}")
+    return page.section("At the command line", "What a command prints; with <code>--json</code>, an object a line.",
+                        f"kelnn faces {picture}", time.monotonic() - start, f"<pre>{page.text(done.stdout)}</pre>")
+
+
+def overview(run: Run) -> str:
+    rows = [[page.text(task), f"{seconds:.2f}"] for task, seconds in run.seconds.items()]
+    return page.section("How long it took", "Seconds, loading the networks each time, on this machine: " +
                         page.text(f"{platform.machine()}, {os.cpu_count()} processors."), None, 0,
-                        page.table(["task", "commands", "seconds"], rows, numbers=[1, 2]))
+                        page.table(["task", "seconds"], rows, numbers=[1]))
 
 
-INTRODUCTION = """<p>Every task of libkelnn, run on this machine through the command line <code>kelnn</code>, which
-is the library as the camera has it over another runtime.</p>
+INTRODUCTION = """<p>Every task of libkelnn, run on this machine through its Python module: the library as the camera has it,
+over another runtime. The command line does the same.</p>
 <p class="note">The networks are samples, trained on drawings and synthetic sounds alone, so that every task shows a result.
 They do not know real people, things or babies: bring your own networks for those.</p>"""
 
 
-def main():
+def main(arguments: Optional[Sequence[str]] = None) -> None:
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    parser.add_argument("--kelnn", required=True, metavar="PROGRAM")
     parser.add_argument("--root", required=True, metavar="MODELS/")
     parser.add_argument("--out", required=True, metavar="REPORT.html")
-    parser.add_argument("--examples", type=pathlib.Path, default=EXAMPLES, metavar="DIR", help="other samples of the same names")
-    options = parser.parse_args()
-    with tempfile.TemporaryDirectory() as scratch:
-        run = Runner(options.kelnn, options.root, options.examples, scratch)
-        parts = []
+    parser.add_argument("--kelnn", metavar="PROGRAM", help="show what this prints")
+    parser.add_argument("--examples", type=Path, default=EXAMPLES, metavar="DIR", help="other samples of the same names")
+    options = parser.parse_args(arguments)
+    run = Run(options.root, options.examples)
+    parts = []
+    try:
         for make in (faces, landmarks, features, persons_and_things, cries, motion, watch):
             start = time.monotonic()
             parts.append(make(run))
             print(f"  {make.__name__:<18}{time.monotonic() - start:6.1f} s", flush=True)
-        parts.append(overview(run))
+    except kelnn.Error as error:
+        sys.exit(f"make_report.py: {error}")
+    if options.kelnn:
+        parts.append(command_line(options.kelnn, run, options.root))
+    parts.append(overview(run))
     written = page.page("libkelnn at work", INTRODUCTION, parts)
-    with open(options.out, "w", encoding="utf-8") as file:
-        file.write(written)
+    Path(options.out).write_text(written, encoding="utf-8")
     print(f"{options.out}: {len(written) / 1e6:.1f} MB")
 
 

@@ -15,6 +15,7 @@ section { background: var(--card); border: 1px solid var(--line); border-radius:
 h2 { margin: 0 0 4px; font-size: 21px } section > p { margin: 0 0 12px; max-width: 800px; color: var(--soft) }
 .row { display: flex; flex-wrap: wrap; gap: 16px; align-items: flex-start } figure { margin: 0 }
 figure img { display: block; border-radius: 6px; max-width: 100% } figcaption { font-size: 13px; color: var(--soft) }
+pre { font: 13px ui-monospace, monospace; background: var(--paper); padding: 10px 14px; border-radius: 6px; overflow-x: auto }
 code { font: 13px ui-monospace, monospace; background: var(--paper); padding: 2px 6px; border-radius: 4px; overflow-wrap: anywhere }
 table { border-collapse: collapse; font-size: 14px } th, td { text-align: left; padding: 4px 12px 4px 0; border-bottom: 1px solid var(--line) }
 td.number, th.number { text-align: right } .note { border-left: 4px solid #d8a021; background: #fdf6e3; padding: 8px 14px; color: var(--ink) }
@@ -37,9 +38,10 @@ def file_uri(path):
         return data_uri(file.read(), mimetypes.guess_type(str(path))[0])
 
 
-def figure(path, caption, height=None):
+def figure(picture, caption, height=None):
+    """`picture`: the bytes of a PNG file."""
     size = f' height="{height}"' if height else ""
-    return f'<figure><img src="{file_uri(path)}" alt="{text(caption)}"{size}><figcaption>{text(caption)}</figcaption></figure>'
+    return f'<figure><img src="{data_uri(picture, "image/png")}" alt="{text(caption)}"{size}><figcaption>{text(caption)}</figcaption></figure>'
 
 
 def row(figures):
