@@ -3,9 +3,10 @@
 
 Links lead to a file and to a heading in it. Names of files in the tree exist. Commands, in fences marked `sh`, after a
 `$` and between backquotes, name scripts, programs, presets and targets that exist and options that these know.
-.ci/run runs a command of README.md. Programs are run by reference/check_reference.py.
+docs/porting.md explains every message of the library. .ci/run runs a command of README.md. Programs are run by reference/check_reference.py.
 """
 import argparse
+import ast
 import functools
 import json
 import os
@@ -18,7 +19,7 @@ from typing import Iterator, NamedTuple
 
 ROOT = Path(__file__).resolve().parent.parent
 # Programs of others; their arguments are theirs. What a system may lack, and a reader installs or has on the camera.
-OTHERS = {"apt", "apt-get", "c++", "cc", "cd", "clang", "clang++", "cp", "cpack", "curl", "echo", "export", "ffmpeg", "g++",
+OTHERS = {"apt", "apt-get", "c++", "cc", "cd", "clang", "clang++", "cp", "cpack", "curl", "diff", "echo", "export", "ffmpeg", "g++",
           "gcc", "git", "gst-launch-1.0", "jq", "ls", "make", "man", "meson", "mipsel-linux-gnu-gcc", "mkdir", "ninja", "pip", "pip3", "pkg-config",
           "scp", "ssh", "strip", "sudo", "tar", "valgrind", "qemu-mipsel", "abidiff", "xdg-open"}
 
@@ -208,6 +209,17 @@ class Checker:
             if not re.search(re.escape(option) + r"(?![\w-])", text):
                 self.complain(f"{name} has no option {option}")
 
+    def check_messages(self) -> None:
+        self.where = "docs/porting.md"
+        text = self.pages[ROOT / self.where].prose
+        for source in sorted([*ROOT.glob("src/*.cpp"), *ROOT.glob("plat/jzt31/*.cpp")]):
+            code = source.read_text().replace("\\\n", "\n")
+            for report in re.findall(r"KEL_NN_(?:FAIL(?:_INIT)?_IF|ERROR|ERROR_OF|WARNING)\((.*?)\)[;\n]", code, re.DOTALL):
+                for literals in re.findall(r'(?:"(?:[^"\\]|\\.)*"\s*)+', report)[-1:]:  # behind the name of a stage
+                    message = ast.literal_eval(f"({literals})")
+                    if f"`{message}`" not in text:
+                        self.complain(f"does not explain '{message}' of {source.relative_to(ROOT)}")
+
     def check_ci(self) -> None:
         self.where = ".ci/run"
         shown = [command for _, command in self.pages[ROOT / "README.md"].commands()]
@@ -222,6 +234,7 @@ class Checker:
             for line, command in page.commands():
                 self.where = f"{page.path.relative_to(ROOT)}:{line}"
                 self.check_command(command.split(" #")[0] if not command.startswith("#") else "")
+        self.check_messages()
         self.check_ci()
         return self.failures
 
