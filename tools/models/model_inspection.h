@@ -20,8 +20,7 @@ struct Inspection {
 
 // On a PC the network is loaded; the board's cannot be: the file's name, size and label have to do.
 enum class Machine { kPc, kBoard };
-Inspection inspect_model(const Task& task, const std::string& root,
-                         Machine machine = Machine::kPc);
+Inspection inspect_model(const Task& task, const std::string& root, Machine machine = Machine::kPc);
 
 // Packed models that no task opens, for their names; the library would say of their tasks' files only
 // that they are not there.
