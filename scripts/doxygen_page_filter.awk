@@ -22,6 +22,10 @@ is_fenced         { print; next }
 /^# /             { print $0 " {#" page "}"; next }
 /^##+ /           { title = $0; sub(/^#+ +/, "", title); print $0 " {#" page "-" slug(title) "}"; next }
 {
+  # Doxygen takes the "%" off a word that begins with it, but not behind a quotation mark.
+  gsub(/"%/, "\001")
+  gsub(/%[a-z]/, "%&")
+  gsub(/\001/, "\"%")
   text = ""
   while (match($0, /\[[^]]*\]\([^)]*\)/)) {
     link = substr($0, RSTART, RLENGTH)

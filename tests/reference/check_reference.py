@@ -157,7 +157,10 @@ def main() -> int:
     examples = [example for header in HEADERS for example in of_header(header)]
     examples += [example for page in pages() for example in of_page(page)]
     checker.check_examples(examples)
-    links = checker.check_links(options.build / "reference/html")
+    reference = options.build / "reference/html"
+    links = checker.check_links(reference)
+    if "(%d vs %d)" not in (reference / "porting.html").read_text():
+        checker.complain("porting.html: the library's messages have lost their %d")
     if len(examples) < 30 or links < 1000:
         checker.complain("where are the examples, where are the links?")
     print(f"{len(examples)} examples, {links} links, {checker.failures} failures")
