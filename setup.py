@@ -1,7 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Builds the Python module by CMake, which installs it and the library into the wheel."""
+"""Builds the Python module by CMake, which installs it and the library into the wheel. KELNN_BUILD names a build that has
+both already, to take them from there.
+"""
 import os
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -20,16 +23,24 @@ def version() -> str:
 
 class BuildByCMake(build_ext):
     def build_extension(self, extension: Extension) -> None:
-        build = Path(self.build_temp).resolve()
-        into = Path(self.get_ext_fullpath(extension.name)).resolve().parent.parent
-        subprocess.run(
-            ["cmake", "-S", str(ROOT), "-B", str(build), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-             "-DKEL_NN_PYTHON=ON", "-DKEL_NN_TOOLS=OFF", f"-DPython_EXECUTABLE={sys.executable}",
-             "-DKEL_NN_PYTHON_DIR=.", "-DCMAKE_INSTALL_LIBDIR=kelnn", "-DCMAKE_INSTALL_DOCDIR=kelnn"], check=True)
-        jobs = ["--parallel", str(self.parallel or os.cpu_count() or 1)]
-        subprocess.run(["cmake", "--build", str(build), "--target", "kelnn_python", *jobs], check=True)
+        package = Path(self.get_ext_fullpath(extension.name)).resolve().parent
+        scratch = Path(self.build_temp).resolve()
+        build = Path(os.environ.get("KELNN_BUILD", scratch / "build"))
+        if "KELNN_BUILD" not in os.environ:
+            subprocess.run(
+                ["cmake", "-S", str(ROOT), "-B", str(build), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                 "-DKEL_NN_PYTHON=ON", "-DKEL_NN_TOOLS=OFF", f"-DPython_EXECUTABLE={sys.executable}"], check=True)
+            jobs = ["--parallel", str(self.parallel or os.cpu_count() or 1)]
+            subprocess.run(["cmake", "--build", str(build), "--target", "kelnn_python", *jobs], check=True)
+        installed = scratch / "installed"
         for component in "library", "python":
-            subprocess.run(["cmake", "--install", str(build), "--component", component, "--prefix", str(into)], check=True)
+            subprocess.run(["cmake", "--install", str(build), "--component", component, "--prefix", str(installed)], check=True)
+        # The module looks for the library beside itself too.
+        module, library = next(installed.rglob("kelnn/__init__.py")).parent, next(installed.rglob("libkelnn.so.?"))
+        shutil.copytree(module, package, dirs_exist_ok=True)
+        shutil.copy(library, package)
+        shutil.copytree(library.parent / "kelnn", package / "kelnn", ignore=shutil.ignore_patterns("*.so.*.*"))
+        shutil.copy(next(installed.rglob("LICENSE")), package)
 
 
 setup(
