@@ -5,6 +5,7 @@
 set -euo pipefail
 build=$1 work=$2
 root=$(cd "$(dirname "$0")/../.." && pwd)
+. "$root/tests/install/page.sh"
 rm -rf "$work"
 mkdir -p "$work"
 cd "$work"
@@ -34,10 +35,8 @@ kelnn=$work/empty/usr/bin/kelnn
 zcat empty/usr/share/man/man1/kelnn.1.gz | grep -q '^.SS faces' || fail "the manual page does not know kelnn faces"
 [ -s empty/usr/share/doc/libkelnn-doc/html/index.html ] || fail "the reference is not there"
 if compgen -G "python3-kelnn_${revision}_*.deb" >/dev/null; then
-  (cd / && PYTHONPATH=$work/empty/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -c '
-import kelnn
-assert kelnn.__file__.startswith("'"$work"'"), kelnn.__file__
-') || fail "the Python module does not load"
+  (cd / && PYTHONPATH=$work/empty/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 KELNN_MODELS=$work/empty/usr/share/kelnn/models \
+    bash -ec "$(page Python | grep doctor)") >doctor.log 2>&1 && grep -qF "$work" doctor.log || { cat doctor.log >&2; fail "Python"; }
 fi
 bash -c '. empty/usr/share/bash-completion/completions/kelnn; COMP_WORDS=(kelnn faces --dr); COMP_CWORD=2; _kelnn
   [ "${COMPREPLY[*]}" = --draw ]' || fail "--dr is not completed to --draw"
