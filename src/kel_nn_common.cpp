@@ -36,8 +36,7 @@ float kel_nn_l1norm(float* data, uint32_t n) {
 }
 
 float kel_nn_l2norm(float* data, uint32_t n) {
-  if (!data || n == 0) return 0.0f;
-  const float sum_of_squares = kel_nn_inner(data, data, n);
+  const float sum_of_squares = kel_nn_inner(data, data, n);  // 0 of nothing
   if (is_negligible(sum_of_squares)) return 0.0f;  // the sum, not its root: the interface says so
   const float length = std::sqrt(sum_of_squares);
   divide_all(data, n, length);

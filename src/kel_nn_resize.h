@@ -60,9 +60,9 @@ class Axis {
   int step() const { return step_; }
 
  private:
-  // Rounds half up.
+  // Rounds half up. In single precision, what is just below a half would become one.
   static int fixed_point(float weight) {
-    constexpr float kHalf = 0.5f;
+    constexpr double kHalf = 0.5;
     return static_cast<int>(weight * kOne + kHalf);
   }
 

@@ -150,9 +150,7 @@ int kel_nn_facedet_process(kel_nn_handle_t handle, const uint8_t* image,
   }
   result->count = kelnn::decode_faces(g_state.anchors, outputs, g_state.frame_width,
                                       g_state.frame_height, g_state.boxes);
-  if (result->count != 0) {
-    result->count = kel_nn_nms(g_state.boxes, result->count, kNmsThreshold, KEL_NN_NMS_HARD);
-  }
+  result->count = kel_nn_nms(g_state.boxes, result->count, kNmsThreshold, KEL_NN_NMS_HARD);
   result->boxes = g_state.boxes;
   return 0;
 }

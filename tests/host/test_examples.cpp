@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The programs in examples/, run as a reader would run them.
-#include <opencv2/imgproc.hpp>
 
 #include "kel_nn.h"
 #include "support/command_test.h"
-#include "support/patches.h"
 
 namespace {
 

@@ -78,19 +78,18 @@ TEST(ModelContainer, NoticesEveryChangedAndEveryMissingByte) {
 }
 
 TEST(ModelContainer, DoesNotBelieveSizesThatMakeNoSense) {
-  struct Case {
+  const struct {
     const char* name;
     size_t offset;
     uint64_t value;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"no ONNX", 24, 0},
       {"ONNX larger than the container", 24, 1961},
       {"ONNX that would wrap around", 24, ~uint64_t{0} - 39},
       {"container of 1 EiB", 16, uint64_t{1} << 60},
       {"container shorter than its header", 16, 39},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Bytes container = wrap({'a'});
     std::memcpy(&container[c.offset], &c.value, 8);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Counts what is taken from the heap with malloc(), calloc() and realloc() by the objects of the
-// test program: the library's, the kit's and the tests'.
+// The heap of the test program, where faults show: fresh memory is filled, blocks have guards at
+// both ends, freed ones are overwritten. Counts what is taken from it with malloc(), calloc() and
+// strdup(), not with `new`, by the objects of the program: the library's, the kit's and the tests'.
 #ifndef KEL_NN_TESTS_ALLOCATIONS_H_
 #define KEL_NN_TESTS_ALLOCATIONS_H_
 
@@ -9,9 +10,7 @@
 namespace kelnn_test {
 
 long allocation_count();
-
-// Those less what was given back with free(): strdup()'s blocks count for one less than nothing.
-long live_blocks();
+long live_blocks();  // those less what was given back with free()
 
 // While one lives, nothing is to be had, or only these are refused: the first request is number 1.
 class NoMemory {

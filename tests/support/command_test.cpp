@@ -9,11 +9,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/videoio.hpp>
-#include <sstream>
-
-#include "support/patches.h"
 
 extern char** environ;
 

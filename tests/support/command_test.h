@@ -4,14 +4,17 @@
 #define KEL_NN_TESTS_COMMAND_TEST_H_
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
-#include <functional>
 #include <nlohmann/json.hpp>
-#include <opencv2/core.hpp>
-#include <string>
-#include <vector>
+#include <numeric>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/videoio.hpp>
+#include <random>
+#include <sstream>
+
+#include "support/patches.h"
 
 namespace kelnn_test {
 

@@ -5,10 +5,11 @@
 #define KEL_NN_TESTS_LIBRARY_TEST_H_
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <random>
 
 #include "kel_nn.h"
 #include "support/allocations.h"
@@ -31,7 +32,7 @@ std::vector<std::string> messages(const std::string& printed);
 // Whatever a test initialises it releases: no block of the library's may be left at its end.
 class LibraryTest : public ::testing::Test {
  protected:
-  ~LibraryTest() override { EXPECT_LE(live_blocks(), live_before_); }
+  ~LibraryTest() override { EXPECT_EQ(live_blocks(), live_before_); }
   std::string printed() { return capture_.take(); }
   std::vector<std::string> printed_messages() { return messages(printed()); }
   // One error has been printed, and nothing else.

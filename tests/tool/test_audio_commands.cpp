@@ -3,11 +3,6 @@
 // make_test_networks.py that hears whether the changing sounds are high or low ones.
 #include <sndfile.h>
 
-#include <algorithm>
-#include <cmath>
-#include <random>
-#include <sstream>
-
 #include "support/command_test.h"
 
 namespace {
@@ -118,17 +113,16 @@ TEST_F(AudioCommands, FilesFromStandardInputAreRefusedInsteadOfHeardAsSamples) {
 }
 
 TEST_F(AudioCommands, OtherRatesChannelsAndFormatsAreHeardAlike) {
-  struct Case {
+  const struct {
     const char* name;
     int rate, channels, format;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"stereo.wav", 44100, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16},
       {"fast.flac", 48000, 1, SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
       {"float.wav", 22050, 1, SF_FORMAT_WAV | SF_FORMAT_FLOAT},
       {"six.wav", 16000, 6, SF_FORMAT_WAV | SF_FORMAT_PCM_24},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     for (const double hz : {kLowHz, kHighHz}) {
       // All in the last channel: the others are silent.
@@ -155,15 +149,14 @@ TEST_F(AudioCommands, WhatTheGateStopsHasTheProbabilityOfSilence) {
   Samples loud = quiet;
   for (size_t i = 0; i < loud.size(); i += 10) loud[i] = -18;
   save("quiet.wav", joined(quiet, loud));
-  struct Case {
+  const struct {
     const char* threshold;
     bool passes[2];
-  };
-  const Case cases[] = {{"", {false, true}},
-                        {" --threshold 86400", {false, true}},  // a sum that equals it passes
-                        {" --threshold 86401", {false, false}},
-                        {" --threshold 1", {false, true}}};
-  for (const Case& c : cases) {
+  } cases[] = {{"", {false, true}},
+               {" --threshold 86400", {false, true}},  // a sum that equals it passes
+               {" --threshold 86401", {false, false}},
+               {" --threshold 1", {false, true}}};
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.threshold);
     const std::vector<Json> found = lines(std::string("cry quiet.wav") + c.threshold);
     ASSERT_EQ(found.size(), 2u);

@@ -3,7 +3,6 @@
 #include "kel_nn.h"
 #include "kel_nn_model_files.h"
 #include "support/command_test.h"
-#include "support/patches.h"
 
 namespace {
 
@@ -122,12 +121,11 @@ TEST_F(CommandLine, PackChangesTheModelForOneThatFitsOrNotAtAll) {
   out("unpack face-features --root own -o back.onnx");
   EXPECT_EQ(text("back.onnx"), text_of(kSample));
 
-  struct Case {
+  const struct {
     const char* task;
     std::string network;
     const char* explanation;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"face-features", kPictures + "face_a.png", "kelnn: "},
       {"face-features", kNetworks + "identity.onnx",
        "the input is [1, 3, 2, 5] instead of [1, 1, 112, 112]"},
@@ -141,7 +139,7 @@ TEST_F(CommandLine, PackChangesTheModelForOneThatFitsOrNotAtAll) {
       {"person-detection-landscape", kNetworks + "persons_values_outside.onnx",
        "do not lie side by side"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     expect_refused(
         {{std::string("pack ") + c.task + " " + c.network + " --root own", 1, c.explanation}});
   }
@@ -251,12 +249,11 @@ TEST_F(CommandLine, DoctorSaysWhatIsWrongAndWhatToDo) {
   write("other/" + std::string(kelnn::kFaceClassifyModel), whole);
   write("mixed/" + feature_model, whole);
   write("mixed/" + std::string(kelnn::kFaceClassifyModel), whole);
-  struct Case {
+  const struct {
     const char* root;
     int exit_code;
     std::vector<const char*> words;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"fine/", 0, {"1 ok, 11 missing, 0 broken", kelnn::kFaceFeatureModel}},
       {"fine", 1, {"does not end with \"/\""}},
       {"nowhere/", 1, {"there is no directory"}},
@@ -271,7 +268,7 @@ TEST_F(CommandLine, DoctorSaysWhatIsWrongAndWhatToDo) {
       {"other/", 1, {"this is a network for face-features"}},
       {"mixed/", 1, {"1 ok, 10 missing, 1 broken"}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.root);
     const CommandResult result = kelnn(std::string("doctor --root ") + c.root);
     EXPECT_EQ(result.exit_code, c.exit_code);
@@ -296,7 +293,7 @@ TEST_F(CommandLine, KnowsWhereModelsAre) {
       {{"HOME=" + at + "a", "KELNN_MODELS=" + at + "d"}, "d/"},
   };
   const std::string face = kPictures + "face_a.png";
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.directory);
     const auto run_there = [&](const std::vector<std::string>& arguments) {
       std::vector<std::string> call = {"/usr/bin/env", "-u", "KELNN_MODELS", "-u", "XDG_DATA_HOME"};

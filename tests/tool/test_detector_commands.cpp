@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // kelnn faces, persons and objects, from files to boxes, over real networks: those of
 // make_test_networks.py, which find patches of pure colour.
-#include <opencv2/videoio.hpp>
 
 #include "support/command_test.h"
-#include "support/patches.h"
 
 namespace {
 

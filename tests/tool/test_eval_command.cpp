@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // kelnn eval on pictures, from labels.csv to figures, over the networks of make_test_networks.py: what
 // they find is known, so the labels decide the figures.
-#include <algorithm>
-#include <opencv2/imgcodecs.hpp>
-#include <sstream>
 
 #include "support/command_test.h"
-#include "support/patches.h"
 
 namespace {
 
@@ -225,12 +221,11 @@ TEST_F(EvalCommand, ConditionsDecideTheExitCode) {
   save_grey("dark.png", {112, 112}, 28);
   save_grey("middle.png", {112, 112}, 128);
   save_patches("empty.png", kLandscape, {});
-  struct Case {
+  const struct {
     const char *task, *conditions;
     int exit_code;
     const char* complaint;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"face-classes", "accuracy>=0.5", 0, ""},
       {"face-classes", "accuracy<=0.5 --require pictures>=2", 0, ""},
       {"face-classes", "accuracy>=0.51", 1, "kelnn: accuracy>=0.51 is required, but it is 0.5\n"},
@@ -239,7 +234,7 @@ TEST_F(EvalCommand, ConditionsDecideTheExitCode) {
       {"face-classes", "recall>=0", 1, "there is no figure recall; there are pictures, accuracy\n"},
       {"person-detection", "precision>=0", 1, "but it is not defined"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.conditions);
     if (c.task == std::string("face-classes")) {
       label({"file,class", "dark.png,0", "middle.png,0"});
@@ -258,51 +253,43 @@ TEST_F(EvalCommand, BadLabelsAreToldByLineBeforeAnythingIsEvaluated) {
   save_patches("a.png", kLandscape, {});
   save_patches("b.png", kLandscape, {});
   write("data/text.png", "no picture");
-  struct Case {
-    const char* task;
-    std::vector<std::string> lines;
-    std::string complaint;
-  };
-  const std::string boxes = kBoxes, points = kPoints, labels = "kelnn: data/labels.csv";
-  const Case cases[] = {
-      {"person-detection", {}, labels + ":1: the columns must be file,class,x,y,w,h\n"},
-      {"person-detection", {"file,x,y"}, labels + ":1: the columns must be file,class,x,y,w,h\n"},
-      {"person-detection", {boxes}, labels + ": no labels after the header"},
-      {"person-detection", {boxes, "", "a.png,0,1,2,3"}, ":3: 5 fields, not the header's 6"},
-      {"person-detection", {boxes, "a.png,0,1,2,3,4x"}, ":2: \"4x\" is no number for h"},
-      {"person-detection", {boxes, "a.png,0,nan,2,3,4"}, ":2: \"nan\" is no number for x"},
-      {"person-detection",
-       {boxes, "a.png,1,1,2,3,4"},
-       ":2: \"1\" for class, which goes from 0 to 0"},
-      {"four-class-detection",
-       {boxes, "a.png,4,1,2,3,4"},
+  const std::string boxes = std::string(kBoxes) + "\n", points = kPoints,
+                    labels = "kelnn: data/labels.csv";
+  const std::string persons = "person-detection", columns = labels + ":1: the columns must be ";
+  const struct {
+    std::string task, text, complaint;
+  } cases[] = {
+      {persons, "", columns + kBoxes + "\n"},
+      {persons, "file,x,y", columns + kBoxes + "\n"},
+      {persons, boxes, labels + ": no labels after the header"},
+      {persons, boxes + "\na.png,0,1,2,3", ":3: 5 fields, not the header's 6"},
+      {persons, boxes + "a.png,0,1,2,3,4x", ":2: \"4x\" is no number for h"},
+      {persons, boxes + "a.png,0,nan,2,3,4", ":2: \"nan\" is no number for x"},
+      {persons, boxes + "a.png,1,1,2,3,4", ":2: \"1\" for class, which goes from 0 to 0"},
+      {"four-class-detection", boxes + "a.png,4,1,2,3,4",
        "\"4\" for class, which goes from 0 to 3"},
-      {"person-detection", {boxes, "a.png,0,1,2,0,4"}, ":2: a box without an area"},
-      {"person-detection",
-       {boxes, "a.png,0,416,2,9,9"},
+      {persons, boxes + "a.png,0,1,2,0,4", ":2: a box without an area"},
+      {persons, boxes + "a.png,0,416,2,9,9",
        ":2: the box is outside the picture, which is 416 x 256"},
-      {"person-detection",
-       {boxes, "a.png,0,1,2,3,4", "b.png,,,,,", "b.png,0,1,2,3,4"},
+      {persons, boxes + "a.png,0,1,2,3,4\nb.png,,,,,\nb.png,0,1,2,3,4",
        ":4: b.png is a picture without objects"},
-      {"person-detection", {boxes, "a.png,,,,,", "x.png,,,,,"}, ":3: there is no file \"x.png\""},
-      {"face-landmarks",
-       {points + ",yaw", "a.png"},
-       ":1: the columns must be " + points + " or " + points + ",yaw,pitch,roll"},
-      {"face-landmarks", {points, "a.png,1,2,3,4,5,6,7,8,9,"}, ":2: \"\" is no number for y5"},
-      {"face-features", {"file,person", "a.png,ann", "a.png,bob"}, ":3: a.png has been in line 2"},
-      {"face-features", {"file,person", "a.png,\"ann"}, ":2: a quotation mark that is not closed"},
-      {"face-classes", {"file,class", "a.png,3"}, ":2: \"3\" for class, which goes from 0 to 2"},
-      {"person-classes", {"file,class", "a.png,-1"}, ":2: \"-1\" for class"},
-      {"cry-detection", {"file,cry,kind", "a.png,yes,speech"}, ":2: \"yes\" for cry"},
-      {"person-detection",
-       {boxes, "a.png,,,,,", "text.png,,,,,"},
+      {persons, boxes + "a.png,,,,,\nx.png,,,,,", ":3: there is no file \"x.png\""},
+      {"face-landmarks", points + ",yaw\na.png",
+       columns + points + " or " + points + ",yaw,pitch,roll"},
+      {"face-landmarks", points + "\na.png,1,2,3,4,5,6,7,8,9,", ":2: \"\" is no number for y5"},
+      {"face-features", "file,person\na.png,ann\na.png,bob", ":3: a.png has been in line 2"},
+      {"face-features", "file,person\na.png,\"ann", ":2: a quotation mark that is not closed"},
+      {"face-classes", "file,class\na.png,3", ":2: \"3\" for class, which goes from 0 to 2"},
+      {"person-classes", "file,class\na.png,-1", ":2: \"-1\" for class"},
+      {"cry-detection", "file,cry,kind\na.png,yes,speech", ":2: \"yes\" for cry"},
+      {persons, boxes + "a.png,,,,,\ntext.png,,,,,",
        "data/text.png: not a picture that can be read"},
-      {"face-classes --root data", {"file,class", "a.png,0"}, "kelnn pack face-classes"},
+      {"face-classes --root data", "file,class\na.png,0", "kelnn pack face-classes"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.complaint);
-    label(c.lines);
-    expect_refused({{std::string("eval ") + c.task + " --data data", 1, c.complaint}});
+    write("data/labels.csv", c.text);
+    expect_refused({{"eval " + c.task + " --data data", 1, c.complaint}});
   }
 }
 

@@ -17,13 +17,12 @@ constexpr double kTolerance = 1e-12;
 auto is(double value) { return ::testing::NanSensitiveDoubleNear(value, kTolerance); }
 
 TEST(AveragePrecision, IsTheAreaUnderTheBestPrecisions) {
-  struct Case {
+  const struct {
     const char* name;
     std::vector<ScoredDetection> found;
     size_t truths;
     double expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"all right, one missed", {{0.9f, true}}, 2, 1 / 2.},
       {"nothing found", {}, 2, 0},
       {"nothing to find", {{0.9f, false}}, 0, NAN},
@@ -42,7 +41,7 @@ TEST(AveragePrecision, IsTheAreaUnderTheBestPrecisions) {
       {"equal scores, right one first", {{0.9f, true}, {0.9f, false}}, 1, 1 / 2.},
       {"equal scores, false one first", {{0.9f, false}, {0.9f, true}}, 1, 1 / 2.},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_THAT(average_precision(c.found, c.truths), is(c.expected));
   }
@@ -50,13 +49,12 @@ TEST(AveragePrecision, IsTheAreaUnderTheBestPrecisions) {
 
 TEST(Matching, GivesEachTruthToTheBestScoreThatOverlapsItEnough) {
   const cv::Rect box(100, 100, 60, 40), tall(100, 100, 60, 50);
-  struct Case {
+  const struct {
     const char* name;
     std::vector<Truth> truths;
     std::vector<Detection> found;
     std::vector<double> ious;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"another class", {{box, 1}}, {{box, 0.9f, 0}}, {0}},
       {"elsewhere", {{{400, 100, 60, 40}, 0}}, {{box, 0.9f, 0}}, {0}},
       // 40 of 60 columns: 40 / (60 + 60 - 40) is just enough, 39 / 81 is not.
@@ -69,7 +67,7 @@ TEST(Matching, GivesEachTruthToTheBestScoreThatOverlapsItEnough) {
       // The best fit is gone, the other one is still near enough.
       {"second choice", {{tall, 0}, {box, 0}}, {{box, 0.9f, 0}, {box, 0.8f, 0}}, {1, 0.8}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_THAT(match({c.truths, c.found}),
                 ::testing::Pointwise(::testing::DoubleNear(kTolerance), c.ious));
@@ -89,12 +87,11 @@ TEST(DetectionFigures, CountAPicturesClassesTogetherAndTheMeanOfTheirIous) {
 TEST(SimilarityFigures, OfSmallSets) {
   std::vector<float> hundred(100, 0.0f), hundred_two(100, 0.0f);
   hundred[7] = hundred_two[7] = hundred_two[8] = 0.75f;  // above some of the same
-  struct Case {
+  const struct {
     const char* name;
     std::vector<float> same, different;
     double equal_error_rate, threshold, true_accept_rate;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"told apart", {0.75f, 0.875f}, {0.25f, 0.125f}, 0, 0.5, 1},
       // Between 0.5 and 0.625 one of four is wrong on both sides. No different pair may be accepted
       // where 1 % are 0.04 of a pair: above 0.75 two of the same are left.
@@ -112,7 +109,7 @@ TEST(SimilarityFigures, OfSmallSets) {
       {"two in a hundred", {0.5f, 0.625f, 1.0f}, hundred_two, 0.01, 0.25, 1 / 3.},
       {"no pairs of a kind", {}, {0.25f}, NAN, NAN, NAN},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const SimilarityFigures figures = similarity_figures(c.same, c.different);
     EXPECT_THAT(figures.equal_error_rate, is(c.equal_error_rate));

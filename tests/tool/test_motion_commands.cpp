@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // kelnn motion, landmarks, classify-face, classify-person and watch, from files to lines: over videos
 // that are written here, and networks of make_test_networks.py that read brightness and find patches.
-#include <cmath>
-#include <numeric>
-#include <opencv2/videoio.hpp>
-#include <random>
-#include <sstream>
 
 #include "kel_nn_model_files.h"
 #include "support/command_test.h"
-#include "support/patches.h"
 
 namespace {
 

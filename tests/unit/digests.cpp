@@ -30,6 +30,9 @@ class Digest {  // FNV-1a over 32-bit values
     std::memcpy(&bits, &value, sizeof(bits));
     add_bits(value == value ? bits : 0x7fc00000u);
   }
+  void add(const kel_nn_kit_rect_t& r) {
+    for (int value : {r.x, r.y, r.w, r.h}) add(value);
+  }
   void add(const kel_nn_box_t& box) {
     for (float value : {box.cx, box.cy, box.w, box.h, box.score}) add(value);
     add(box.class_id);
@@ -197,24 +200,17 @@ void kit(Generator& random, Digest& digest) {
       }
     }
   }
-  const auto add = [&digest](const kel_nn_kit_rect_t& r) {
-    for (int value : {r.x, r.y, r.w, r.h}) digest.add(value);
-  };
   for (int i = 0; i < 3000; ++i) {
-    const kel_nn_box_t box = {random.around_0(2048),
-                              random.around_0(2048),
-                              random.around_0(512),
-                              random.around_0(512),
-                              0,
-                              0};
-    add(kel_nn_kit_rect_of_box(&box));
-    add(kel_nn_kit_centre_square(kel_nn_kit_rect_of_box(&box)));
+    const float x = random.around_0(2048), y = random.around_0(2048);
+    const kel_nn_box_t box = {x, y, random.around_0(512), random.around_0(512), 0, 0};
+    digest.add(kel_nn_kit_rect_of_box(&box));
+    digest.add(kel_nn_kit_centre_square(kel_nn_kit_rect_of_box(&box)));
     const kel_nn_size_t frame = {1 + random.below(3000), 1 + random.below(3000)};
     const kel_nn_size_t image = {1 + random.below(600), 1 + random.below(600)};
     kel_nn_kit_rect_t source, destination;
     kel_nn_kit_letterbox_rects(frame, image, &source, &destination);
-    add(source);
-    add(destination);
+    digest.add(source);
+    digest.add(destination);
   }
 }
 
@@ -301,43 +297,6 @@ Kernel grid(int values_per_anchor, decltype(kel_nn_persondet_init)* init,
   };
 }
 
-void features(Generator& random, Digest& digest) {
-  Tasks tasks;
-  const Bytes image = random.bytes(112 * 112);
-  Floats first;
-  for (int i = 0; i < 20; ++i) {
-    runtime().play({112, 112, 1}, {random.floats(256, 8)});
-    kel_nn_facercg_init(tasks.handle);
-    kel_nn_feature_t feature = {};
-    digest.add(kel_nn_face_feature_extract(tasks.handle, image.data(), &feature));
-    digest.add(feature.data, feature.len);
-    if (i == 0) first.assign(feature.data, feature.data + feature.len);
-    const kel_nn_feature_t other = {first.data(), 256};
-    digest.add(kel_nn_face_feature_similarity_calcul(&feature, &other));
-    kel_nn_facercg_deinit(tasks.handle);
-  }
-}
-
-void classes(Generator& random, Digest& digest) {
-  Tasks tasks;
-  const Bytes image(112 * 112 * 3);
-  for (int i = 0; i < 50; ++i) {
-    int class_id = -1;
-    float score = -1;
-    runtime().play({112, 112, 1}, {random.floats(3, 8)});
-    kel_nn_face_classify_init(tasks.handle);
-    digest.add(kel_nn_face_classify_process(tasks.handle, image.data(), &class_id, &score));
-    digest.add(class_id);
-    digest.add(score);
-    kel_nn_face_classify_deinit(tasks.handle);
-    runtime().play({112, 112, 3}, {random.floats(2, 8)});
-    kel_nn_person_classify_init(tasks.handle);
-    digest.add(kel_nn_person_classify_process(tasks.handle, image.data(), &score));
-    digest.add(score);
-    kel_nn_person_classify_deinit(tasks.handle);
-  }
-}
-
 void motion(Generator& random, Digest& digest) {
   const kel_nn_handle_t handle = kel_nn_handle_create();
   for (int width : {2, 7, 64, 150, 641}) {
@@ -407,19 +366,6 @@ void front_end(Generator& random, Digest& digest) {
   kel_nn_mfcc_destory(&m);
 }
 
-void cry(Generator& random, Digest& digest) {
-  Tasks tasks;
-  for (int i = 0; i < 2; ++i) {
-    runtime().play({64, 297, 1}, {random.floats(2, 4)});
-    kel_nn_crydet_init(tasks.handle, 16000, 0);
-    float score = 0;
-    digest.add(kel_nn_crydet_process(tasks.handle, random_sound(random).data(), 48000, &score));
-    digest.add(score);
-    digest.add(runtime().last_input);
-    kel_nn_crydet_deinit(tasks.handle);
-  }
-}
-
 void descrambling(Generator& random, Digest& digest) {
   const Bytes file = random.bytes(5000);
   for (const char* key : {"k", "TXlTYW1w", "\x80\xff\x7f"}) {
@@ -458,15 +404,12 @@ int main() {
        grid(6, kel_nn_persondet_init, kel_nn_persondet_process, kel_nn_persondet_deinit)},
       {"four-class detection",
        grid(9, kel_nn_4clsdet_init, kel_nn_4clsdet_process, kel_nn_4clsdet_deinit)},
-      {"face features", features},
-      {"face and person classes", classes},
       {"motion filter", motion},
       {"fft", fourier([](float* s) { kel_nn_fft(s, 0); })},
       {"fft, inverse", fourier([](float* s) { kel_nn_fft(s, 1); })},
       {"fft, real", fourier(kel_nn_real_fft)},
       {"sound: window, filter bank, scales", geometry},
       {"sound: features and bytes", front_end},
-      {"cry detection", cry},
       {"descrambling", descrambling},
   };
   // What the library prints goes elsewhere.

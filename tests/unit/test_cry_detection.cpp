@@ -1,9 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Cry detection over the scripted runtime: the window, the gate and the score.
-#include <algorithm>
-#include <cmath>
-#include <utility>
-#include <vector>
 
 #include "support/library_test.h"
 #include "support/plain_filter_bank.h"
@@ -11,10 +7,8 @@
 
 namespace {
 
-using kelnn_test::IsLocatedLine;
-using kelnn_test::TaskTest;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
+using namespace kelnn_test;
+using namespace ::testing;
 
 constexpr char kPath[] = "src/kel_nn_crydet.cpp";
 
@@ -29,7 +23,7 @@ class CryDetection : public TaskTest {
   ~CryDetection() override { kel_nn_crydet_deinit(handle); }
   void init() {
     ASSERT_EQ(kel_nn_crydet_init(handle, 16000, 0.0f), 0);
-    EXPECT_THAT(printed(), testing::StartsWith("config.audio_len = 48000 with int16_t\n"));
+    EXPECT_THAT(printed(), StartsWith("config.audio_len = 48000 with int16_t\n"));
     runs_before_ = runtime.runs;
   }
   // The score, or 999 when the call fails.
@@ -48,7 +42,7 @@ class CryDetection : public TaskTest {
   }
   int runs() const { return runtime.runs - runs_before_; }
 
-  const std::vector<int16_t> loud_ = kelnn_test::sounds(100000)[3].pcm;
+  const std::vector<int16_t> loud_ = sounds(100000)[3].pcm;
   // Softmax of the played scores, in single precision.
   const float cry_ = std::exp(2.0f) / (std::exp(0.5f) + std::exp(2.0f));
 
@@ -59,7 +53,7 @@ class CryDetection : public TaskTest {
 // The last chunk of a window is too long, and the rest of it lost.
 TEST_F(CryDetection, ScoresEveryFullWindowWithTheNetwork) {
   init();
-  kelnn_test::PlainFilterBank plain(48000);
+  PlainFilterBank plain(48000);
   for (int second = 0; second < 6; ++second) {
     const bool completes = second % 3 == 2;
     const int end = 16000 * (second + 1) + (completes ? 2000 : 0);
@@ -97,7 +91,7 @@ TEST_F(CryDetection, ChunksOfAnySizeFillTheWindowAndLoseWhatDoesNotFit) {
       EXPECT_EQ(process(part(0, chunk.n)), chunk.score);
       const auto warning = IsLocatedLine("33", kPath, "kel_nn_crydet_process",
                                          too_much(48000, static_cast<unsigned>(chunk.n)));
-      EXPECT_THAT(printed(), testing::Conditional(chunk.warns, warning, testing::IsEmpty()));
+      EXPECT_THAT(printed(), Conditional(chunk.warns, warning, IsEmpty()));
     }
   }
   float score = 0.0f;

@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cmath>
-#include <cstring>
-#include <random>
 
 #include "support/box_matchers.h"
 #include "support/library_test.h"

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Face detection over the scripted runtime: its boxes. What it shares with other tasks is tested in
 // test_tasks.cpp.
-#include <cmath>
-#include <random>
-#include <vector>
 
 #include "kel_nn_handle.h"
 #include "support/box_matchers.h"
@@ -13,9 +10,7 @@
 
 namespace {
 
-using kelnn_test::kFaceAnchorCounts;
-using kelnn_test::same_boxes;
-using kelnn_test::TaskTest;
+using namespace kelnn_test;
 
 // The eight outputs, in level order: two scores, then four regression values for each anchor.
 struct Network {
@@ -163,7 +158,7 @@ TEST_F(FaceDetection, ScalesByTheFrameOfTheLastInit) {
 TEST_F(FaceDetection, EqualsThePlainLoopsBitForBit) {
   std::mt19937 random(5);
   std::normal_distribution<float> normal;
-  const auto anchors = kelnn_test::plain_face_anchors();
+  const auto anchors = plain_face_anchors();
   init(1920, 1080);
   for (float bias : {-9.0f, -4.0f, -2.0f, 0.0f, 2.0f}) {  // from no face to many
     SCOPED_TRACE(bias);
@@ -179,9 +174,8 @@ TEST_F(FaceDetection, EqualsThePlainLoopsBitForBit) {
     }
     const auto boxes = detect(network);
     std::vector<kel_nn_box_t> expected(100);
-    int count =
-        kelnn_test::plain_decode_faces(anchors, scores, regressions, 1920, 1080, expected.data());
-    count = kelnn_test::plain_nms(expected.data(), count, 0.3f, /*weighted=*/false);
+    int count = plain_decode_faces(anchors, scores, regressions, 1920, 1080, expected.data());
+    count = plain_nms(expected.data(), count, 0.3f, /*weighted=*/false);
     expected.resize(count);
     EXPECT_TRUE(same_boxes(boxes, expected));
     for (int i = 0; i < 8; i += 2) {  // the scores are probabilities now, here and there

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Person and four-class detection over the scripted runtime. Most tests run with both.
 #include <climits>
-#include <cmath>
 #include <functional>
-#include <random>
-#include <vector>
 
 #include "kel_nn_grid_detector.h"
 #include "kel_nn_handle.h"
@@ -16,8 +13,7 @@
 
 namespace {
 
-using kelnn_test::same_boxes;
-using kelnn_test::TaskTest;
+using namespace kelnn_test;
 using ::testing::ElementsAre;
 
 using Boxes = std::vector<kel_nn_box_t>;
@@ -75,7 +71,7 @@ struct Detector {
   int (*process)(kel_nn_handle_t, const void*, kel_nn_det_result_t*, const kel_nn_size_t*,
                  const kel_nn_size_t*);
   kel_nn_graph kel_nn_handle::*graph;
-  const kelnn_test::PlainGrid& plain;
+  const PlainGrid& plain;
   const char* models[3];  // landscape, square, portrait
 };
 const Detector kPersons = {
@@ -84,19 +80,17 @@ const Detector kPersons = {
     kel_nn_persondet_deinit,
     kel_nn_persondet_process,
     &kel_nn_handle::graph_persondet,
-    kelnn_test::kPlainPersons,
+    kPlainPersons,
     {kelnn::kPersonDetectionLandscapeModel, kelnn::kPersonDetectionSquareModel,
-     kelnn::kPersonDetectionPortraitModel},
-};
-const Detector kFourClasses = {
-    "4clsdet",
-    kel_nn_4clsdet_init,
-    kel_nn_4clsdet_deinit,
-    kel_nn_4clsdet_process,
-    &kel_nn_handle::graph_4clsdet,
-    kelnn_test::kPlainFourClasses,
-    {kelnn::kFourClassLandscapeModel, kelnn::kFourClassSquareModel, kelnn::kFourClassPortraitModel},
-};
+     kelnn::kPersonDetectionPortraitModel}};
+const Detector kFourClasses = {"4clsdet",
+                               kel_nn_4clsdet_init,
+                               kel_nn_4clsdet_deinit,
+                               kel_nn_4clsdet_process,
+                               &kel_nn_handle::graph_4clsdet,
+                               kPlainFourClasses,
+                               {kelnn::kFourClassLandscapeModel, kelnn::kFourClassSquareModel,
+                                kelnn::kFourClassPortraitModel}};
 
 constexpr kel_nn_size_t kLandscape = {416, 256}, kSquare = {320, 320}, kPortrait = {256, 416};
 
@@ -151,11 +145,10 @@ class GridDetection : public TaskTest, public testing::WithParamInterface<const 
                      const kel_nn_size_t& frame) {
     Boxes boxes(detector.plain.max_boxes);
     const float* const outputs[2] = {network.outputs[0].data(), network.outputs[1].data()};
-    int count =
-        kelnn_test::plain_decode_grids(detector.plain, grid, outputs, network.input, boxes.data());
-    if (count > 0) count = kelnn_test::plain_nms(boxes.data(), count, 0.4f, /*weighted=*/false);
+    int count = plain_decode_grids(detector.plain, grid, outputs, network.input, boxes.data());
+    if (count > 0) count = plain_nms(boxes.data(), count, 0.4f, /*weighted=*/false);
     boxes.resize(count);
-    for (auto& box : boxes) box = kelnn_test::plain_map_to_frame(box, frame, network.input);
+    for (auto& box : boxes) box = plain_map_to_frame(box, frame, network.input);
     return boxes;
   }
   Network random_network(const kel_nn_size_t& input, float bias, unsigned seed) {
@@ -290,8 +283,8 @@ TEST_P(FourClassDetection, CandidatesHaveTheBitsOfThePlainLoops) {
     Boxes boxes(500), expected(500);
     boxes.resize(kelnn::decode_grids(table, kelnn::Orientation::kLandscape,
                                      {{outputs[0], outputs[1]}}, input, 500, boxes.data()));
-    expected.resize(kelnn_test::plain_decode_grids(detector.plain, kLandscape, outputs, input,
-                                                   expected.data()));
+    expected.resize(
+        plain_decode_grids(detector.plain, kLandscape, outputs, input, expected.data()));
     EXPECT_TRUE(same_boxes(boxes, expected));
   }
 }

@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The kit: letterboxing, scaling and cutting, from every format, at every edge.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <functional>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "kel_nn_grid_detector.h"
 #include "kel_nn_kit.h"
@@ -18,16 +14,15 @@
 bool operator==(const kel_nn_kit_rect_t& a, const kel_nn_kit_rect_t& b) {
   return a.x == b.x && a.y == b.y && a.w == b.w && a.h == b.h;
 }
-void PrintTo(const kel_nn_kit_rect_t& rect, std::ostream* out) {
-  *out << "(" << rect.x << ", " << rect.y << ") " << rect.w << " x " << rect.h;
+std::ostream& operator<<(std::ostream& out, const kel_nn_kit_rect_t& rect) {
+  return out << "(" << rect.x << ", " << rect.y << ") " << rect.w << " x " << rect.h;
 }
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 using Sample = std::function<int(int x, int y, int channel)>;
-using ::testing::Each;
-using ::testing::ElementsAre;
+using namespace ::testing;
 
 constexpr uint8_t kGuard = 0xee;
 const kel_nn_kit_format_t kFormats[] = {KEL_NN_KIT_GREY, KEL_NN_KIT_RGB, KEL_NN_KIT_BGR,
@@ -157,12 +152,11 @@ TEST(KitLetterbox, PlacesTheFrameAndPadsAroundIt) {
 // Rectangles go through the letterbox as formulas, back once exactly and once through the library.
 TEST(KitRoundTrip, IsOffByHalfAPixelAtMostPlusTheDetectorsRounding) {
   const kel_nn_size_t frame_sizes[] = {
-      {640, 360},  {641, 359},   {1280, 720}, {1920, 1080}, {1000, 333},  {640, 480},  {1280, 1024},
-      {1601, 901}, {97, 61},     {416, 256},  {200, 151},   {2304, 1296}, {480, 480},  {321, 321},
-      {100, 100},  {1080, 1920}, {359, 641},  {75, 131},    {481, 640},   {1999, 2000}};
+      {640, 360}, {641, 359}, {1920, 1080}, {1000, 333}, {640, 480}, {1280, 1024}, {97, 61},
+      {416, 256}, {200, 151}, {2304, 1296}, {480, 480},  {321, 321}, {359, 641},   {1999, 2000}};
   std::mt19937 random(20230307);
   const auto below = [&](int limit) { return static_cast<int>(random() % unsigned(limit)); };
-  double worst_place = 0, worst_box = 0;
+  double worst_box = 0;
   for (const kel_nn_size_t& frame_size : frame_sizes) {
     SCOPED_TRACE(std::to_string(frame_size.w) + " x " + std::to_string(frame_size.h));
     const kel_nn_size_t input = kel_nn_kit_detector_input(frame_size.w, frame_size.h);
@@ -187,9 +181,7 @@ TEST(KitRoundTrip, IsOffByHalfAPixelAtMostPlusTheDetectorsRounding) {
           truth[axis][edge] = start + edge * length;
           const double place = (truth[axis][edge] - from_start[axis]) / from_size[axis];
           seen[edge] = to_start[axis] + place * to_size[axis];
-          const double off = std::fabs((seen[edge] - pads[axis]) / scale - truth[axis][edge]);
-          ASSERT_LE(off, bound);
-          worst_place = std::max(worst_place, off);
+          ASSERT_NEAR((seen[edge] - pads[axis]) / scale, truth[axis][edge], bound);
         }
         seen_centre[axis] = static_cast<float>((seen[0] + seen[1]) / 2);
         seen_size[axis] = static_cast<float>(seen[1] - seen[0]);
@@ -205,8 +197,6 @@ TEST(KitRoundTrip, IsOffByHalfAPixelAtMostPlusTheDetectorsRounding) {
       }
     }
   }
-  RecordProperty("worst_place", std::to_string(worst_place));
-  RecordProperty("worst_box", std::to_string(worst_box));
   EXPECT_LE(worst_box, 3.0);
 }
 
@@ -247,33 +237,11 @@ TEST(KitFormats, ColoursByHand) {
   }
 }
 
-// The defining equations in real numbers.
-TEST(KitFormats, Nv12IsWithinOneOfTheExactColour) {
-  for (int i = 0; i < 2 * 18 * 18 * 18; ++i) {
-    const bool full = i % 2;
-    const int samples[] = {i / 2 % 18 * 15, i / 36 % 18 * 15, i / 648 * 15};
-    const double range = full ? 255 : 224;
-    const double luma = full ? samples[0] / 255.0 : (samples[0] - 16) / 219.0;
-    const double red = luma + 1.402 * (samples[2] - 128) / range;
-    const double blue = luma + 1.772 * (samples[1] - 128) / range;
-    const double exact[] = {red, (luma - 0.299 * red - 0.114 * blue) / 0.587, blue};
-    const Frame frame(full ? KEL_NN_KIT_NV12_FULL : KEL_NN_KIT_NV12, 2, 2, 0,
-                      [&](int, int, int k) { return samples[k]; });
-    uint8_t out[3];
-    const kel_nn_kit_image_t image = {out, 1, 1, KEL_NN_KIT_RGB, nullptr};
-    ASSERT_EQ(kel_nn_kit_scale(&frame.frame, &image), 0);
-    for (int k = 0; k < 3; ++k) {
-      const double rounded = std::round(std::min(std::max(exact[k], 0.0), 1.0) * 255);
-      ASSERT_NEAR(out[k], rounded, 1) << ::testing::PrintToString(samples) << " " << k;
-    }
-  }
-}
-
 TEST(KitFormats, PaddedRowsAndSeparateChromaGiveTheSamePicture) {
   const kel_nn_size_t sizes[] = {{2, 2}, {3, 3}, {2, 5}, {5, 2}, {33, 17}, {64, 36}, {35, 64}};
   for (kel_nn_kit_format_t format : kFormats) {
     for (const kel_nn_size_t& size : sizes) {
-      SCOPED_TRACE(::testing::Message() << format << ": " << size.w << " x " << size.h);
+      SCOPED_TRACE(Message() << format << ": " << size.w << " x " << size.h);
       const Frame packed(format, size.w, size.h, 0, noise),
           padded(format, size.w, size.h, 13, noise);
       kel_nn_kit_frame_t separate = padded.frame;
@@ -308,7 +276,7 @@ TEST(KitFormats, Nv12IsScaledAsPlanesAndConvertedAfter) {
                {{3, 1, 4, 3}, {1, 0, 3, 2}, {4, 3}},
                {{2, 2, 4, 5}, {1, 1, 2, 2}, {7, 8}}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.rect));
+    SCOPED_TRACE(c.rect);
     const int w = c.image.w, h = c.image.h, pair_columns = (w + 1) / 2;
     Bytes luma(w * h), chroma(2 * pair_columns * ((h + 1) / 2));
     const uint8_t *const first = frame.frame.data, *const first_pair = first + 9 * 7;
@@ -396,7 +364,7 @@ TEST(KitCrop, EveryRectangleOfASmallFrameOfEveryFormat) {
         const int x = i % size.w, y = i / size.w % size.h;
         const int w = i / 20 % size.w - x + 1, h = i / 20 / size.w - y + 1;
         if (w < 1 || h < 1) continue;
-        SCOPED_TRACE(::testing::PrintToString(kel_nn_kit_rect_t{x, y, w, h}));
+        SCOPED_TRACE(Message() << x << " " << y << ": " << w << " x " << h);
         Image enlarged(7, 3, KEL_NN_KIT_RGB), grey(w, h, KEL_NN_KIT_GREY);
         ASSERT_EQ(kel_nn_kit_crop(&frame.frame, {x, y, w, h}, &enlarged), 0);
         ASSERT_EQ(kel_nn_kit_crop(&frame.frame, {x, y, w, h}, &grey), 0);
@@ -441,7 +409,7 @@ TEST(KitMemory, ScratchIsKeptFromCallToCall) {
       const Frame frame(format, 64, 36, 3, noise);
       for (kel_nn_kit_format_t wanted : kImageFormats) {
         for (const kel_nn_kit_rect_t& rect : {kel_nn_kit_rect_t{0, 0, 64, 36}, {63, 2, 1, 33}}) {
-          SCOPED_TRACE(::testing::Message() << format << " to " << wanted << ", " << rect.w);
+          SCOPED_TRACE(Message() << format << " to " << wanted << ", " << rect.w);
           Image image(41, 25, wanted, &scratch), expected(41, 25, wanted);
           const long before = kelnn_test::allocation_count();
           ASSERT_EQ(kel_nn_kit_crop(&frame.frame, rect, &image), 0);
@@ -454,15 +422,15 @@ TEST(KitMemory, ScratchIsKeptFromCallToCall) {
   }
   EXPECT_GE(scratch.size, 3u * 41 * 25);
   kel_nn_kit_scratch_free(&scratch);
-  EXPECT_EQ(scratch.data, nullptr);
-  EXPECT_EQ(scratch.size, 0u);
+  EXPECT_THAT(scratch, FieldsAre(nullptr, 0u));
   kel_nn_kit_scratch_free(nullptr);
 }
 
 TEST(KitMemory, WithoutMemoryACallFailsAndTheNextOneWorks) {
   const Frame frame(KEL_NN_KIT_NV12, 64, 36, 0, noise);
   kel_nn_kit_scratch_t scratch = {nullptr, 0};
-  for (kel_nn_kit_scratch_t* kept : {static_cast<kel_nn_kit_scratch_t*>(nullptr), &scratch}) {
+  for (kel_nn_kit_scratch_t* kept :
+       std::initializer_list<kel_nn_kit_scratch_t*>{nullptr, &scratch}) {
     Image small(20, 10, KEL_NN_KIT_RGB, kept), large(40, 20, KEL_NN_KIT_RGB, kept);
     ASSERT_EQ(kel_nn_kit_scale(&frame.frame, &small), 0);
     {
@@ -509,11 +477,13 @@ TEST(KitArguments, AreChecked) {
     EXPECT_EQ(kel_nn_kit_scale(&c.frame, &c.image), KEL_NN_KIT_INVALID);
     EXPECT_EQ(kel_nn_kit_crop(&c.frame, {0, 0, 2, 2}, &c.image), KEL_NN_KIT_INVALID);
   }
-  EXPECT_EQ(kel_nn_kit_letterbox(nullptr, &image), KEL_NN_KIT_INVALID);
-  EXPECT_EQ(kel_nn_kit_letterbox(&frame, nullptr), KEL_NN_KIT_INVALID);
   kel_nn_kit_rect_t rect;
-  EXPECT_EQ(kel_nn_kit_letterbox_rects({0, 4}, {4, 4}, &rect, &rect), KEL_NN_KIT_INVALID);
-  EXPECT_EQ(kel_nn_kit_letterbox_rects({4, 4}, {4, 4}, nullptr, &rect), KEL_NN_KIT_INVALID);
+  for (const int result :
+       {kel_nn_kit_letterbox(nullptr, &image), kel_nn_kit_letterbox(&frame, nullptr),
+        kel_nn_kit_letterbox_rects({0, 4}, {4, 4}, &rect, &rect),
+        kel_nn_kit_letterbox_rects({4, 4}, {4, 4}, nullptr, &rect)}) {
+    EXPECT_EQ(result, KEL_NN_KIT_INVALID);
+  }
 }
 
 }  // namespace

@@ -2,146 +2,78 @@
 // Where the members of the public structures lie, on 32-bit and 64-bit machines: programs that were built before rely on it.
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <vector>
-
 #include "kel_nn_kit.h"
 
 namespace {
 
-struct Bytes {
-  size_t on32, on64;
-  size_t here() const { return sizeof(void*) == 4 ? on32 : on64; }
-};
+constexpr size_t P = sizeof(void*);
 
-struct Member {
-  const char* name;
-  size_t offset;
-  Bytes expected;
-};
-
-struct Layout {
-  const char* name;
-  size_t size;
-  Bytes expected;
-  std::vector<Member> members;
-};
-
-#define AT(structure, member, on32, on64)                       \
-  Member {                                                      \
-#member, offsetof(struct structure, member), { on32, on64 } \
-  }
+// The members in their order, with their sizes. Each begins at the first place behind the one before that its type may
+// have; the whole has the size that is given for 32 and for 64 bits.
+template <typename Structure, typename... Members>
+void expect_layout(size_t on32, size_t on64, std::initializer_list<size_t> sizes,
+                   Members Structure::*... members) {
+  SCOPED_TRACE(__PRETTY_FUNCTION__);
+  ASSERT_EQ(sizes.size(), sizeof...(members));
+  static Structure s;
+  const size_t* size = sizes.begin();
+  size_t end = 0;
+  const auto check = [&](const void* member, size_t member_size, size_t alignment) {
+    end = (end + alignment - 1) / alignment * alignment;
+    EXPECT_EQ(member, reinterpret_cast<char*>(&s) + end) << "member " << size - sizes.begin();
+    EXPECT_EQ(member_size, *size) << "member " << size - sizes.begin();
+    end += *size++;
+  };
+  (check(&(s.*members), sizeof(s.*members), alignof(Members)), ...);
+  EXPECT_EQ(sizeof(Structure), P == 4 ? on32 : on64);
+}
 
 TEST(PublicStructures, LieInMemoryAsTheyDid) {
-  const Layout layouts[] = {
-      {"kel_nn_box",
-       sizeof(struct kel_nn_box),
-       {24, 24},
-       {AT(kel_nn_box, cx, 0, 0), AT(kel_nn_box, cy, 4, 4), AT(kel_nn_box, w, 8, 8),
-        AT(kel_nn_box, h, 12, 12), AT(kel_nn_box, score, 16, 16),
-        AT(kel_nn_box, class_id, 20, 20)}},
-      {"kel_nn_size",
-       sizeof(struct kel_nn_size),
-       {8, 8},
-       {AT(kel_nn_size, w, 0, 0), AT(kel_nn_size, h, 4, 4)}},
-      {"kel_nn_facedet_result",
-       sizeof(struct kel_nn_facedet_result),
-       {12, 16},
-       {AT(kel_nn_facedet_result, boxes, 0, 0), AT(kel_nn_facedet_result, reserved, 4, 8),
-        AT(kel_nn_facedet_result, count, 8, 12)}},
-      {"kel_nn_det_result",
-       sizeof(struct kel_nn_det_result),
-       {8, 16},
-       {AT(kel_nn_det_result, boxes, 0, 0), AT(kel_nn_det_result, count, 4, 8)}},
-      {"kel_nn_feature",
-       sizeof(struct kel_nn_feature),
-       {8, 16},
-       {AT(kel_nn_feature, data, 0, 0), AT(kel_nn_feature, len, 4, 8)}},
-      {"kel_nn_fbank_info",
-       sizeof(struct kel_nn_fbank_info),
-       {52, 72},
-       {AT(kel_nn_fbank_info, frame_size, 0, 0), AT(kel_nn_fbank_info, num_chans, 4, 4),
-        AT(kel_nn_fbank_info, samp_period, 8, 8), AT(kel_nn_fbank_info, fft_n, 12, 12),
-        AT(kel_nn_fbank_info, klo, 16, 16), AT(kel_nn_fbank_info, khi, 20, 20),
-        AT(kel_nn_fbank_info, use_power, 24, 24), AT(kel_nn_fbank_info, take_logs, 28, 28),
-        AT(kel_nn_fbank_info, fres, 32, 32), AT(kel_nn_fbank_info, cf, 36, 40),
-        AT(kel_nn_fbank_info, lo_chan, 40, 48), AT(kel_nn_fbank_info, lo_wt, 44, 56),
-        AT(kel_nn_fbank_info, x, 48, 64)}},
-      {"kel_nn_frame_cfg",
-       sizeof(struct kel_nn_frame_cfg),
-       {76, 104},
-       {AT(kel_nn_frame_cfg, pre_emphasis, 0, 0), AT(kel_nn_frame_cfg, frame_size, 4, 4),
-        AT(kel_nn_frame_cfg, position, 8, 8), AT(kel_nn_frame_cfg, frame_shift, 12, 12),
-        AT(kel_nn_frame_cfg, fbank, 16, 16), AT(kel_nn_frame_cfg, fbank_out, 68, 88),
-        AT(kel_nn_frame_cfg, frame, 72, 96)}},
-      {"kel_nn_wave",
-       sizeof(struct kel_nn_wave),
-       {28, 40},
-       {AT(kel_nn_wave, n_samples, 0, 0), AT(kel_nn_wave, frame_size, 4, 4),
-        AT(kel_nn_wave, position, 8, 8), AT(kel_nn_wave, frame_shift, 12, 12),
-        AT(kel_nn_wave, n_frames, 16, 16), AT(kel_nn_wave, samples, 20, 24),
-        AT(kel_nn_wave, features, 24, 32)}},
-      {"kel_nn_mfcc",
-       sizeof(struct kel_nn_mfcc),
-       {124, 176},
-       {AT(kel_nn_mfcc, feature_u8, 0, 0), AT(kel_nn_mfcc, has_voice, 4, 8),
-        AT(kel_nn_mfcc, audio_ms, 8, 12), AT(kel_nn_mfcc, window, 12, 16),
-        AT(kel_nn_mfcc, gate_threshold, 16, 24), AT(kel_nn_mfcc, wave, 20, 32),
-        AT(kel_nn_mfcc, cfg, 48, 72)}},
-      {"kel_nn_yolov3_param",
-       sizeof(struct kel_nn_yolov3_param),
-       {32, 40},
-       {AT(kel_nn_yolov3_param, img_w, 0, 0), AT(kel_nn_yolov3_param, img_h, 4, 4),
-        AT(kel_nn_yolov3_param, input_w, 8, 8), AT(kel_nn_yolov3_param, input_h, 12, 12),
-        AT(kel_nn_yolov3_param, class_num, 16, 16), AT(kel_nn_yolov3_param, anchor_num, 20, 20),
-        AT(kel_nn_yolov3_param, anchors, 24, 24),
-        AT(kel_nn_yolov3_param, score_threshold, 28, 32)}},
-      {"kel_nn_centernet_param",
-       sizeof(struct kel_nn_centernet_param),
-       {28, 28},
-       {AT(kel_nn_centernet_param, img_w, 0, 0), AT(kel_nn_centernet_param, img_h, 4, 4),
-        AT(kel_nn_centernet_param, input_w, 8, 8), AT(kel_nn_centernet_param, input_h, 12, 12),
-        AT(kel_nn_centernet_param, reg_max, 16, 16), AT(kel_nn_centernet_param, class_num, 20, 20),
-        AT(kel_nn_centernet_param, score_threshold, 24, 24)}},
-      {"kel_nn_tensor",
-       sizeof(struct kel_nn_tensor),
-       {20, 40},
-       {AT(kel_nn_tensor, buffer, 0, 0), AT(kel_nn_tensor, dim, 4, 8)}},
-      {"kel_nn_graph",
-       sizeof(struct kel_nn_graph),
-       {656, 1312},
-       {AT(kel_nn_graph, model_path, 0, 0), AT(kel_nn_graph, model_data, 4, 8),
-        AT(kel_nn_graph, net, 8, 16), AT(kel_nn_graph, output_data, 12, 24),
-        AT(kel_nn_graph, inputs, 16, 32), AT(kel_nn_graph, outputs, 336, 672)}},
-      {"kel_nn_kit_frame",
-       sizeof(struct kel_nn_kit_frame),
-       {24, 32},
-       {AT(kel_nn_kit_frame, data, 0, 0), AT(kel_nn_kit_frame, width, 4, 8),
-        AT(kel_nn_kit_frame, height, 8, 12), AT(kel_nn_kit_frame, stride, 12, 16),
-        AT(kel_nn_kit_frame, format, 16, 20), AT(kel_nn_kit_frame, chroma, 20, 24)}},
-      {"kel_nn_kit_scratch",
-       sizeof(struct kel_nn_kit_scratch),
-       {8, 16},
-       {AT(kel_nn_kit_scratch, data, 0, 0), AT(kel_nn_kit_scratch, size, 4, 8)}},
-      {"kel_nn_kit_image",
-       sizeof(struct kel_nn_kit_image),
-       {20, 32},
-       {AT(kel_nn_kit_image, data, 0, 0), AT(kel_nn_kit_image, width, 4, 8),
-        AT(kel_nn_kit_image, height, 8, 12), AT(kel_nn_kit_image, format, 12, 16),
-        AT(kel_nn_kit_image, scratch, 16, 24)}},
-      {"kel_nn_kit_rect",
-       sizeof(struct kel_nn_kit_rect),
-       {16, 16},
-       {AT(kel_nn_kit_rect, x, 0, 0), AT(kel_nn_kit_rect, y, 4, 4), AT(kel_nn_kit_rect, w, 8, 8),
-        AT(kel_nn_kit_rect, h, 12, 12)}},
-  };
-  for (const Layout& layout : layouts) {
-    SCOPED_TRACE(layout.name);
-    EXPECT_EQ(layout.size, layout.expected.here());
-    for (const Member& member : layout.members) {
-      EXPECT_EQ(member.offset, member.expected.here()) << member.name;
-    }
-  }
+  using Box = kel_nn_box;
+  expect_layout(24, 24, {4, 4, 4, 4, 4, 4}, &Box::cx, &Box::cy, &Box::w, &Box::h, &Box::score,
+                &Box::class_id);
+  expect_layout(8, 8, {4, 4}, &kel_nn_size::w, &kel_nn_size::h);
+  using Faces = kel_nn_facedet_result;
+  expect_layout(12, 16, {P, 4, 4}, &Faces::boxes, &Faces::reserved, &Faces::count);
+  expect_layout(8, 16, {P, 4}, &kel_nn_det_result::boxes, &kel_nn_det_result::count);
+  expect_layout(8, 16, {P, 4}, &kel_nn_feature::data, &kel_nn_feature::len);
+  using Bank = kel_nn_fbank_info;
+  expect_layout(52, 72, {4, 4, 4, 4, 4, 4, 4, 4, 4, P, P, P, P}, &Bank::frame_size,
+                &Bank::num_chans, &Bank::samp_period, &Bank::fft_n, &Bank::klo, &Bank::khi,
+                &Bank::use_power, &Bank::take_logs, &Bank::fres, &Bank::cf, &Bank::lo_chan,
+                &Bank::lo_wt, &Bank::x);
+  using Cfg = kel_nn_frame_cfg;
+  expect_layout(76, 104, {4, 4, 4, 4, sizeof(Bank), P, P}, &Cfg::pre_emphasis, &Cfg::frame_size,
+                &Cfg::position, &Cfg::frame_shift, &Cfg::fbank, &Cfg::fbank_out, &Cfg::frame);
+  using Wave = kel_nn_wave;
+  expect_layout(28, 40, {4, 4, 4, 4, 4, P, P}, &Wave::n_samples, &Wave::frame_size, &Wave::position,
+                &Wave::frame_shift, &Wave::n_frames, &Wave::samples, &Wave::features);
+  using Mfcc = kel_nn_mfcc;
+  expect_layout(124, 176, {P, 4, 4, P, 4, sizeof(Wave), sizeof(Cfg)}, &Mfcc::feature_u8,
+                &Mfcc::has_voice, &Mfcc::audio_ms, &Mfcc::window, &Mfcc::gate_threshold,
+                &Mfcc::wave, &Mfcc::cfg);
+  using Yolo = kel_nn_yolov3_param;
+  expect_layout(32, 40, {4, 4, 4, 4, 4, 4, P, 4}, &Yolo::img_w, &Yolo::img_h, &Yolo::input_w,
+                &Yolo::input_h, &Yolo::class_num, &Yolo::anchor_num, &Yolo::anchors,
+                &Yolo::score_threshold);
+  using Center = kel_nn_centernet_param;
+  expect_layout(28, 28, {4, 4, 4, 4, 4, 4, 4}, &Center::img_w, &Center::img_h, &Center::input_w,
+                &Center::input_h, &Center::reg_max, &Center::class_num, &Center::score_threshold);
+  using Tensor = kel_nn_tensor;
+  expect_layout(20, 40, {P, 4 * P}, &Tensor::buffer, &Tensor::dim);
+  using Graph = kel_nn_graph;
+  expect_layout(656, 1312, {P, P, P, P, 16 * sizeof(Tensor), 16 * sizeof(Tensor)},
+                &Graph::model_path, &Graph::model_data, &Graph::net, &Graph::output_data,
+                &Graph::inputs, &Graph::outputs);
+  using Frame = kel_nn_kit_frame;
+  expect_layout(24, 32, {P, 4, 4, 4, 4, P}, &Frame::data, &Frame::width, &Frame::height,
+                &Frame::stride, &Frame::format, &Frame::chroma);
+  expect_layout(8, 16, {P, P}, &kel_nn_kit_scratch::data, &kel_nn_kit_scratch::size);
+  using Image = kel_nn_kit_image;
+  expect_layout(20, 32, {P, 4, 4, 4, P}, &Image::data, &Image::width, &Image::height,
+                &Image::format, &Image::scratch);
+  using Rect = kel_nn_kit_rect;
+  expect_layout(16, 16, {4, 4, 4, 4}, &Rect::x, &Rect::y, &Rect::w, &Rect::h);
 }
 
 }  // namespace

@@ -3,14 +3,13 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <cstring>
-#include <utility>
 
 #include "support/library_test.h"
 
 namespace {
 
 using kelnn_test::LibraryTest;
+using kelnn_test::live_blocks;
 using kelnn_test::TemporaryDirectory;
 
 constexpr char kPath[] = "src/kel_nn_utils.cpp";
@@ -48,6 +47,7 @@ class ModelFiles : public LibraryTest {
 TEST_F(ModelFiles, RootDirectoryIsAPrivateCopy) {
   char text[] = "models/";
   EXPECT_EQ(kel_nn_set_model_root_dir(text), 0);
+  live_before_ = live_blocks();  // from now on there is one
   text[0] = 'X';
   EXPECT_STREQ(kel_nn_get_model_root_dir(), "models/");
   EXPECT_EQ(kel_nn_set_model_root_dir(nullptr), -1);
@@ -57,13 +57,13 @@ TEST_F(ModelFiles, RootDirectoryIsAPrivateCopy) {
   EXPECT_EQ(printed(), "");
 }
 
-// Header "hhhhhh", then six scrambled bytes with the key "AB" (0x41 0x42), then plain ones.
+// 0 stays 0; 0x42 ^ 0x42 would be 0, so it stays; 0x41 equals its key byte; 3 ^ 0x42 = 0x41. What is as far behind the
+// header as that is long stays, too.
 TEST_F(ModelFiles, DescramblesTheFirstBytesBehindTheHeader) {
   const std::string scrambled(
       "\x00\x42\x41\x03\x01\x00"
       "ABplain.",
       14);
-  // 0 stays 0; 0x42 ^ 0x42 would be 0, so it stays; 0x41 equals its key byte; 3 ^ 0x42 = 0x41.
   const std::string expected(
       "\x00\x42\x41\x41\x40\x00"
       "ABplain.",
@@ -71,13 +71,9 @@ TEST_F(ModelFiles, DescramblesTheFirstBytesBehindTheHeader) {
   EXPECT_EQ(decode("hhhhhh" + scrambled, 6, "AB"), expected);
   EXPECT_EQ(decode_file(directory_.write("m", "hhhhhh" + scrambled), 6, "AB"), expected);
   EXPECT_EQ(printed(), "");
-}
-
-TEST_F(ModelFiles, IsItsOwnInverse) {
   std::string all_bytes;
   for (int i = 0; i < 512; ++i) all_bytes += static_cast<char>(i);
-  const std::string header(512, 'h');
-  const std::string once = decode(header + all_bytes, 512, "TXlTYW1w");
+  const std::string header(512, 'h'), once = decode(header + all_bytes, 512, "TXlTYW1w");
   EXPECT_NE(once, all_bytes);
   EXPECT_EQ(decode(header + once, 512, "TXlTYW1w"), all_bytes);
 }
@@ -117,22 +113,24 @@ TEST_F(ModelFiles, ArgumentsAreCheckedInOrder) {
   uint8_t byte = 0;
   uint8_t* taken = &byte;
   uint8_t* empty = nullptr;
+  const char not_null[] = "Output decode buffer is not NULL!";
   EXPECT_EQ(kel_nn_model_xor_decode(nullptr, nullptr, 0, 1, "k"), 0u);
   expect_memory_error("Input encode buffer is NULL!");
-  EXPECT_EQ(kel_nn_model_xor_decode(&byte, nullptr, 0, 1, "k"), 0u);
-  expect_memory_error("Output decode buffer is not NULL!");
-  EXPECT_EQ(kel_nn_model_xor_decode(&byte, &taken, 0, 1, "k"), 0u);
-  expect_memory_error("Output decode buffer is not NULL!");
-  EXPECT_EQ(taken, &byte);
-
   EXPECT_EQ(kel_nn_model_xor_decode_from_file(nullptr, nullptr, 1, "k"), 0u);
   expect_file_error("NULL file path!");
-  EXPECT_EQ(kel_nn_model_xor_decode_from_file("missing", nullptr, 1, "k"), 0u);
-  expect_file_error("Output decode buffer is not NULL!");
-  EXPECT_EQ(kel_nn_model_xor_decode_from_file("missing", &taken, 1, "k"), 0u);
-  expect_file_error("Output decode buffer is not NULL!");
+  for (uint8_t** wrong : std::initializer_list<uint8_t**>{nullptr, &taken}) {
+    EXPECT_EQ(kel_nn_model_xor_decode(&byte, wrong, 0, 1, "k"), 0u);
+    expect_memory_error(not_null);
+    EXPECT_EQ(kel_nn_model_xor_decode_from_file("missing", wrong, 1, "k"), 0u);
+    expect_file_error(not_null);
+  }
+  EXPECT_EQ(taken, &byte);
   EXPECT_EQ(kel_nn_model_xor_decode_from_file("missing", &empty, 1, nullptr), 0u);
   expect_file_error("Read file missing error!");
+
+  // A file with fewer bytes than it says, as the kernel's are; what was taken for them is given back.
+  EXPECT_EQ(decode_file("/sys/devices/system/cpu/online", 1, "k"), "(none)");
+  EXPECT_THAT(printed_messages()[0], testing::StartsWith("[Error]Read file "));
 }
 
 TEST_F(ModelFiles, AKeyIsNeededOnlyToDescramble) {

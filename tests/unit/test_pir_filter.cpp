@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cmath>
-#include <random>
 
 #include "kel_nn_change_counter.h"
 #include "kel_nn_motion_votes.h"
@@ -47,6 +45,16 @@ class PirFilter : public LibraryTest {
 
   kel_nn_handle_t handle = kel_nn_handle_create();
 };
+
+// Before anything was started there is a size, but no memory. Asked before the first test.
+const std::vector<std::string> g_before_any_start = [] {
+  StdoutCapture capture;
+  const uint8_t image[1] = {};
+  int32_t result = 0, handle = 0;
+  kel_nn_pir_filter_process(reinterpret_cast<kel_nn_handle_t>(&handle), image, 640, 360, 1, 1,
+                            &result);
+  return messages(capture.take());
+}();
 
 // A camera of its own size in front of the filter.
 struct Camera {
@@ -183,11 +191,10 @@ TEST_F(PirFilter, RejectsNullArguments) {
   const auto process = [&](kel_nn_handle_t h, const uint8_t* i, int32_t* r) {
     return kel_nn_pir_filter_process(h, i, 1, 1, 1, 1, r);
   };
-  EXPECT_EQ(process(nullptr, image, &result), -1);
-  EXPECT_EQ(process(handle, nullptr, &result), -1);
-  EXPECT_EQ(process(handle, image, nullptr), -1);
-  EXPECT_EQ(kel_nn_pir_filter_init(nullptr, 2, 2), -1);
-  EXPECT_EQ(kel_nn_pir_filter_deinit(nullptr), -1);
+  EXPECT_THAT((Results{process(nullptr, image, &result), process(handle, nullptr, &result),
+                       process(handle, image, nullptr), kel_nn_pir_filter_init(nullptr, 2, 2),
+                       kel_nn_pir_filter_deinit(nullptr)}),
+              testing::Each(-1));
   const auto null_argument = IsError("kel_nn_pir_filter_process", "input arguments.");
   EXPECT_THAT(lines(), ElementsAre(null_argument, null_argument, null_argument,
                                    IsError("kel_nn_pir_filter_init", "Uninitialized handle."),
@@ -207,16 +214,13 @@ TEST_F(PirFilter, ReportsMissingPlanes) {
     EXPECT_EQ(kel_nn_pir_filter_init(handle, size[0], size[1]), 0);
     EXPECT_THAT(frame_errors(size[0], size[1]), no_planes);
   }
+  EXPECT_THAT(g_before_any_start,
+              ElementsAre("[Error]imput params is err.", "[Error]kel_nn_gaussianFilter is err!"));
   const Camera camera = {handle, 20, 20};
   camera.start();
-  EXPECT_EQ(kel_nn_pir_filter_deinit(handle), 0);
-  EXPECT_EQ(kel_nn_pir_filter_deinit(handle), 0);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(kel_nn_pir_filter_deinit(handle), 0);
   EXPECT_THAT(frame_errors(20, 20), no_planes);
-}
-
-TEST_F(PirFilter, ReportsAMissingHistoryFromTheThirdFrameOn) {
-  const Camera camera = {handle, 20, 20};
-  {
+  {  // without a history only the third frame fails
     const NoMemory no_history(1, 1);
     camera.start();
   }
@@ -272,15 +276,13 @@ void expect_counts_as_plain(int width, int height) {
 }
 
 TEST(ChangeCounter, CountsAsThePlainLoopsDo) {
-  for (int width = 2; width <= 70; ++width) {
+  for (int width = 2; width <= 71; ++width) {
     for (int height : {2, 4, 5, 6, 7, 8, 13}) {
-      expect_counts_as_plain<uint16_t>(width, height);
-      expect_counts_as_plain<uint32_t>(width, height);
+      const int columns = width == 71 ? 2 * 70001 : width;  // more than a lane can count
+      expect_counts_as_plain<uint16_t>(columns, height);
+      expect_counts_as_plain<uint32_t>(columns, height);
     }
   }
-  // More pixels in a row than a lane can count.
-  expect_counts_as_plain<uint16_t>(2 * 70001, 6);
-  expect_counts_as_plain<uint32_t>(2 * 70001, 6);
 }
 
 // The copy of the loops that the library picks on this machine.
@@ -298,9 +300,7 @@ TEST_F(PirFilter, VotesAsThePlainLoopsDo) {
       motion = !motion;
       const float threshold = static_cast<float>(plain.changed()) + (motion ? 0.5f : 1.5f);
       const int32_t result = camera.process(frame, threshold * 100 / camera.halved_pixels(), 1);
-      if (result != kUntouched) {
-        EXPECT_EQ(result, motion ? 1 : 0);
-      }
+      EXPECT_TRUE(result == motion || result == kUntouched) << result;
     }
   }
 }
@@ -308,16 +308,14 @@ TEST_F(PirFilter, VotesAsThePlainLoopsDo) {
 TEST(MotionVotes, FramesAreNumberedAnewAfterTheLastNumber) {
   kelnn::MotionVotes votes;
   votes.frame = INT32_MAX - 1;
-  votes.begin_frame();
-  EXPECT_TRUE(votes.can_vote());
-  EXPECT_EQ(votes.vote(true, INT32_MAX), 1);
-  for (int frame = 1; frame <= 2; ++frame) {
+  for (const int32_t frame : {INT32_MAX, 1, 2, 3}) {  // the history is filled again
     votes.begin_frame();
     EXPECT_EQ(votes.frame, frame);
-    EXPECT_FALSE(votes.can_vote());  // the history is filled again
+    EXPECT_EQ(votes.can_vote(), frame >= 3);
+    if (frame == INT32_MAX) {
+      EXPECT_EQ(votes.vote(true, INT32_MAX), 1);
+    }
   }
-  votes.begin_frame();
-  EXPECT_TRUE(votes.can_vote());
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // What all tasks with a network have in common, then the tasks that only pass a network's values on: landmarks,
 // features, classes.
-#include <cmath>
-#include <cstring>
 #include <numeric>
 #include <ostream>
-#include <vector>
 
 #include "kel_nn_model_files.h"
 #include "support/library_test.h"
@@ -13,9 +10,7 @@
 namespace kelnn_test {
 namespace {
 
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::NanSensitiveFloatNear;
+using namespace ::testing;
 
 // ----- Every task --------------------------------------------------------------------------------
 
@@ -133,7 +128,7 @@ const Task kTasks[] = {
         kel_nn_crydet_deinit, cry, 2, {64, 297, 1}, {2}),
 };
 
-class NetworkTask : public TaskTest, public ::testing::WithParamInterface<Task> {
+class NetworkTask : public TaskTest, public WithParamInterface<Task> {
  protected:
   NetworkTask() { play(-1); }
   ~NetworkTask() override { task.deinit(handle); }
@@ -163,7 +158,7 @@ class NetworkTask : public TaskTest, public ::testing::WithParamInterface<Task> 
   const Task& task = GetParam();
 };
 
-INSTANTIATE_TEST_SUITE_P(, NetworkTask, ::testing::ValuesIn(kTasks),
+INSTANTIATE_TEST_SUITE_P(, NetworkTask, ValuesIn(kTasks),
                          [](const auto& info) { return std::string("Of_") + info.param.name; });
 
 TEST_P(NetworkTask, LoadsItsScrambledModelOnceAndReleasesIt) {
@@ -176,7 +171,7 @@ TEST_P(NetworkTask, LoadsItsScrambledModelOnceAndReleasesIt) {
   EXPECT_EQ(task.process(handle, {-1}, &results), 0);
   EXPECT_EQ(printed(), "");
   const bool is_picture = task.input[0] != 64;
-  EXPECT_THAT(runtime.last_input, testing::Conditional(is_picture, Each(130 - 128), testing::_));
+  EXPECT_THAT(runtime.last_input, Conditional(is_picture, Each(130 - 128), testing::_));
   EXPECT_EQ(task.init(handle), -1);
   EXPECT_EQ(printed_messages().back(), "[Error]Graph has already been initialized.");
   EXPECT_EQ(task.deinit(handle), 0);
@@ -217,8 +212,8 @@ TEST_P(NetworkTask, SaysWhyItFailsAndLeavesTheResultsAlone) {
   init();
   expect_failure(task.failure);
   EXPECT_THAT(printed_messages()[0],
-              testing::StartsWith("[Error]JZ T31 not allowed input dynamic shape, expect: [1, " +
-                                  std::to_string(task.input[1] + 1)));
+              StartsWith("[Error]JZ T31 not allowed input dynamic shape, expect: [1, " +
+                         std::to_string(task.input[1] + 1)));
 }
 
 // ----- Landmarks, features, classes --------------------------------------------------------------
@@ -303,7 +298,7 @@ TEST_F(FaceTasks, AFacesClassIsTheFirstOfTheLargestOutputs) {
   play({{0, 0, 0}});
   ASSERT_EQ(kel_nn_face_classify_init(handle), 0);
   for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.outputs));
+    SCOPED_TRACE(PrintToString(c.outputs));
     play({c.outputs});
     int class_id = -1;
     float score = -1;

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The banner, the handle, and how a failure is reported.
-#include <utility>
 
 #include "kel_nn_handle.h"
 #include "kel_nn_log.h"
@@ -15,18 +14,15 @@ constexpr char kBanner[] =
     "* KELNN v1.3.19 2023/03/07 *\n"
     "****************************\n";
 
-TEST_F(LibraryTest, BannerIsFramedByRowsOfItsOwnWidth) {
+TEST_F(LibraryTest, EveryHandlePrintsTheBannerAndStartsAllZero) {
   EXPECT_EQ(kel_nn_print_version(), '\n');
   EXPECT_EQ(printed(), kBanner);
-}
-
-TEST_F(LibraryTest, EveryHandlePrintsTheBannerAndStartsAllZero) {
   for (int i = 0; i < 2; ++i) {
     kel_nn_handle_t handle = kel_nn_handle_create();
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(printed(), kBanner);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(handle);
-    for (size_t k = 0; k < sizeof(kel_nn_handle); ++k) ASSERT_EQ(bytes[k], 0) << k;
+    static const kel_nn_handle zero = {};
+    EXPECT_EQ(std::memcmp(handle, &zero, sizeof(zero)), 0);
     EXPECT_EQ(kel_nn_handle_destroy(handle), 0);
     EXPECT_EQ(printed(), "");
   }
@@ -68,7 +64,7 @@ TEST(Handle, KeepsTheOrderOfItsMembers) {
 
 TEST(FeatureArray, IsZeroAndHas256Elements) {
   static_assert(sizeof(feature) == 1024, "256 floats");
-  for (float value : feature) EXPECT_EQ(value, 0.0f);
+  EXPECT_THAT(feature, testing::Each(0.0f));
 }
 
 }  // namespace
