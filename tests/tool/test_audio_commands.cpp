@@ -192,7 +192,7 @@ TEST_F(AudioCommands, EvaluationCountsTheWindowsOfEverySound) {
   const Json found = json("eval cry-detection --data data");
   for (const auto& [name, value] : expected.items()) EXPECT_EQ(found.at(name), value) << name;
   EXPECT_THAT(out("eval cry-detection --data data"),
-              HasSubstr("speech        4      0          0               1    0.7500\n"));
+              HasSubstr("speech        4      0          0             1    0.7500\n"));
   write("data/labels.csv", labels + "brief.wav,0,speech\n");
   expect_refused(
       {{"eval cry-detection --data data", 1, "brief.wav: shorter than a window of 3 s"}});

@@ -203,12 +203,13 @@ TEST_F(EvalCommand, ClassesAreCounted) {
                   {"confusion", Json::parse("[[1, 1, 0], [0, 0, 0], [0, 0, 1]]")}});
   const CommandResult plain = kelnn("eval face-classes --data data --progress");
   EXPECT_EQ(plain.out,
-            "face-classes: 3 pictures of data\n"
-            "accuracy  0.6667\n"
-            "class  labelled  recall  found as 0  found as 1  found as 2\n"
-            "0             2  0.5000           1           1           0\n"
-            "1             0       -           0           0           0\n"
-            "2             1  1.0000           0           0           1\n");
+            "face-classes: data\n"
+            "pictures        3\n"
+            "accuracy   0.6667\n"
+            "recall     0.5000  -  1.0000\n"
+            "confusion       1  1       0\n"
+            "confusion       0  0       0\n"
+            "confusion       0  0       1\n");
   EXPECT_THAT(plain.err, HasSubstr("files/s"));
 
   label({"file,class", "red.png,1", "blue.png,1"});

@@ -26,6 +26,11 @@ struct Part {
   cv::Mat* drawing;  // empty: none is wanted
 };
 
+template <typename Task>
+auto found_in(const Part& part, Task* task) {
+  return task->of(frame_of(part.picture), rect_of(part.rect));
+}
+
 bool for_each_part(const CutOutOptions& options, Reporter* reporter,
                    const std::function<void(const Part&)>& look) {
   DrawingTarget drawings(options.out, options.pictures);
@@ -79,17 +84,12 @@ void report(const Part& part, const Json& found, const Text& text, Reporter* rep
   });
 }
 
-kel_nn::Image grey_face(const std::string& path, const Box& box) {
-  const cv::Mat picture = load_picture(path);
-  return grey_cut_out(picture, chosen_part(path, picture, box));
-}
-
 }  // namespace
 
 bool landmarks(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceLandmarks task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const kel_nn::Landmarks found = task.of(grey_cut_out(part.picture, part.rect));
+    const kel_nn::Landmarks found = found_in(part, &task);
     Json json = {{"points", points_json(found.points)}, {"pose", found.pose}};
     if (are_parts(found)) {
       json["pixels"] = Json::array();
@@ -105,7 +105,7 @@ bool landmarks(const CutOutOptions& options, Reporter* reporter) {
 bool feature(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const kel_nn::Feature found = task.of(grey_cut_out(part.picture, part.rect));
+    const kel_nn::Feature found = found_in(part, &task);
     report(part, {{"feature", found}}, feature_text, reporter);
   });
 }
@@ -113,7 +113,7 @@ bool feature(const CutOutOptions& options, Reporter* reporter) {
 bool classify_face(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const kel_nn::FaceClass found = task.of(grey_cut_out(part.picture, part.rect));
+    const kel_nn::FaceClass found = found_in(part, &task);
     report(part, {{"class", found.id}, {"score", found.score}},
            line("class {class}  score {score:.6f}\n"), reporter);
   });
@@ -122,16 +122,19 @@ bool classify_face(const CutOutOptions& options, Reporter* reporter) {
 bool classify_person(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::PersonClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const float found = task.of(rgb_cut_out(part.picture, part.rect));
+    const float found = found_in(part, &task);
     report(part, {{"probability", found}}, line("{probability:.6f}\n"), reporter);
   });
 }
 
 bool compare(const CompareOptions& options, Reporter* reporter) {
-  const kel_nn::Image face_a = grey_face(options.picture_a, options.box_a);
-  const kel_nn::Image face_b = grey_face(options.picture_b, options.box_b);
+  const cv::Mat picture_a = load_picture(options.picture_a);
+  const cv::Mat picture_b = load_picture(options.picture_b);
+  const cv::Rect face_a = chosen_part(options.picture_a, picture_a, options.box_a);
+  const cv::Rect face_b = chosen_part(options.picture_b, picture_b, options.box_b);
   kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
-  const float similarity = kel_nn::similarity(task.of(face_a), task.of(face_b));
+  const float similarity = kel_nn::similarity(task.of(frame_of(picture_a), rect_of(face_a)),
+                                              task.of(frame_of(picture_b), rect_of(face_b)));
   reporter->report({{"a", options.picture_a}, {"b", options.picture_b}, {"similarity", similarity}},
                    line("{similarity:.6f}\n"));
   return true;

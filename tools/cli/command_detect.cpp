@@ -4,12 +4,13 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "commands.h"
-#include "detector.h"
 #include "drawing.h"
 #include "drawing_target.h"
 #include "frames.h"
+#include "library_call.h"
 
 namespace kelnn_cli {
 namespace {
@@ -54,10 +55,10 @@ cv::Mat drawn(const DetectOptions& options, const cv::Mat& bgr,
   return picture;
 }
 
-bool detect(const DetectOptions& options, decltype(make_face_detector)* make_detector,
-            Reporter* reporter) {
+template <typename Task>
+bool detect(const DetectOptions& options, Reporter* reporter) {
   const kel_nn::Library library(options.root);
-  const std::unique_ptr<Detector> detector = make_detector(library);
+  std::optional<Task> task;  // none: there was no frame yet
   DrawingTarget drawings(options.out, options.inputs);
   return for_each_input(options.inputs, *reporter, [&](const std::string& input) {
     const std::unique_ptr<FrameSource> source = open_frames(input);
@@ -65,7 +66,8 @@ bool detect(const DetectOptions& options, decltype(make_face_detector)* make_det
     const std::unique_ptr<FrameSink> sink = drawings.open(input, *source, options.frames.step);
     FrameWalk walk(input, source.get(), options.frames);
     while (const Frame* frame = walk.next()) {
-      const std::vector<Detection> found = detector->detect(frame->pixels);
+      if (!task) task.emplace(library, size_of(frame->pixels));
+      const std::vector<Detection> found = found_in(frame->pixels, &*task);
       if (sink) sink->write(drawn(options, frame->pixels, found));
       walk.report(reporter, json_of(options, input, *frame, found),
                   [&](const Json& json) { return text_of(json, is_picture); });
@@ -77,15 +79,15 @@ bool detect(const DetectOptions& options, decltype(make_face_detector)* make_det
 }  // namespace
 
 bool detect_faces(const DetectOptions& options, Reporter* reporter) {
-  return detect(options, make_face_detector, reporter);
+  return detect<kel_nn::FaceDetector>(options, reporter);
 }
 
 bool detect_persons(const DetectOptions& options, Reporter* reporter) {
-  return detect(options, make_person_detector, reporter);
+  return detect<kel_nn::PersonDetector>(options, reporter);
 }
 
 bool detect_objects(const DetectOptions& options, Reporter* reporter) {
-  return detect(options, make_object_detector, reporter);
+  return detect<kel_nn::ObjectDetector>(options, reporter);
 }
 
 }  // namespace kelnn_cli

@@ -2,29 +2,26 @@
 // kelnn eval: how good a task's network is on labelled data.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "evaluation.h"
+#include "kel_nn.hpp"
 
 namespace kelnn_cli {
 namespace {
 
-template <decltype(make_face_detector)* kMakeDetector, int kClassCount>
-Report evaluate(const EvaluationSettings& settings) {
-  return evaluate_detector(settings, kMakeDetector, kClassCount);
-}
-
 struct EvaluatedTask {
   const char* key;
-  Report (*evaluate)(const EvaluationSettings&);
+  Json (*evaluate)(const EvaluationSettings&);
   bool draws = false;
 };
 constexpr EvaluatedTask kTasks[] = {
-    {"face-detection", evaluate<make_face_detector, 1>, true},
-    {"person-detection", evaluate<make_person_detector, 1>, true},
-    {"four-class-detection", evaluate<make_object_detector, 4>, true},
+    {"face-detection", evaluate_detector<kel_nn::FaceDetector, 1>, true},
+    {"person-detection", evaluate_detector<kel_nn::PersonDetector, 1>, true},
+    {"four-class-detection", evaluate_detector<kel_nn::ObjectDetector, 4>, true},
     {"face-landmarks", evaluate_landmarks, true},
     {"face-features", evaluate_features},
     {"face-classes", evaluate_face_classes},
@@ -37,6 +34,61 @@ const EvaluatedTask* find(const std::string& key) {
     if (key == task.key) return &task;
   }
   return nullptr;
+}
+
+// Figures have four digits, and are "-" where they are of nothing.
+std::string cell(const Json& value) {
+  if (value.is_string()) return value.get<std::string>();
+  if (!value.is_number_float()) return value.dump();
+  return std::isnan(value.get<double>()) ? "-" : fmt::format("{:.4f}", value.get<double>());
+}
+
+// Lists of cells, in columns as wide as they are: the first to the left, the others to the right.
+std::string aligned(const Json& rows) {
+  std::vector<size_t> widths;
+  for (const Json& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], cell(row[i]).size());
+  }
+  std::string text;
+  for (const Json& row : rows) {
+    text += fmt::format("{:{}}", cell(row[0]), widths[0]);
+    for (size_t i = 1; i < row.size(); ++i) {
+      text += fmt::format("  {:>{}}", cell(row[i]), widths[i]);
+    }
+    text += "\n";
+  }
+  return text;
+}
+
+// Objects with the same names.
+std::string table(const Json& objects) {
+  Json rows(1, Json::array());
+  for (const auto& [name, value] : objects[0].items()) rows[0].push_back(name);
+  for (const Json& object : objects) {
+    Json& row = rows.emplace_back(Json::array());
+    for (const Json& value : object) row.push_back(value);
+  }
+  return aligned(rows);
+}
+
+// A line for each figure, or list of them by class, then tables of those that have several figures each.
+std::string report_text(const Json& report) {
+  Json lines;
+  std::string tables;
+  for (const auto& [name, value] : report.items()) {
+    if (value.is_string()) continue;
+    const Json list = value.is_array() ? value : Json::array({value});
+    if (list[0].is_object()) {
+      if (list.size() > 1) tables += table(list);  // a single line says nothing new
+      continue;
+    }
+    for (const Json& row : list[0].is_array() ? list : Json::array({list})) {
+      Json& line = lines.emplace_back(Json::array({name}));
+      line.insert(line.end(), row.begin(), row.end());
+    }
+  }
+  return filled("{task}: {data}\n", report) + aligned(lines) + tables;
 }
 
 // Why it is not met, or nothing.
@@ -70,11 +122,11 @@ bool can_draw(const std::string& evaluated_task) {
 }
 
 bool eval(const EvalOptions& options, Reporter* reporter) {
-  const Report report = find(options.settings.task)->evaluate(options.settings);
-  reporter->report(report.json, [&](const Json&) { return report.text; });
+  const Json report = find(options.settings.task)->evaluate(options.settings);
+  reporter->report(report, report_text);
   bool ok = true;
   for (const Requirement& requirement : options.requirements) {
-    const std::string complaint = shortfall(requirement, report.json);
+    const std::string complaint = shortfall(requirement, report);
     if (complaint.empty()) continue;
     reporter->complain(complaint);
     ok = false;

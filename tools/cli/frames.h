@@ -7,7 +7,7 @@
 #include <string>
 
 #include "commands.h"
-#include "detector.h"
+#include "detection.h"
 #include "frame_source.h"
 #include "progress_bar.h"
 #include "reporter.h"

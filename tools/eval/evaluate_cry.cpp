@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // kelnn eval for cry detection: every full window of every sound.
-#include <fmt/format.h>
-
 #include <map>
 #include <memory>
 
@@ -14,96 +12,60 @@ namespace {
 
 constexpr float kCryProbability = 0.5f;
 enum Class { kNoCry, kCry, kClassCount };
-
-struct LabelledSound {
-  std::string path, kind;
-  int cry;
-};
-
-std::vector<LabelledSound> read_sounds(const std::string& directory) {
-  std::vector<LabelledSound> sounds;
-  for (const LabelRow& row :
-       read_labels(directory, {{"file", "cry", "kind"}, {}}, RowsPerFile::kOne).rows) {
-    sounds.push_back({path_of(directory, row), row.text(2), row.whole_number(1, kCry)});
-  }
-  return sounds;
-}
+enum Column : size_t { kFile, kLabel, kKind };
 
 struct Windows {
   ConfusionMatrix confusion{kClassCount};
-  size_t too_quiet = 0;
+  size_t too_quiet = 0;  // for the gate, which are no cry
 
-  void add(const Windows& other) {
-    for (const int truth : {kNoCry, kCry}) {
-      for (const int found : {kNoCry, kCry}) {
-        confusion.add(truth, found, other.confusion.count(truth, found));
-      }
-    }
-    too_quiet += other.too_quiet;
+  Json json() const {
+    return {{"windows", confusion.count()},
+            {"cries", confusion.count(kCry)},
+            {"too_quiet", too_quiet},
+            {"heard_as_cry", confusion.count(kNoCry, kCry) + confusion.count(kCry, kCry)},
+            {"accuracy", confusion.accuracy()}};
   }
 };
 
-Windows hear(const LabelledSound& labelled, kel_nn::CryDetector* detector) {
-  const std::unique_ptr<Sound> sound = open_sound(labelled.path);
-  Windows windows;
-  for (;;) {
-    const std::vector<int16_t> window = next_window(sound.get());
-    if (window.size() < kWindowSamples) break;
+// Counts the sound's windows among each of those.
+void hear(const std::string& path, int label, kel_nn::CryDetector* detector,
+          std::initializer_list<Windows*> counts) {
+  const std::unique_ptr<Sound> sound = open_sound(path);
+  std::vector<int16_t> window = next_window(sound.get());
+  if (window.size() < kWindowSamples) throw Failure(path, "shorter than a window of 3 s");
+  for (; window.size() == kWindowSamples; window = next_window(sound.get())) {
     const float probability = cry_probability(window, detector);
-    check_is_number(probability, labelled.path);
-    windows.confusion.add(labelled.cry, probability >= kCryProbability ? kCry : kNoCry);
-    windows.too_quiet += !is_loud_enough(window, kLowestGate);
+    check_are_numbers(std::array{probability}, path);
+    for (Windows* windows : counts) {
+      windows->confusion.add(label, probability >= kCryProbability ? kCry : kNoCry);
+      windows->too_quiet += !is_loud_enough(window, kLowestGate);
+    }
   }
-  if (windows.confusion.count() == 0) throw Failure(labelled.path, "shorter than a window of 3 s");
-  return windows;
-}
-
-Report report_of(const EvaluationSettings& settings, size_t sound_count, const Windows& all,
-                 const std::map<std::string, Windows>& kinds) {
-  Report report = begin_report(settings, sound_count, "sounds");
-  const ConfusionMatrix& confusion = all.confusion;
-  report.text += fmt::format(
-      "{} windows of 3 s, {} of them cries; {} too quiet for the gate, which are no cry\n",
-      confusion.count(), confusion.count(kCry), all.too_quiet);
-  report.json["windows"] = confusion.count();
-  report.json["cries"] = confusion.count(kCry);
-  report.json["too_quiet"] = all.too_quiet;
-  add_figures({{{"accuracy", "accuracy"}, confusion.accuracy()},
-               {{"recall", "recall of cries"}, confusion.recall(kCry)},
-               {{"false_alarm_rate", "false alarms, of windows without a cry"},
-                share(confusion.count(kNoCry, kCry), confusion.count(kNoCry))}},
-              &report);
-  Table table = {"kinds",
-                 {{"kind", "kind"},
-                  {"windows", "windows"},
-                  {"cries", "cries"},
-                  {"too_quiet", "too quiet"},
-                  {"heard_as_cry", "heard as a cry"},
-                  {"accuracy", "accuracy"}},
-                 {}};
-  for (const auto& [kind, windows] : kinds) {
-    const ConfusionMatrix& of_kind = windows.confusion;
-    table.rows.push_back({kind, of_kind.count(), of_kind.count(kCry), windows.too_quiet,
-                          of_kind.count(kNoCry, kCry) + of_kind.count(kCry, kCry),
-                          of_kind.accuracy()});
-  }
-  add_table(table, &report);
-  return report;
 }
 
 }  // namespace
 
-Report evaluate_cry(const EvaluationSettings& settings) {
-  const std::vector<LabelledSound> sounds = read_sounds(settings.data);
+Json evaluate_cry(const EvaluationSettings& settings) {
+  const std::vector<LabelRow> rows =
+      read_class_labels(settings.data, {{"file", "cry", "kind"}, {}}, kClassCount);
   kel_nn::CryDetector detector{kel_nn::Library(settings.root)};
   Windows all;
   std::map<std::string, Windows> kinds;
-  for_each_file(settings, sounds, [&](const LabelledSound& sound) {
-    const Windows windows = hear(sound, &detector);
-    all.add(windows);
-    kinds[sound.kind].add(windows);
+  for_each_file(settings, rows, [&](const LabelRow& row) {
+    hear(path_of(settings.data, row.file()), row.whole_number(kLabel, kCry), &detector,
+         {&all, &kinds[row.text(kKind)]});
   });
-  return report_of(settings, sounds.size(), all, kinds);
+  Json report = {{"task", settings.task}, {"data", settings.data}, {"sounds", rows.size()}};
+  report.update(all.json());
+  report["recall"] = all.confusion.recall(kCry);
+  report["false_alarm_rate"] =
+      share(all.confusion.count(kNoCry, kCry), all.confusion.count(kNoCry));
+  report["kinds"] = Json::array();
+  for (const auto& [kind, windows] : kinds) {
+    report["kinds"].push_back({{"kind", kind}});
+    report["kinds"].back().update(windows.json());
+  }
+  return report;
 }
 
 }  // namespace kelnn_cli

@@ -3,7 +3,6 @@
 // commands, a picture that is not square is cut to the square in its middle.
 #include <fmt/format.h>
 
-#include <cmath>
 #include <opencv2/imgproc.hpp>
 
 #include "drawing.h"
@@ -17,11 +16,17 @@ namespace {
 
 // A picture, and which part of it is looked at.
 struct Square {
-  explicit Square(const std::string& path)
-      : picture(load_picture(path)), part(chosen_part(path, picture, {})) {}
+  explicit Square(const std::string& its_path)
+      : path(its_path), picture(load_picture(path)), part(chosen_part(path, picture, {})) {}
+
+  std::string path;
   cv::Mat picture;
   cv::Rect part;
 };
+
+Json begin_report(const EvaluationSettings& settings, size_t picture_count) {
+  return {{"task", settings.task}, {"data", settings.data}, {"pictures", picture_count}};
+}
 
 // ----- Landmarks
 
@@ -33,13 +38,13 @@ constexpr int kLeastDrawnSide = 448;
 const cv::Scalar kTruthColour(80, 220, 60), kFoundColour(60, 170, 255);  // blue, green, red
 
 struct LabelledFace {
-  std::string file, path;
+  std::string path;
   std::vector<cv::Point2d> points;  // pixels of the picture
   std::vector<double> pose;         // degrees; empty: not labelled
 };
 
 LabelledFace face_of(const std::string& directory, const LabelRow& row, bool has_pose) {
-  LabelledFace face = {row.file(), path_of(directory, row), {}, {}};
+  LabelledFace face = {path_of(directory, row.file()), {}, {}};
   for (size_t i = 0; i < kPointCount; ++i) {
     face.points.emplace_back(row.number(kFirstPoint + 2 * i), row.number(kFirstPoint + 2 * i + 1));
   }
@@ -63,34 +68,17 @@ FaceErrors errors_of(const LabelledFace& face, const kel_nn::Landmarks& found,
 }
 
 cv::Mat drawn(const LabelledFace& face, const kel_nn::Landmarks& found) {
-  auto [picture, part] = Square(face.path);
+  auto [path, picture, part] = Square(face.path);
   const int factor = 1 + (kLeastDrawnSide - 1) / part.width;
   cv::resize(picture, picture, {}, factor, factor, cv::INTER_NEAREST);
-  const auto enlarged = [factor](std::vector<cv::Point2d> points) {
+  const auto draw = [&, &pixels = picture, side = part.width](std::vector<cv::Point2d> points,
+                                                              const cv::Scalar& colour) {
     for (cv::Point2d& point : points) point *= factor;
-    return points;
+    draw_points(&pixels, points, colour, side * factor / 80);
   };
-  const int radius = part.width * factor / 80;
-  draw_points(&picture, enlarged(face.points), kTruthColour, radius);
-  draw_points(&picture, enlarged(pixels_of(found, part)), kFoundColour, radius);
+  draw(face.points, kTruthColour);
+  draw(pixels_of(found, part), kFoundColour);
   return picture;
-}
-
-Report report_of(const EvaluationSettings& settings, const LandmarkFigures& figures,
-                 size_t face_count) {
-  Report report = begin_report(settings, face_count, "pictures");
-  add_figures({{{"mean_point_error", "mean point error, of the side"}, figures.mean},
-               {{"percentile_95_point_error", "95 % of the points within"}, figures.percentile_95},
-               {{"left_eye_error", "left eye in the picture"}, figures.points[0]},
-               {{"right_eye_error", "right eye in the picture"}, figures.points[1]},
-               {{"nose_error", "nose tip"}, figures.points[2]},
-               {{"left_mouth_error", "left mouth corner"}, figures.points[3]},
-               {{"right_mouth_error", "right mouth corner"}, figures.points[4]},
-               {{"yaw_error", "yaw, degrees"}, figures.pose[0]},
-               {{"pitch_error", "pitch, degrees"}, figures.pose[1]},
-               {{"roll_error", "roll, degrees"}, figures.pose[2]}},
-              &report);
-  return report;
 }
 
 // ----- Features
@@ -117,124 +105,101 @@ Similarities compare(const std::vector<LabelRow>& rows,
 // ----- Classes
 
 constexpr size_t kClass = 1;  // the column
-
-void check_class(int id, int class_count, const std::string& path) {
-  if (id < 0 || id >= class_count) throw Failure(path, fmt::format("class {} was found", id));
-}
-
-// `classify` gives the class of the part of a picture that is looked at.
-template <typename Classify>
-Report evaluate_classes(const EvaluationSettings& settings, int class_count,
-                        const std::vector<LabelRow>& rows, const Classify& classify) {
-  ConfusionMatrix confusion(class_count);
-  for_each_file(settings, rows, [&](const LabelRow& row) {
-    const std::string path = path_of(settings.data, row);
-    const int found = classify(Square(path), path);
-    check_class(found, class_count, path);
-    confusion.add(row.whole_number(kClass, class_count - 1), found);
-  });
-
-  Report report = begin_report(settings, rows.size(), "pictures");
-  add_figures({{{"accuracy", "accuracy"}, confusion.accuracy()}}, &report);
-  std::vector<std::vector<Json>> lines = {{"class", "labelled", "recall"}};
-  report.json["recall"] = Json::array();
-  for (int id = 0; id < class_count; ++id) {
-    lines[0].push_back(fmt::format("found as {}", id));
-    std::vector<Json>& line = lines.emplace_back();
-    line = {std::to_string(id), confusion.count(id), confusion.recall(id)};
-    for (int found = 0; found < class_count; ++found) line.push_back(confusion.count(id, found));
-    report.json["recall"].push_back(confusion.recall(id));
-  }
-  report.json["confusion"] = confusion.rows();
-  report.text += text_of(lines);
-  return report;
-}
-
-std::vector<LabelRow> read_classes(const std::string& directory, int class_count) {
-  const Labels labels = read_labels(directory, {{"file", "class"}, {}}, RowsPerFile::kOne);
-  for (const LabelRow& row : labels.rows)
-    row.whole_number(kClass, class_count - 1);  // or a Failure
-  return labels.rows;
-}
-
 constexpr int kFaceClassCount = 3, kPersonClassCount = 2;
 constexpr float kPersonProbability = 0.5f;
 
+// `class_of` gives the class of a task's result and the number that it rests on.
+template <typename Task, typename ClassOf>
+Json evaluate_classes(const EvaluationSettings& settings, int class_count,
+                      const ClassOf& class_of) {
+  const auto rows = read_class_labels(settings.data, {{"file", "class"}, {}}, class_count);
+  Task task{kel_nn::Library(settings.root)};
+  ConfusionMatrix confusion(class_count);
+  for_each_file(settings, rows, [&](const LabelRow& row) {
+    const Square square(path_of(settings.data, row.file()));
+    const auto [id, number] = class_of(task.of(frame_of(square.picture), rect_of(square.part)));
+    check_are_numbers(std::array{number}, square.path);
+    if (id < 0 || id >= class_count)
+      throw Failure(square.path, fmt::format("class {} was found", id));
+    confusion.add(row.whole_number(kClass, class_count - 1), id);
+  });
+  Json report = begin_report(settings, rows.size());
+  report["accuracy"] = confusion.accuracy();
+  for (int id = 0; id < class_count; ++id) report["recall"].push_back(confusion.recall(id));
+  report["confusion"] = confusion.rows();
+  return report;
+}
+
 }  // namespace
 
-Report evaluate_landmarks(const EvaluationSettings& settings) {
+Json evaluate_landmarks(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, kLandmarkColumns, RowsPerFile::kOne);
   std::vector<LabelledFace> faces;
+  std::vector<std::string> files;
   for (const LabelRow& row : labels.rows) {
     faces.push_back(face_of(settings.data, row, labels.has_optional));
+    files.push_back(row.file());
   }
-  kel_nn::FaceLandmarks landmarks{kel_nn::Library(settings.root)};
-  std::vector<std::string> files;
+  kel_nn::FaceLandmarks task{kel_nn::Library(settings.root)};
   std::vector<kel_nn::Landmarks> found;
   std::vector<FaceErrors> errors;
   std::vector<double> badness;
   for_each_file(settings, faces, [&](const LabelledFace& face) {
     const Square square(face.path);
-    files.push_back(face.file);
-    found.push_back(landmarks.of(grey_cut_out(square.picture, square.part)));
-    for (const float value : found.back().points) check_is_number(value, face.path);
-    for (const float value : found.back().pose) check_is_number(value, face.path);
+    found.push_back(task.of(frame_of(square.picture), rect_of(square.part)));
+    check_are_numbers(found.back().points, face.path);
+    check_are_numbers(found.back().pose, face.path);
     errors.push_back(errors_of(face, found.back(), square.part));
     badness.push_back(errors.back().mean_point());
   });
   draw_worst(settings, files, badness, [&](size_t i) { return drawn(faces[i], found[i]); });
-  return report_of(settings, landmark_figures(errors), faces.size());
-}
-
-Report evaluate_features(const EvaluationSettings& settings) {
-  const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
-  kel_nn::FaceFeatures features{kel_nn::Library(settings.root)};
-  std::vector<kel_nn::Feature> all;
-  for_each_file(settings, labels.rows, [&](const LabelRow& row) {
-    const std::string path = path_of(settings.data, row);
-    const Square square(path);
-    all.push_back(features.of(grey_cut_out(square.picture, square.part)));
-    for (const float value : all.back()) check_is_number(value, path);
-  });
-  const Similarities similarities = compare(labels.rows, all);
-  const size_t same = similarities.same.size(), different = similarities.different.size();
-  const SimilarityFigures figures = similarity_figures(similarities.same, similarities.different);
-  Report report = begin_report(settings, all.size(), "pictures");
-  report.text +=
-      fmt::format("{} pairs of the same person, {} of different ones\n", same, different);
-  report.json["same_pairs"] = same;
-  report.json["different_pairs"] = different;
-  add_figures(
-      {{{"equal_error_rate", "equal error rate"}, figures.equal_error_rate},
-       {{"equal_error_threshold", "at a similarity of"}, figures.equal_error_threshold},
-       {{"true_accept_rate", "true accept rate at 1 % false accepts"}, figures.true_accept_rate},
-       {{"mean_same_similarity", "mean similarity, same person"}, figures.mean_same},
-       {{"mean_different_similarity", "mean similarity, different persons"},
-        figures.mean_different}},
-      &report);
+  const auto [mean, percentile_95, points, pose] = landmark_figures(errors);
+  Json report = begin_report(settings, faces.size());
+  report.update({{"mean_point_error", mean},
+                 {"percentile_95_point_error", percentile_95},
+                 {"left_eye_error", points[0]},  // left in the picture
+                 {"right_eye_error", points[1]},
+                 {"nose_error", points[2]},
+                 {"left_mouth_error", points[3]},
+                 {"right_mouth_error", points[4]},
+                 {"yaw_error", pose[0]},
+                 {"pitch_error", pose[1]},
+                 {"roll_error", pose[2]}});
   return report;
 }
 
-Report evaluate_face_classes(const EvaluationSettings& settings) {
-  const auto rows = read_classes(settings.data, kFaceClassCount);
-  kel_nn::FaceClassifier classifier{kel_nn::Library(settings.root)};
-  return evaluate_classes(
-      settings, kFaceClassCount, rows, [&](const Square& square, const std::string& path) {
-        const kel_nn::FaceClass found = classifier.of(grey_cut_out(square.picture, square.part));
-        check_is_number(found.score, path);
-        return found.id;
-      });
+Json evaluate_features(const EvaluationSettings& settings) {
+  const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
+  kel_nn::FaceFeatures task{kel_nn::Library(settings.root)};
+  std::vector<kel_nn::Feature> all;
+  for_each_file(settings, labels.rows, [&](const LabelRow& row) {
+    const Square square(path_of(settings.data, row.file()));
+    all.push_back(task.of(frame_of(square.picture), rect_of(square.part)));
+    check_are_numbers(all.back(), square.path);
+  });
+  const auto [same, different] = compare(labels.rows, all);
+  const SimilarityFigures figures = similarity_figures(same, different);
+  Json report = begin_report(settings, all.size());
+  report.update({{"same_pairs", same.size()},
+                 {"different_pairs", different.size()},
+                 {"equal_error_rate", figures.equal_error_rate},
+                 {"equal_error_threshold", figures.equal_error_threshold},
+                 {"true_accept_rate", figures.true_accept_rate},
+                 {"mean_same_similarity", figures.mean_same},
+                 {"mean_different_similarity", figures.mean_different}});
+  return report;
 }
 
-Report evaluate_person_classes(const EvaluationSettings& settings) {
-  const auto rows = read_classes(settings.data, kPersonClassCount);
-  kel_nn::PersonClassifier classifier{kel_nn::Library(settings.root)};
-  return evaluate_classes(
-      settings, kPersonClassCount, rows, [&](const Square& square, const std::string& path) {
-        const float person = classifier.of(rgb_cut_out(square.picture, square.part));
-        check_is_number(person, path);
-        return person >= kPersonProbability ? 0 : 1;
-      });
+Json evaluate_face_classes(const EvaluationSettings& settings) {
+  return evaluate_classes<kel_nn::FaceClassifier>(
+      settings, kFaceClassCount,
+      [](const kel_nn::FaceClass& found) { return std::pair(found.id, found.score); });
+}
+
+Json evaluate_person_classes(const EvaluationSettings& settings) {
+  return evaluate_classes<kel_nn::PersonClassifier>(settings, kPersonClassCount, [](float person) {
+    return std::pair(person >= kPersonProbability ? 0 : 1, person);
+  });
 }
 
 }  // namespace kelnn_cli

@@ -2,12 +2,13 @@
 // kelnn eval for faces, persons and objects: boxes that were found beside boxes that were labelled.
 #include <fmt/format.h>
 
-#include <map>
+#include <numeric>
+#include <optional>
 
-#include "detector.h"
 #include "drawing.h"
 #include "evaluation.h"
 #include "figures.h"
+#include "library_call.h"
 #include "picture.h"
 
 namespace kelnn_cli {
@@ -17,7 +18,7 @@ const LabelColumns kColumns = {{"file", "class", "x", "y", "w", "h"}, {}};
 enum Column : size_t { kFile, kClass, kX, kY, kWidth, kHeight };
 
 struct LabelledPicture {
-  std::string file, path;
+  std::string file;
   std::vector<Truth> truths;
   std::vector<LabelRow> rows;  // of the truths
 };
@@ -39,7 +40,7 @@ std::vector<LabelledPicture> read_pictures(const std::string& directory, int cla
     if (!is_new && (is_empty || was_empty)) {
       row.fail(row.file() + " is a picture without objects here or in another line");
     }
-    if (is_new) pictures.push_back({row.file(), path_of(directory, row), {}, {}});
+    if (is_new) pictures.push_back({row.file(), {}, {}});
     was_empty = is_empty;
     if (is_empty) continue;
     pictures.back().truths.push_back(truth_of(row, class_count));
@@ -58,39 +59,35 @@ void check_inside(const LabelledPicture& picture, cv::Size size) {
   }
 }
 
-// Of frames; each may have a model of its own.
-int orientation_of(cv::Size size) {
-  return (size.width > size.height) - (size.width < size.height);
-}
-
-// What is found in each picture. Those that need the first one's model are looked at in passing, the
-// others orientation by orientation, so that every model is loaded once.
+// What is found in each picture. Those that another model is for than the one that is loaded come later, so that
+// every model is loaded once.
+template <typename Task>
 std::vector<DetectedPicture> look_at(const EvaluationSettings& settings,
-                                     decltype(make_face_detector)* make_detector,
                                      const std::vector<LabelledPicture>& pictures) {
   const kel_nn::Library library(settings.root);
-  const std::unique_ptr<Detector> detector = make_detector(library);
+  std::optional<Task> task;
   ProgressBar progress(settings.task, static_cast<int64_t>(pictures.size()), "files",
                        settings.wants_progress);
   int64_t done = 0;
   std::vector<DetectedPicture> found(pictures.size());
-  const auto look = [&](size_t i, const cv::Mat& bgr) {
-    found[i] = {pictures[i].truths, detector->detect(bgr)};
-    for (const Detection& one : found[i].found) check_is_number(one.score, pictures[i].path);
-    progress.show(++done);
-  };
-  std::map<int, std::vector<size_t>> later;
-  for (size_t i = 0; i < pictures.size(); ++i) {
-    const cv::Mat bgr = load_picture(pictures[i].path);
-    check_inside(pictures[i], bgr.size());
-    if (i == 0 || detector->is_ready_for(bgr.size())) {
-      look(i, bgr);
-    } else {
-      later[orientation_of(bgr.size())].push_back(i);
+  std::vector<size_t> left(pictures.size());
+  std::iota(left.begin(), left.end(), size_t{0});
+  while (!left.empty()) {
+    std::vector<size_t> later;
+    for (const size_t i : left) {
+      const std::string path = path_of(settings.data, pictures[i].file);
+      const cv::Mat bgr = load_picture(path);
+      check_inside(pictures[i], bgr.size());
+      if (!task) task.emplace(library, size_of(bgr));
+      if (i != left.front() && !task->is_ready_for(size_of(bgr))) {
+        later.push_back(i);
+        continue;
+      }
+      found[i] = {pictures[i].truths, found_in(bgr, &*task)};
+      for (const Detection& one : found[i].found) check_are_numbers(std::array{one.score}, path);
+      progress.show(++done);
     }
-  }
-  for (const auto& [orientation, indices] : later) {
-    for (const size_t i : indices) look(i, load_picture(pictures[i].path));
+    left = later;
   }
   return found;
 }
@@ -119,52 +116,19 @@ cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_class
   return result;
 }
 
-void add_classes(const std::vector<DetectionFigures>& classes, Report* report) {
-  Table table = {"classes",
-                 {{"class", "class"},
-                  {"labelled", "labelled"},
-                  {"found", "found"},
-                  {"matches", "matches"},
-                  {"average_precision", "average precision"},
-                  {"precision", "precision"},
-                  {"recall", "recall"},
-                  {"mean_iou", "mean IoU"}},
-                 {}};
-  for (const DetectionFigures& one : classes) {
-    table.rows.push_back({table.rows.size(), one.truths, one.found, one.matches,
-                          one.average_precision, one.precision, one.recall, one.mean_iou});
-  }
-  const std::string text_before = report->text;
-  add_table(table, report);
-  if (classes.size() == 1) report->text = text_before;  // one line says nothing new
-}
-
-Report report_of(const EvaluationSettings& settings, const DetectionEvaluation& evaluation,
-                 size_t picture_count) {
-  const DetectionFigures& all = evaluation.all;
-  Report report = begin_report(settings, picture_count, "pictures");
-  report.json["labelled"] = all.truths;
-  report.json["found"] = all.found;
-  report.json["matches"] = all.matches;
-  report.text += fmt::format("{} boxes labelled, {} found, {} of them match\n", all.truths,
-                             all.found, all.matches);
-  add_figures({{{"mean_average_precision", "mean average precision"}, all.average_precision},
-               {{"precision", "precision"}, all.precision},
-               {{"recall", "recall"}, all.recall},
-               {{"false_detections_per_picture", "false detections a picture"},
-                evaluation.false_detections_per_picture},
-               {{"mean_iou", "mean IoU of the matches"}, all.mean_iou}},
-              &report);
-  add_classes(evaluation.classes, &report);
-  return report;
+Json json_of(const DetectionFigures& figures, const char* average_precision) {
+  return {{"labelled", figures.truths},     {"found", figures.found},
+          {"matches", figures.matches},     {average_precision, figures.average_precision},
+          {"precision", figures.precision}, {"recall", figures.recall},
+          {"mean_iou", figures.mean_iou}};
 }
 
 }  // namespace
 
-Report evaluate_detector(const EvaluationSettings& settings,
-                         decltype(make_face_detector)* make_detector, int class_count) {
-  const std::vector<LabelledPicture> pictures = read_pictures(settings.data, class_count);
-  const std::vector<DetectedPicture> detected = look_at(settings, make_detector, pictures);
+template <typename Task, int kClassCount>
+Json evaluate_detector(const EvaluationSettings& settings) {
+  const std::vector<LabelledPicture> pictures = read_pictures(settings.data, kClassCount);
+  const std::vector<DetectedPicture> detected = look_at<Task>(settings, pictures);
   std::vector<std::string> files;
   std::vector<double> badness;
   for (size_t i = 0; i < pictures.size(); ++i) {
@@ -172,9 +136,22 @@ Report evaluate_detector(const EvaluationSettings& settings,
     badness.push_back(static_cast<double>(mistakes(detected[i])));
   }
   draw_worst(settings, files, badness, [&](size_t i) {
-    return drawn(load_picture(pictures[i].path), detected[i], class_count > 1);
+    return drawn(load_picture(path_of(settings.data, files[i])), detected[i], kClassCount > 1);
   });
-  return report_of(settings, evaluate_detections(detected, class_count), pictures.size());
+  const DetectionEvaluation figures = evaluate_detections(detected, kClassCount);
+  Json report = {{"task", settings.task}, {"data", settings.data}, {"pictures", pictures.size()}};
+  report.update(json_of(figures.all, "mean_average_precision"));
+  report["false_detections_per_picture"] = figures.false_detections_per_picture;
+  report["classes"] = Json::array();
+  for (const DetectionFigures& one : figures.classes) {
+    report["classes"].push_back({{"class", report["classes"].size()}});
+    report["classes"].back().update(json_of(one, "average_precision"));
+  }
+  return report;
 }
+
+template Json evaluate_detector<kel_nn::FaceDetector, 1>(const EvaluationSettings&);
+template Json evaluate_detector<kel_nn::PersonDetector, 1>(const EvaluationSettings&);
+template Json evaluate_detector<kel_nn::ObjectDetector, 4>(const EvaluationSettings&);
 
 }  // namespace kelnn_cli

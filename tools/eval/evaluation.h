@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "detector.h"
 #include "labels.h"
 #include "progress_bar.h"
 #include "report.h"
@@ -25,20 +24,15 @@ struct EvaluationSettings {
 
 constexpr size_t kMaxDrawings = 50;
 
-// The text is a table, the JSON one object with the same numbers; null where a figure is of nothing, as
-// the recall of a class that no label has.
-struct Report {
-  std::string text;  // whole lines
-  Json json;
-};
-
-Report evaluate_detector(const EvaluationSettings& settings,
-                         decltype(make_face_detector)* make_detector, int class_count);
-Report evaluate_landmarks(const EvaluationSettings& settings);
-Report evaluate_features(const EvaluationSettings& settings);
-Report evaluate_face_classes(const EvaluationSettings& settings);
-Report evaluate_person_classes(const EvaluationSettings& settings);
-Report evaluate_cry(const EvaluationSettings& settings);
+// Each gives one object: what was looked at, counts and figures by their names, and lists of them by class or
+// kind. Null where a figure is of nothing, as the recall of a class that no label has.
+template <typename Task, int kClassCount>  // kel_nn::FaceDetector, PersonDetector or ObjectDetector
+Json evaluate_detector(const EvaluationSettings& settings);
+Json evaluate_landmarks(const EvaluationSettings& settings);
+Json evaluate_features(const EvaluationSettings& settings);
+Json evaluate_face_classes(const EvaluationSettings& settings);
+Json evaluate_person_classes(const EvaluationSettings& settings);
+Json evaluate_cry(const EvaluationSettings& settings);
 
 // ----- What several of them need -----------------------------------------------------------------
 
@@ -55,32 +49,12 @@ void for_each_file(const EvaluationSettings& settings, const Files& files, const
 }
 
 // Where a network's values would make figures meaningless: a Failure that names the file.
-void check_is_number(float value, const std::string& path);
-
-// What every report's text and JSON begin with.
-Report begin_report(const EvaluationSettings& settings, size_t file_count, const char* files);
-
-// A line "words  value" for each figure, "-" for what is not a number; also at the JSON's top level.
-struct Name {
-  const char* key;    // of the JSON
-  const char* words;  // of the text
-};
-struct Figure {
-  Name name;
-  double value;
-};
-void add_figures(const std::vector<Figure>& figures, Report* report);
-
-// Cells are words, counts or figures. The JSON has an object for each row.
-struct Table {
-  const char* key;
-  std::vector<Name> columns;
-  std::vector<std::vector<Json>> rows;
-};
-void add_table(const Table& table, Report* report);
-
-// Of columns as wide as their cells, the first one to the left, the others to the right.
-std::string text_of(const std::vector<std::vector<Json>>& rows);
+template <typename Values>
+void check_are_numbers(const Values& values, const std::string& path) {
+  for (const float value : values) {
+    if (!std::isfinite(value)) throw Failure(path, "the network's values are not numbers");
+  }
+}
 
 // Where drawings are wanted: the worst files, as "DIR/001_cat.png", ... which sort by how bad they are.
 // `badness` has a value for each of `files`, `draw` gives the picture of one by its index.

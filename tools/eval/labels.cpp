@@ -80,13 +80,13 @@ bool LabelRow::is_empty_from(size_t column) const {
 
 void LabelRow::fail(const std::string& problem) const { throw Failure(place_, problem); }
 
-std::string path_of(const std::string& directory, const LabelRow& row) {
-  return (fs::path(directory) / row.file()).string();
+std::string path_of(const std::string& directory, const std::string& file) {
+  return (fs::path(directory) / file).string();
 }
 
 Labels read_labels(const std::string& directory, const LabelColumns& columns,
                    RowsPerFile rows_per_file) {
-  const std::string path = (fs::path(directory) / kLabelFile).string();
+  const std::string path = path_of(directory, kLabelFile);
   const std::vector<std::string> lines = lines_of(path);
   const auto place = [&](size_t line) { return fmt::format("{}:{}", path, line); };
 
@@ -113,7 +113,7 @@ Labels read_labels(const std::string& directory, const LabelColumns& columns,
     if (!is_new && rows_per_file == RowsPerFile::kOne) {
       row.fail(fmt::format("{} has been in line {}", row.file(), earlier->second));
     }
-    if (is_new && !fs::is_regular_file(path_of(directory, row))) {
+    if (is_new && !fs::is_regular_file(path_of(directory, row.file()))) {
       row.fail(fmt::format("there is no file \"{}\"", row.file()));
     }
     labels.rows.push_back(row);
@@ -122,6 +122,13 @@ Labels read_labels(const std::string& directory, const LabelColumns& columns,
   std::stable_sort(labels.rows.begin(), labels.rows.end(),
                    [](const LabelRow& a, const LabelRow& b) { return a.file() < b.file(); });
   return labels;
+}
+
+std::vector<LabelRow> read_class_labels(const std::string& directory, const LabelColumns& columns,
+                                        int class_count) {
+  std::vector<LabelRow> rows = read_labels(directory, columns, RowsPerFile::kOne).rows;
+  for (const LabelRow& row : rows) row.whole_number(1, class_count - 1);  // or a Failure
+  return rows;
 }
 
 }  // namespace kelnn_cli

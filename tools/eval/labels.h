@@ -44,7 +44,11 @@ struct Labels {
 // Every row names a file that is there.
 Labels read_labels(const std::string& directory, const LabelColumns& columns, RowsPerFile rows);
 
-std::string path_of(const std::string& directory, const LabelRow& row);
+// The same where the second column is a class below `class_count`, and a file has one.
+std::vector<LabelRow> read_class_labels(const std::string& directory, const LabelColumns& columns,
+                                        int class_count);
+
+std::string path_of(const std::string& directory, const std::string& file);
 
 }  // namespace kelnn_cli
 

@@ -8,16 +8,6 @@
 #include "model_inspection.h"
 
 namespace kelnn_cli {
-namespace {
-
-kel_nn::Image cut_out(const cv::Mat& bgr, const cv::Rect& part, kel_nn::Format format) {
-  kel_nn::Image image(kel_nn::kCropSize, format);
-  image.crop(frame_of(bgr), {part.x, part.y, part.width, part.height});
-  return image;
-}
-
-}  // namespace
-
 std::string explanation(const kel_nn::Error& error) {
   const Task* task = find_task(error.task());
   if (error.kind() == kel_nn::Error::kModel && task) {
@@ -34,14 +24,6 @@ cv::Mat luma_of(const cv::Mat& bgr) {
   cv::Mat luma;
   cv::cvtColor(bgr, luma, cv::COLOR_BGR2GRAY);
   return luma;
-}
-
-kel_nn::Image grey_cut_out(const cv::Mat& bgr, const cv::Rect& part) {
-  return cut_out(bgr, part, KEL_NN_KIT_GREY);
-}
-
-kel_nn::Image rgb_cut_out(const cv::Mat& bgr, const cv::Rect& part) {
-  return cut_out(bgr, part, KEL_NN_KIT_RGB);
 }
 
 }  // namespace kelnn_cli

@@ -5,7 +5,9 @@
 
 #include <opencv2/core.hpp>
 #include <string>
+#include <vector>
 
+#include "detection.h"
 #include "kel_nn.hpp"
 
 namespace kelnn_cli {
@@ -19,11 +21,19 @@ inline kel_nn::Frame frame_of(const cv::Mat& bgr) {
 
 inline kel_nn::Size size_of(const cv::Mat& picture) { return {picture.cols, picture.rows}; }
 
+inline kel_nn::Rect rect_of(const cv::Rect& box) { return {box.x, box.y, box.width, box.height}; }
+
 cv::Mat luma_of(const cv::Mat& bgr);
 
-// `part`, cut off at the picture's edges, as the tasks on a cut-out take it.
-kel_nn::Image grey_cut_out(const cv::Mat& bgr, const cv::Rect& part);
-kel_nn::Image rgb_cut_out(const cv::Mat& bgr, const cv::Rect& part);
+// What a detector finds, best score first.
+template <typename Task>
+std::vector<Detection> found_in(const cv::Mat& bgr, Task* task) {
+  std::vector<Detection> found;
+  for (const auto& [box, score, class_id] : task->detect(frame_of(bgr))) {
+    found.push_back({{box.x, box.y, box.w, box.h}, score, class_id});
+  }
+  return found;
+}
 
 }  // namespace kelnn_cli
 

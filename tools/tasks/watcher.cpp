@@ -7,6 +7,16 @@
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
+namespace {
+
+// The key of the person detection task for frames of that size.
+std::string person_task(cv::Size frame) {
+  return std::string("person-detection-") + (frame.width > frame.height   ? "landscape"
+                                             : frame.width < frame.height ? "portrait"
+                                                                          : "square");
+}
+
+}  // namespace
 
 Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool is_always_awake,
                  const Note& note)
@@ -28,19 +38,18 @@ bool Watcher::has_model(const std::string& key, const char* what) {
 // The models that frames of that size need, before the first one is looked at.
 void Watcher::load(cv::Size frame_size) {
   is_loaded_ = true;
-  if (has_model(person_task(frame_size), "persons")) persons_ = make_person_detector(library_);
+  const kel_nn::Size size = {frame_size.width, frame_size.height};
+  if (has_model(person_task(frame_size), "persons")) persons_.emplace(library_, size);
   if (!has_model("face-detection", "faces")) return;
-  faces_ = make_face_detector(library_);
+  faces_.emplace(library_, size);
   if (has_model("face-landmarks", "landmarks")) landmarks_.emplace(library_);
   if (has_model("face-features", "face features")) features_.emplace(library_);
 }
 
 WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {
   WatchedFace face = {place, std::nullopt, std::nullopt};
-  if (!landmarks_ && !features_) return face;
-  const kel_nn::Image grey = grey_cut_out(bgr, place.box);
-  if (landmarks_) face.landmarks = landmarks_->of(grey);
-  if (features_) face.features = features_->of(grey);
+  if (landmarks_) face.landmarks = landmarks_->of(frame_of(bgr), rect_of(place.box));
+  if (features_) face.features = features_->of(frame_of(bgr), rect_of(place.box));
   return face;
 }
 
@@ -50,10 +59,10 @@ Sighting Watcher::look(const cv::Mat& bgr) {
   seen.is_motion = filter_.take(luma_of(bgr).data, size_of(bgr));
   if (seen.is_motion) is_awake_ = is_always_awake_ || *seen.is_motion;
   if (!is_awake_) return seen;
-  if (persons_) seen.persons = persons_->detect(bgr);
+  if (persons_) seen.persons = found_in(bgr, &*persons_);
   if (!faces_) return seen;
   seen.faces.emplace();
-  for (const Detection& place : faces_->detect(bgr)) {
+  for (const Detection& place : found_in(bgr, &*faces_)) {
     seen.faces->push_back(recognise(bgr, place));
   }
   return seen;

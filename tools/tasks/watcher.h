@@ -5,13 +5,12 @@
 #define KEL_NN_TOOLS_WATCHER_H_
 
 #include <functional>
-#include <memory>
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "detector.h"
+#include "detection.h"
 #include "motion.h"
 
 namespace kelnn_cli {
@@ -52,7 +51,8 @@ class Watcher {
   bool is_awake_, is_always_awake_, is_loaded_ = false;
   Note note_;
   kel_nn::MotionFilter filter_;
-  std::unique_ptr<Detector> persons_, faces_;
+  std::optional<kel_nn::PersonDetector> persons_;
+  std::optional<kel_nn::FaceDetector> faces_;
   std::optional<kel_nn::FaceLandmarks> landmarks_;
   std::optional<kel_nn::FaceFeatures> features_;
 };
