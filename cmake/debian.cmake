@@ -27,8 +27,8 @@ foreach(package ${CPACK_KELNN_PACKAGES})
     file(MAKE_DIRECTORY ${root}/share/doc-base)
     configure_file(${CPACK_KELNN_DEBIAN}/${name}.doc-base ${root}/share/doc-base/${name}.libkelnn COPYONLY)
   endif()
-  # Installed where the loader looks anyway.
-  file(GLOB programs ${root}/bin/* ${root}/lib/python3/dist-packages/kelnn/*.so)
+  # Installed where the loader looks anyway. The tool keeps its run path: the runtime is in the library's own directory.
+  file(GLOB programs ${root}/lib/python3/dist-packages/kelnn/*.so)
   foreach(program ${programs})
     file(RPATH_REMOVE FILE ${program})
   endforeach()

@@ -54,8 +54,8 @@ std::string list_text(const Json& list) {
 }
 
 // Loaded the way the task will load it, and held against the task's shapes.
-void check_network(const std::string& path, const Task& task) {
-  Network network(path, Network::File::kPlain);
+void check_network(const std::string& path, const Bytes& onnx, const Task& task) {
+  Network network(path, Network::File::kPlain, onnx);
   std::fputs(network.library_lines().c_str(), stdout);  // which is standard error
   if (!network.problem().empty()) throw Failure(path + ": " + network.problem());
   const std::string misfit = network.misfit(task);
@@ -114,7 +114,7 @@ bool pack(const PackOptions& options, Reporter* reporter) {
   }
   const Task& task = *find_task(options.task);
   const Bytes network = read_file(options.network);
-  if (!options.is_raw) check_network(options.network, task);
+  if (!options.is_raw) check_network(options.network, network, task);
   const Bytes packed = options.is_raw ? pack_raw(task, network) : pack_network(task, network);
   const std::string path = model_path(options.task, options.root);
   write_file(path, packed);

@@ -1,19 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "network.h"
 
-#include <cstdlib>
+#include <jzdl.h>
 
+#include <memory>
+
+#include "model_container.h"
 #include "runtime_errors.h"
 
 namespace kelnn_cli {
 namespace {
 
-// The engine's line is the one place where the runtime's code appears.
-std::string load_problem(const std::string& line) {
-  static const std::string kStart = "load model error[";
-  if (line.compare(0, kStart.size(), kStart) != 0) return "the engine refuses the network";
-  const long code = std::strtol(line.c_str() + kStart.size(), nullptr, 10);
-  return kelnn_host::describe_load_error(static_cast<int>(code));
+// Why the runtime refuses a network; the engine keeps the code to itself.
+std::string load_problem(const Bytes& onnx) {
+  const auto container = kelnn_host::wrap_model(onnx.data(), onnx.size());
+  const std::unique_ptr<jzdl::BaseNet, decltype(&jzdl::net_destory)> net(jzdl::net_create(),
+                                                                         jzdl::net_destory);
+  const int code = net ? net->load_model(reinterpret_cast<const char*>(container.data()), 1)
+                       : kelnn_host::kOutOfMemory;
+  return code ? kelnn_host::describe_load_error(code) : "the engine refuses the network";
 }
 
 std::string shape_text(const std::array<size_t, 3>& dim) {
@@ -36,12 +41,12 @@ std::string output_misfit(size_t index, const kel_nn::Graph::Output& output, con
 
 }  // namespace
 
-Network::Network(const std::string& path, File kind) {
+Network::Network(const std::string& path, File kind, const Bytes& onnx) {
   kel_nn::Messages messages;
   try {
     graph_.emplace(path, kind == File::kScrambled);
-  } catch (const kel_nn::Error& error) {
-    problem_ = load_problem(error.line());
+  } catch (const kel_nn::Error&) {
+    problem_ = load_problem(onnx);
   }
   library_lines_ = messages.text();
 }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "files.h"
 #include "kel_nn.hpp"
 #include "task_catalogue.h"
 
@@ -14,7 +15,8 @@ namespace kelnn_cli {
 class Network {
  public:
   enum class File { kPlain, kScrambled };
-  Network(const std::string& path, File kind);
+  // `onnx`: what is in the file, to ask the runtime about.
+  Network(const std::string& path, File kind, const Bytes& onnx);
 
   // Why it did not load, or nothing.
   const std::string& problem() const { return problem_; }
