@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <iterator>
 #include <vector>
 
@@ -22,77 +23,16 @@ int16_t to_sample(float value) {
   return static_cast<int16_t>(std::lrint(std::clamp(scaled, -32768.0f, 32767.0f)));
 }
 
-// From one sampling rate to 16 kHz.
-class Resampler {
- public:
-  explicit Resampler(int rate) : ratio_(static_cast<double>(kSoundRate) / rate) {
-    if (rate == kSoundRate) return;
-    int error = 0;
-    state_ = src_new(SRC_SINC_MEDIUM_QUALITY, 1, &error);
-    if (!state_) throw Failure(std::string("the resampler: ") + src_strerror(error));
-  }
-  ~Resampler() {
-    if (state_) src_delete(state_);
-  }
-  Resampler(const Resampler&) = delete;
-  Resampler& operator=(const Resampler&) = delete;
-
-  // Sets `out` to what `in` makes. Called with `is_end` once, it holds nothing back.
-  void process(const std::vector<float>& in, bool is_end, std::vector<float>* out) {
-    if (!state_) {
-      *out = in;
-      return;
-    }
-    out->clear();
-    run(in, is_end, out);
-    taken_ += in.size();
-    if (is_end) end_exactly(out);
-    given_ += out->size();
-  }
-
- private:
-  void run(const std::vector<float>& in, bool is_end, std::vector<float>* out) {
-    SRC_DATA data = {};
-    data.data_in = in.data();
-    data.input_frames = static_cast<long>(in.size());
-    data.end_of_input = is_end;
-    data.src_ratio = ratio_;
-    float block[4096];
-    do {
-      data.data_out = block;
-      data.output_frames = static_cast<long>(std::size(block));
-      const int error = src_process(state_, &data);
-      if (error != 0) throw Failure(std::string("the resampler: ") + src_strerror(error));
-      out->insert(out->end(), block, block + data.output_frames_gen);
-      data.data_in += data.input_frames_used;
-      data.input_frames -= data.input_frames_used;
-    } while (data.input_frames > 0 || data.output_frames_gen > 0);
-  }
-
-  // The resampler's roundings may leave a sample too few or too many; 3 seconds are to be a window.
-  void end_exactly(std::vector<float>* out) const {
-    const auto all = static_cast<uint64_t>(std::llround(static_cast<double>(taken_) * ratio_));
-    out->resize(all > given_ ? all - given_ : 0, out->empty() ? 0.0f : out->back());
-  }
-
-  double ratio_;
-  uint64_t taken_ = 0, given_ = 0;  // samples
-  SRC_STATE* state_ = nullptr;
-};
-
 struct Close {
   void operator()(SNDFILE* file) const { sf_close(file); }
+  void operator()(SRC_STATE* resampler) const { src_delete(resampler); }
 };
 
 // What files of the common formats begin with. Taken for samples, they would be heard as noise.
-bool begins_like_a_file(const std::vector<float>& samples) {
-  if (samples.size() < 2) return false;
-  const auto first = static_cast<uint16_t>(to_sample(samples[0]));
-  const auto second = static_cast<uint16_t>(to_sample(samples[1]));
-  const std::string bytes = {static_cast<char>(first), static_cast<char>(first >> 8),
-                             static_cast<char>(second), static_cast<char>(second >> 8)};
+bool begins_like_a_file(const int16_t* samples) {
   const char* const marks[] = {"RIFF", "RIFX", "RF64", "fLaC", "OggS", "FORM"};
-  return std::find(std::begin(marks), std::end(marks), bytes) != std::end(marks);
+  return std::any_of(std::begin(marks), std::end(marks),
+                     [=](const char* mark) { return std::memcmp(samples, mark, 4) == 0; });
 }
 
 class SoundFile : public Sound {
@@ -112,77 +52,83 @@ class SoundFile : public Sound {
 
   uint64_t expected_samples() const override {
     if (info_.frames <= 0 || info_.frames >= SF_COUNT_MAX / 2) return 0;
-    return static_cast<uint64_t>(static_cast<double>(info_.frames) * kSoundRate / info_.samplerate);
+    return static_cast<uint64_t>(static_cast<double>(info_.frames) * ratio());
   }
 
   size_t read(int16_t* samples, size_t count) override {
-    size_t done = 0;
-    while (done < count) {
-      if (next_ == ready_.size() && !refill()) break;
-      const size_t n = std::min(count - done, ready_.size() - next_);
-      std::transform(ready_.begin() + static_cast<std::ptrdiff_t>(next_),
-                     ready_.begin() + static_cast<std::ptrdiff_t>(next_ + n), samples + done,
-                     to_sample);
-      next_ += n;
-      done += n;
+    std::vector<float> sound(count);
+    sound.resize(resampler_ ? resample(&sound) : read_mono(&sound));
+    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) throw Failure(path_, sf_strerror(file_.get()));
+    std::transform(sound.begin(), sound.end(), samples, to_sample);
+    if (is_bare_ && given_ == 0 && sound.size() >= 2 && begins_like_a_file(samples)) {
+      throw Failure(
+          path_, "a sound file, but \"-\" takes bare samples: give the file's name, or decode it");
     }
-    return done;
+    given_ += sound.size();
+    return sound.size();
   }
 
  private:
-  // Always in blocks of the same size, so that the resampler's roundings are always the same. A window
-  // that comes through a pipe is a whole number of them, so that it is heard as soon as it is over.
-  sf_count_t block() const { return is_bare_ ? 4000 : 4096; }
+  double ratio() const { return static_cast<double>(kSoundRate) / info_.samplerate; }
 
   void check_opened() {
     if (!file_) throw Failure(path_, sf_strerror(nullptr));
-    if (!src_is_valid_ratio(static_cast<double>(kSoundRate) / info_.samplerate)) {
+    if (!src_is_valid_ratio(ratio())) {
       throw Failure(path_, "a sampling rate of " + std::to_string(info_.samplerate) + " Hz");
     }
-    resampler_ = std::make_unique<Resampler>(info_.samplerate);
+    if (info_.samplerate == kSoundRate) return;
+    int error = 0;
+    resampler_.reset(src_callback_new(next_block, SRC_SINC_MEDIUM_QUALITY, 1, &error, this));
+    check_resampler(error);
+  }
+  static void check_resampler(int error) {
+    if (error) throw Failure(std::string("the resampler: ") + src_strerror(error));
   }
 
-  bool refill() {
-    ready_.clear();
-    next_ = 0;
-    while (ready_.empty() && !is_end_) {
-      const std::vector<float> mono = read_mono();
-      if (is_bare_ && is_start_ && begins_like_a_file(mono)) {
-        throw Failure(
-            path_,
-            "a sound file, but \"-\" takes bare samples: give the file's name, or decode it");
-      }
-      is_start_ = false;
-      resampler_->process(mono, is_end_, &ready_);
-    }
-    return !ready_.empty();
-  }
-
-  std::vector<float> read_mono() {  // and whether that was the end
+  // Gives how many there were.
+  size_t read_mono(std::vector<float>* mono) {
     const auto channels = static_cast<size_t>(info_.channels);
-    std::vector<float> frames(static_cast<size_t>(block()) * channels);
-    const sf_count_t n = sf_readf_float(file_.get(), frames.data(), block());
-    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
-      throw Failure(path_, sf_strerror(file_.get()));
-    }
-    is_end_ = n < block();
-    std::vector<float> mono(static_cast<size_t>(std::max<sf_count_t>(n, 0)));
-    for (size_t i = 0; i < mono.size(); ++i) {
+    frames_.resize(mono->size() * channels);
+    const auto wanted = static_cast<sf_count_t>(mono->size());
+    const sf_count_t n =
+        std::max<sf_count_t>(0, sf_readf_float(file_.get(), frames_.data(), wanted));
+    is_end_ = n < wanted;
+    for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
       float sum = 0.0f;
-      for (size_t c = 0; c < channels; ++c) sum += frames[i * channels + c];
-      mono[i] = sum / static_cast<float>(channels);
+      for (size_t c = 0; c < channels; ++c) sum += frames_[i * channels + c];
+      (*mono)[i] = sum / static_cast<float>(channels);
     }
-    return mono;
+    return static_cast<size_t>(n);
+  }
+
+  // For the resampler, from which nothing is thrown.
+  static long next_block(void* self, float** block) {
+    auto* file = static_cast<SoundFile*>(self);
+    const size_t n = file->read_mono(&file->block_);
+    file->taken_ += n;
+    *block = file->block_.data();
+    return static_cast<long>(n);
+  }
+
+  size_t resample(std::vector<float>* sound) {
+    const auto made = static_cast<size_t>(src_callback_read(
+        resampler_.get(), ratio(), static_cast<long>(sound->size()), sound->data()));
+    check_resampler(src_error(resampler_.get()));
+    if (!is_end_) return made;
+    // Roundings may leave a sample too few or too many; 3 seconds are to be a window.
+    const auto all = static_cast<uint64_t>(std::llround(static_cast<double>(taken_) * ratio()));
+    const size_t left = std::min<size_t>(sound->size(), all > given_ ? all - given_ : 0);
+    for (size_t i = made; i < left; ++i) (*sound)[i] = i > 0 ? (*sound)[i - 1] : 0.0f;
+    return left;
   }
 
   std::string path_;
   SF_INFO info_ = {};
-  bool is_bare_ = false;
+  bool is_bare_ = false, is_end_ = false;
   std::unique_ptr<SNDFILE, Close> file_;
-  std::unique_ptr<Resampler> resampler_;
-  std::vector<float> ready_;  // of which the first `next_` are gone
-  size_t next_ = 0;
-  bool is_start_ = true, is_end_ = false;
+  std::unique_ptr<SRC_STATE, Close> resampler_;  // none: the file has our rate
+  std::vector<float> frames_, block_ = std::vector<float>(4096);
+  uint64_t taken_ = 0, given_ = 0;  // samples that the resampler took, and that were read
 };
 
 }  // namespace
