@@ -65,7 +65,7 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
       {"faces good.png --draw good.png", 1, "take the place of the input"},
       {"faces good.png --draw a.xyz", 1, "a.xyz: pictures are written as"},
       {"faces v.avi --draw a.png", 1, "a.png: videos are written as"},
-      {"faces v.avi --draw /dev/null/a.avi", 1, "a.avi: cannot be written"},
+      {"faces v.avi --draw /dev/null/a.avi", 1, "/dev/null: Not a directory"},
       {"motion v.avi --draw a.txt", 1, "a.txt: videos are written as"},
       {"motion v.avi --draw v.avi", 1, "take the place of the input"},
       {"motion nothing.avi", 1, "nothing.avi: No such file"},

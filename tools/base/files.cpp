@@ -27,46 +27,10 @@ mode_t default_mode() {
   return 0666 & ~mask;
 }
 
-// A file beside `path` that is going to take its place, and vanishes when it does not.
-class Successor {
- public:
-  explicit Successor(const std::string& path)
-      : path_(path), own_path_((fs::path(path).parent_path() / ".kelnn-XXXXXX").string()) {
-    descriptor_ = mkostemp(own_path_.data(), O_CLOEXEC);
-    if (descriptor_ < 0) fail(path_, errno);
-  }
-  ~Successor() {
-    if (descriptor_ >= 0) close(descriptor_);
-    if (!own_path_.empty()) unlink(own_path_.c_str());
-  }
-  Successor(const Successor&) = delete;
-  Successor& operator=(const Successor&) = delete;
-
-  void write(const Bytes& bytes) {
-    for (size_t done = 0; done < bytes.size();) {
-      const ssize_t written = ::write(descriptor_, bytes.data() + done, bytes.size() - done);
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) fail(path_, errno);
-      done += static_cast<size_t>(written);
-    }
-  }
-  void take_over() {
-    if (fchmod(descriptor_, default_mode()) != 0 || fsync(descriptor_) != 0) fail(path_, errno);
-    if (std::rename(own_path_.c_str(), path_.c_str()) != 0) fail(path_, errno);
-    own_path_.clear();
-  }
-
- private:
-  std::string path_, own_path_;
-  int descriptor_;
-};
-
-// So that the new name outlasts a power cut. The file is in place already: no reason to fail.
-void sync_directory(const fs::path& directory) {
-  const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return;
-  fsync(descriptor);
-  close(descriptor);
+// A file's own; empty: the working directory.
+fs::path directory_of(const std::string& path) {
+  const fs::path directory = fs::path(path).parent_path();
+  return directory.empty() ? "." : directory;
 }
 
 }  // namespace
@@ -82,17 +46,45 @@ Bytes read_file(const std::string& path) {
   return bytes;
 }
 
-void write_file(const std::string& path, const Bytes& bytes) {
-  fs::path directory = fs::path(path).parent_path();
-  if (directory.empty()) directory = ".";
+Successor::Successor(const std::string& path) : path_(path) {
   std::error_code error;
-  fs::create_directories(directory, error);
-  if (error) fail(directory.string(), error.value());
+  fs::create_directories(directory_of(path), error);
+  if (error) fail(directory_of(path), error.value());
   if (fs::is_directory(path, error)) fail(path, EISDIR);
+  own_path_ = directory_of(path) / ".kelnn-XXXXXX";
+  descriptor_ = mkostemp(own_path_.data(), O_CLOEXEC);
+  if (descriptor_ < 0) fail(path, errno);
+}
+
+Successor::~Successor() {
+  close(descriptor_);
+  if (!own_path_.empty()) unlink(own_path_.c_str());
+}
+
+void Successor::write(const Bytes& bytes) {
+  for (size_t done = 0; done < bytes.size();) {
+    const ssize_t written = ::write(descriptor_, bytes.data() + done, bytes.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) fail(path_, errno);
+    done += static_cast<size_t>(written);
+  }
+}
+
+void Successor::take_over() {
+  if (fchmod(descriptor_, default_mode()) != 0 || fsync(descriptor_) != 0) fail(path_, errno);
+  if (std::rename(own_path_.c_str(), path_.c_str()) != 0) fail(path_, errno);
+  own_path_.clear();
+  // So that the new name outlasts a power cut. The file is in place already: no reason to fail.
+  const int directory = open(directory_of(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directory < 0) return;
+  fsync(directory);
+  close(directory);
+}
+
+void write_file(const std::string& path, const Bytes& bytes) {
   Successor file(path);
   file.write(bytes);
   file.take_over();
-  sync_directory(directory);
 }
 
 std::string with_slash(const std::string& directory) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Numbers out of text.
-#ifndef KEL_NN_TOOLS_NUMBERS_H_
-#define KEL_NN_TOOLS_NUMBERS_H_
+#pragma once
 
 #include <charconv>
 #include <string>
@@ -17,5 +16,3 @@ bool parse_number(const std::string& text, Number* value) {
 }
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_NUMBERS_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // How far a long video or sound is, on the last line of standard error.
-#ifndef KEL_NN_TOOLS_PROGRESS_BAR_H_
-#define KEL_NN_TOOLS_PROGRESS_BAR_H_
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -32,5 +31,3 @@ class ProgressBar {
 };
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_PROGRESS_BAR_H_

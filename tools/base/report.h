@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // How results are told as JSON, and what is thrown where there is none.
-#ifndef KEL_NN_TOOLS_REPORT_H_
-#define KEL_NN_TOOLS_REPORT_H_
+#pragma once
 
 #include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
@@ -29,5 +28,3 @@ class OutputFailure : public Failure {
 };
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_REPORT_H_

@@ -9,7 +9,6 @@
 
 #include "commands.h"
 #include "drawing.h"
-#include "drawing_target.h"
 #include "frames.h"
 #include "library_call.h"
 

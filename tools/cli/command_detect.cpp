@@ -2,13 +2,11 @@
 // kelnn faces, kelnn objects and kelnn persons: what is where in pictures, videos and cameras.
 #include <fmt/format.h>
 
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "commands.h"
 #include "drawing.h"
-#include "drawing_target.h"
 #include "frames.h"
 #include "library_call.h"
 
@@ -61,18 +59,15 @@ bool detect(const DetectOptions& options, Reporter* reporter) {
   std::optional<Task> task;  // none: there was no frame yet
   DrawingTarget drawings(options.out, options.inputs);
   return for_each_input(options.inputs, *reporter, [&](const std::string& input) {
-    const std::unique_ptr<FrameSource> source = open_frames(input);
-    const bool is_picture = source->kind() == FrameSource::Kind::kPicture;
-    const std::unique_ptr<FrameSink> sink = drawings.open(input, *source, options.frames.step);
-    FrameWalk walk(input, source.get(), options.frames);
+    FrameWalk walk(input, FrameWalk::Takes::kAll, options.frames, &drawings);
+    const bool is_picture = walk.kind() == FrameSource::Kind::kPicture;
     while (const Frame* frame = walk.next()) {
       if (!task) task.emplace(library, size_of(frame->pixels));
       const std::vector<Detection> found = found_in(frame->pixels, &*task);
-      if (sink) sink->write(drawn(options, frame->pixels, found));
+      walk.draw([&] { return drawn(options, frame->pixels, found); });
       walk.report(reporter, json_of(options, input, *frame, found),
                   [&](const Json& json) { return text_of(json, is_picture); });
     }
-    if (sink) sink->finish();
   });
 }
 

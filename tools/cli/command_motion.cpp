@@ -3,12 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "drawing.h"
-#include "drawing_target.h"
 #include "frames.h"
 #include "library_call.h"
 #include "report.h"
@@ -38,14 +36,12 @@ std::string period_text(const Json& period) {
 }
 
 bool watch_motion(const MotionOptions& options, Reporter* reporter) {
-  const std::unique_ptr<FrameSource> source = open_moving(options.input);
-  const std::unique_ptr<FrameSink> sink =
-      DrawingTarget(options.out, {options.input}).open(options.input, *source, 1);
+  DrawingTarget drawings(options.out, {options.input});
+  FrameWalk walk(options.input, FrameWalk::Takes::kMoving, options.frames, &drawings);
   kel_nn::MotionFilter filter = options.settings.filter(kel_nn::Library());
   ChangedPixels changed_pixels;
   std::vector<double> shares;
   std::optional<bool> last;
-  FrameWalk walk(options.input, source.get(), options.frames);
   while (const Frame* frame = walk.next()) {
     const cv::Mat luma = luma_of(frame->pixels);
     const cv::Mat changed = changed_pixels.take(luma);
@@ -55,9 +51,8 @@ bool watch_motion(const MotionOptions& options, Reporter* reporter) {
       walk.report(reporter, period_json(options.input, *frame, *is_motion, shares), period_text);
       shares.clear();
     }
-    if (sink) sink->write(frame_with_changes(frame->pixels, changed, last));
+    walk.draw([&] { return frame_with_changes(frame->pixels, changed, last); });
   }
-  if (sink) sink->finish();
   return true;
 }
 
@@ -97,12 +92,12 @@ std::string sweep_text(const MotionOptions& options, const Json& sweep) {
 // The recording is decoded anew for every setting: the library has one filter at a time, and a
 // recording need not fit in memory.
 Count count_decisions(const MotionOptions& options, const kel_nn::Library& library,
-                      FrameSource* source, const MotionSettings& settings) {
+                      const MotionSettings& settings) {
   Count count = {settings, 0, 0, 0};
   kel_nn::MotionFilter filter = settings.filter(library);
   const std::string label =
       fmt::format("{}, {:.6g} %, {} frames", options.input, settings.ratio, settings.period);
-  FrameWalk walk(label, source, options.frames);
+  FrameWalk walk(options.input, FrameWalk::Takes::kRecordings, options.frames, label);
   while (const Frame* frame = walk.next()) {
     const std::optional<bool> is_motion =
         filter.take(luma_of(frame->pixels).data, size_of(frame->pixels));
@@ -119,12 +114,7 @@ bool sweep_motion(const MotionOptions& options, Reporter* reporter) {
   std::vector<Count> counts;
   for (const double ratio : options.ratios) {
     for (const int period : options.periods) {
-      const std::unique_ptr<FrameSource> source = open_moving(options.input);
-      if (source->kind() == FrameSource::Kind::kCamera) {
-        throw Failure(options.input,
-                      "a camera; --sweep takes a recording, to look at it several times");
-      }
-      counts.push_back(count_decisions(options, library, source.get(), {ratio, period}));
+      counts.push_back(count_decisions(options, library, {ratio, period}));
     }
   }
   reporter->report_one(sweep_json(options, counts),

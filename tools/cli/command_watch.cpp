@@ -2,12 +2,10 @@
 // kelnn watch: motion, then people, then faces, as a camera would look at its frames.
 #include <fmt/format.h>
 
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "drawing.h"
-#include "drawing_target.h"
 #include "frames.h"
 #include "watcher.h"
 
@@ -70,20 +68,17 @@ cv::Mat drawn(const cv::Mat& bgr, const Sighting& seen) {
 }  // namespace
 
 bool watch(const WatchOptions& options, Reporter* reporter) {
-  const std::unique_ptr<FrameSource> source = open_moving(options.input);
-  const std::unique_ptr<FrameSink> sink =
-      DrawingTarget(options.out, {options.input}).open(options.input, *source, 1);
+  DrawingTarget drawings(options.out, {options.input});
+  FrameWalk walk(options.input, FrameWalk::Takes::kMoving, options.frames, &drawings);
   Watcher watcher(options.root, options.settings, options.is_always_awake,
                   [reporter](const std::string& note) { reporter->complain(note); });
-  FrameWalk walk(options.input, source.get(), options.frames);
   while (const Frame* frame = walk.next()) {
     const Sighting sighting = watcher.look(frame->pixels);
-    if (sink) sink->write(drawn(frame->pixels, sighting));
+    walk.draw([&] { return drawn(frame->pixels, sighting); });
     if (sighting.is_event()) {
       walk.report(reporter, event_json(options.input, *frame, sighting), event_text);
     }
   }
-  if (sink) sink->finish();
   return true;
 }
 

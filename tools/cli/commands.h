@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The commands: functions from plain options to reports. They return whether all is as it should be,
 // which is the exit code, and throw what keeps them from their work.
-#ifndef KEL_NN_TOOLS_COMMANDS_H_
-#define KEL_NN_TOOLS_COMMANDS_H_
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -127,5 +126,3 @@ std::vector<std::string> evaluated_tasks();
 bool can_draw(const std::string& evaluated_task);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_COMMANDS_H_

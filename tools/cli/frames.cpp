@@ -20,28 +20,40 @@ bool skip(FrameSource* source, int count) {
   return count == 0;
 }
 
-}  // namespace
-
-std::unique_ptr<FrameSource> open_moving(const std::string& input) {
+std::unique_ptr<FrameSource> open(const std::string& input, FrameWalk::Takes takes) {
   std::unique_ptr<FrameSource> source = open_frames(input);
-  if (source->kind() == FrameSource::Kind::kPicture) {
+  if (takes != FrameWalk::Takes::kAll && source->kind() == FrameSource::Kind::kPicture) {
     throw Failure(input, "a picture; motion takes a video or a camera");
+  }
+  if (takes == FrameWalk::Takes::kRecordings && source->kind() == FrameSource::Kind::kCamera) {
+    throw Failure(input, "a camera; --sweep takes a recording, to look at it several times");
   }
   return source;
 }
 
-FrameWalk::FrameWalk(const std::string& input, FrameSource* source, const FrameOptions& options)
-    : source_(source),
+}  // namespace
+
+FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
+                     const std::string& label)
+    : source_(open(input, takes)),
       options_(options),
-      progress_(input, frames_to_pass(*source, options), "frames", options.wants_progress) {
+      progress_(label, frames_to_pass(*source_, options), "frames", options.wants_progress) {
   catch_interruption();
+}
+
+FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
+                     DrawingTarget* target)
+    : FrameWalk(input, takes, options, input) {
+  sink_ = target->open(input, *source_, options.step);
 }
 
 const Frame* FrameWalk::next() {
   if (seen_ > 0) progress_.show(frame_.index + 1);
   const bool is_over = is_interrupted() || (options_.limit > 0 && seen_ == options_.limit) ||
-                       (seen_ > 0 && !skip(source_, options_.step - 1)) || !source_->read(&frame_);
+                       (seen_ > 0 && !skip(source_.get(), options_.step - 1)) ||
+                       !source_->read(&frame_);
   ++seen_;
+  if (is_over && sink_) sink_->finish();
   return is_over ? nullptr : &frame_;
 }
 

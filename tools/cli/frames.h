@@ -1,28 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 // The way through the frames of an input that the commands on frames have in common.
-#ifndef KEL_NN_TOOLS_FRAMES_H_
-#define KEL_NN_TOOLS_FRAMES_H_
+#pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "commands.h"
 #include "detection.h"
-#include "frame_source.h"
+#include "frame_sink.h"
 #include "progress_bar.h"
 #include "reporter.h"
 
 namespace kelnn_cli {
 
-// A Failure for a picture, which does not move.
-std::unique_ptr<FrameSource> open_moving(const std::string& input);
-
 class FrameWalk {
  public:
-  FrameWalk(const std::string& input, FrameSource* source, const FrameOptions& options);
+  enum class Takes { kAll, kMoving, kRecordings };
 
+  // A Failure for an input of another kind. Frames that are drawn go to the target.
+  FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
+            DrawingTarget* target);
+  // `label`: of the progress bar. Nothing is drawn.
+  FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
+            const std::string& label);
+
+  FrameSource::Kind kind() const { return source_->kind(); }
   // The next frame to look at, which holds until the one after it; null at the end, and after Ctrl-C.
   const Frame* next();
+  // The frame with what was found in it, where drawings are wanted.
+  void draw(const std::function<cv::Mat()>& drawn) {
+    if (sink_) sink_->write(drawn());
+  }
   // Says something of the frame, not on top of the progress bar.
   void report(Reporter* reporter, const Json& result, const Text& text) {
     progress_.hide();
@@ -30,7 +39,8 @@ class FrameWalk {
   }
 
  private:
-  FrameSource* source_;
+  std::unique_ptr<FrameSource> source_;
+  std::unique_ptr<FrameSink> sink_;  // none: no drawings are wanted
   FrameOptions options_;
   ProgressBar progress_;
   Frame frame_;
@@ -51,5 +61,3 @@ constexpr char kFound[] = " {score:.2f}  x {x}, y {y}, {w} x {h}\n";
 Json points_json(const std::array<float, 10>& points);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_FRAMES_H_

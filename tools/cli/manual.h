@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is made of the description of the options besides --help.
-#ifndef KEL_NN_TOOLS_MANUAL_H_
-#define KEL_NN_TOOLS_MANUAL_H_
+#pragma once
 
 #include <CLI/App.hpp>
 #include <string>
@@ -12,5 +11,3 @@ std::string manual_page(const CLI::App& app);  // for man, section 1
 std::string completion(const CLI::App& app);   // for bash-completion
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_MANUAL_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line: what commands and options there are, their help and what is checked of them.
-#ifndef KEL_NN_TOOLS_OPTIONS_H_
-#define KEL_NN_TOOLS_OPTIONS_H_
+#pragma once
 
 #include <functional>
 
@@ -19,5 +18,3 @@ struct CommandLine {
 CommandLine parse(int argc, char** argv);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_OPTIONS_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where a command's results and complaints go, and Ctrl-C, which asks it to end.
-#ifndef KEL_NN_TOOLS_REPORTER_H_
-#define KEL_NN_TOOLS_REPORTER_H_
+#pragma once
 
 #include <exception>
 #include <functional>
@@ -61,5 +60,3 @@ bool for_each_input(const std::vector<std::string>& inputs, const Reporter& repo
                     const std::function<void(const std::string&)>& work);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_REPORTER_H_

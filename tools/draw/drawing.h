@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What was found, drawn into a picture.
-#ifndef KEL_NN_TOOLS_DRAWING_H_
-#define KEL_NN_TOOLS_DRAWING_H_
+#pragma once
 
 #include <opencv2/core.hpp>
 #include <optional>
@@ -32,6 +31,9 @@ void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv:
                  int radius);
 void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const cv::Rect& part);
 
-}  // namespace kelnn_cli
+// ----- The cry detector's features: time to the right, frequency upwards, both with axes. `start` is the second at
+// which the window begins.
 
-#endif  // KEL_NN_TOOLS_DRAWING_H_
+cv::Mat draw_features(const kel_nn::SoundFeatures& matrix, const std::string& title, double start);
+
+}  // namespace kelnn_cli

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "feature_picture.h"
-
+// The cry detector's features as a picture.
 #include <fmt/format.h>
 
 #include <opencv2/imgproc.hpp>
+
+#include "drawing.h"
 
 namespace kelnn_cli {
 namespace {

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // How good a task's network is on labelled data: what the library makes of every file, put beside its
 // label. docs/evaluation.md defines the figures.
-#ifndef KEL_NN_TOOLS_EVALUATION_H_
-#define KEL_NN_TOOLS_EVALUATION_H_
+#pragma once
 
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -62,5 +61,3 @@ void draw_worst(const EvaluationSettings& settings, const std::vector<std::strin
                 const std::vector<double>& badness, const std::function<cv::Mat(size_t)>& draw);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_EVALUATION_H_

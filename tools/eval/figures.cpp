@@ -14,42 +14,30 @@ double iou(const cv::Rect2d& a, const cv::Rect2d& b) {
 
 bool by_score(const ScoredDetection& a, const ScoredDetection& b) { return a.score > b.score; }
 
-// What is known of a class, or of all, before the figures are worked out.
-struct Tally {
-  size_t truths = 0;
-  std::vector<ScoredDetection> found;
-  std::vector<double> matching_ious;
-
-  DetectionFigures figures() const {
-    DetectionFigures result;
-    result.truths = truths;
-    result.found = found.size();
-    result.matches = matching_ious.size();
-    result.average_precision = average_precision(found, truths);
-    result.precision = share(result.matches, result.found);
-    result.recall = share(result.matches, result.truths);
-    result.mean_iou = mean(matching_ious);
-    return result;
-  }
-};
-
-void count(const DetectedPicture& picture, int class_id, Tally* tally) {
-  const auto is_counted = [class_id](int other) { return class_id < 0 || class_id == other; };
-  for (const Truth& truth : picture.truths) tally->truths += is_counted(truth.class_id);
-  const std::vector<double> ious = match(picture);
-  for (size_t i = 0; i < ious.size(); ++i) {
-    if (!is_counted(picture.found[i].class_id)) continue;
-    tally->found.push_back({picture.found[i].score, ious[i] > 0});
-    if (ious[i] > 0) tally->matching_ious.push_back(ious[i]);
-  }
-}
-
 constexpr int kAllClasses = -1;
 
 DetectionFigures figures_of(const std::vector<DetectedPicture>& pictures, int class_id) {
-  Tally tally;
-  for (const DetectedPicture& picture : pictures) count(picture, class_id, &tally);
-  return tally.figures();
+  const auto is_counted = [=](int id) { return class_id == kAllClasses || class_id == id; };
+  size_t truths = 0;
+  std::vector<ScoredDetection> found;
+  std::vector<double> matching_ious;
+  for (const DetectedPicture& picture : pictures) {
+    for (const Truth& truth : picture.truths) truths += is_counted(truth.class_id);
+    const std::vector<double> ious = match(picture);
+    for (size_t i = 0; i < ious.size(); ++i) {
+      if (!is_counted(picture.found[i].class_id)) continue;
+      found.push_back({picture.found[i].score, ious[i] > 0});
+      if (ious[i] > 0) matching_ious.push_back(ious[i]);
+    }
+  }
+  const size_t matches = matching_ious.size();
+  return {truths,
+          found.size(),
+          matches,
+          average_precision(found, truths),
+          share(matches, found.size()),
+          share(matches, truths),
+          mean(matching_ious)};
 }
 
 constexpr double kFalseAcceptRate = 0.01;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The arithmetic of the figures: how good what was found is, beside what was labelled.
-#ifndef KEL_NN_TOOLS_FIGURES_H_
-#define KEL_NN_TOOLS_FIGURES_H_
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -58,7 +57,7 @@ struct ScoredDetection {
 double average_precision(std::vector<ScoredDetection> found, size_t truth_count);
 
 struct DetectionFigures {
-  size_t truths = 0, found = 0, matches = 0;
+  size_t truths, found, matches;
   double average_precision, precision, recall;
   double mean_iou;  // of the matches
 };
@@ -151,5 +150,3 @@ struct SimilarityFigures {
 SimilarityFigures similarity_figures(std::vector<float> same, std::vector<float> different);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_FIGURES_H_

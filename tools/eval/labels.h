@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Labelled data: a directory with a file labels.csv that says what is in the other files.
-#ifndef KEL_NN_TOOLS_LABELS_H_
-#define KEL_NN_TOOLS_LABELS_H_
+#pragma once
 
 #include <string>
 #include <vector>
@@ -51,5 +50,3 @@ std::vector<LabelRow> read_class_labels(const std::string& directory, const Labe
 std::string path_of(const std::string& directory, const std::string& file);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_LABELS_H_

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Codecs that take long to load: each module is a shared library beside the program, loaded when it
 // is first asked for. A module exports one function, kelnn_module(), which gives its table.
-#ifndef KEL_NN_TOOLS_CODEC_MODULES_H_
-#define KEL_NN_TOOLS_CODEC_MODULES_H_
+#pragma once
 
 #include <memory>
 #include <opencv2/core.hpp>
@@ -36,5 +35,3 @@ const OpenCvModule& opencv_module();
 const VideoModule& video_module();
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_CODEC_MODULES_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // PNG through libpng and JPEG through libjpeg-turbo, and how the camera was held that took a picture.
-#ifndef KEL_NN_TOOLS_CODECS_H_
-#define KEL_NN_TOOLS_CODECS_H_
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -32,5 +31,3 @@ std::optional<int> exif_orientation(const uint8_t* data, size_t size);
 cv::Mat made_upright(const cv::Mat& picture, int orientation);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_CODECS_H_

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes frames to a picture file or a video file; which one, its name's extension says.
-#ifndef KEL_NN_TOOLS_FRAME_SINK_H_
-#define KEL_NN_TOOLS_FRAME_SINK_H_
+// Writes frames to picture files and video files; which of them, a name's extension says.
+#pragma once
 
 #include <memory>
 #include <opencv2/core.hpp>
 #include <string>
+#include <vector>
+
+#include "frame_source.h"
 
 namespace kelnn_cli {
 
@@ -29,8 +31,22 @@ std::unique_ptr<FrameSink> make_picture(const std::string& path);
 // .avi (motion JPEG) or .mp4 (MPEG-4).
 std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per_second);
 
-bool is_video_name(const std::string& path);
+// Which file the frames of each input go to when a command is given --draw OUT.
+class DrawingTarget {
+ public:
+  // `out` is a file for a single input, and a directory for several. None: nothing is drawn.
+  DrawingTarget(const std::string& out, const std::vector<std::string>& inputs);
+
+  // Null when nothing is drawn. `step`: every how many of the source's frames one is written.
+  std::unique_ptr<FrameSink> open(const std::string& input, const FrameSource& source, int step);
+  std::unique_ptr<FrameSink> open_picture(const std::string& input);
+
+ private:
+  std::string claim(const std::string& input, FrameSource::Kind kind);
+
+  std::string out_;
+  bool is_directory_ = false;
+  std::vector<std::string> written_;
+};
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_FRAME_SINK_H_

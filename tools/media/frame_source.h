@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Frames of a picture, a video or a camera, one after the other.
-#ifndef KEL_NN_TOOLS_FRAME_SOURCE_H_
-#define KEL_NN_TOOLS_FRAME_SOURCE_H_
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -43,5 +42,3 @@ constexpr double kMaxFramesPerSecond = 1000;  // a file that says more is not to
 std::unique_ptr<FrameSource> open_frames(const std::string& input);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_FRAME_SOURCE_H_

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Picture files, and what of them is looked at. PNG and JPEG, which nearly all are, are done here; what
 // else OpenCV knows, and files that are damaged or odd, cost the loading of a module.
-#ifndef KEL_NN_TOOLS_PICTURE_H_
-#define KEL_NN_TOOLS_PICTURE_H_
+#pragma once
 
 #include <opencv2/core.hpp>
 #include <string>
@@ -33,5 +32,3 @@ Bytes encode_picture(const std::string& extension, const cv::Mat& bgr);
 std::string extension_of(const std::string& path);  // ".png", in small letters
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_PICTURE_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sound as the cry detector hears it, mono at 16 kHz, from a file of any kind or a pipe.
-#ifndef KEL_NN_TOOLS_SOUND_FILE_H_
-#define KEL_NN_TOOLS_SOUND_FILE_H_
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -32,5 +31,3 @@ constexpr char kSoundHelp[] =
     "first, mono at 16 kHz";
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_SOUND_FILE_H_

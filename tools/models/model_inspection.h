@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is the matter with a task's model file? In words for someone who sees it for the first time.
-#ifndef KEL_NN_TOOLS_MODEL_INSPECTION_H_
-#define KEL_NN_TOOLS_MODEL_INSPECTION_H_
+#pragma once
 
 #include <string>
 #include <vector>
@@ -31,5 +30,3 @@ struct MisnamedModel {
 std::vector<MisnamedModel> misnamed_models(const std::string& root);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_MODEL_INSPECTION_H_

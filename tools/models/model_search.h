@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where models are when nobody says: the directory that $KELNN_MODELS names; else of the user's directory and the one
 // beside the installed program the first that holds a model. Directories are not mixed.
-#ifndef KEL_NN_TOOLS_MODEL_SEARCH_H_
-#define KEL_NN_TOOLS_MODEL_SEARCH_H_
+#pragma once
 
 #include <string>
 
@@ -16,5 +15,3 @@ std::string models_to_write();  // never the packages' directory; "./" for someb
 std::string where_models_were_looked_for(const std::string& root);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_MODEL_SEARCH_H_

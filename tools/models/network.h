@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A network, loaded through the library's engine for its shapes.
-#ifndef KEL_NN_TOOLS_NETWORK_H_
-#define KEL_NN_TOOLS_NETWORK_H_
+#pragma once
 
 #include <optional>
 #include <string>
@@ -31,5 +30,3 @@ class Network {
 };
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_NETWORK_H_

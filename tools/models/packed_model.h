@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Model files: a label, then a model whose first bytes are scrambled. On a PC that is an ONNX network in a container, on
 // the board whatever the vendor's converter wrote.
-#ifndef KEL_NN_TOOLS_PACKED_MODEL_H_
-#define KEL_NN_TOOLS_PACKED_MODEL_H_
+#pragma once
 
 #include <optional>
 
@@ -30,5 +29,3 @@ struct ModelFile {
 ModelFile read_model_file(const std::string& path);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_PACKED_MODEL_H_

@@ -41,53 +41,32 @@ void add_grid_detector(std::vector<Task>* tasks, const char* const (&keys)[3], c
 std::vector<Task> make_tasks() {
   using namespace kelnn;  // the file names
   std::vector<Task> all;
-  all.push_back({"face-detection", "Where are faces? Boxes in a colour picture.",
-                 kFaceDetectionModel, 240, 320, 3, face_detection_outputs()});
-  all.push_back({"face-landmarks",
-                 "Where are eyes, nose and mouth, and which way does the face look?",
-                 kFaceLandmarksModel,
-                 112,
-                 112,
-                 1,
-                 {{"five points: x, y", 10, true}, {"pose", 3, true}}});
-  all.push_back({"face-features",
-                 "Who is it? Numbers to compare faces by.",
-                 kFaceFeatureModel,
-                 112,
-                 112,
-                 1,
-                 {{"features", 256}}});
-  all.push_back({"face-classes",
-                 "Which of three classes is a face?",
-                 kFaceClassifyModel,
-                 112,
-                 112,
-                 1,
-                 {{"a score for each class", 3}}});
+  const auto add = [&all](const char* key, const char* purpose, const char* file, size_t height,
+                          size_t width, size_t channels, const std::vector<Output>& outputs) {
+    all.push_back({key, purpose, file, height, width, channels, outputs});
+  };
+  add("face-detection", "Where are faces? Boxes in a colour picture.", kFaceDetectionModel, 240,
+      320, 3, face_detection_outputs());
+  add("face-landmarks", "Where are eyes, nose and mouth, and which way does the face look?",
+      kFaceLandmarksModel, 112, 112, 1, {{"five points: x, y", 10, true}, {"pose", 3, true}});
+  add("face-features", "Who is it? Numbers to compare faces by.", kFaceFeatureModel, 112, 112, 1,
+      {{"features", 256}});
+  add("face-classes", "Which of three classes is a face?", kFaceClassifyModel, 112, 112, 1,
+      {{"a score for each class", 3}});
   add_grid_detector(
       &all, {"person-detection-landscape", "person-detection-square", "person-detection-portrait"},
       "Where are people? Boxes in a colour picture.",
       {kPersonDetectionLandscapeModel, kPersonDetectionSquareModel, kPersonDetectionPortraitModel},
       6);
-  all.push_back({"person-classes",
-                 "Is it a person?",
-                 kPersonClassifyModel,
-                 112,
-                 112,
-                 3,
-                 {{"a score for each class", 2}}});
+  add("person-classes", "Is it a person?", kPersonClassifyModel, 112, 112, 3,
+      {{"a score for each class", 2}});
   add_grid_detector(&all,
                     {"four-class-detection-landscape", "four-class-detection-square",
                      "four-class-detection-portrait"},
                     "Where are objects of four classes? Boxes in a colour picture.",
                     {kFourClassLandscapeModel, kFourClassSquareModel, kFourClassPortraitModel}, 9);
-  all.push_back({"cry-detection",
-                 "Does a baby cry? Three seconds of sound as 297 frames of 64 filter banks.",
-                 kCryDetectionModel,
-                 297,
-                 64,
-                 1,
-                 {{"scores: no cry, cry", 2}}});
+  add("cry-detection", "Does a baby cry? Three seconds of sound as 297 frames of 64 filter banks.",
+      kCryDetectionModel, 297, 64, 1, {{"scores: no cry, cry", 2}});
   return all;
 }
 

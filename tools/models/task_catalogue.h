@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The library's tasks: what to call them, which file each one opens, and which network fits.
-#ifndef KEL_NN_TOOLS_TASK_CATALOGUE_H_
-#define KEL_NN_TOOLS_TASK_CATALOGUE_H_
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -33,5 +32,3 @@ const Task* find_task(const std::string& key);  // or null
 std::string onnx_input(size_t height, size_t width, size_t channels);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_TASK_CATALOGUE_H_

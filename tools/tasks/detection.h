@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Something that was found in a frame.
-#ifndef KEL_NN_TOOLS_DETECTION_H_
-#define KEL_NN_TOOLS_DETECTION_H_
+#pragma once
 
 #include <opencv2/core.hpp>
 
@@ -14,5 +13,3 @@ struct Detection {
 };
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_DETECTION_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Between OpenCV's pictures and the library's objects, and between its errors and a user.
-#ifndef KEL_NN_TOOLS_LIBRARY_CALL_H_
-#define KEL_NN_TOOLS_LIBRARY_CALL_H_
+#pragma once
 
 #include <opencv2/core.hpp>
 #include <string>
@@ -36,5 +35,3 @@ std::vector<Detection> found_in(const cv::Mat& bgr, Task* task) {
 }
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_LIBRARY_CALL_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The library's motion filter, and what it sees.
-#ifndef KEL_NN_TOOLS_MOTION_H_
-#define KEL_NN_TOOLS_MOTION_H_
+#pragma once
 
 #include <opencv2/core.hpp>
 
@@ -34,5 +33,3 @@ class ChangedPixels {
 double percentage(const cv::Mat& mask);  // of pixels that are not 0
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_MOTION_H_

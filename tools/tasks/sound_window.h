@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The windows that the cry detector cuts sound into, and what it hears in one.
-#ifndef KEL_NN_TOOLS_SOUND_WINDOW_H_
-#define KEL_NN_TOOLS_SOUND_WINDOW_H_
+#pragma once
 
 #include <algorithm>
 #include <cstdint>
@@ -40,5 +39,3 @@ inline bool is_loud_enough(const std::vector<int16_t>& window, float gate) {
 }
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_SOUND_WINDOW_H_

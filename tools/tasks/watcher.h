@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a camera does with its frames: look for motion, then for people, then for faces and who they
 // are. Tasks without a model are left out.
-#ifndef KEL_NN_TOOLS_WATCHER_H_
-#define KEL_NN_TOOLS_WATCHER_H_
+#pragma once
 
 #include <functional>
 #include <opencv2/core.hpp>
@@ -58,5 +57,3 @@ class Watcher {
 };
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_WATCHER_H_

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // FFmpeg's records, each with the function that frees it, and what FFmpeg says about failures.
-#ifndef KEL_NN_TOOLS_FFMPEG_H_
-#define KEL_NN_TOOLS_FFMPEG_H_
+#pragma once
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -47,5 +46,3 @@ std::unique_ptr<FrameSink> make_video_file(const std::string& path, const VideoF
                                            double frames_per_second);
 
 }  // namespace kelnn_cli
-
-#endif  // KEL_NN_TOOLS_FFMPEG_H_

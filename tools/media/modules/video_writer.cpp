@@ -1,18 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes a video file.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <random>
+#include <optional>
 
 #include "ffmpeg.h"
+#include "files.h"
 #include "report.h"
 
 namespace kelnn_cli {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr int kQuantizer = 2;        // nearly no loss
 constexpr int kMaxRatePart = 60000;  // of the frame rate as a fraction
@@ -29,11 +24,6 @@ class Video : public FrameSink {
  public:
   Video(const std::string& path, const VideoFormat& format, double frames_per_second)
       : path_(path), format_(format), rate_(av_d2q(frames_per_second, kMaxRatePart)) {}
-  ~Video() override {
-    if (own_path_.empty()) return;
-    output_.reset();
-    unlink(own_path_.c_str());
-  }
 
   void write(const cv::Mat& bgr) override {
     if (!output_) open(bgr.size());
@@ -53,10 +43,7 @@ class Video : public FrameSink {
     check(av_write_trailer(output_.get()));
     check(output_->pb->error);
     check(avio_closep(&output_->pb));
-    std::error_code error;
-    fs::rename(own_path_, path_, error);
-    if (error) throw Failure(path_ + ": " + error.message());
-    own_path_.clear();
+    file_->take_over();
   }
 
  private:
@@ -66,9 +53,9 @@ class Video : public FrameSink {
 
   void open(cv::Size size) {
     size_ = size;
-    make_file();
+    file_.emplace(path_);
     AVFormatContext* made = nullptr;
-    check(avformat_alloc_output_context2(&made, nullptr, nullptr, own_path_.c_str()));
+    check(avformat_alloc_output_context2(&made, nullptr, nullptr, path_.c_str()));
     output_.reset(made);
     open_encoder();
     AVStream* stream = avformat_new_stream(made, nullptr);
@@ -76,24 +63,8 @@ class Video : public FrameSink {
     stream->time_base = encoder_->time_base;
     stream->avg_frame_rate = rate_;
     check(avcodec_parameters_from_context(stream->codecpar, encoder_.get()));
-    check(avio_open(&made->pb, ("file:" + own_path_).c_str(), AVIO_FLAG_WRITE));
+    check(avio_open(&made->pb, ("file:" + file_->path()).c_str(), AVIO_FLAG_WRITE));
     check(avformat_write_header(made, nullptr));
-  }
-
-  // Beside the file whose place it takes when it is finished.
-  void make_file() {
-    const fs::path directory = fs::path(path_).parent_path();
-    std::error_code error;  // shows when the file cannot be opened
-    fs::create_directories(directory, error);
-    const std::string name = ".kelnn-" + std::to_string(std::random_device()()) + format_.extension;
-    own_path_ = (directory / name).string();
-    const int file = ::open(own_path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (file < 0) {
-      const int reason = AVERROR(errno);
-      own_path_.clear();
-      check(reason);
-    }
-    close(file);
   }
 
   void open_encoder() {
@@ -139,7 +110,8 @@ class Video : public FrameSink {
     }
   }
 
-  std::string path_, own_path_;  // no own path: there is no unfinished file
+  std::string path_;
+  std::optional<Successor> file_;  // none: there was no frame yet
   VideoFormat format_;
   AVRational rate_;
   cv::Size size_;
