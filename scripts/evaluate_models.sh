@@ -27,7 +27,7 @@ for line in "${sample_networks[@]}"; do
   data=build/evaluation/$name
   printf '\n=== %s (goal: %s)\n' "$name" "$goal"
   rm -rf "$data"
-  /usr/bin/python3 "models/$name/data.py" "$data"
+  /usr/bin/python3 -m "models.$name.data" "$data"
   "$build/tools/kelnn" eval "$task" --root "$root" --data "$data" --require "$goal" || missed+=("$name")
 done
 

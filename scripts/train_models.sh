@@ -13,11 +13,7 @@ quick=()
   shift
 }
 
-scripts/install_packages.sh build data train
-echo "Building libkelnn"
-cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/demo --target kelnn >/dev/null
-export KELNN_LIBRARY=$PWD/build/demo/libkelnn.so  # the audio features come from it
+scripts/install_packages.sh data train
 for line in "${sample_networks[@]}"; do
   read -r name _ <<<"$line"
   [ $# -eq 0 ] || [[ " $* " == *" $name "* ]] || continue
@@ -26,9 +22,9 @@ for line in "${sample_networks[@]}"; do
     out=build/quick/$name
     mkdir -p "$out"
     [ -e "models/$name/landscape.onnx" ] || out=$out/network.onnx  # of three shapes: a directory
-    /usr/bin/python3 "models/$name/train.py" --quick --out "$out"
+    /usr/bin/python3 -m "models.$name.train" --quick --out "$out"
   else
-    /usr/bin/python3 "models/$name/train.py"
+    /usr/bin/python3 -m "models.$name.train"
   fi
 done
 [ ${#quick[@]} -gt 0 ] || scripts/evaluate_models.sh "$@"

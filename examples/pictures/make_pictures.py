@@ -15,10 +15,9 @@ import cv2
 import numpy
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "..", "models"))
-import drawing  # noqa: E402
-import face_scenes  # noqa: E402
-import faces  # noqa: E402
+from models.sources.drawn import drawing
+from models.scenes import face_frames as face_scenes
+from models.sources.drawn import faces
 
 SEED = 2026
 PERSONS = (6, 10, 13, 22, 1)  # of those that the seed gives: five that differ at a glance

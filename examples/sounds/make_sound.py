@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """Makes the example sounds, 16 kHz mono, from the synthetic sounds of models/sounds.py.
 
@@ -16,8 +15,7 @@ import scipy.signal
 import soundfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "..", "models"))
-import sounds  # noqa: E402
+from models.sources.sounds import sounds
 
 RATE = sounds.RATE
 

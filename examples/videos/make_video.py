@@ -11,11 +11,10 @@ import cv2
 import numpy
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "../../models"))
-import drawing  # noqa: E402
-import faces  # noqa: E402
-import people  # noqa: E402
-import scenes  # noqa: E402
+from models.sources.drawn import drawing
+from models.sources.drawn import faces
+from models.sources.drawn import people
+from models.scenes import compose as scenes
 
 WIDTH, HEIGHT, FRAMES_A_SECOND, FRAMES = 416, 234, 10, 84
 ROOM_SEED, PERSON_SEED, FACE_SEED = 14, 6, 14

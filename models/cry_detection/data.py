@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """Labelled windows of 3 s for the cry detector: FLAC files and labels.csv.
 
@@ -16,8 +15,7 @@ import sys
 import numpy
 import soundfile
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-import sounds  # noqa: E402
+from models.sources.sounds import sounds
 
 WINDOW = 3 * sounds.RATE
 LEAST_CRYING = sounds.RATE // 2  # samples

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """Trains the sample network of cry detection: from 297 x 64 bytes, as libkelnn computes them, to two scores.
 
@@ -13,11 +12,10 @@ import numpy
 import torch
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
-import data  # noqa: E402
-import features  # noqa: E402
-import sounds  # noqa: E402
-import training  # noqa: E402
+from models.cry_detection import data
+from models.cry_detection import features
+from models.sources.sounds import sounds
+from models.training import training
 
 PARTS = 4  # each with voices and tracks of its own
 POOLS = os.path.join(HERE, "..", "..", "build", "pools")
@@ -25,9 +23,9 @@ POOLS = os.path.join(HERE, "..", "..", "build", "pools")
 
 def make_part(part, count):
     """Features of windows that pass the loudness gate, and whether they are cries."""
-    bank, seen, is_cry = features.FilterBank(), [], []
+    seen, is_cry = [], []
     for number, (pcm, kind) in enumerate(data.windows(500 + part, count, sounds.TRAINING)):
-        matrix = bank.features(pcm)
+        matrix = features.features(pcm)
         if matrix is not None:
             seen.append(matrix)
             is_cry.append(kind == "cry")
@@ -107,7 +105,7 @@ def main():
             schedule.step()
             mean = loss.item() if mean is None else 0.98 * mean + 0.02 * loss.item()
             progress.step("loss %.4f" % mean)
-    training.export_onnx(module, options.out, [1, 1, features.ROWS, features.CHANNELS], ["scores"])
+    training.export_onnx(module, options.out, [1, 1, features.FRAMES, features.CHANNELS], ["scores"])
 
 
 if __name__ == "__main__":

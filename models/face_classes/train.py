@@ -8,10 +8,9 @@ import numpy
 import torch
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
-import crop_training  # noqa: E402
-import face_crops  # noqa: E402
-import training  # noqa: E402
+from models.training import crops as crop_training
+from models.scenes import face_crops
+from models.training import training
 
 CLASSES = 3
 

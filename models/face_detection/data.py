@@ -6,9 +6,8 @@ import sys
 import cv2
 import numpy
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-import face_scenes  # noqa: E402
-import labelled  # noqa: E402
+from models.scenes import face_frames as face_scenes
+from models.labels import table as labelled
 
 FRAMES = ((640, 360), (640, 480), (320, 240), (480, 480), (360, 640))
 

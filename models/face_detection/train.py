@@ -10,10 +10,9 @@ import numpy
 import torch
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
-import drawing  # noqa: E402
-import face_scenes  # noqa: E402
-import training  # noqa: E402
+from models.sources.drawn import drawing
+from models.scenes import face_frames as face_scenes
+from models.training import training
 
 WIDTH, HEIGHT = 320, 240
 LEVELS = ((40, 30, (10, 16, 24)), (20, 15, (32, 48)), (10, 8, (64, 96)), (5, 4, (128, 192, 256)))  # columns, rows, sizes

@@ -13,12 +13,11 @@ import numpy
 import torch
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
-import crop_training  # noqa: E402
-import face_crops  # noqa: E402
-import faces  # noqa: E402
-import layers  # noqa: E402
-import training  # noqa: E402
+from models.training import crops as crop_training
+from models.scenes import face_crops
+from models.sources.drawn import faces
+from models.training import layers
+from models.training import training
 
 LENGTH = 256
 KINDS = {"hair": ("bald", "short", "parted", "long", "curly", "bun"), "beard": ("none", "stubble", "full", "moustache", "chin"),

@@ -3,9 +3,8 @@
 import os
 import sys
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-import face_crops  # noqa: E402
-import labelled  # noqa: E402
+from models.scenes import face_crops
+from models.labels import table as labelled
 
 options = labelled.arguments(__doc__, seed=101, count=600)
 rows = []

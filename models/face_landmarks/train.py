@@ -8,11 +8,10 @@ import numpy
 import torch
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
-import crop_training  # noqa: E402
-import face_crops  # noqa: E402
-import layers  # noqa: E402
-import training  # noqa: E402
+from models.training import crops as crop_training
+from models.scenes import face_crops
+from models.training import layers
+from models.training import training
 
 
 MIRRORED = [1, 0, 2, 4, 3]  # where each of the five points is in a mirror

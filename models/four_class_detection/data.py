@@ -3,9 +3,8 @@
 import os
 import sys
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-import grid_data  # noqa: E402
-import scenes  # noqa: E402
+from models.scenes import frames as grid_data
+from models.scenes import compose as scenes
 
 if __name__ == "__main__":
     grid_data.main(scenes.object_things, "Frames with 0 to 5 drawn cats, dogs, cars and parcels each.")

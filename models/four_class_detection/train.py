@@ -4,8 +4,7 @@ import os
 import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
-import grid_training  # noqa: E402
+from models.training import grid as grid_training
 
 if __name__ == "__main__":
     grid_training.main(grid_training.FOUR_CLASSES, HERE, seed=12)

@@ -4,7 +4,7 @@ import argparse
 import csv
 import os
 
-import drawing
+from models.sources.drawn import drawing
 
 
 def arguments(doc, seed, count):

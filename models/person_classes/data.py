@@ -9,11 +9,10 @@ import sys
 import cv2
 import numpy as np
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-import drawing  # noqa: E402
-import grid_data  # noqa: E402
-import objects  # noqa: E402
-import scenes  # noqa: E402
+from models.sources.drawn import drawing
+from models.scenes import frames as grid_data
+from models.sources.drawn import objects
+from models.scenes import compose as scenes
 
 SIZE = 112
 FRAME = (640, 360)

@@ -11,12 +11,11 @@ from torch import nn
 from torch.nn import functional
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, ".."))
-import data  # noqa: E402
-import drawing  # noqa: E402
-import scenes  # noqa: E402
-import training  # noqa: E402
-from layers import Surroundings, convolution  # noqa: E402
+from models.person_classes import data
+from models.sources.drawn import drawing
+from models.scenes import compose as scenes
+from models.training import training
+from models.training.layers import Surroundings, convolution
 
 BATCH = 64
 SEED = 13

@@ -7,8 +7,8 @@ seen, or whose boxes overlap one another so much that a detector has to take the
 import cv2
 import numpy as np
 
-import objects
-import people
+from models.sources.drawn import objects
+from models.sources.drawn import people
 
 MIN_VISIBLE = 0.5  # of the thing's pixels
 MAX_IOU = 0.3  # the library takes boxes above 0.4 for the same thing

@@ -10,8 +10,8 @@ import os
 import cv2
 import numpy
 
-import drawing
-import faces
+from models.sources.drawn import drawing
+from models.sources.drawn import faces
 
 SIZE = 112
 OPEN, MOUTH_COVERED, SUNGLASSES = range(3)  # the classes of face_classes

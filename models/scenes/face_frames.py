@@ -3,8 +3,8 @@
 import cv2
 import numpy
 
-import drawing
-import faces
+from models.sources.drawn import drawing
+from models.sources.drawn import faces
 
 COVERS = ["none"] * 14 + ["cap", "cap", "hand", "mask", "scarf", "sunglasses"]
 

@@ -6,8 +6,8 @@ import os
 import cv2
 import numpy as np
 
-import drawing
-import scenes
+from models.sources.drawn import drawing
+from models.scenes import compose as scenes
 
 DEGRADATION = 0.7  # light and camera: 1 is a cheap one in a dim room
 FRAMES = ((640, 360), (640, 360), (480, 480), (360, 640))  # width, height

@@ -6,10 +6,10 @@ import os
 import numpy
 import torch
 
-import drawing
-import face_crops
-import training
-from layers import convolution
+from models.sources.drawn import drawing
+from models.scenes import face_crops
+from models.training import training
+from models.training.layers import convolution
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 POOLS = os.path.join(HERE, "..", "build", "pools")

@@ -18,11 +18,11 @@ import torch
 from torch import nn
 from torch.nn import functional
 
-import drawing
-import grid_data
-import scenes
-import training
-from layers import Surroundings, convolution
+from models.sources.drawn import drawing
+from models.scenes import frames as grid_data
+from models.scenes import compose as scenes
+from models.training import training
+from models.training.layers import Surroundings, convolution
 
 STRIDES = (32, 16)
 INPUTS = {"landscape": (416, 256), "square": (320, 320), "portrait": (256, 416)}  # width, height

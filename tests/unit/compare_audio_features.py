@@ -1,10 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Holds models/kelnn_audio_features.py against the library: compare_audio_features.py PROGRAM
+"""Holds models/cry_detection/features.py against the library: compare_audio_features.py PROGRAM
 
 PROGRAM is audio_features, built from the library. Prints for each window how many bytes differ and by how
 much at most, in steps of 1/256; fails for any difference. Speech comes from espeak-ng where it is installed.
 """
-import os
 import shutil
 import subprocess
 import sys
@@ -13,8 +12,7 @@ import wave
 
 import numpy as np
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "models"))
-import kelnn_audio_features as audio  # noqa: E402
+from models.cry_detection import features as audio
 
 N = audio.SAMPLES
 TIME = np.arange(N) / 16000.0

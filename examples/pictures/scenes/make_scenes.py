@@ -10,11 +10,10 @@ import cv2
 import numpy
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "../../../models"))
-import drawing  # noqa: E402
-import objects  # noqa: E402
-import people  # noqa: E402
-import scenes  # noqa: E402
+from models.sources.drawn import drawing
+from models.sources.drawn import objects
+from models.sources.drawn import people
+from models.scenes import compose as scenes
 
 PICTURES = {
     # name: width, height, background, seed, things: what, x of its centre, y of its feet and its height, all as

@@ -6,9 +6,9 @@ The same axes and view as in people.py: y up, z forward, sizes relative to the t
 import cv2
 import numpy as np
 
-import sprites
-from people import CIRCLE, Painter, View
-from sprites import Canvas, fabric, from_hsv, random_colour
+from models.sources.drawn import sprites
+from models.sources.drawn.people import CIRCLE, Painter, View
+from models.sources.drawn.sprites import Canvas, fabric, from_hsv, random_colour
 
 KINDS = ("cat", "dog", "car", "parcel")  # in the order of the classes
 DISTRACTORS = ("chair", "coat_stand", "tree", "post", "plant", "table")

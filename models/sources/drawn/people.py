@@ -8,8 +8,8 @@ rings, are painted from back to front.
 import cv2
 import numpy as np
 
-import sprites
-from sprites import Canvas, fabric, from_hsv, random_colour
+from models.sources.drawn import sprites
+from models.sources.drawn.sprites import Canvas, fabric, from_hsv, random_colour
 
 POSES = ("stand", "stand", "walk", "walk", "sit", "bend", "arms_up", "carry", "crouch")
 SKIN = [from_hsv(h, s, v) for h, s, v in ((0.06, 0.25, 0.95), (0.06, 0.35, 0.9), (0.07, 0.45, 0.8),
