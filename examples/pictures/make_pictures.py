@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Draws the sample pictures of faces: make_pictures.py [DIRECTORY]   (default: beside this script)
+"""Draws the sample pictures of faces: python3 -m examples.pictures.make_pictures [DIRECTORY]   (default: beside this script)
 
     faces/person1_a.png ...   five persons, three views each, 160 x 160; none of them in a training set
     face_a.png, face_b.png    two of them, 224 x 224
@@ -8,16 +8,17 @@
     scenes/faces_1.jpg ...    frames with several persons
     *.pgm                     the single faces at 112 x 112 grey, for examples/compare_faces.c
 """
-import os
 import sys
+from pathlib import Path
 
 import cv2
 import numpy
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-from models.sources.drawn import drawing
-from models.scenes import face_frames as face_scenes
-from models.sources.drawn import faces
+from models.labels.making import HELD_OUT, save
+from models.scenes import face_crops, face_frames
+from models.sources.drawn import backgrounds, faces
+from models.sources.drawn.paint import paste, random_color
+from models.sources.drawn.source import Drawn
 
 SEED = 2026
 PERSONS = (6, 10, 13, 22, 1)  # of those that the seed gives: five that differ at a glance
@@ -35,12 +36,9 @@ def picture_of(number, view, size, background_seed):
     """The face fills the middle of a square."""
     head, (x, y, w, h), _ = faces.render(person(number), view)
     rng = numpy.random.default_rng([SEED, number, background_seed])
-    picture = drawing.background(rng, faces.CANVAS, faces.CANVAS, drawing.HELD_OUT, clutter=False)
-    y_body = 216
-    drawing.fill_polygon(picture, [(-20, 256), (40, y_body + 12), (95, y_body), (161, y_body), (216, y_body + 12), (276, 256)],
-                         drawing.random_color(rng))
-    alpha = head[..., 3:].astype(numpy.float32) / 255
-    picture = (head[..., :3] * alpha + picture * (1 - alpha)).astype(numpy.uint8)
+    picture = backgrounds.background(rng, faces.CANVAS, faces.CANVAS, HELD_OUT, clutter=False)
+    face_crops.add_shoulders(picture, random_color(rng), 216)
+    paste(picture, head)
     side = max(w, h) * (1 + 2 * MARGIN)
     center = numpy.array([x + w / 2, y + h / 2])
     scale = size / side
@@ -66,10 +64,10 @@ def make_pictures():
     scene[30:174, 10:154] = cv2.resize(face_a, (144, 144), interpolation=cv2.INTER_AREA)
     scene[50:170, 180:300] = cv2.resize(face_b, (120, 120), interpolation=cv2.INTER_AREA)
     files.update({"face_a.png": face_a, "face_a_distorted.png": distorted, "face_b.png": face_b, "both_faces.png": scene})
-    heads = face_scenes.Heads(SEED, 30)
+    source = Drawn(HELD_OUT, seed=SEED, head_count=30)
     for n, number in enumerate(SCENES):
         rng = numpy.random.default_rng([SEED, 7, number])
-        files[f"scenes/faces_{n + 1}.jpg"] = face_scenes.scene(rng, heads, 640, 360, drawing.HELD_OUT, least=30)[0]
+        files[f"scenes/faces_{n + 1}.jpg"] = face_frames.scene(rng, source, 640, 360, least=30)[0]
     for name in ("face_a", "face_a_distorted", "face_b"):
         picture = files[name + ".png"]
         grey = picture if picture.ndim == 2 else cv2.cvtColor(picture, cv2.COLOR_BGR2GRAY)
@@ -78,7 +76,6 @@ def make_pictures():
 
 
 if __name__ == "__main__":
-    directory = sys.argv[1] if len(sys.argv) > 1 else HERE
+    directory = Path(sys.argv[1]) if len(sys.argv) > 1 else Path(__file__).parent
     for name, picture in make_pictures().items():
-        os.makedirs(os.path.dirname(os.path.join(directory, name)), exist_ok=True)
-        cv2.imwrite(os.path.join(directory, name), picture)
+        save(directory / name, picture, quality=95)

@@ -1,20 +1,18 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Draws visitor.avi: make_video.py [FILE]
+"""Draws visitor.avi: python3 -m examples.videos.make_video [FILE]
 
 A still room for two seconds; a person walks in from the left, comes near, looks into the camera and leaves to the
 right; the room is empty again. 416 x 234, 10 frames a second, motion JPEG.
 """
-import os
 import sys
+from pathlib import Path
 
 import cv2
 import numpy
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-from models.sources.drawn import drawing
-from models.sources.drawn import faces
-from models.sources.drawn import people
-from models.scenes import compose as scenes
+from models.labels.making import HELD_OUT
+from models.scenes import compose
+from models.sources.drawn import backgrounds, faces, people
 
 WIDTH, HEIGHT, FRAMES_A_SECOND, FRAMES = 416, 234, 10, 84
 ROOM_SEED, PERSON_SEED, FACE_SEED = 14, 6, 14
@@ -59,24 +57,24 @@ def head(seconds, yaw):
 def visitor(seconds):
     x, top, height, yaw = on_path(seconds)
     rng = numpy.random.default_rng(PERSON_SEED)
-    person = people.draw_person(rng, drawing.HELD_OUT, DRAWN_PIXELS, "stand", yaw, walk(seconds), head(seconds, yaw))
+    person = people.draw_person(rng, HELD_OUT, DRAWN_PIXELS, "stand", yaw, walk(seconds), head(seconds, yaw))
     factor = height * HEIGHT / DRAWN_PIXELS
     person = cv2.resize(person, None, fx=factor, fy=factor, interpolation=cv2.INTER_AREA)
-    return scenes.Thing(person, x * WIDTH - person.shape[1] / 2, top * HEIGHT)
+    return compose.Thing(person, x * WIDTH - person.shape[1] / 2, top * HEIGHT)
 
 
 def frames():
-    empty = drawing.room(numpy.random.default_rng(ROOM_SEED), WIDTH, HEIGHT, drawing.HELD_OUT)
+    empty = backgrounds.room(numpy.random.default_rng(ROOM_SEED), WIDTH, HEIGHT, HELD_OUT)
     noise = numpy.random.default_rng(1)
     for number in range(FRAMES):
         seconds = number / FRAMES_A_SECOND
         there = [visitor(seconds)] if PATH[0][0] <= seconds <= PATH[-1][0] else []
-        picture, _ = scenes.compose(empty, there, numpy.random.default_rng(2))
+        picture, _ = compose.compose(empty, there, numpy.random.default_rng(2))
         yield numpy.clip(picture + noise.normal(0, NOISE, picture.shape), 0, 255).astype(numpy.uint8)
 
 
 if __name__ == "__main__":
-    path = sys.argv[1] if len(sys.argv) > 1 else os.path.join(HERE, "visitor.avi")
+    path = sys.argv[1] if len(sys.argv) > 1 else str(Path(__file__).parent / "visitor.avi")
     film = cv2.VideoWriter(path, cv2.CAP_FFMPEG, cv2.VideoWriter_fourcc(*"MJPG"), FRAMES_A_SECOND, (WIDTH, HEIGHT))
     for frame in frames():
         film.write(frame)

@@ -1,16 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Makes labelled crops of faces for face features, five a person: data.py DIR [--seed N] [--count PERSONS] [--training]"""
-import os
-import sys
-
+"""Makes labelled crops of faces for face features: --count persons, five crops each."""
+from models.labels import making, table
 from models.scenes import face_crops
-from models.labels import table as labelled
 
 VIEWS = 5
 
-options = labelled.arguments(__doc__, seed=103, count=100)
-rows = []
-for n, crop in enumerate(face_crops.crops(options.seed, options.count, VIEWS, options.family, face_crops.OPEN_COVERS)):
-    name = face_crops.save_picture(options.directory, f"person_{crop.person:03}_{n % VIEWS}.png", crop)
-    rows.append([name, f"person_{crop.person:03}"])
-labelled.save(options, ["file", "person"], rows)
+
+def examples(seed, count, family):
+    for n, (person, crop) in enumerate(face_crops.crops(seed, count, VIEWS, family, face_crops.OPEN_COVERS)):
+        yield f"person_{person:03}_{n % VIEWS}.png", crop.pixels, [[f"person_{person:03}"]]
+
+
+if __name__ == "__main__":
+    making.make(__doc__, table.PERSONS, examples, seed=103, count=100)

@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Makes labelled pictures of cats, dogs, cars and parcels (classes 0 to 3): data.py DIR [--seed N] [--count N] [--training]"""
-import os
-import sys
+"""Makes labelled pictures of cats, dogs, cars and parcels (classes 0 to 3): 0 to 5 in a frame."""
+import functools
 
-from models.scenes import frames as grid_data
-from models.scenes import compose as scenes
+from models.labels import making, table
+from models.scenes import compose, frames
+
+EXAMPLES = functools.partial(frames.examples, compose.object_things)
 
 if __name__ == "__main__":
-    grid_data.main(scenes.object_things, "Frames with 0 to 5 drawn cats, dogs, cars and parcels each.")
+    making.make(__doc__, table.BOXES, EXAMPLES, seed=1000, count=400)

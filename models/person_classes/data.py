@@ -1,18 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Makes labelled cut-outs, 112 x 112: data.py DIR [--seed N] [--count N] [--training]
+"""Makes labelled cut-outs, 112 x 112.
 
 Class 0: a person, in a box as a detector finds it; class 1: another thing, or a part of the background.
 """
-import os
-import sys
-
 import cv2
 import numpy as np
 
-from models.sources.drawn import drawing
-from models.scenes import frames as grid_data
-from models.sources.drawn import objects
-from models.scenes import compose as scenes
+from models.labels import boxes, making, table
+from models.scenes import camera, compose
+from models.sources.drawn.source import DISTRACTORS, KINDS, Drawn
 
 SIZE = 112
 FRAME = (640, 360)
@@ -23,12 +19,12 @@ def things_in_frame(rng, source, width, height):
     """Persons and other things, both labelled, some of the things as high as a person."""
     things = []
     for _ in range(rng.integers(1, 5)):
-        cut_out = scenes.scaled(source.person(), scenes.person_height(rng, height), rng)
-        things.append(scenes.Thing(cut_out, *scenes.stand(rng, cut_out, width, height), PERSON))
+        cut_out = compose.scaled(source.person(rng), compose.person_height(rng, height), rng)
+        things.append(compose.Thing(cut_out, *compose.stand(rng, cut_out, width, height), PERSON))
     for _ in range(rng.integers(1, 5)):
-        cut_out = scenes.scaled(source.thing(objects.DISTRACTORS + objects.KINDS)[1],
+        cut_out = compose.scaled(source.thing(rng, DISTRACTORS + KINDS)[1],
                                 np.exp(rng.uniform(np.log(0.15), np.log(0.95))) * height, rng)
-        things.append(scenes.Thing(cut_out, *scenes.stand(rng, cut_out, width, height), OTHER))
+        things.append(compose.Thing(cut_out, *compose.stand(rng, cut_out, width, height), OTHER))
     return things
 
 
@@ -63,18 +59,17 @@ def background_box(rng):
 
 def shows_person(box, labels):
     """Whether a person's box takes a tenth of this one, or a third of a person's is in it."""
-    for class_id, x, y, w, h in labels:
-        common = max(0, min(x + w, box[0] + box[2]) - max(x, box[0])) * max(0, min(y + h, box[1] + box[3]) - max(y, box[1]))
-        if class_id == PERSON and (common > 0.1 * box[2] * box[3] or common > 0.33 * w * h):
-            return True
-    return False
+    place = np.array(boxes.corners(box))
+    persons = np.array([boxes.corners(label[1:]) for label in labels if label[0] == PERSON]).reshape(-1, 4)
+    both = boxes.shared(place, persons)
+    return bool(np.any((both > 0.1 * boxes.area(place)) | (both > 0.33 * boxes.area(persons))))
 
 
-def cut_outs(rng, family, source):
+def cut_outs(rng, source):
     """[(picture, class)] of one scene: as many persons as others."""
-    background = drawing.background(rng, *FRAME, family)
-    picture, labels = scenes.compose(background, things_in_frame(rng, source, *FRAME), rng)
-    picture = drawing.degrade(rng, picture)
+    background = source.background(rng, *FRAME)
+    picture, labels = compose.compose(background, things_in_frame(rng, source, *FRAME), rng)
+    picture = camera.degrade(rng, picture)
     persons = [jittered(rng, label[1:]) for label in labels if label[0] == PERSON]
     others = [jittered(rng, label[1:]) for label in labels if label[0] == OTHER]
     others = [box for box in others + [background_box(rng) for _ in range(3)] if not shows_person(box, labels)]
@@ -83,20 +78,14 @@ def cut_outs(rng, family, source):
     return [(part, kind) for part, kind in pictures if part is not None]
 
 
-def main():
-    arguments = grid_data.options("Cut-outs of persons (class 0) and of other things (class 1).", 1000)
-    rng = np.random.default_rng(arguments.seed)
-    source = scenes.Fresh(rng, arguments.family)
+def examples(seed, count, family):
+    rng, source = np.random.default_rng(seed), Drawn(family)
     made = 0
-    with open(os.path.join(arguments.directory, "labels.csv"), "w") as table:
-        table.write("file,class\n")
-        while made < arguments.count:
-            for picture, kind in cut_outs(rng, arguments.family, source)[:arguments.count - made]:
-                name = "%05d.png" % made
-                cv2.imwrite(os.path.join(arguments.directory, name), picture)
-                table.write("%s,%d\n" % (name, kind))
-                made += 1
+    while made < count:
+        for picture, kind in cut_outs(rng, source)[:count - made]:
+            yield f"{made:05}.png", picture, [[kind]]
+            made += 1
 
 
 if __name__ == "__main__":
-    main()
+    making.make(__doc__, table.CLASSES, examples, seed=1000, count=1000)

@@ -7,8 +7,9 @@ seen, or whose boxes overlap one another so much that a detector has to take the
 import cv2
 import numpy as np
 
-from models.sources.drawn import objects
-from models.sources.drawn import people
+from models.labels import boxes
+from models.sources.drawn.paint import inside, paste
+from models.sources.drawn.source import DISTRACTORS, KINDS
 
 MIN_VISIBLE = 0.5  # of the thing's pixels
 MAX_IOU = 0.3  # the library takes boxes above 0.4 for the same thing
@@ -26,16 +27,6 @@ class Thing:
     def bottom(self):
         return self.top + self.cut_out.shape[0]
 
-    def region(self, width, height):
-        """(slices of the picture, slices of the cut-out), or None outside the picture."""
-        rows, columns = self.cut_out.shape[:2]
-        left, top = max(self.left, 0), max(self.top, 0)
-        right, bottom = min(self.left + columns, width), min(self.top + rows, height)
-        if right <= left or bottom <= top:
-            return None
-        return (np.s_[top:bottom, left:right],
-                np.s_[top - self.top:bottom - self.top, left - self.left:right - self.left])
-
 
 def scaled(cut_out, target, rng, by_height=True):
     """The cut-out with a height (or longest side) of `target` pixels, mirrored at times, in a light of its own."""
@@ -52,65 +43,44 @@ def scaled(cut_out, target, rng, by_height=True):
     return picture
 
 
-def iou(a, b):
-    width = min(a[0] + a[2], b[0] + b[2]) - max(a[0], b[0])
-    height = min(a[1] + a[3], b[1] + b[3]) - max(a[1], b[1])
-    if width <= 0 or height <= 0:
-        return 0.0
-    return width * height / (a[2] * a[3] + b[2] * b[3] - width * height)
-
-
-def visible_boxes(things, width, height):
+def visible_boxes(things, picture):
     """For each thing, far ones first: (x, y, w, h) of what is seen of it, or None if that is too little."""
-    owner = np.full((height, width), -1, np.int16)
-    for index, thing in enumerate(things):
-        places = thing.region(width, height)
-        if places:
-            owner[places[0]][thing.cut_out[places[1]][..., 3] > 127] = index
-    boxes = []
-    for index, thing in enumerate(things):
-        places = thing.region(width, height)
-        seen = owner[places[0]] == index if places else np.zeros((1, 1), bool)
-        if seen.sum() < MIN_VISIBLE * (thing.cut_out[..., 3] > 127).sum() or not seen.any():
-            boxes.append(None)
-            continue
-        rows, columns = np.flatnonzero(seen.any(axis=1)), np.flatnonzero(seen.any(axis=0))
-        top, left = places[0][0].start, places[0][1].start
-        boxes.append((left + columns[0], top + rows[0], columns[-1] - columns[0] + 1, rows[-1] - rows[0] + 1))
-    return boxes
+    owner = np.full(picture.shape[:2], -1, np.int16)
+    places = [inside(picture, thing.cut_out, thing.left, thing.top) for thing in things]
+    for index, (thing, place) in enumerate(zip(things, places)):
+        if place:
+            owner[place[0]][thing.cut_out[place[1]][..., 3] > 127] = index
+    seen = [(owner == index).astype(np.uint8) for index in range(len(things))]
+    return [cv2.boundingRect(mask) if mask.any() and mask.sum() >= MIN_VISIBLE * (thing.cut_out[..., 3] > 127).sum() else None
+            for thing, mask in zip(things, seen)]
 
 
 def compose(background, things, rng):
     """The picture, and [(class_id, x, y, w, h)] of the labelled things in it."""
-    height, width = background.shape[:2]
     things = sorted(things, key=lambda thing: thing.bottom)
     while True:
-        boxes = visible_boxes(things, width, height)
-        wrong = _first_wrong(things, boxes)
+        seen = visible_boxes(things, background)
+        wrong = _first_wrong(things, seen)
         if wrong is None:
             break
         del things[wrong]
     picture = background.astype(np.float32)
     for thing in things:
-        places = thing.region(width, height)
-        if places:
+        if inside(picture, thing.cut_out, thing.left, thing.top):
             _cast_shadow(picture, thing, rng)
-            opacity = thing.cut_out[places[1]][..., 3:].astype(np.float32) / 255
-            region = picture[places[0]]
-            region += (thing.cut_out[places[1]][..., :3] - region) * opacity
-    labels = [(thing.class_id, *box) for thing, box in zip(things, boxes) if thing.class_id is not None]
+            paste(picture, thing.cut_out, thing.left, thing.top)
+    labels = [(thing.class_id, *box) for thing, box in zip(things, seen) if thing.class_id is not None]
     return np.clip(picture, 0, 255).astype(np.uint8), labels
 
 
-def _first_wrong(things, boxes):
+def _first_wrong(things, seen):
+    """The first of the labelled things that is too little seen, or too much in one place with a nearer one."""
     for i, thing in enumerate(things):
-        if thing.class_id is None:
-            continue
-        if boxes[i] is None:
+        nearer = [np.array(boxes.corners(box)) for other, box in zip(things[i + 1:], seen[i + 1:])
+                  if other.class_id is not None and box]
+        if thing.class_id is not None and (seen[i] is None or any(
+                boxes.iou(np.array(boxes.corners(seen[i])), box) > MAX_IOU for box in nearer)):
             return i
-        for j in range(i + 1, len(things)):
-            if things[j].class_id is not None and boxes[j] and iou(boxes[i], boxes[j]) > MAX_IOU:
-                return i
     return None
 
 
@@ -149,13 +119,13 @@ def stand(rng, cut_out, width, height):
 
 
 def person_things(rng, source, width, height):
-    """0 to 5 persons among 0 to 3 things that are no persons. source.person() and source.thing(kinds) draw them."""
+    """0 to 5 persons among 0 to 3 things that are no persons. source.person(rng) and source.thing(kinds) draw them."""
     things = []
     for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.1, 0.33, 0.27, 0.16, 0.09, 0.05])):
-        cut_out = scaled(source.person(), person_height(rng, height), rng)
+        cut_out = scaled(source.person(rng), person_height(rng, height), rng)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height), 0))
     for _ in range(rng.integers(0, 4)):
-        _, thing = source.thing(objects.DISTRACTORS + objects.KINDS)
+        _, thing = source.thing(rng, DISTRACTORS + KINDS)
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.12), np.log(0.85))) * height, rng)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
     return things
@@ -166,43 +136,11 @@ def object_things(rng, source, width, height):
     things = []
     longest = max(width, height)
     for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.06, 0.28, 0.3, 0.2, 0.11, 0.05])):
-        kind, thing = source.thing(objects.KINDS)
+        kind, thing = source.thing(rng, KINDS)
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.15), np.log(0.55))) * longest, rng, by_height=False)
-        things.append(Thing(cut_out, *stand(rng, cut_out, width, height), objects.KINDS.index(kind)))
+        things.append(Thing(cut_out, *stand(rng, cut_out, width, height), KINDS.index(kind)))
     for _ in range(rng.integers(0, 3)):
-        thing = source.person() if rng.random() < 0.4 else source.thing(objects.DISTRACTORS)[1]
+        thing = source.person(rng) if rng.random() < 0.4 else source.thing(rng, DISTRACTORS)[1]
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.15), np.log(0.9))) * height, rng)
         things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
     return things
-
-
-class Fresh:
-    """Draws every cut-out anew."""
-
-    def __init__(self, rng, family, pixels=360):
-        self.rng, self.family, self.pixels = rng, family, pixels
-
-    def person(self):
-        return people.draw_person(self.rng, self.family, self.pixels)
-
-    def thing(self, kinds):
-        kind = kinds[self.rng.integers(len(kinds))]
-        return kind, objects.draw_object(self.rng, self.family, kind, self.pixels)
-
-
-class Pool:
-    """Draws a stock of cut-outs once, which is much faster to train with."""
-
-    def __init__(self, rng, family, persons, of_each_kind, of_each_distractor, pixels=260):
-        fresh = Fresh(rng, family, pixels)
-        self.rng = rng
-        self.persons = [fresh.person() for _ in range(persons)]
-        counts = {**dict.fromkeys(objects.KINDS, of_each_kind), **dict.fromkeys(objects.DISTRACTORS, of_each_distractor)}
-        self.things = {kind: [fresh.thing((kind,))[1] for _ in range(count)] for kind, count in counts.items()}
-
-    def person(self):
-        return self.persons[self.rng.integers(len(self.persons))]
-
-    def thing(self, kinds):
-        kind = kinds[self.rng.integers(len(kinds))]
-        return kind, self.things[kind][self.rng.integers(len(self.things[kind]))]

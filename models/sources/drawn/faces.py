@@ -7,14 +7,18 @@ Coordinates of a head: x to the picture's right, y down, both from -1 to 1 acros
 ear to ear and from the hairline's top to the chin, in the turned head.
 """
 import dataclasses
+import functools
 
 import cv2
 import numpy
 
+from models.sources.drawn.paint import fill_polygon, stroke
+
 CANVAS = 256   # a head is drawn at this size and scaled down
 CENTRE = 128.0
 HALF_HEIGHT = 82.0  # pixels of the canvas from the middle of a face to its chin
-SHIFT = 3      # fractional bits of OpenCV's drawing coordinates
+_fill = functools.partial(fill_polygon, shift=3)  # eighths of a pixel
+_line = functools.partial(stroke, shift=3)
 
 SKINS = [(196, 220, 245), (170, 200, 236), (140, 178, 222), (112, 150, 200), (84, 118, 170), (58, 86, 130), (44, 64, 100)]
 HAIRS = [(24, 22, 20), (36, 48, 70), (40, 74, 118), (80, 140, 190), (130, 190, 224), (48, 66, 150), (150, 150, 150), (215, 215, 215)]
@@ -166,15 +170,6 @@ def _jitter(rng, colour, amount):
 
 def _darker(colour, factor):
     return tuple(int(c * factor) for c in colour)
-
-
-def _fill(image, points, colour):
-    cv2.fillPoly(image, [numpy.round(points * (1 << SHIFT)).astype(numpy.int32)], colour, cv2.LINE_AA, SHIFT)
-
-
-def _line(image, points, colour, thickness):
-    cv2.polylines(image, [numpy.round(points * (1 << SHIFT)).astype(numpy.int32)], False, colour,
-                  max(1, int(round(thickness))), cv2.LINE_AA, SHIFT)
 
 
 def _both(image, alpha, points, colour):

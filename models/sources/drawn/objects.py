@@ -3,12 +3,12 @@
 
 The same axes and view as in people.py: y up, z forward, sizes relative to the thing's own.
 """
-import cv2
 import numpy as np
 
-from models.sources.drawn import sprites
-from models.sources.drawn.people import CIRCLE, Painter, View
-from models.sources.drawn.sprites import Canvas, fabric, from_hsv, random_colour
+from models.sources.bodies.skeleton import CIRCLE, View
+from models.sources.drawn.canvas import Canvas, fabric, smooth_noise
+from models.sources.drawn.paint import from_hsv, random_colour
+from models.sources.drawn.people import Painter
 
 KINDS = ("cat", "dog", "car", "parcel")  # in the order of the classes
 DISTRACTORS = ("chair", "coat_stand", "tree", "post", "plant", "table")
@@ -20,7 +20,7 @@ def fur(rng, family, pixels):
     colour = FUR[rng.integers(len(FUR))] * rng.uniform(0.85, 1.1)
     if rng.random() < 0.6:
         return colour, fabric(rng, family, pixels, pixels, colour, FUR[rng.integers(len(FUR))])
-    return colour, colour * (1 + 0.15 * sprites.smooth_noise(rng, pixels, pixels, pixels / 30)[..., None])
+    return colour, colour * (1 + 0.15 * smooth_noise(rng, pixels, pixels, pixels / 30)[..., None])
 
 
 def side_yaw(rng):
@@ -200,7 +200,7 @@ def draw_parcel(canvas, view, rng, family):
     pixels = canvas.alpha.shape[0]
     colour = from_hsv(rng.uniform(0.075, 0.11), rng.uniform(0.3, 0.55), rng.uniform(0.5, 0.88)) if rng.random() < 0.8 \
         else random_colour(rng)
-    surface = colour * (1 + 0.08 * sprites.smooth_noise(rng, pixels, pixels, pixels / 20)[..., None])
+    surface = colour * (1 + 0.08 * smooth_noise(rng, pixels, pixels, pixels / 20)[..., None])
     x, z, height = rng.uniform(0.16, 0.34), rng.uniform(0.16, 0.34), rng.uniform(0.14, 0.6)
     corners = np.array([(-x, -z), (x, -z), (x, z), (-x, z)])
 
@@ -330,18 +330,3 @@ def draw_object(rng, family, kind, pixels=320):
     else:
         globals()["draw_" + kind](canvas, view, rng, family)
     return canvas.cut_out()
-
-
-if __name__ == "__main__":  # a sheet of examples to look at: objects.py FILE
-    import sys
-    generator = np.random.default_rng(2)
-    kinds = KINDS + DISTRACTORS
-    sheet = np.full((5 * 230, len(kinds) * 190, 3), 190, np.uint8)
-    for column, kind in enumerate(kinds):
-        for row in range(5):
-            thing = draw_object(generator, sprites.HELD_OUT if row % 2 else sprites.TRAINING, kind, 180)
-            h, w = min(thing.shape[0], 230), min(thing.shape[1], 190)
-            place = sheet[row * 230:row * 230 + h, column * 190:column * 190 + w]
-            opacity = thing[:h, :w, 3:] / 255.0
-            place[:] = place * (1 - opacity) + thing[:h, :w, :3] * opacity
-    cv2.imwrite(sys.argv[1], sheet)

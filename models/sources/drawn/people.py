@@ -1,138 +1,20 @@
 # SPDX-License-Identifier: Apache-2.0
 """Draws whole persons: an articulated body in a pose, dressed, seen from any side, as a cut-out.
 
-The body is a skeleton in space (x to the person's left, y up, z where the person looks; the height is 1).
-It is posed, turned, looked at a little from above, and its parts, each the hull of a few spheres or
-rings, are painted from back to front.
+A skeleton is posed, turned, looked at a little from above, and its parts, each the hull of a few spheres or rings,
+are painted from back to front.
 """
 import cv2
 import numpy as np
 
-from models.sources.drawn import sprites
-from models.sources.drawn.sprites import Canvas, fabric, from_hsv, random_colour
+from models.sources.bodies.skeleton import CIRCLE, POSES, Body, Pose, View
+from models.sources.drawn.canvas import Canvas, fabric
+from models.sources.drawn.paint import fill_polygon, from_hsv, random_colour
 
-POSES = ("stand", "stand", "walk", "walk", "sit", "bend", "arms_up", "carry", "crouch")
 SKIN = [from_hsv(h, s, v) for h, s, v in ((0.06, 0.25, 0.95), (0.06, 0.35, 0.9), (0.07, 0.45, 0.8),
                                           (0.06, 0.55, 0.62), (0.05, 0.6, 0.45), (0.05, 0.6, 0.32))]
 HAIR = [from_hsv(h, s, v) for h, s, v in ((0.08, 0.5, 0.1), (0.07, 0.6, 0.22), (0.07, 0.6, 0.35), (0.11, 0.55, 0.7),
                                           (0.04, 0.75, 0.5), (0.1, 0.05, 0.65), (0.1, 0.03, 0.85))]
-CIRCLE = [(np.cos(a), np.sin(a)) for a in np.linspace(0, 2 * np.pi, 14, endpoint=False)]
-
-
-class View:
-    """Where the drawing is seen from: turned by yaw about the vertical, from above by pitch (radians)."""
-
-    def __init__(self, yaw, pitch, pixels, origin):
-        cy, sy, cp, sp = np.cos(yaw), np.sin(yaw), np.cos(pitch), np.sin(pitch)
-        self.rotation = np.array([[1, 0, 0], [0, cp, -sp], [0, sp, cp]]) @ np.array(
-            [[cy, 0, sy], [0, 1, 0], [-sy, 0, cy]])
-        self.pixels = pixels
-        self.origin = np.asarray(origin, float)
-
-    def project(self, points):
-        """Pixels (N x 2) of points in space (N x 3)."""
-        seen = np.atleast_2d(points) @ self.rotation.T
-        return self.origin + seen[:, :2] * (self.pixels, -self.pixels)
-
-    def nearness(self, point):
-        return float(self.rotation[2] @ point)
-
-    def ball(self, centre, radius):
-        """The outline of a sphere."""
-        return self.project(centre) + np.array(CIRCLE) * (radius * self.pixels)
-
-
-def limb_direction(swing, spread, side):
-    """A limb that hangs down, swung forward and spread outwards, in radians."""
-    return np.array([side * np.sin(spread), -np.cos(swing) * np.cos(spread), np.sin(swing) * np.cos(spread)])
-
-
-class Pose:
-    """Angles in radians, for (right, left) where there are two."""
-
-    def __init__(self, rng, name):
-        pair = rng.uniform
-        self.lean = rng.uniform(-0.06, 0.12)
-        self.roll = rng.uniform(-0.06, 0.06)
-        self.thigh = pair(-0.08, 0.08, 2)
-        self.knee = np.abs(pair(-0.1, 0.1, 2))  # how far the shin swings back from the thigh's direction
-        self.leg_spread = pair(0.0, 0.14, 2)
-        self.arm = pair(-0.25, 0.35, 2)
-        self.elbow = pair(0.05, 0.9, 2) * (rng.random(2) < 0.7) + (rng.random(2) < 0.15) * 1.2
-        self.arm_spread = pair(0.06, 0.35, 2)
-        getattr(self, "_" + name, lambda _: None)(rng)
-
-    def _walk(self, rng):
-        stride = rng.uniform(0.2, 0.55) * rng.choice([-1, 1])
-        self.thigh = np.array([stride, -stride * rng.uniform(0.6, 1)])
-        self.knee = np.where(self.thigh < 0, rng.uniform(0.2, 0.9), rng.uniform(0, 0.2))
-        self.arm = np.array([-stride, stride]) * rng.uniform(0.3, 1.2)
-
-    def _sit(self, rng):
-        self.thigh = rng.uniform(1.25, 1.65, 2)
-        self.knee = self.thigh + rng.uniform(-0.35, 0.3, 2)
-        self.leg_spread = rng.uniform(0, 0.3, 2)
-        self.lean = rng.uniform(-0.2, 0.35)
-        self.arm = rng.uniform(0.2, 0.8, 2)
-        self.elbow = rng.uniform(0.5, 1.3, 2)
-
-    def _bend(self, rng):
-        self.lean = rng.uniform(0.6, 1.4)
-        self.thigh = rng.uniform(0, 0.6) + rng.uniform(-0.15, 0.15, 2)
-        self.knee = self.thigh + rng.uniform(0, 0.4, 2)
-        self.arm = rng.uniform(0.2, 0.9, 2)
-        self.elbow = rng.uniform(0, 0.6, 2)
-
-    def _arms_up(self, rng):
-        raised = rng.random(2) < 0.75
-        raised[rng.integers(2)] = True
-        self.arm_spread = np.where(raised, rng.uniform(1.3, 2.9, 2), self.arm_spread)
-        self.elbow = np.where(raised, rng.uniform(0, 0.5, 2), self.elbow)
-        self.arm = np.where(raised, 0, self.arm)
-
-    def _carry(self, rng):
-        self.arm = rng.uniform(0, 0.8, 2)
-        self.elbow = rng.uniform(1.1, 1.9, 2)
-
-    def _crouch(self, rng):
-        self.thigh = rng.uniform(1.5, 2.1) + rng.uniform(-0.1, 0.1, 2)
-        self.knee = self.thigh + rng.uniform(0.4, 0.9)
-        self.lean = rng.uniform(0.2, 0.7)
-        self.arm = rng.uniform(0.3, 1.1, 2)
-
-
-class Body:
-    """Joints in space, y measured from the hips; lengths relative to the height."""
-
-    def __init__(self, rng, pose):
-        child = rng.random() < 0.15
-        self.build = rng.uniform(0.82, 1.35)  # thin to stout
-        self.head_half = np.array([0.046, 0.064, 0.055]) * (rng.uniform(1.3, 1.6) if child else
-                                                            rng.uniform(0.95, 1.15))
-        leg, arm = rng.uniform(0.94, 1.05) * (0.92 if child else 1), rng.uniform(0.95, 1.05)
-        shoulder, hip = rng.uniform(0.085, 0.115), rng.uniform(0.045, 0.06) * self.build ** 0.5
-        spine = np.array([np.sin(pose.roll), np.cos(pose.lean), np.sin(pose.lean)])
-        self.spine = spine / np.linalg.norm(spine)
-        self.forward = np.cross([1, 0, 0], self.spine)
-        self.hip = np.zeros(3)
-        self.chest = self.spine * 0.26
-        neck_lean = pose.lean * 0.4
-        self.neck = self.spine * 0.285
-        self.head = self.neck + np.array([0, np.cos(neck_lean), np.sin(neck_lean)]) * (0.022 + self.head_half[1])
-        self.shoulders, self.elbows, self.wrists, self.knees, self.ankles, self.hips = [], [], [], [], [], []
-        for i, side in enumerate((-1, 1)):
-            at = self.chest + np.array([side * shoulder, 0, 0])
-            elbow = at + limb_direction(pose.arm[i], pose.arm_spread[i], side) * 0.155 * arm
-            wrist = elbow + limb_direction(pose.arm[i] + pose.elbow[i], pose.arm_spread[i] * rng.uniform(0.2, 1.1),
-                                           side) * 0.15 * arm
-            hip_at = np.array([side * hip, -0.01, 0])
-            knee = hip_at + limb_direction(pose.thigh[i], pose.leg_spread[i], side) * 0.245 * leg
-            ankle = knee + limb_direction(pose.thigh[i] - pose.knee[i], pose.leg_spread[i] * 0.5, side) * 0.235 * leg
-            for joints, joint in zip((self.shoulders, self.elbows, self.wrists, self.hips, self.knees, self.ankles),
-                                     (at, elbow, wrist, hip_at, knee, ankle)):
-                joints.append(joint)
-
-
 class Clothes:
     def __init__(self, rng, family, width, height):
         def cloth(colour=None):
@@ -209,11 +91,9 @@ def add_trunk(painter, body, clothes, view):
     def draw():
         outline = np.zeros(painter.canvas.alpha.shape, np.uint8)
         for part in trunk:
-            hull = cv2.convexHull(np.round(part * 16).astype(np.int32))
-            cv2.fillPoly(outline, [hull], 255, cv2.LINE_AA, 4)
-        rows, columns = np.flatnonzero(outline.any(axis=1)), np.flatnonzero(outline.any(axis=0))
-        box = np.s_[rows[0]:rows[-1] + 1, columns[0]:columns[-1] + 1]
-        painter.canvas.blend(outline[box], columns[0], rows[0], clothes.top, 0.45)
+            fill_polygon(outline, cv2.convexHull(np.round(part * 16).astype(np.int32)) / 16, 255)
+        x, y, w, h = cv2.boundingRect(outline)
+        painter.canvas.cloth(outline[y:y + h, x:x + w], x, y, clothes.top, 0.45)
     painter.add(nearness, draw)
     if clothes.open_front and view.nearness(body.forward) > 0.2:
         front = [centre + body.forward * 0.062 * build + np.array([x, 0, 0])
@@ -310,11 +190,7 @@ def paint_head(canvas, body, clothes, view, turn):
     normal = local / half @ to_head  # roughly, back in the view's axes
     normal /= np.maximum(np.linalg.norm(normal, axis=-1, keepdims=True), 1e-6)
     light = 0.55 + 0.45 * np.clip(normal @ np.array([canvas.light[0], -canvas.light[1], 0.8]), 0, 1)
-    weight = edge[..., None].astype(np.float32)
-    region = canvas.colour[top:bottom, left:right]
-    region += (colour * light[..., None] - region) * weight
-    alpha = canvas.alpha[top:bottom, left:right]
-    np.maximum(alpha, edge, out=alpha)
+    canvas.cover(np.s_[top:bottom, left:right], colour * light[..., None], edge.astype(np.float32))
 
 
 def head_colours(local, clothes):
@@ -378,9 +254,7 @@ def paste_head(canvas, body, view, picture, box):
     opacity = picture[..., 3].astype(np.float32) / 255
     neck = int((box[1] + box[3] * 1.12) * scale)
     opacity[neck:] = 0
-    place = np.s_[top:top + rows, left:left + columns]
-    canvas.colour[place] += (picture[..., :3] - canvas.colour[place]) * opacity[..., None]
-    canvas.alpha[place] = np.maximum(canvas.alpha[place], opacity)
+    canvas.cover(np.s_[top:top + rows, left:left + columns], picture[..., :3], opacity)
 
 
 def draw_person(rng, family, pixels=420, pose=None, yaw=None, change=None, head=None):
@@ -414,16 +288,3 @@ def draw_person(rng, family, pixels=420, pose=None, yaw=None, change=None, head=
     add_bag(painter, body, clothes, view, rng)
     painter.finish()
     return canvas.cut_out()
-
-
-if __name__ == "__main__":  # a sheet of examples to look at: people.py FILE
-    import sys
-    generator = np.random.default_rng(1)
-    sheet = np.full((3 * 340, 8 * 240, 3), 200, np.uint8)
-    for i in range(24):
-        person = draw_person(generator, sprites.HELD_OUT if i % 2 else sprites.TRAINING, 300)
-        h, w = min(person.shape[0], 340), min(person.shape[1], 240)
-        place = sheet[i // 8 * 340:i // 8 * 340 + h, i % 8 * 240:i % 8 * 240 + w]
-        opacity = person[:h, :w, 3:] / 255.0
-        place[:] = place * (1 - opacity) + person[:h, :w, :3] * opacity
-    cv2.imwrite(sys.argv[1], sheet)

@@ -1,16 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
 """Cut-out drawings: a canvas on which convex parts are painted with fabric and soft round shading.
 
-Used by people.py and objects.py. Colours are BGR, 0 to 255. Everything random comes from the generator
-that the caller gives.
+For people.py and objects.py. Everything random comes from the generator that the caller gives.
 """
-import colorsys
-
 import cv2
 import numpy as np
 
-TRAINING = "training"
-HELD_OUT = "held_out"
+from models.labels.making import HELD_OUT, TRAINING
+from models.sources.drawn.paint import blend, fill_polygon, random_colour
+
 # Patterns of cloth and surfaces: no pattern but the plain one is in both families.
 PATTERNS = {TRAINING: ("plain", "plain", "stripes", "checks", "blotches"),
             HELD_OUT: ("plain", "plain", "diamonds", "dots", "waves")}
@@ -38,25 +36,25 @@ class Canvas:
         if right <= left or bottom <= top:
             return
         mask = np.zeros((bottom - top, right - left), np.uint8)
-        fixed = np.round((polygon - (left, top)) * 16).astype(np.int32)
-        cv2.fillPoly(mask, [fixed], 255, cv2.LINE_AA, 4)
-        self.blend(mask, left, top, fabric, roundness, opacity)
+        fill_polygon(mask, polygon - (left, top), 255)
+        self.cloth(mask, left, top, fabric, roundness, opacity)
 
-    def blend(self, mask, left, top, fabric, roundness, opacity=1.0):
+    def cloth(self, mask, left, top, fabric, roundness, opacity=1.0):
         bottom, right = top + mask.shape[0], left + mask.shape[1]
         part = fabric[top:bottom, left:right] if isinstance(fabric, np.ndarray) and fabric.ndim == 3 \
             else np.asarray(fabric, np.float32)
-        weight = (mask.astype(np.float32) * (opacity / 255.0))[..., None]
         lit = part * self._shade(mask, roundness)[..., None]
-        region = self.colour[top:bottom, left:right]
-        region += (lit - region) * weight
-        alpha = self.alpha[top:bottom, left:right]
-        np.maximum(alpha, weight[..., 0], out=alpha)
+        self.cover(np.s_[top:bottom, left:right], lit, mask.astype(np.float32) * (opacity / 255.0))
+
+    def cover(self, place, colour, opacity):
+        """A picture over one part of the canvas."""
+        blend(self.colour[place], colour, opacity)
+        np.maximum(self.alpha[place], opacity, out=self.alpha[place])
 
     def _shade(self, mask, roundness):
         """Darker towards the edge, as on a cylinder, and darker away from the light."""
         if roundness == 0:
-            return np.float32(1) * np.ones(mask.shape, np.float32)
+            return np.ones(mask.shape, np.float32)
         distance = cv2.distanceTransform((mask > 127).astype(np.uint8), cv2.DIST_L2, 3)
         depth = np.minimum(distance / max(distance.max(), 1e-3), 1)
         rounded = 1 - roundness * (1 - np.sqrt(depth * (2 - depth)))
@@ -73,21 +71,6 @@ class Canvas:
             return None
         box = np.s_[rows[0]:rows[-1] + 1, columns[0]:columns[-1] + 1]
         return np.dstack([np.clip(self.colour[box], 0, 255), self.alpha[box] * 255]).astype(np.uint8)
-
-
-def from_hsv(hue, saturation, value):
-    red, green, blue = colorsys.hsv_to_rgb(hue % 1, np.clip(saturation, 0, 1), np.clip(value, 0, 1))
-    return np.array([blue, green, red], np.float32) * 255
-
-
-def random_colour(rng):
-    """As things are coloured: greys, muted and dark colours more often than bright ones."""
-    kind = rng.random()
-    if kind < 0.25:
-        return from_hsv(rng.random(), rng.uniform(0, 0.1), rng.uniform(0.1, 0.95))
-    if kind < 0.5:
-        return from_hsv(rng.uniform(0.52, 0.7), rng.uniform(0.3, 0.8), rng.uniform(0.15, 0.7))
-    return from_hsv(rng.random(), rng.uniform(0.2, 0.9), rng.uniform(0.25, 0.95))
 
 
 def smooth_noise(rng, height, width, cell, low=-1.0, high=1.0):

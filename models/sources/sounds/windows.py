@@ -1,0 +1,46 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Windows of 3 s for the cry detector, as a microphone in a home hears them.
+
+A window is a cry when crying is heard in it for at least half a second and nothing else in it is louder on average; it
+is none when there is no crying at all. Windows in between are not made.
+"""
+import numpy
+
+from models.sources.sounds.signal import RATE, chance, noise, record, rms, room, slope
+
+WINDOW = 3 * RATE
+LEAST_CRYING = RATE // 2  # samples
+SHARES = {"cry": 0.42, "speech": 0.21, "singing": 0.06, "music": 0.08, "alarm": 0.07, "barks": 0.04,
+          "meows": 0.03, "household": 0.07, "hum": 0.02}
+KINDS = list(SHARES)
+
+
+def audible(rng, source, kind):
+    """A cut of root mean square 1 while there is sound; of crying, enough, which now and then begins or ends in it."""
+    while True:
+        sound, is_crying = source.cut(rng, kind, WINDOW)
+        if kind != "cry":
+            if rms(sound) > 0.05:
+                return sound / rms(sound)
+        elif is_crying.sum() >= LEAST_CRYING:
+            if chance(rng, 0.3):
+                heard = numpy.cumsum(is_crying)
+                if chance(rng, 0.5):
+                    heard = heard[-1] - heard
+                kept = heard <= rng.integers(LEAST_CRYING, heard.max() + 1)
+                sound, is_crying = sound * kept, is_crying & kept
+            return sound / rms(sound[is_crying])
+
+
+def window(rng, source):
+    """One recording: samples, kind."""
+    kind = str(rng.choice(KINDS, p=list(SHARES.values())))
+    sound = room(rng, audible(rng, source, kind))
+    for _ in range(rng.integers(0, 3)):
+        other = str(rng.choice(KINDS[1:]))
+        # Next to a cry nothing is louder; otherwise anything may be.
+        decibels = rng.uniform(-35, 0) if kind == "cry" else rng.uniform(-30, 6)
+        sound = sound + 10 ** (decibels / 20) * room(rng, audible(rng, source, other))
+    quietest = -60 if kind == "hum" else -48 if kind != "cry" else -42
+    floor = noise(rng, WINDOW, slope(rng.uniform(-6, 1))) * 10 ** (rng.uniform(-60, -15) / 20)
+    return record(rng, sound + floor, rng.uniform(quietest, -10)), kind
