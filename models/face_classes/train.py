@@ -1,44 +1,49 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Trains the sample network of face classes: 0 an open face, 1 a covered mouth, 2 sunglasses. Each class has a score of its
-own (a sigmoid each), because the library reports the sigmoid of the largest."""
-import os
-import sys
+"""Trains the sample network of face classes: 0 an open face, 1 a covered mouth, 2 sunglasses.
 
-import numpy
-import torch
+Each class has a score of its own (a sigmoid each), because the library reports the sigmoid of the largest.
+"""
+import functools
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-from models.training import crops as crop_training
+from torch import nn
+from torch.nn import functional
+
+from models.labels import table
+from models.labels.making import TRAINING
 from models.scenes import face_crops
-from models.training import training
+from models.sources.drawn import source
+from models.training import examples
+from models.training.layers import face_trunk
+from models.training.run import Phase, Recipe, run
 
-CLASSES = 3
-
-
-class Network(torch.nn.Module):
-    def __init__(self):
-        super().__init__()
-        self.trunk = crop_training.trunk((8, 12, 16, 24, 24, 32, 32))
-        self.scores = torch.nn.Sequential(torch.nn.Flatten(), torch.nn.Linear(32 * 7 * 7, CLASSES))
-
-    def forward(self, image):
-        return self.scores(self.trunk(image))
+CLASSES = ("open", "covered", "sunglasses")
 
 
-def main():
-    options = crop_training.arguments(HERE)
-    training.seed_all(2)
-    pool = crop_training.training_pool("crops_all", options.quick, seed=1, identities=1400, views=6, covers=face_crops.ALL_COVERS)
-    wanted = torch.nn.functional.one_hot(torch.from_numpy(pool["face_class"]), CLASSES).float()
-    module, rng = crop_training.Scaled(Network()), numpy.random.default_rng(9)
+def network():
+    return nn.Sequential(face_trunk((8, 12, 16, 24, 24, 32, 32)), nn.Flatten(), nn.Linear(32 * 7 * 7, len(CLASSES)))
 
-    def loss_of(pick):
-        images = crop_training.augmented(rng, pool["pixels"][pick])
-        return torch.nn.functional.binary_cross_entropy_with_logits(module(images), wanted[pick])
 
-    crop_training.fit(module, loss_of, pool, epochs=1 if options.quick else 10)
-    training.export_onnx(module, options.out, [1, 1, 112, 112], ["scores"])
+class Drawn(source.Drawn):
+    def example(self, rng, width, height):
+        crop = face_crops.crop_of(rng, self, self.identity(rng), face_crops.ALL_COVERS)
+        return crop.pixels, crop.face_class
 
+
+def sources(options):
+    return examples.drawn_and_labelled(options, Drawn(TRAINING),
+                                       functools.partial(examples.LabelledCrops, layout=table.CLASSES, classes=CLASSES))
+
+
+def vary(rng, picture, kind, width, height):
+    return examples.relit(rng, examples.as_input(picture)), kind
+
+
+def loss_of(module, image, kind):
+    return functional.binary_cross_entropy_with_logits(module(image), functional.one_hot(kind, len(CLASSES)).float())
+
+
+RECIPE = Recipe("face_classes", network, ["scores"], sources, vary, [Phase(loss_of, 1310, 2e-3)], seed=2, batch=64,
+                shapes=examples.FACE_CROP, stock=8400, fresh=0.02)
 
 if __name__ == "__main__":
-    main()
+    run(RECIPE)

@@ -3,23 +3,26 @@
 
 A drawn person is a record of what it is drawn from: widths, distances, kind of hair, beard, glasses. The network learns to
 read that record from a crop, every entry scaled to count alike. Then it learns to compare: an entry that is read badly, or
-that many persons share, comes to count less. The feature is the record, turned into 256 values.
+that many persons share, comes to count less. The feature is the record, turned into 256 values. Of people who are no
+drawings it learns to compare alone.
 """
-import os
-import sys
+import collections
 
-import cv2
 import numpy
 import torch
+from torch import nn
+from torch.nn import functional
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-from models.training import crops as crop_training
+from models.labels import table
+from models.labels.making import TRAINING
 from models.scenes import face_crops
-from models.sources.drawn import faces
-from models.training import layers
-from models.training import training
+from models.sources.drawn import source
+from models.training import examples
+from models.training.layers import convolution, face_trunk
+from models.training.run import Phase, Recipe, run
 
 LENGTH = 256
+VIEWS = 4  # of a person in a batch
 KINDS = {"hair": ("bald", "short", "parted", "long", "curly", "bun"), "beard": ("none", "stubble", "full", "moustache", "chin"),
          "glasses": ("none", "round", "square")}
 COLOURS = ("skin", "hair_colour", "iris")
@@ -33,94 +36,80 @@ def record_of(identity):
     values += [float(numpy.dot(getattr(identity, name), (0.114, 0.587, 0.299))) for name in COLOURS]  # as grey
     for name, kinds in KINDS.items():
         values += [float(getattr(identity, name) == kind) for kind in kinds]
-    return values
+    return numpy.array(values)
 
 
-def records(seed, persons):
-    """Of every person of the pool, each entry with mean 0 and deviation 1."""
-    made = numpy.array([record_of(faces.random_identity(numpy.random.default_rng([seed, person]))) for person in range(persons)])
-    deviation = numpy.maximum(made.std(axis=0), 1e-6)  # 0 where few persons have all the same kind
-    return torch.from_numpy(((made - made.mean(axis=0)) / deviation).astype(numpy.float32))
-
-
-class Network(torch.nn.Module):
+class Network(nn.Module):
     def __init__(self):
         super().__init__()
-        self.trunk = crop_training.trunk((12, 20, 24, 32, 32, 40, 40))
-        self.places = layers.convolution(40, 16, size=1)
-        self.record = torch.nn.Sequential(torch.nn.Conv2d(16, ENTRIES, 7), torch.nn.Flatten())
-        self.feature = torch.nn.Linear(ENTRIES, LENGTH, bias=False)
-        with torch.no_grad():  # orthogonal: angles between records stay as they are
-            self.feature.weight.copy_(torch.linalg.qr(torch.randn(LENGTH, ENTRIES))[0])
+        self.read = nn.Sequential(face_trunk((12, 20, 24, 32, 32, 40, 40)), convolution(40, 16, size=1),
+                                  nn.Conv2d(16, ENTRIES, 7), nn.Flatten())
+        self.feature = nn.Linear(ENTRIES, LENGTH, bias=False)
+        nn.init.orthogonal_(self.feature.weight)  # angles between records stay as they are
         self.feature.weight.requires_grad = False
-
-    def read(self, image):
-        return self.record(self.places(self.trunk(image)))
+        self.threshold = nn.Parameter(torch.tensor(0.4))  # of the cosine; learnt with the rest, not exported
 
     def forward(self, image):
         return self.feature(self.read(image))
 
 
-def moved(rng, pixels):
-    """The same crops, cut a little elsewhere, some mirrored."""
-    pixels, size = pixels.copy(), face_crops.SIZE
-    for i in range(len(pixels)):
-        matrix = cv2.getRotationMatrix2D((size / 2, size / 2), rng.normal(0, 3), numpy.exp(rng.normal(0, 0.04)))
-        matrix[:, 2] += rng.normal(0, 0.03 * size, 2)
-        pixels[i] = cv2.warpAffine(pixels[i], matrix, (size, size), borderMode=cv2.BORDER_REPLICATE)
-        if rng.random() < 0.5:
-            pixels[i] = pixels[i, :, ::-1]
-    return pixels
+class Labelled(examples.LabelledCrops):
+    def __init__(self, directory):
+        super().__init__(directory, table.PERSONS)
+        self.of_person = collections.defaultdict(list)
+        for row in self.rows:
+            self.of_person[row[1][0][0]].append(row)
+
+    def example(self, rng, width, height):
+        person = rng.integers(len(self.of_person))
+        rows = list(self.of_person.values())[person]
+        views = [self.crop(rows[rng.integers(len(rows))], width)[0] for _ in range(VIEWS)]
+        return views, numpy.full(ENTRIES, numpy.nan), -1 - person
 
 
-def pair_loss(records_read, person, threshold, slope=12.0):
-    """Of every two crops: the cosine above the threshold for one person, below it for two."""
-    features = torch.nn.functional.normalize(records_read, dim=1)
-    distance = slope * (features @ features.T - threshold)
+class Drawn(source.Drawn):
+    def __init__(self, family):
+        super().__init__(family)
+        rng = numpy.random.default_rng(2)
+        made = numpy.array([record_of(self.identity(rng)) for _ in range(2000)])
+        self.mean, self.deviation = made.mean(axis=0), made.std(axis=0)
+
+    def example(self, rng, width, height):
+        identity = self.identity(rng)
+        views = [face_crops.crop_of(rng, self, identity, face_crops.OPEN_COVERS).pixels for _ in range(VIEWS)]
+        return views, (record_of(identity) - self.mean) / self.deviation, rng.integers(1 << 40)
+
+
+def sources(options):
+    return examples.drawn_and_labelled(options, Drawn(TRAINING), Labelled)
+
+
+def vary(rng, views, record, person, width, height):
+    cut = [examples.moved(rng, view, turn=3.0, scale=0.04, shift=0.03)[0] for view in views]
+    return (numpy.stack([examples.relit(rng, examples.as_input(view)) for view in cut]),
+            numpy.tile(record.astype(numpy.float32), (VIEWS, 1)), numpy.full(VIEWS, person))
+
+
+def reading_loss(module, image, record, person):
+    wrong = torch.nan_to_num(module.read(image.flatten(0, 1)) - record.flatten(0, 1), 0.0)
+    return wrong.square().mean()
+
+
+def comparing_loss(module, image, record, person, slope=12.0):
+    """Of every two crops: the cosine above the threshold for one person, below it for two; records stay near what they were."""
+    person, read = person.flatten(), module.read(image.flatten(0, 1))
+    features = functional.normalize(read, dim=1)
+    distance = slope * (features @ features.T - module.threshold)
     same = person[:, None] == person[None]
-    pairs = same & ~torch.eye(len(person), dtype=torch.bool)
-    return torch.nn.functional.softplus(-distance[pairs]).mean() + torch.nn.functional.softplus(distance[~same]).mean()
+    pairs = same & ~torch.eye(len(person), dtype=torch.bool, device=same.device)
+    wrong = torch.nan_to_num(read - record.flatten(0, 1), 0.0)
+    told_apart = functional.softplus(-distance[pairs]).mean() + functional.softplus(distance[~same]).mean()
+    return told_apart + 0.2 * wrong.square().mean()
 
 
-def learn_to_compare(module, pool, wanted, steps, rng, persons=24, views=4, rate=1e-3):
-    """Batches of several crops of each of some persons; records stay near what they were."""
-    number_of = torch.from_numpy(pool["person"])
-    crops_of = [numpy.flatnonzero(pool["person"] == number) for number in numpy.unique(pool["person"])]
-    threshold = torch.tensor(0.4, requires_grad=True)
-    learned = [weight for weight in module.parameters() if weight.requires_grad] + [threshold]
-    optimizer = torch.optim.AdamW(learned, lr=rate, weight_decay=1e-4)
-    schedule = torch.optim.lr_scheduler.OneCycleLR(optimizer, rate, total_steps=steps, pct_start=0.1)
-    progress, mean = training.Progress(steps), None
-    module.eval()  # the normalisations stay as they are
-    for _ in range(steps):
-        who = rng.choice(len(crops_of), persons, replace=False)
-        pick = numpy.concatenate([rng.choice(crops_of[number], views, replace=False) for number in who])
-        found = module.network.read(crop_training.augmented(rng, moved(rng, pool["pixels"][pick])))
-        loss = pair_loss(found, number_of[pick], threshold) + 0.2 * torch.nn.functional.mse_loss(found, wanted[pick])
-        optimizer.zero_grad()
-        loss.backward()
-        torch.nn.utils.clip_grad_norm_(learned, 5)
-        optimizer.step()
-        schedule.step()
-        mean = loss.item() if mean is None else 0.98 * mean + 0.02 * loss.item()
-        progress.step("pairs %.4f, threshold %.2f" % (mean, threshold.item()))
-
-
-def main():
-    options = crop_training.arguments(HERE)
-    training.seed_all(3)
-    pool = crop_training.training_pool("crops_features", options.quick, seed=2, identities=1900, views=9, covers=face_crops.OPEN_COVERS)
-    wanted = records(2, int(pool["person"].max()) + 1)[torch.from_numpy(pool["person"])]
-    module, rng = crop_training.Scaled(Network()), numpy.random.default_rng(9)
-
-    def loss_of(pick):
-        images = crop_training.augmented(rng, moved(rng, pool["pixels"][pick]))
-        return torch.nn.functional.mse_loss(module.network.read(images), wanted[pick])
-
-    crop_training.fit(module, loss_of, pool, epochs=1 if options.quick else 9)
-    learn_to_compare(module, pool, wanted, 20 if options.quick else 1200, rng)
-    training.export_onnx(module, options.out, [1, 1, 112, 112], ["feature"])
-
+RECIPE = Recipe("face_features", Network, ["feature"], sources, vary,
+                [Phase(reading_loss, 1600, 2e-3), Phase(comparing_loss, 1200, 1e-3, keeps_normalisations=True)],
+                seed=3, batch=24, shapes=examples.FACE_CROP, stock=4000, fresh=0.02)
 
 if __name__ == "__main__":
-    main()
+    run(RECIPE)

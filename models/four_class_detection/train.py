@@ -1,10 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Trains the sample network of four-class detection: train.py [--quick] [--out FOLDER] [--steps N]"""
-import os
-import sys
+"""Trains the sample network of four-class detection."""
+import torch
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-from models.training import grid as grid_training
+from models.scenes import compose
+from models.sources.drawn.source import KINDS
+from models.training import grid
+from models.training.run import run
+
+ANCHORS = torch.tensor([[(68, 52), (74, 118), (140, 155)], [(24, 18), (37, 36), (41, 76)]], dtype=torch.float32)
+RECIPE = grid.recipe("four_class_detection", grid.Task(ANCHORS, 9, KINDS, compose.object_things), seed=12)
 
 if __name__ == "__main__":
-    grid_training.main(grid_training.FOUR_CLASSES, HERE, seed=12)
+    run(RECIPE)

@@ -1,10 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Trains the sample network of person detection: train.py [--quick] [--out FOLDER] [--steps N]"""
-import os
-import sys
+"""Trains the sample network of person detection."""
+import torch
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-from models.training import grid as grid_training
+from models.scenes import compose
+from models.training import grid
+from models.training.run import run
+
+ANCHORS = torch.tensor([[(64, 187), (123, 211), (227, 264)], [(7, 17), (20, 50), (45, 99)]], dtype=torch.float32)
+RECIPE = grid.recipe("person_detection", grid.Task(ANCHORS, 6, ("person",), compose.person_things), seed=11)
 
 if __name__ == "__main__":
-    grid_training.main(grid_training.PERSONS, HERE, seed=11)
+    run(RECIPE)

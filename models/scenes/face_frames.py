@@ -71,8 +71,7 @@ def _round_thing(rng, picture):
     fill_ellipse(picture, center, (r * rng.uniform(0.7, 1), r), color)
     for _ in range(rng.integers(0, 4)):
         offset = rng.uniform(-0.5, 0.5, 2) * r
-        fill_ellipse(picture, (center[0] + offset[0], center[1] + offset[1]), (r * rng.uniform(0.05, 0.3), r * rng.uniform(0.05, 0.3)),
-                             random_color(rng))
+        fill_ellipse(picture, center + offset, rng.uniform(0.05, 0.3, 2) * r, random_color(rng))
 
 
 def _covered(a, box):

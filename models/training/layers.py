@@ -1,11 +1,30 @@
 # SPDX-License-Identifier: Apache-2.0
 """Layers that several of the networks are made of."""
+import torch
 from torch import nn
 
 
 def convolution(inputs, outputs, stride=1, dilation=1, size=3):
     return nn.Sequential(nn.Conv2d(inputs, outputs, size, stride, dilation * (size // 2), dilation, bias=False),
                          nn.BatchNorm2d(outputs), nn.ReLU(inplace=True))
+
+
+def trunk(inputs, widths, strides):
+    channels = [inputs, *widths]
+    return nn.Sequential(*map(convolution, channels, widths, strides))
+
+
+def face_trunk(widths):
+    """From 112 x 112 to 7 x 7 cells in seven convolutions."""
+    return trunk(1, widths, (2, 2, 1, 2, 1, 2, 1))
+
+
+class MeanAndMaximum(nn.Module):
+    """What is seen in all cells on average, and what is seen at all."""
+
+    def forward(self, cells):
+        return torch.flatten(torch.cat([nn.functional.adaptive_avg_pool2d(cells, 1),
+                                        nn.functional.adaptive_max_pool2d(cells, 1)], 1), 1)
 
 
 class Surroundings(nn.Module):

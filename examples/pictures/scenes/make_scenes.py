@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Draws the sample scenes with persons, and with cats, dogs, cars and parcels: python3 -m examples.pictures.scenes.make_scenes [DIRECTORY]
+"""Draws the sample scenes with persons and with things: python3 -m examples.pictures.scenes.make_scenes [DIRECTORY]
 
 Persons and things, backgrounds and patterns come from models/, of the family that no network was trained with.
 """

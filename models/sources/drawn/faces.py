@@ -21,7 +21,8 @@ _fill = functools.partial(fill_polygon, shift=3)  # eighths of a pixel
 _line = functools.partial(stroke, shift=3)
 
 SKINS = [(196, 220, 245), (170, 200, 236), (140, 178, 222), (112, 150, 200), (84, 118, 170), (58, 86, 130), (44, 64, 100)]
-HAIRS = [(24, 22, 20), (36, 48, 70), (40, 74, 118), (80, 140, 190), (130, 190, 224), (48, 66, 150), (150, 150, 150), (215, 215, 215)]
+HAIRS = [(24, 22, 20), (36, 48, 70), (40, 74, 118), (80, 140, 190), (130, 190, 224), (48, 66, 150), (150, 150, 150),
+         (215, 215, 215)]
 IRISES = [(60, 45, 30), (40, 70, 100), (140, 110, 60), (90, 120, 60), (90, 90, 90)]
 
 
@@ -72,7 +73,8 @@ def random_identity(rng):
         brow_gap=u(0.12, 0.22), brow_thickness=u(0.025, 0.08), brow_tilt=u(-0.25, 0.2),
         nose_y=u(0.22, 0.38), nose_width=u(0.12, 0.26),
         mouth_y=u(0.52, 0.68), mouth_width=u(0.24, 0.42), lip=u(0.04, 0.10),
-        ear=u(0.14, 0.26), hair=["bald", "short", "short", "parted", "long", "long", "curly", "bun"][rng.integers(8)], fringe=u(-0.75, -0.45),
+        ear=u(0.14, 0.26), hair=["bald", "short", "short", "parted", "long", "long", "curly", "bun"][rng.integers(8)],
+        fringe=u(-0.75, -0.45),
         beard=["stubble", "full", "moustache", "chin"][rng.integers(4)] if is_bearded else "none",
         glasses=["round", "square"][rng.integers(2)] if rng.random() < 0.25 else "none",
         moles=[(u(-0.6, 0.6), u(-0.5, 0.8), u(0.018, 0.04)) for _ in range(rng.integers(0, 3))], cheeks=u(0, 0.35))
@@ -120,7 +122,8 @@ class Head:
         p = numpy.atleast_2d(numpy.asarray(points, float))
         half_width = self.id.width
         x, y = p[:, 0] * half_width, p[:, 1]
-        z = 0.62 * numpy.sqrt(numpy.maximum(0.0, 1.0 - p[:, 0] ** 2 * 0.9)) * numpy.sqrt(numpy.maximum(0.15, 1.0 - 0.45 * y ** 2)) + lift
+        round_x, round_y = numpy.maximum(0.0, 1.0 - p[:, 0] ** 2 * 0.9), numpy.maximum(0.15, 1.0 - 0.45 * y ** 2)
+        z = 0.62 * numpy.sqrt(round_x) * numpy.sqrt(round_y) + lift
         turned_x = x * numpy.cos(self.yaw) + z * numpy.sin(self.yaw)
         z = z * numpy.cos(self.yaw) - x * numpy.sin(self.yaw)
         turned_y = y * numpy.cos(self.pitch) + z * numpy.sin(self.pitch) * 0.8
@@ -295,13 +298,15 @@ def _beard(head, image):
         low = _outline(i)
         low = low[low[:, 1] > 0.15]
         low = low[numpy.argsort(low[:, 0])]
-        area = numpy.concatenate([low, [(0.75, 0.2), (0.45, i.mouth_y - 0.16), (0, i.mouth_y - 0.2), (-0.45, i.mouth_y - 0.16), (-0.75, 0.2)]])
+        area = numpy.concatenate([low, [(0.75, 0.2), (0.45, i.mouth_y - 0.16), (0, i.mouth_y - 0.2), (-0.45, i.mouth_y - 0.16),
+                                        (-0.75, 0.2)]])
         before = image.copy()
         _fill(image, head.flat(area), colour)
         if i.beard == "stubble":
             cv2.addWeighted(image, 0.35, before, 0.65, 0, image)
     if i.beard in ("moustache", "full"):
-        _fill(image, head.project([(-0.3, i.mouth_y - 0.03), (0, i.mouth_y - 0.17), (0.3, i.mouth_y - 0.03), (0, i.mouth_y - 0.08)], 0.05), colour)
+        _fill(image, head.project([(-0.3, i.mouth_y - 0.03), (0, i.mouth_y - 0.17), (0.3, i.mouth_y - 0.03),
+                                   (0, i.mouth_y - 0.08)], 0.05), colour)
     if i.beard == "chin":
         _fill(image, head.project(_arc(0, 0.88, 0.24, 0.15)), colour)
 
@@ -312,7 +317,7 @@ def _glasses(head, image, kind, frame, lens):
     for side in (-1, 1):
         r = 0.19
         ring = _arc(side * i.eye_x, i.eye_y, r / i.width, r) if kind == "round" else \
-            side * numpy.array([(i.eye_x, 0)]) + numpy.array([(-0.27, -0.13), (0.27, -0.13), (0.24, 0.16), (-0.24, 0.16)]) + (0, i.eye_y)
+            numpy.array([(-0.27, -0.13), (0.27, -0.13), (0.24, 0.16), (-0.24, 0.16)]) + (side * i.eye_x, i.eye_y)
         ring = head.project(ring, 0.08)
         if lens is not None:
             _fill(image, ring, lens)
@@ -325,7 +330,8 @@ def _back_hair(head, image, alpha):
     if head.id.hair in ("long", "curly"):
         points = _arc(0, -0.15, 1.28, 1.12, 180, 360)
         low = 1.25 if head.id.hair == "long" else 0.45
-        _both(image, alpha, head.flat(numpy.concatenate([points, [(1.25, low), (-1.25, low)]])), _darker(head.id.hair_colour, 0.8))
+        _both(image, alpha, head.flat(numpy.concatenate([points, [(1.25, low), (-1.25, low)]])),
+              _darker(head.id.hair_colour, 0.8))
     if head.id.hair == "bun":
         _both(image, alpha, head.flat(_arc(0, -1.2, 0.4, 0.32)), head.id.hair_colour)
 
@@ -342,7 +348,8 @@ def _hair(head, image, alpha):
         xs = numpy.linspace(left, right, 14)
         edge = [(x, i.fringe + (0.1 if k % 2 else -0.05) + 0.35 * abs(x) ** 3) for k, x in enumerate(xs)]
     else:
-        edge = [(left, -0.1), (0.92, -0.35), (0.6, i.fringe), (0, i.fringe - 0.08), (-0.6, i.fringe), (-0.92, -0.35), (right, -0.1)]
+        edge = [(left, -0.1), (0.92, -0.35), (0.6, i.fringe), (0, i.fringe - 0.08), (-0.6, i.fringe), (-0.92, -0.35),
+                (right, -0.1)]
     _both(image, alpha, head.flat(numpy.concatenate([top, edge])), i.hair_colour)
 
 
@@ -352,7 +359,8 @@ def _hair(head, image, alpha):
 def _mask(head, view, image, alpha):
     colour = [(230, 225, 215), (200, 150, 90), (40, 40, 40)][int(abs(view.gaze) * 2.99)]
     y = head.id.nose_y - 0.08
-    area = head.project([(-0.95, y - 0.1), (0, y - 0.12), (0.95, y - 0.1), (0.85, 0.7), (0.4, 0.98), (-0.4, 0.98), (-0.85, 0.7)], 0.1)
+    area = head.project([(-0.95, y - 0.1), (0, y - 0.12), (0.95, y - 0.1), (0.85, 0.7), (0.4, 0.98), (-0.4, 0.98),
+                         (-0.85, 0.7)], 0.1)
     _fill(image, area, colour)
     for k in (0.35, 0.6):
         _line(image, head.project([(-0.8, y + k * 0.8), (0.8, y + k * 0.8)], 0.12), _darker(colour, 0.8), 2)
@@ -364,7 +372,8 @@ def _sunglasses(head, view, image, alpha):
 
 def _cap(head, view, image, alpha):
     colour = [(150, 60, 40), (50, 50, 160), (60, 110, 60), (40, 40, 40)][int(abs(view.gaze) * 3.99)]
-    _both(image, alpha, head.flat(numpy.concatenate([_arc(0, -0.45, 1.15, 0.85, 180, 360), [(1.15, -0.42), (-1.15, -0.42)]])), colour)
+    _both(image, alpha, head.flat(numpy.concatenate([_arc(0, -0.45, 1.15, 0.85, 180, 360), [(1.15, -0.42), (-1.15, -0.42)]])),
+          colour)
     _both(image, alpha, head.flat(_arc(0.2 * numpy.sin(head.yaw), -0.42, 1.05, 0.15)), _darker(colour, 0.7))
 
 
@@ -382,7 +391,8 @@ def _hand(head, view, image, alpha):
     x = 0.75 if view.gaze > 0 else -0.75
     for k in range(4):
         y = 0.35 + 0.16 * k
-        _both(image, alpha, head.flat([(x * 1.9, y), (x * 0.35, y - 0.05), (x * 0.3, y + 0.05), (x * 1.9, y + 0.13)]), _darker(skin, 1 - 0.05 * k))
+        _both(image, alpha, head.flat([(x * 1.9, y), (x * 0.35, y - 0.05), (x * 0.3, y + 0.05), (x * 1.9, y + 0.13)]),
+              _darker(skin, 1 - 0.05 * k))
 
 
 COVERS = {"mask": _mask, "sunglasses": _sunglasses, "cap": _cap, "scarf": _scarf, "hand": _hand}

@@ -49,7 +49,8 @@ def draw_animal(canvas, view, rng, family, is_cat):
         painter.limb(foot, foot + (0, 0, 0.035), 0.024, 0.02, pale)
         if sitting:
             painter.limb(rump + out, rump + out * 1.5 + (0, -0.03, 0.11), stout * 0.85, 0.04, coat, 0.01)
-            painter.limb(rump + out * 1.5 + (0, 0.02 - rump[1], 0.06), rump + out * 1.5 + (0, 0.02 - rump[1], 0.15), 0.024, 0.02, pale, 0.02)
+            painter.limb(rump + out * 1.5 + (0, 0.02 - rump[1], 0.06), rump + out * 1.5 + (0, 0.02 - rump[1], 0.15), 0.024,
+                         0.02, pale, 0.02)
         else:
             knee = rump + out + (0, -leg * 0.45, -0.02 - stride / 2)
             painter.limb(rump + out, knee, 0.05, 0.03, coat)
@@ -152,7 +153,8 @@ def draw_car(canvas, view, rng, family):
     low = 0.055
     nose = height * rng.uniform(0.75, 1)
     body = [(-0.5, low), (0.5, low), (0.5, nose), (0.5 - bonnet, height), (-0.5, height)]
-    cabin = [(0.5 - bonnet, height), (0.5 - bonnet - rng.uniform(0.06, 0.14), roof), (-0.5 + boot + 0.05, roof), (-0.5 + boot, height)]
+    cabin = [(0.5 - bonnet, height), (0.5 - bonnet - rng.uniform(0.06, 0.14), roof), (-0.5 + boot + 0.05, roof),
+             (-0.5 + boot, height)]
     for point in outline(body[:2], half_width) + outline(body[:2], -half_width):  # the dark under it
         canvas.paint(view.ball(point * (0.9, 1, 0.8), 0.04), np.float32([25, 25, 25]), 0)
     for side in (-1, 1):  # the wheels of the far side first
@@ -186,7 +188,8 @@ def draw_car(canvas, view, rng, family):
                 lamp = np.array([x * half_width, nose * 0.75, z])
                 canvas.paint(view.project(lamp + np.array([(0.035 * c, 0.02 * s, 0) for c, s in CIRCLE])), colour, 0.2)
             plate = np.array([0, low + 0.035, z])
-            canvas.paint(view.project(plate + np.array([(x, y, 0) for x in (-.05, .05) for y in (-.012, .012)])), np.float32([220, 230, 230]), 0)
+            canvas.paint(view.project(plate + np.array([(x, y, 0) for x in (-.05, .05) for y in (-.012, .012)])),
+                         np.float32([220, 230, 230]), 0)
 
 
 def paint_wheels(canvas, view, x, radius):
@@ -213,17 +216,20 @@ def draw_parcel(canvas, view, rng, family):
     strip = np.array([(-wide, height, -z), (wide, height, -z), (wide, height, z), (-wide, height, z)])
     paint_face(canvas, view, strip, middle, tape)
     for end in (-z, z):
-        paint_face(canvas, view, np.array([(-wide, height, end), (wide, height, end), (wide, height * 0.75, end), (-wide, height * 0.75, end)]),
+        paint_face(canvas, view, np.array([(-wide, height, end), (wide, height, end), (wide, height * 0.75, end),
+                                           (-wide, height * 0.75, end)]),
                    middle, tape)
     if rng.random() < 0.7:
         label = np.float32([235, 238, 238])
         at, size = rng.uniform(-0.4, 0.2) * x, rng.uniform(0.3, 0.5)
         for end in (-z, z):
             top, bottom = height * 0.62, height * (0.62 - size)
-            paint_face(canvas, view, np.array([(at, top, end), (at + x * 0.7, top, end), (at + x * 0.7, bottom, end), (at, bottom, end)]), middle, label, 0)
+            paint_face(canvas, view, np.array([(at, top, end), (at + x * 0.7, top, end), (at + x * 0.7, bottom, end),
+                                               (at, bottom, end)]), middle, label, 0)
             for row in (0.3, 0.55, 0.75):
                 y = top + (bottom - top) * row
-                line = np.array([(at + 0.06 * x, y, end), (at + x * 0.6, y, end), (at + x * 0.6, y - 0.008, end), (at + 0.06 * x, y - 0.008, end)])
+                line = np.array([(at + 0.06 * x, y, end), (at + x * 0.6, y, end), (at + x * 0.6, y - 0.008, end),
+                                 (at + 0.06 * x, y - 0.008, end)])
                 paint_face(canvas, view, line, middle, np.float32([50, 50, 50]), 0)
 
 
@@ -235,12 +241,14 @@ def draw_chair(canvas, view, rng, family):
     for x in (-0.18, 0.18):
         painter.limb(np.array([x, 0, -0.18]), np.array([x, back, -0.2]), 0.02, 0.02, wood)
         painter.limb(np.array([x, 0, 0.18]), np.array([x, height, 0.18]), 0.02, 0.02, wood)
-    painter.hull([(x, y, z) for x in (-0.21, 0.21) for y in (height, height + 0.05) for z in (-0.21, 0.21)], seat, view.nearness(np.array([0, height, 0])))
+    painter.hull([(x, y, z) for x in (-0.21, 0.21) for y in (height, height + 0.05) for z in (-0.21, 0.21)], seat,
+                 view.nearness(np.array([0, height, 0])))
     slats = rng.integers(1, 5)
     for i in range(slats):
         y = height + 0.1 + (back - height - 0.1) * (i + 0.5) / slats
         half = (back - height - 0.1) / slats * rng.uniform(0.25, 0.5)
-        painter.hull([(x, y + dy, -0.19) for x in (-0.18, 0.18) for dy in (-half, half)], seat if slats < 3 else wood, view.nearness(np.array([0, y, -0.19])))
+        painter.hull([(x, y + dy, -0.19) for x in (-0.18, 0.18) for dy in (-half, half)], seat if slats < 3 else wood,
+                     view.nearness(np.array([0, y, -0.19])))
     painter.finish()
 
 
@@ -259,7 +267,8 @@ def draw_coat_stand(canvas, view, rng, family):
             length = rng.uniform(0.3, 0.6)
             hang = out * 0.1 + (0, 0.92, 0)
             wide = rng.uniform(0.05, 0.1)
-            painter.hull([hang, hang + (-wide * 0.6, -0.06, 0), hang + (wide * 0.6, -0.06, 0), hang + out * 0.05 + (-wide, -length, 0),
+            painter.hull([hang, hang + (-wide * 0.6, -0.06, 0), hang + (wide * 0.6, -0.06, 0),
+                          hang + out * 0.05 + (-wide, -length, 0),
                           hang + out * 0.05 + (wide, -length, 0)], cloth, view.nearness(hang))
     if rng.random() < 0.4:
         painter.limb(top, top + (0, 0.02, 0), 0.06, 0.05, random_colour(rng), 0.05)
@@ -285,8 +294,8 @@ def draw_post(canvas, view, rng, family):
     painter.limb(np.zeros(3), np.array([0, 0.9, 0]), radius, radius * rng.uniform(0.6, 1), surface)
     if rng.random() < 0.6:  # a lamp, a sign
         size = rng.uniform(0.04, 0.13)
-        shape = [np.array([x, 0.9 + y, 0.01]) for x, y in ([(c * size, s * size) for c, s in CIRCLE] if rng.random() < 0.5 else
-                                                          [(-size, -size * 0.6), (size, -size * 0.6), (size, size * 0.6), (-size, size * 0.6)])]
+        outline = CIRCLE if rng.random() < 0.5 else [(-1, -0.6), (1, -0.6), (1, 0.6), (-1, 0.6)]
+        shape = [np.array([x * size, 0.9 + y * size, 0.01]) for x, y in outline]
         painter.hull(shape, random_colour(rng), 1, 0.2)
     painter.finish()
 
@@ -295,7 +304,8 @@ def draw_plant(canvas, view, rng, family):
     pixels = canvas.alpha.shape[0]
     painter = Painter(canvas, view)
     pot = rng.uniform(0.15, 0.3)
-    painter.hull([(0.13 * c * f, y, 0.13 * s * f) for c, s in CIRCLE for y, f in ((0, 0.7), (pot, 1))], fabric(rng, family, pixels, pixels), 0.1)
+    painter.hull([(0.13 * c * f, y, 0.13 * s * f) for c, s in CIRCLE for y, f in ((0, 0.7), (pot, 1))],
+                 fabric(rng, family, pixels, pixels), 0.1)
     leaf = from_hsv(rng.uniform(0.22, 0.42), rng.uniform(0.4, 0.8), rng.uniform(0.25, 0.7))
     for _ in range(rng.integers(7, 20)):
         tip = np.array([rng.normal(0, 0.2), rng.uniform(pot + 0.1, 0.95), rng.normal(0, 0.15)])

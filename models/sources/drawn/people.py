@@ -15,6 +15,8 @@ SKIN = [from_hsv(h, s, v) for h, s, v in ((0.06, 0.25, 0.95), (0.06, 0.35, 0.9),
                                           (0.06, 0.55, 0.62), (0.05, 0.6, 0.45), (0.05, 0.6, 0.32))]
 HAIR = [from_hsv(h, s, v) for h, s, v in ((0.08, 0.5, 0.1), (0.07, 0.6, 0.22), (0.07, 0.6, 0.35), (0.11, 0.55, 0.7),
                                           (0.04, 0.75, 0.5), (0.1, 0.05, 0.65), (0.1, 0.03, 0.85))]
+
+
 class Clothes:
     def __init__(self, rng, family, width, height):
         def cloth(colour=None):
@@ -207,7 +209,8 @@ def head_colours(local, clothes):
         colour[front & (np.abs(x - side * 0.38) < 0.22) & (np.abs(y - 0.25) < 0.04)] = clothes.hair * 0.8
     colour[front & (np.abs(x) < 0.09) & (y < 0.05) & (y > -0.25)] = clothes.skin * 0.88
     if not clothes.bald:
-        colour[(y > 0.5 + 0.25 * np.minimum(z, 0.4)) | ((z < -0.15) & (y > -0.45)) | ((np.abs(x) > 0.88) & (y > -0.1))] = clothes.hair
+        above, behind, beside = y > 0.5 + 0.25 * np.minimum(z, 0.4), (z < -0.15) & (y > -0.45), (np.abs(x) > 0.88) & (y > -0.1)
+        colour[above | behind | beside] = clothes.hair
     if clothes.hat in ("cap", "beanie", "brim"):
         colour[y > (0.4 if clothes.hat == "beanie" else 0.48)] = clothes.hat_colour
     return colour

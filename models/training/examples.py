@@ -1,0 +1,127 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Batches for training, made in processes of their own: of drawn examples, of users' labelled ones, or of both.
+
+A source of examples has example(rng, width, height); what it gives may be used several times, varied each time.
+"""
+import cv2
+import numpy
+import torch
+
+from models.labels import boxes, table
+from models.sources.mixed import Mixed, Stock
+
+
+FACE_CROP = {"network": (1, 112, 112)}  # the shape of the input
+
+
+class Batches(torch.utils.data.IterableDataset):
+    """Endless; each batch of one of the network's shapes of input. The same seed and number of processes: the same batches."""
+
+    def __init__(self, recipe, options):
+        self.recipe, self.options, self.source = recipe, options, recipe.examples(options)
+
+    def __iter__(self):
+        cv2.setNumThreads(1)
+        recipe, options, process = self.recipe, self.options, torch.utils.data.get_worker_info()
+        rng = numpy.random.default_rng([options.seed, process.id if process else 0])
+        stocks = {shape: Stock(recipe.stock // max(1, options.workers), recipe.fresh) for shape in recipe.shapes.values()}
+        while True:
+            shape = recipe.shapes[rng.choice(list(recipe.shapes))]
+            size = shape[:0:-1]  # width, height
+            taken = [stocks[shape].take(rng, self.source.example, *size) for _ in range(options.batch)]
+            yield collate([recipe.vary(rng, *example, *size) for example in taken])
+
+
+def collate(examples):
+    """Fields of one shape side by side, others in a list."""
+    fields = [[torch.as_tensor(numpy.asarray(value)) for value in field] for field in zip(*examples)]
+    return [torch.stack(field) if len({value.shape for value in field}) == 1 else field for field in fields]
+
+
+def drawn_and_labelled(options, drawn, labelled):
+    """`labelled` makes a source of each directory of --data."""
+    if not options.data:
+        return drawn
+    share = options.share / len(options.data)
+    return Mixed([(1 - options.share, drawn), *((share, labelled(directory)) for directory in options.data)])
+
+
+def read_picture(path, flags=cv2.IMREAD_COLOR):
+    picture = cv2.imread(str(path), flags)
+    if picture is None:
+        raise table.Invalid(f"{path} is no picture")
+    return picture
+
+
+class LabelledFrames:
+    """Pictures with boxes: parts of them, since there are few."""
+
+    def __init__(self, directory, classes):
+        self.rows = table.read(directory, table.BOXES, classes)
+
+    def example(self, rng, width, height):
+        path, labels = self.rows[rng.integers(len(self.rows))]
+        picture = read_picture(path)
+        part = numpy.array(picture.shape[:2]) * rng.uniform(0.6, 1, 2) // 1
+        top, left = (rng.uniform(0, 1, 2) * (picture.shape[:2] - part) // 1).astype(int)
+        bottom, right = (top, left) + part.astype(int)
+        kept = []
+        for kind, *box in labels:
+            whole = numpy.array(boxes.corners(box)) - (left, top, left, top)
+            seen = numpy.clip(whole, 0, (right - left, bottom - top) * 2)
+            share = boxes.area(seen) / boxes.area(whole)
+            if share > 0:
+                kept.append((kind if share > 0.5 else table.IGNORE, *seen[:2], *(seen[2:] - seen[:2])))
+        return picture[top:bottom, left:right], kept
+
+
+class LabelledCrops:
+    """Pictures with one line each, of which kelnn eval takes the middle square."""
+
+    def __init__(self, directory, layout, classes=(), flags=cv2.IMREAD_GRAYSCALE):
+        self.rows, self.flags = table.read(directory, layout, classes), flags
+
+    def example(self, rng, width, height):
+        """The picture, and its class."""
+        picture, values, _ = self.crop(self.rows[rng.integers(len(self.rows))], width)
+        return picture, values[0]
+
+    def crop(self, row, size):
+        """The picture, its values, and the left, top and side of the square."""
+        picture = read_picture(row[0], self.flags)
+        rows, columns = picture.shape[:2]
+        side = min(rows, columns)
+        left, top = (columns - side) // 2, (rows - side) // 2
+        square = picture[top:top + side, left:left + side]
+        return cv2.resize(square, (size, size), interpolation=cv2.INTER_LINEAR), row[1][0], (left, top, side)
+
+
+def moved(rng, picture, points=numpy.zeros((0, 2)), turn=4.0, scale=0.06, shift=0.035):
+    """The same crop cut a little elsewhere, turned (degrees), mirrored at times: picture, points in it, degrees, mirrored."""
+    size = picture.shape[0]
+    degrees = rng.normal(0, turn)
+    matrix = cv2.getRotationMatrix2D((size / 2, size / 2), -degrees, numpy.exp(rng.normal(0, scale)))
+    matrix[:, 2] += rng.normal(0, shift * size, 2)
+    picture = cv2.warpAffine(picture, matrix, (size, size), borderMode=cv2.BORDER_REPLICATE)
+    points = points @ matrix[:, :2].T + matrix[:, 2]
+    mirrored = rng.random() < 0.5
+    return (picture[:, ::-1], (size, 0) + points * (-1, 1), degrees, True) if mirrored else (picture, points, degrees, False)
+
+
+def mirrored_at_times(rng, picture, labels):
+    if rng.random() < 0.5:
+        return picture, labels
+    width = picture.shape[1]
+    return numpy.ascontiguousarray(picture[:, ::-1]), [(kind, width - x - w, y, w, h) for kind, x, y, w, h in labels]
+
+
+def as_input(picture):
+    """What the runtime shows the network: channels, height, width, red first, each byte less 128."""
+    picture = picture[..., None] if picture.ndim == 2 else picture
+    return numpy.ascontiguousarray(picture[..., ::-1].transpose(2, 0, 1), numpy.float32) - 128
+
+
+def relit(rng, image):
+    """An input in another light, with noise."""
+    light = image * rng.uniform(0.7, 1.25) + rng.normal(0, 13, (len(image), 1, 1))
+    return numpy.clip(light + rng.normal(0, rng.uniform(0.1, 5), image.shape), -128, 127).astype(numpy.float32)

@@ -1,0 +1,114 @@
+# SPDX-License-Identifier: Apache-2.0
+"""From a trained module to a network's file, and from the file back to a module to go on with."""
+import os
+import sys
+
+import cv2
+import numpy
+import onnx
+import torch
+from onnx import numpy_helper
+from torch import nn
+
+MAX_BYTES = 400 * 1000  # of a file
+WITH_WEIGHTS = (nn.Conv2d, nn.Linear)
+
+
+def export(module, path, input_shape, output_names):
+    """Writes `path`, small and loadable by OpenCV's DNN with the values that torch computes, or exits.
+
+    output_names  in the order of the module's outputs, which is the order that the task reads
+    """
+    module.eval()
+    sample = torch.rand(1, *input_shape) * 255 - 128
+    torch.onnx.export(module, sample, path, opset_version=11, input_names=["image"], output_names=list(output_names))
+    model = onnx.load(path)
+    model.ir_version = 6
+    for node in model.graph.node:
+        node.doc_string = ""
+    _copy_shared_weights(model.graph)
+    onnx.checker.check_model(model)
+    onnx.save(model, path)
+    if any(node.op_type == "BatchNormalization" for node in model.graph.node):
+        sys.exit(f"{path}: BatchNorm is not folded: it has to follow its convolution at once")
+    size = os.path.getsize(path)
+    if size > MAX_BYTES:
+        sys.exit(f"{path} has {size} bytes, more than {MAX_BYTES}")
+    check_values(module, path, sample)
+    print(f"{path}: {size} bytes, {weight_count(path)} weights, "
+          f"{multiply_adds(module, sample) / 1e6:.1f} million multiply-adds")
+
+
+def _copy_shared_weights(graph):
+    """Weights that happen to be equal are exported once, with Identity nodes, which OpenCV does not import."""
+    weights = {weight.name: weight for weight in graph.initializer}
+    for node in [node for node in graph.node if node.op_type == "Identity" and node.input[0] in weights]:
+        copied = graph.initializer.add()
+        copied.CopyFrom(weights[node.input[0]])
+        copied.name = node.output[0]
+        graph.node.remove(node)
+
+
+def check_values(module, path, sample):
+    with torch.no_grad():
+        expected = module(sample)
+    network = cv2.dnn.readNetFromONNX(str(path))
+    network.setInput(sample.numpy())
+    names = [output.name for output in onnx.load(path).graph.output]
+    for name, ours, theirs in zip(names, [expected] if torch.is_tensor(expected) else expected, network.forward(names)):
+        ours = ours.numpy()
+        error = numpy.abs(ours - theirs.reshape(ours.shape)).max()
+        if not error <= 1e-3 * (1 + numpy.abs(ours).max()):
+            sys.exit(f"{path}: output {name} differs by {error:g} between OpenCV and torch")
+
+
+def weight_count(path):
+    """What the file holds."""
+    return sum(numpy_helper.to_array(weight).size for weight in onnx.load(path).graph.initializer
+               if weight.data_type == onnx.TensorProto.FLOAT)
+
+
+def multiply_adds(module, sample):
+    """Of one run, counted over convolutions and fully connected layers."""
+    return sum(layer.weight.numel() * (output.shape[2:].numel() if output.dim() == 4 else 1)
+               for layer, output in _run(module, sample, WITH_WEIGHTS))
+
+
+def _run(module, sample, kinds):
+    """Its layers of some kinds as they run, each with what comes out."""
+    seen = []
+    hooks = [layer.register_forward_hook(lambda layer, _, output: seen.append((layer, output)))
+             for layer in module.modules() if isinstance(layer, kinds)]
+    with torch.no_grad():
+        module.eval()(sample)
+    for hook in hooks:
+        hook.remove()
+    return seen
+
+
+def start_from(module, path, input_shape):
+    """Takes over a file's weights. Normalisations were folded in it: they become its biases and nothing else."""
+    graph = onnx.load(path).graph
+    tensors = {weight.name: torch.from_numpy(numpy_helper.to_array(weight).copy()) for weight in graph.initializer}
+    nodes = [[tensors[name] for name in node.input[1:]] for node in graph.node if node.op_type in ("Conv", "Gemm", "MatMul")]
+    sample = torch.rand(1, *input_shape) * 255 - 128
+    layers = [layer for layer, _ in _run(module, sample, (*WITH_WEIGHTS, nn.BatchNorm2d))]
+    if len(nodes) != sum(isinstance(layer, WITH_WEIGHTS) for layer in layers):
+        sys.exit(f"{path} is not a network of this task's layers")
+    with torch.no_grad():
+        for layer, following in zip(layers, layers[1:] + [None]):
+            if not isinstance(layer, WITH_WEIGHTS):
+                continue
+            weight, *bias = nodes.pop(0)
+            weight = weight if weight.shape == layer.weight.shape else weight.T
+            if weight.shape != layer.weight.shape:
+                sys.exit(f"{path}: {tuple(weight.shape)} where the network has {tuple(layer.weight.shape)}")
+            layer.weight.copy_(weight)
+            if isinstance(following, nn.BatchNorm2d):
+                following.running_mean.zero_()
+                following.running_var.fill_(1 - following.eps)
+                following.weight.fill_(1)
+                layer = following
+            if bias:
+                layer.bias.copy_(bias[0])
+    check_values(module, path, sample)
