@@ -86,8 +86,8 @@ def smooth_curve(points, count=40, closed=False):
 
 def blend(under, over, opacity):
     """Paints `over` a part of a picture, in place; opacity is 0 to 1, height x width."""
-    opacity = opacity[..., None]
-    under[:] = under + (over - under) * opacity if under.dtype == numpy.float32 else over * opacity + under * (1 - opacity)
+    part = under.astype(numpy.float32, copy=False)
+    under[:] = part + (over - part) * opacity[..., None]
 
 
 def inside(picture, cut_out, left, top):
