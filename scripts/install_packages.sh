@@ -28,7 +28,7 @@ declare -A groups=(
   [packages]="dpkg-dev file"
   [notebook]="python3-nbconvert python3-ipykernel"
   [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
-  [lint]="clang-format clang-tidy"
+  [lint]="clang-format clang-tidy flake8 mypy"
 )
 
 [ $# -gt 0 ] || set -- build

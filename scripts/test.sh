@@ -33,7 +33,7 @@ case "${1:-}" in
     ;;
   ?*) configurations=("$@") ;;
 esac
-[ "${1:-}" = --unit ] || scripts/install_packages.sh build docs test
+[ "${1:-}" = --unit ] || scripts/install_packages.sh build data docs test train
 
 # Both take DIRECTORY CONFIGURATION.
 build() {

@@ -60,7 +60,7 @@ def visitor(seconds):
     person = people.draw_person(rng, HELD_OUT, DRAWN_PIXELS, "stand", yaw, walk(seconds), head(seconds, yaw))
     factor = height * HEIGHT / DRAWN_PIXELS
     person = cv2.resize(person, None, fx=factor, fy=factor, interpolation=cv2.INTER_AREA)
-    return compose.Thing(person, x * WIDTH - person.shape[1] / 2, top * HEIGHT)
+    return compose.Thing(person, (x * WIDTH - person.shape[1] / 2, top * HEIGHT))
 
 
 def frames():

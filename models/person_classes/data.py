@@ -20,11 +20,11 @@ def things_in_frame(rng, source, width, height):
     things = []
     for _ in range(rng.integers(1, 5)):
         cut_out = compose.scaled(source.person(rng), compose.person_height(rng, height), rng)
-        things.append(compose.Thing(cut_out, *compose.stand(rng, cut_out, width, height), PERSON))
+        things.append(compose.Thing(cut_out, compose.stand(rng, cut_out, width, height), PERSON))
     for _ in range(rng.integers(1, 5)):
         cut_out = compose.scaled(source.thing(rng, DISTRACTORS + KINDS)[1],
                                  np.exp(rng.uniform(np.log(0.15), np.log(0.95))) * height, rng)
-        things.append(compose.Thing(cut_out, *compose.stand(rng, cut_out, width, height), OTHER))
+        things.append(compose.Thing(cut_out, compose.stand(rng, cut_out, width, height), OTHER))
     return things
 
 

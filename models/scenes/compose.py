@@ -18,9 +18,9 @@ MAX_IOU = 0.3  # the library takes boxes above 0.4 for the same thing
 class Thing:
     """A cut-out (BGRA) at a place: left, top; class_id is None for what is not to be found."""
 
-    def __init__(self, cut_out, left, top, class_id=None):
+    def __init__(self, cut_out, place, class_id=None):
         self.cut_out = cut_out
-        self.left, self.top = int(left), int(top)
+        self.left, self.top = map(int, place)
         self.class_id = class_id
 
     @property
@@ -123,11 +123,11 @@ def person_things(rng, source, width, height):
     things = []
     for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.1, 0.33, 0.27, 0.16, 0.09, 0.05])):
         cut_out = scaled(source.person(rng), person_height(rng, height), rng)
-        things.append(Thing(cut_out, *stand(rng, cut_out, width, height), 0))
+        things.append(Thing(cut_out, stand(rng, cut_out, width, height), 0))
     for _ in range(rng.integers(0, 4)):
         _, thing = source.thing(rng, DISTRACTORS + KINDS)
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.12), np.log(0.85))) * height, rng)
-        things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
+        things.append(Thing(cut_out, stand(rng, cut_out, width, height)))
     return things
 
 
@@ -138,9 +138,9 @@ def object_things(rng, source, width, height):
     for _ in range(rng.choice([0, 1, 2, 3, 4, 5], p=[0.06, 0.28, 0.3, 0.2, 0.11, 0.05])):
         kind, thing = source.thing(rng, KINDS)
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.15), np.log(0.55))) * longest, rng, by_height=False)
-        things.append(Thing(cut_out, *stand(rng, cut_out, width, height), KINDS.index(kind)))
+        things.append(Thing(cut_out, stand(rng, cut_out, width, height), KINDS.index(kind)))
     for _ in range(rng.integers(0, 3)):
         thing = source.person(rng) if rng.random() < 0.4 else source.thing(rng, DISTRACTORS)[1]
         cut_out = scaled(thing, np.exp(rng.uniform(np.log(0.15), np.log(0.9))) * height, rng)
-        things.append(Thing(cut_out, *stand(rng, cut_out, width, height)))
+        things.append(Thing(cut_out, stand(rng, cut_out, width, height)))
     return things

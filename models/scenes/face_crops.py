@@ -48,8 +48,8 @@ def crop_of(rng, source, identity, covers):
         picture = _far_away(rng, picture)
     picture = camera.degrade(rng, picture, 0.9)
     left, top, right, bottom = _cut(rng, box)
-    matrix = numpy.float32([[SIZE / (right - left), 0, -left * SIZE / (right - left)],
-                            [0, SIZE / (bottom - top), -top * SIZE / (bottom - top)]])
+    matrix = numpy.array([[SIZE / (right - left), 0, -left * SIZE / (right - left)],
+                          [0, SIZE / (bottom - top), -top * SIZE / (bottom - top)]], numpy.float32)
     cut = cv2.warpAffine(picture, matrix, (SIZE, SIZE), flags=cv2.INTER_LINEAR, borderMode=cv2.BORDER_REPLICATE)
     parts = (points - (left, top)) / (right - left, bottom - top)
     return Crop(cv2.cvtColor(cut, cv2.COLOR_BGR2GRAY), parts.astype(numpy.float32), numpy.float32(pose),

@@ -14,7 +14,7 @@ def scene(rng, source, width, height, least=14, most=None):
     picture = source.background(rng, width, height)
     for _ in range(rng.integers(0, 4)):
         _round_thing(rng, picture)
-    seen = []
+    seen: list = []
     count = 0 if rng.random() < 0.12 else int(rng.integers(1, 6))
     most = most or 0.75 * min(width, height)
     # The farthest first: near ones stand in front of them.

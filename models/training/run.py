@@ -3,6 +3,7 @@
 import argparse
 import dataclasses
 import functools
+import math
 import os
 import sys
 import time
@@ -75,7 +76,7 @@ def fit(module: Any, batches: Any, phase: Phase, steps: int, options: argparse.N
     average = torch.optim.swa_utils.AveragedModel(
         module, avg_fn=lambda mean, new, n: mean + (new - mean) * max(0.005, 10 / (int(n) + 10)), use_buffers=True)
     module.train(not (phase.keeps_normalisations or options.start))
-    recent, start = None, time.monotonic()
+    recent, start = math.nan, time.monotonic()
     told = start
     for step, batch in zip(range(1, steps + 1), batches):
         batch = [part.to(options.device) if torch.is_tensor(part) else [one.to(options.device) for one in part] for part in batch]
@@ -87,7 +88,7 @@ def fit(module: Any, batches: Any, phase: Phase, steps: int, options: argparse.N
         optimizer.step()
         schedule.step()
         average.update_parameters(module)
-        recent = loss.item() if recent is None else 0.98 * recent + 0.02 * loss.item()
+        recent = loss.item() if step == 1 else 0.98 * recent + 0.02 * loss.item()
         if time.monotonic() - told > 10 or step == steps:
             told = time.monotonic()
             left = (told - start) / step * (steps - step)

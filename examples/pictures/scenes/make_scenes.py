@@ -41,7 +41,7 @@ def draw_thing(rng, what, x, feet, height, pose_and_yaw, picture_width, picture_
         objects.draw_object(rng, HELD_OUT, what, pixels)
     factor = height * picture_height / cut_out.shape[0]
     cut_out = cv2.resize(cut_out, None, fx=factor, fy=factor, interpolation=cv2.INTER_AREA)
-    return compose.Thing(cut_out, x * picture_width - cut_out.shape[1] / 2, feet * picture_height - cut_out.shape[0])
+    return compose.Thing(cut_out, (x * picture_width - cut_out.shape[1] / 2, feet * picture_height - cut_out.shape[0]))
 
 
 def draw(width, height, background, seed, things):

@@ -109,7 +109,7 @@ class Body:
         neck_lean = pose.lean * 0.4
         self.neck = self.spine * 0.285
         self.head = self.neck + np.array([0, np.cos(neck_lean), np.sin(neck_lean)]) * (0.022 + self.head_half[1])
-        self.shoulders, self.elbows, self.wrists, self.knees, self.ankles, self.hips = [], [], [], [], [], []
+        sides = []
         for i, side in enumerate((-1, 1)):
             at = self.chest + np.array([side * shoulder, 0, 0])
             elbow = at + limb_direction(pose.arm[i], pose.arm_spread[i], side) * 0.155 * arm
@@ -118,6 +118,5 @@ class Body:
             hip_at = np.array([side * hip, -0.01, 0])
             knee = hip_at + limb_direction(pose.thigh[i], pose.leg_spread[i], side) * 0.245 * leg
             ankle = knee + limb_direction(pose.thigh[i] - pose.knee[i], pose.leg_spread[i] * 0.5, side) * 0.235 * leg
-            for joints, joint in zip((self.shoulders, self.elbows, self.wrists, self.hips, self.knees, self.ankles),
-                                     (at, elbow, wrist, hip_at, knee, ankle)):
-                joints.append(joint)
+            sides.append((at, elbow, wrist, hip_at, knee, ankle))
+        self.shoulders, self.elbows, self.wrists, self.hips, self.knees, self.ankles = zip(*sides)

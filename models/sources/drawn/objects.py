@@ -31,7 +31,7 @@ def side_yaw(rng):
 def draw_animal(canvas, view, rng, family, is_cat):
     pixels = canvas.alpha.shape[0]
     colour, coat = fur(rng, family, pixels)
-    pale = colour * 0.4 + np.float32([215, 225, 230]) * 0.6 if rng.random() < 0.5 else coat
+    pale = colour * 0.4 + np.array([215, 225, 230], np.float32) * 0.6 if rng.random() < 0.5 else coat
     painter = Painter(canvas, view)
     leg = rng.uniform(0.16, 0.2) if is_cat else rng.uniform(0.2, 0.32)
     stout = rng.uniform(0.07, 0.095) if is_cat else rng.uniform(0.08, 0.12)
@@ -83,7 +83,7 @@ def add_animal_head(painter, view, rng, chest, stout, coat, colour, pale, is_cat
     yaw = rng.uniform(-0.9, 0.9)
     cy, sy = np.cos(yaw), np.sin(yaw)
     turn = np.array([[cy, 0, sy], [0, 1, 0], [-sy, 0, cy]])
-    dark = np.float32([35, 30, 30])
+    dark = np.array([35, 30, 30], np.float32)
 
     def at(x, y, z):
         return head + turn @ (np.array([x, y, z]) * radius)
@@ -105,7 +105,7 @@ def add_animal_head(painter, view, rng, chest, stout, coat, colour, pale, is_cat
             painter.hull([at(side * 0.6 - wide, 0.65, 0), at(side * 0.6 + wide, 0.6, 0), at(side * 0.8, tip, -0.05),
                           at(side * 0.6, 0.5, 0.25)], coat, base + 0.001)
             painter.hull([at(side * 0.6 - wide * 0.5, 0.8, 0.1), at(side * 0.6 + wide * 0.5, 0.75, 0.1),
-                          at(side * 0.77, tip * 0.88, 0)], colour * 0.6 + np.float32([70, 60, 90]),
+                          at(side * 0.77, tip * 0.88, 0)], colour * 0.6 + np.array([70, 60, 90], np.float32),
                          base + (0.002 if view.nearness(turn[:, 2]) > 0 else -0.001), 0.1)
         spot(at(side * 0.4, 0.2, 0.72), radius * (0.17 if is_cat else 0.12),
              from_hsv(rng.uniform(0.13, 0.35), 0.7, 0.8) if is_cat else dark, 0.006)
@@ -128,7 +128,7 @@ def paint_prism(canvas, view, near, far, fabric_, roundness=0.08):
 def paint_face(canvas, view, face, inside, fabric_, roundness=0.08):
     """A plane face, if it looks at the viewer; its light depends on where it looks."""
     normal = np.cross(face[1] - face[0], face[2] - face[0])
-    normal = normal / max(np.linalg.norm(normal), 1e-9)
+    normal = normal / max(float(np.linalg.norm(normal)), 1e-9)
     if normal @ (face.mean(axis=0) - inside) < 0:
         normal = -normal
     seen = view.rotation @ normal
@@ -156,7 +156,7 @@ def draw_car(canvas, view, rng, family):
     cabin = [(0.5 - bonnet, height), (0.5 - bonnet - rng.uniform(0.06, 0.14), roof), (-0.5 + boot + 0.05, roof),
              (-0.5 + boot, height)]
     for point in outline(body[:2], half_width) + outline(body[:2], -half_width):  # the dark under it
-        canvas.paint(view.ball(point * (0.9, 1, 0.8), 0.04), np.float32([25, 25, 25]), 0)
+        canvas.paint(view.ball(point * (0.9, 1, 0.8), 0.04), np.array([25, 25, 25], np.float32), 0)
     for side in (-1, 1):  # the wheels of the far side first
         if view.nearness(np.array([side, 0, 0])) < 0:
             paint_wheels(canvas, view, side * half_width, wheel)
@@ -176,27 +176,27 @@ def draw_car(canvas, view, rng, family):
         if view.nearness(np.array([side, 0, 0])) > 0:
             paint_wheels(canvas, view, side * half_width, wheel)
             door = [np.array([side * half_width, y, z]) for y, z in ((low + 0.02, split), (height, split))]
-            canvas.paint(np.vstack([view.ball(point, 0.003) for point in door]), np.float32([40, 40, 40]), 0)
+            canvas.paint(np.vstack([view.ball(point, 0.003) for point in door]), np.array([40, 40, 40], np.float32), 0)
     for i, j in ((0, 1), (2, 3)):  # windscreen, rear window
         ends = [np.array([x, y, z]) for (z, y) in (cabin[i], cabin[j]) for x in (-narrow, narrow)]
         pane = np.array([ends[0], ends[1], ends[3], ends[2]])
         centre = pane.mean(axis=0)
         paint_face(canvas, view, centre + (pane - centre) * 0.85, middle, glass, 0.05)
-    for z, colour in ((0.5, np.float32([225, 245, 250])), (-0.5, np.float32([40, 30, 200]))):
+    for z, colour in ((0.5, np.array([225, 245, 250], np.float32)), (-0.5, np.array([40, 30, 200], np.float32))):
         if view.nearness(np.array([0, 0, z])) > 0.05:
             for x in (-0.75, 0.75):
                 lamp = np.array([x * half_width, nose * 0.75, z])
                 canvas.paint(view.project(lamp + np.array([(0.035 * c, 0.02 * s, 0) for c, s in CIRCLE])), colour, 0.2)
             plate = np.array([0, low + 0.035, z])
             canvas.paint(view.project(plate + np.array([(x, y, 0) for x in (-.05, .05) for y in (-.012, .012)])),
-                         np.float32([220, 230, 230]), 0)
+                         np.array([220, 230, 230], np.float32), 0)
 
 
 def paint_wheels(canvas, view, x, radius):
     for z in (-0.3, 0.31):
         for size, colour in ((1, (28, 28, 28)), (0.6, (165, 165, 165)), (0.2, (60, 60, 60))):
             rim = np.array([(x, radius + radius * size * s, z + radius * size * c) for c, s in CIRCLE])
-            canvas.paint(view.project(rim), np.float32(colour), 0.15)
+            canvas.paint(view.project(rim), np.array(colour, np.float32), 0.15)
 
 
 def draw_parcel(canvas, view, rng, family):
@@ -220,7 +220,7 @@ def draw_parcel(canvas, view, rng, family):
                                            (-wide, height * 0.75, end)]),
                    middle, tape)
     if rng.random() < 0.7:
-        label = np.float32([235, 238, 238])
+        label = np.array([235, 238, 238], np.float32)
         at, size = rng.uniform(-0.4, 0.2) * x, rng.uniform(0.3, 0.5)
         for end in (-z, z):
             top, bottom = height * 0.62, height * (0.62 - size)
@@ -230,7 +230,7 @@ def draw_parcel(canvas, view, rng, family):
                 y = top + (bottom - top) * row
                 line = np.array([(at + 0.06 * x, y, end), (at + x * 0.6, y, end), (at + x * 0.6, y - 0.008, end),
                                  (at + 0.06 * x, y - 0.008, end)])
-                paint_face(canvas, view, line, middle, np.float32([50, 50, 50]), 0)
+                paint_face(canvas, view, line, middle, np.array([50, 50, 50], np.float32), 0)
 
 
 def draw_chair(canvas, view, rng, family):
