@@ -205,6 +205,10 @@ class Checker:
         if path.suffix == ".sh" and not os.access(path, os.X_OK):
             self.complain(f"{name} cannot be executed")
         text = path.read_text()
+        for module, names in re.findall(r"^from (models[\w.]*) import ([\w, ]+)$", text, re.MULTILINE):  # what has its options
+            for imported in [module, *(f"{module}.{part}" for part in names.split(", "))]:
+                file = ROOT / (imported.replace(".", "/") + ".py")
+                text += file.read_text() if file.is_file() else ""
         for option in set(options) - {"--help"}:
             if not re.search(re.escape(option) + r"(?![\w-])", text):
                 self.complain(f"{name} has no option {option}")
