@@ -197,6 +197,7 @@ TEST_F(CommandLine, BoardsModelsAreTheBytesThatTheyWerePackedFrom) {
   std::string damaged = whole, relabelled = whole, plain = whole.substr(0, 1000) + network;
   damaged[500 + 1000] ^= 1;
   relabelled[16] ^= 1;
+  write("whole/notes/text", "not a model, in a directory that is none");
   const std::string onnx = text("models/" + name);
   struct Case {
     const char* directory;

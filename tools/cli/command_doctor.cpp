@@ -79,22 +79,18 @@ std::string diagnosis_text(const Json& diagnosis) {
 
 bool doctor(const DoctorOptions& options, Reporter* reporter) {
   const Machine machine = options.is_for_board ? Machine::kBoard : Machine::kPc;
+  std::vector<Inspection> found;
+  if (options.is_for_board) found = misnamed_models(options.root);
+  for (const Task& task : tasks()) found.push_back(inspect_model(task, options.root, machine));
   Json models = Json::array();
   std::map<State, size_t> count;
-  const auto add = [&](const Task& task, const Inspection& model) {
+  for (const Inspection& model : found) {
     ++count[model.state];
     Json& entry = models.emplace_back();
-    entry = {{"task", task.key}, {"path", model.path}, {"state", name_of(model.state)}};
-    if (model.state == State::kMissing || model.problem.empty()) return;
+    entry = {{"task", model.task->key}, {"path", model.path}, {"state", name_of(model.state)}};
+    if (model.state == State::kMissing || model.problem.empty()) continue;
     entry[model.state == State::kOk ? "note" : "problem"] = model.problem;
     if (model.state == State::kBroken) entry["to_do"] = model.command;
-  };
-  for (const Task& task : tasks()) add(task, inspect_model(task, options.root, machine));
-  if (options.is_for_board) {
-    for (const MisnamedModel& model : misnamed_models(options.root)) {
-      add(*model.task, {State::kBroken, model.path, "no task opens a file of this name",
-                        fmt::format("rename it to {}", model.task->file_name)});
-    }
   }
   const bool ok = count[State::kOk] > 0 && count[State::kBroken] == 0;
   Json diagnosis = {{"root", options.root}, {"ok", ok}, {"models", models}};

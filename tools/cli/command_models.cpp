@@ -70,13 +70,11 @@ std::string model_path(const std::string& model, const std::string& root) {
 
 std::string model_text(const Json& model) {
   const Json &label = model["label"], &scrambled = model["scrambled"];
-  std::string text = filled("{path}\n  size       {bytes} bytes\n", model);
-  text += label.is_null() ? "  label      none\n"
-                          : filled("  label      {task}: {bytes} bytes, CRC-32 {crc32}\n", label);
-  text += fmt::format("  scrambled  {}\n", scrambled.is_null()     ? "unknown"
-                                           : scrambled.get<bool>() ? "yes"
-                                                                   : "no");
-  text += filled("  content    {content}\n", model);
+  std::string text = filled("{path}\n  size       {bytes} bytes\n  label      ", model);
+  text += label.is_null() ? "none" : filled("{task}: {bytes} bytes, CRC-32 {crc32}", label);
+  text += "\n  scrambled  ";
+  text += scrambled.is_null() ? "unknown" : scrambled.get<bool>() ? "yes" : "no";
+  text += filled("\n  content    {content}\n", model);
   return text + (model.contains("problem") ? filled("  problem    {problem}\n", model) : "");
 }
 

@@ -58,10 +58,10 @@ Inspection inspect_model(const Task& task, const std::string& root, Machine mach
   const std::string pack = pack_command(task, root, is_pc ? "NETWORK.onnx" : "NETWORK --raw");
   std::error_code error;
   const bool exists = std::filesystem::exists(path, error);
-  if (error) return {State::kBroken, path, error.message(), pack};
+  if (error) return {&task, State::kBroken, path, error.message(), pack};
   if (!exists) {
     const std::string looked = where_models_were_looked_for(root);
-    return {State::kMissing, path,
+    return {&task, State::kMissing, path,
             "there is no such file" + (looked.empty() ? "" : " (" + looked + ")"), pack};
   }
   try {
@@ -70,25 +70,29 @@ Inspection inspect_model(const Task& task, const std::string& root, Machine mach
     if (problem.empty()) {
       problem = is_pc ? misfit_on_pc(task, path, file) : misfit_on_board(task, file);
     }
-    if (!problem.empty()) return {State::kBroken, path, problem, pack};
+    if (!problem.empty()) return {&task, State::kBroken, path, problem, pack};
     const bool is_sure = is_pc || file.is_labelled;
-    return {State::kOk, path, is_sure ? "" : "no label: nothing tells whether it is whole", ""};
+    return {&task, State::kOk, path, is_sure ? "" : "no label: nothing tells whether it is whole",
+            ""};
   } catch (const Failure& failure) {
-    return {State::kBroken, path, failure.problem(), pack};
+    return {&task, State::kBroken, path, failure.problem(), pack};
   }
 }
 
-std::vector<MisnamedModel> misnamed_models(const std::string& root) {
-  std::vector<MisnamedModel> found;
+std::vector<Inspection> misnamed_models(const std::string& root) {
+  std::vector<Inspection> found;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(root.empty() ? "." : root, error)) {
-    const std::string name = entry.path().filename();
+    const std::string path = entry.path(), name = entry.path().filename();
     const auto has_name = [&name](const Task& task) { return name == task.file_name; };
-    if (!entry.is_regular_file(error) || std::any_of(tasks().begin(), tasks().end(), has_name)) {
-      continue;
+    if (std::any_of(tasks().begin(), tasks().end(), has_name)) continue;
+    try {
+      const Task* task = read_model_file(path).task;
+      if (!task) continue;
+      found.push_back({task, Inspection::State::kBroken, path, "no task opens a file of this name",
+                       fmt::format("rename it to {}", task->file_name)});
+    } catch (const Failure&) {  // no file, or not one for us to read
     }
-    const Task* task = read_model_file(entry.path()).task;
-    if (task) found.push_back({entry.path(), task});
   }
   return found;
 }

@@ -11,6 +11,7 @@ namespace kelnn_cli {
 
 struct Inspection {
   enum class State { kOk, kMissing, kBroken };
+  const Task* task;
   State state;
   std::string path;     // what the library opens: the root and the file's name, joined
   std::string problem;  // of kOk: what could not be checked
@@ -21,12 +22,8 @@ struct Inspection {
 enum class Machine { kPc, kBoard };
 Inspection inspect_model(const Task& task, const std::string& root, Machine machine = Machine::kPc);
 
-// Packed models that no task opens, for their names; the library would say of their tasks' files only
-// that they are not there.
-struct MisnamedModel {
-  std::string path;
-  const Task* task;
-};
-std::vector<MisnamedModel> misnamed_models(const std::string& root);
+// Packed models that no task opens, for their names; of their tasks' files it could only be said that
+// they are not there.
+std::vector<Inspection> misnamed_models(const std::string& root);
 
 }  // namespace kelnn_cli
