@@ -26,7 +26,8 @@ class FrameWalk {
             const std::string& label);
 
   FrameSource::Kind kind() const { return source_->kind(); }
-  // The next frame to look at, which holds until the one after it; null at the end, and after Ctrl-C.
+  // The next frame to look at, which holds until the one after it; null at the end, and after Ctrl-C: then the drawings
+  // are finished.
   const Frame* next();
   // The frame with what was found in it, where drawings are wanted.
   void draw(const std::function<cv::Mat()>& drawn) {

@@ -82,6 +82,15 @@ bool parse(const std::string& text, Percentage* percentage) {
          percentage->value <= 100;
 }
 
+// As CLI11 reads values, after they have been checked.
+template <typename Value>
+std::istream& read(std::istream& text, Value* value) {
+  std::string word;
+  text >> word;
+  if (!parse(word, value)) text.setstate(std::ios::failbit);
+  return text;
+}
+
 template <typename Value>
 CLI::Validator must_be(const char* what) {
   return CLI::Validator(
@@ -91,6 +100,13 @@ CLI::Validator must_be(const char* what) {
       },
       "");
 }
+
+}  // namespace
+
+std::istream& operator>>(std::istream& text, Box& box) { return read(text, &box); }
+std::istream& operator>>(std::istream& text, Requirement& value) { return read(text, &value); }
+
+namespace {
 
 constexpr int64_t kMaxFrames = 1000000000;
 constexpr int kMaxPeriod = 1000000, kMaxStep = 1000000;  // frames
@@ -143,18 +159,9 @@ CLI::Option* add_task(CLI::App* command, std::string* task, const char* help) {
           ""));
 }
 
-// `take` is given each box.
-template <typename Take>
-CLI::Option* add_box(CLI::App* command, const char* name, const char* help, const Take& take) {
-  const auto take_all = [take](const std::vector<std::string>& texts) {
-    for (const std::string& text : texts) {
-      Box box;
-      parse(text, &box);
-      take(box);
-    }
-  };
-  return command->add_option_function<std::vector<std::string>>(name, take_all, help)
-      ->type_name("X,Y,W,H")
+template <typename Boxes>  // one or several
+CLI::Option* add_box(CLI::App* command, const char* name, Boxes* boxes, const char* help) {
+  return option(command, name, boxes, "X,Y,W,H", help)
       ->allow_extra_args(false)
       ->check(must_be<Box>("X,Y,WIDTH,HEIGHT"));
 }
@@ -232,8 +239,8 @@ CLI::App* add_cut_out(const Commands& commands, bool (*run)(const CutOutOptions&
           "A picture that cannot be read is complained about, the others are still done, and\n"
           "the exit code is 1. With --json an object a line where there are several.");
   argument(command, "picture", &options->pictures, "FILE", "Picture files");
-  add_box(command, "--box", "Which part of the picture; may be given several times",
-          [options = options](const Box& box) { options->boxes.push_back(box); });
+  add_box(command, "--box", &options->boxes,
+          "Which part of the picture; may be given several times");
   if (can_draw) {
     option(command, "--draw", &options->out, "OUT",
            "Write the picture with the points, as parts of the cut-out from 0 to 1; for\n"
@@ -251,11 +258,8 @@ void add_cut_outs(const Commands& commands) {
       "centre square is taken, or the box, and scaled to 112 x 112 grey pixels.");
   argument(command, "a", &options->picture_a, "FILE", "A picture file");
   argument(command, "b", &options->picture_b, "FILE", "Another one");
-  const auto into = [](Box* place) { return [place](const Box& box) { *place = box; }; };
-  add_box(command, "--box-a", "Where the face is in the first picture", into(&options->box_a))
-      ->expected(1);
-  add_box(command, "--box-b", "Where the face is in the second picture", into(&options->box_b))
-      ->expected(1);
+  add_box(command, "--box-a", &options->box_a, "Where the face is in the first picture");
+  add_box(command, "--box-b", &options->box_b, "Where the face is in the second picture");
   add_root(command, &options->root);
 
   add_cut_out(
@@ -434,17 +438,9 @@ void add_eval(const Commands& commands) {
             return can_draw(settings->task) ? "" : "nothing is drawn of " + settings->task;
           },
           ""));
-  command
-      ->add_option_function<std::vector<std::string>>(
-          "--require",
-          [options = options](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts) {
-              parse(text, &options->requirements.emplace_back());
-            }
-          },
-          "What a figure has to be, by its name in the JSON, or the exit code is 1:\n"
-          "accuracy>=0.95, false_alarm_rate<=0.01, ... May be given several times")
-      ->type_name("CONDITION")
+  option(command, "--require", &options->requirements, "CONDITION",
+         "What a figure has to be, by its name, or the exit code is 1: accuracy>=0.95,\n"
+         "false_alarm_rate<=0.01, ... May be given several times")
       ->allow_extra_args(false)
       ->check(must_be<Requirement>("NAME>=NUMBER or NAME<=NUMBER"));
   add_progress(command, &settings->wants_progress);

@@ -3,6 +3,8 @@
 // label. docs/evaluation.md defines the figures.
 #pragma once
 
+#include <array>
+#include <cmath>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>

@@ -14,6 +14,8 @@ namespace kelnn_cli {
 bool is_png(const Bytes& bytes);
 bool is_jpeg(const Bytes& bytes);
 
+constexpr int64_t kMaxPixels = 1 << 30;  // of a picture, as everywhere in OpenCV
+
 // Empty: damaged or odd.
 cv::Mat decode_png(const Bytes& bytes);
 cv::Mat decode_jpeg(const Bytes& bytes);

@@ -23,9 +23,9 @@ const VideoFormat* video_format(const std::string& path) {
   return nullptr;
 }
 
-class Picture : public FrameSink {
+class PictureSink : public FrameSink {
  public:
-  explicit Picture(const std::string& path) : path_(path) {
+  explicit PictureSink(const std::string& path) : path_(path) {
     if (!is_picture_name(path)) {
       throw Failure(path + ": pictures are written as .png, .jpg, .bmp and what else OpenCV knows");
     }
@@ -52,7 +52,7 @@ std::string file_name_for(const std::string& input, FrameSource::Kind kind) {
 }  // namespace
 
 std::unique_ptr<FrameSink> make_picture(const std::string& path) {
-  return std::make_unique<Picture>(path);
+  return std::make_unique<PictureSink>(path);
 }
 
 std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per_second) {

@@ -15,9 +15,9 @@
 namespace kelnn_cli {
 namespace {
 
-class Picture : public FrameSource {
+class PictureSource : public FrameSource {
  public:
-  explicit Picture(const cv::Mat& pixels) : FrameSource(Kind::kPicture), pixels_(pixels) {}
+  explicit PictureSource(const cv::Mat& pixels) : FrameSource(Kind::kPicture), pixels_(pixels) {}
   bool read(Frame* frame) override {
     *frame = {pixels_, 0, 0};
     return skip();
@@ -45,7 +45,7 @@ void check_readable(const std::string& path) {
 std::unique_ptr<FrameSource> open_picture(const std::string& path) {
   const cv::Mat pixels = decode_picture(read_file(path));
   if (pixels.empty()) throw Failure(path + ": a picture that is damaged or too large");
-  return std::make_unique<Picture>(pixels);
+  return std::make_unique<PictureSource>(pixels);
 }
 
 }  // namespace

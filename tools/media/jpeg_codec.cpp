@@ -11,8 +11,7 @@
 namespace kelnn_cli {
 namespace {
 
-constexpr int kQuality = 95;             // what OpenCV writes
-constexpr int64_t kMaxPixels = 1 << 30;  // and the largest it reads
+constexpr int kQuality = 95;  // what OpenCV writes
 
 struct Destroy {
   void operator()(tjhandle handle) const { tjDestroy(handle); }

@@ -11,8 +11,6 @@
 namespace kelnn_cli {
 namespace {
 
-constexpr int64_t kMaxPixels = 1 << 30;  // as everywhere in OpenCV
-
 struct Input {
   const uint8_t* next;
   size_t left;

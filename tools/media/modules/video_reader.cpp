@@ -12,9 +12,9 @@ namespace {
 
 constexpr double kUnsure = 0.5;  // seconds by which a container may be wrong about its length
 
-class Video : public FrameSource {
+class VideoReader : public FrameSource {
  public:
-  Video(const std::string& path, Input input, AVStream* stream, Codec decoder)
+  VideoReader(const std::string& path, Input input, AVStream* stream, Codec decoder)
       : FrameSource(Kind::kVideo),
         path_(path),
         input_(std::move(input)),
@@ -199,7 +199,7 @@ std::unique_ptr<FrameSource> open_video_file(const std::string& path, std::strin
     *why_not = last_ffmpeg_error();
     return nullptr;
   }
-  return std::make_unique<Video>(path, std::move(input), stream, std::move(decoder));
+  return std::make_unique<VideoReader>(path, std::move(input), stream, std::move(decoder));
 }
 
 }  // namespace kelnn_cli

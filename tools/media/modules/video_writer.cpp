@@ -20,9 +20,9 @@ struct FreeOutput {
   }
 };
 
-class Video : public FrameSink {
+class VideoWriter : public FrameSink {
  public:
-  Video(const std::string& path, const VideoFormat& format, double frames_per_second)
+  VideoWriter(const std::string& path, const VideoFormat& format, double frames_per_second)
       : path_(path), format_(format), rate_(av_d2q(frames_per_second, kMaxRatePart)) {}
 
   void write(const cv::Mat& bgr) override {
@@ -127,7 +127,7 @@ class Video : public FrameSink {
 
 std::unique_ptr<FrameSink> make_video_file(const std::string& path, const VideoFormat& format,
                                            double frames_per_second) {
-  return std::make_unique<Video>(path, format, frames_per_second);
+  return std::make_unique<VideoWriter>(path, format, frames_per_second);
 }
 
 }  // namespace kelnn_cli
