@@ -13,9 +13,9 @@
 #include "support/command_test.h"
 #include "support/stdout_capture.h"
 
+namespace kelnn_host {
 namespace {
 
-using namespace kelnn_host;
 using namespace kelnn_test;
 using namespace ::testing;
 using Bytes = std::vector<uint8_t>;
@@ -379,3 +379,4 @@ TEST_F(EngineOnHostRuntime, ReportsWhyAModelDoesNotLoadOrRun) {
 }
 
 }  // namespace
+}  // namespace kelnn_host

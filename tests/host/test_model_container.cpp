@@ -11,9 +11,9 @@
 
 #include "model_container.h"
 
+namespace kelnn_host {
 namespace {
 
-using namespace kelnn_host;
 using Bytes = std::vector<uint8_t>;
 
 Bytes counting(size_t size) {
@@ -132,3 +132,4 @@ TEST(ModelContainer, EveryErrorHasItsOwnText) {
 }
 
 }  // namespace
+}  // namespace kelnn_host

@@ -10,15 +10,15 @@ using namespace kelnn_test;
 
 // Edges are whole pixels of the frame three times over: the letterbox's (half a pixel of frame or
 // image), the patch's, and the box's own, whose size and corner are rounded down.
-constexpr double kTolerance = 3;
+constexpr double kPixels = 3;
 const cv::Size kVga(640, 360);
 
 void expect_box(const Json& box, const cv::Rect2d& expected) {
   const double x = box.at("x"), y = box.at("y"), w = box.at("w"), h = box.at("h");
-  EXPECT_NEAR(x, expected.x, kTolerance);
-  EXPECT_NEAR(y, expected.y, kTolerance);
-  EXPECT_NEAR(x + w, expected.br().x, kTolerance);
-  EXPECT_NEAR(y + h, expected.br().y, kTolerance);
+  EXPECT_NEAR(x, expected.x, kPixels);
+  EXPECT_NEAR(y, expected.y, kPixels);
+  EXPECT_NEAR(x + w, expected.br().x, kPixels);
+  EXPECT_NEAR(y + h, expected.br().y, kPixels);
   EXPECT_GT(box.at("score"), 0.9);
 }
 

@@ -8,9 +8,9 @@
 
 #include "figures.h"
 
+namespace kelnn_cli {
 namespace {
 
-using namespace kelnn_cli;
 using ::testing::ElementsAre;
 
 constexpr double kTolerance = 1e-12;
@@ -140,3 +140,4 @@ TEST(LandmarkFigures, AreMeansOverFaces) {
 }
 
 }  // namespace
+}  // namespace kelnn_cli

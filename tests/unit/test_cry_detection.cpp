@@ -10,7 +10,7 @@ namespace {
 using namespace kelnn_test;
 using namespace ::testing;
 
-constexpr char kPath[] = "src/kel_nn_crydet.cpp";
+constexpr char kCrySource[] = "src/kel_nn_crydet.cpp";
 
 std::string too_much(unsigned length, unsigned n) {
   return "[Warning]Audio lenth cannot be divisible, audio buffer length is: " +
@@ -89,7 +89,7 @@ TEST_F(CryDetection, ChunksOfAnySizeFillTheWindowAndLoseWhatDoesNotFit) {
     for (const Chunk& chunk : chunks) {
       SCOPED_TRACE(chunk.n);
       EXPECT_EQ(process(part(0, chunk.n)), chunk.score);
-      const auto warning = IsLocatedLine("33", kPath, "kel_nn_crydet_process",
+      const auto warning = IsLocatedLine("33", kCrySource, "kel_nn_crydet_process",
                                          too_much(48000, static_cast<unsigned>(chunk.n)));
       EXPECT_THAT(printed(), Conditional(chunk.warns, warning, IsEmpty()));
     }
@@ -115,7 +115,7 @@ TEST_F(CryDetection, ARefusedSampleRateLeavesTheWindowAndAFailedRunLosesIt) {
   process(part(0, 47999));
   for (const uint32_t rate : {8000u, 44100u, 4294967295u}) {
     EXPECT_EQ(kel_nn_crydet_init(handle, rate, 1e9f), -1);
-    expect_error(kPath, "kel_nn_crydet_init",
+    expect_error(kCrySource, "kel_nn_crydet_init",
                  "Do not support sample rate: " + std::to_string(static_cast<int>(rate)) + ".");
   }
   EXPECT_EQ(process(part(47999, 48000)), cry_);

@@ -9,13 +9,13 @@ namespace {
 
 using ::testing::IsEmpty;
 
-constexpr char kSource[] = "src/kel_nn_postprocess.cpp";
+constexpr char kDecodersSource[] = "src/kel_nn_postprocess.cpp";
 constexpr kel_nn_box_t kNoBox = {-7, -7, -7, -7, -7, -7};
 
 class Decoders : public LibraryTest {
  protected:
   auto IsWarning(const char* function, uint32_t boxes_num) {
-    return IsLocatedLine("33", kSource, function,
+    return IsLocatedLine("33", kDecodersSource, function,
                          "[Warning]The number of predict bounding boxes are more than "
                          "dest_boxes_num: " +
                              std::to_string(boxes_num) + ", early stoped, some boxes may missing.");

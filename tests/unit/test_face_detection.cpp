@@ -13,10 +13,10 @@ namespace {
 using namespace kelnn_test;
 
 // The eight outputs, in level order: two scores, then four regression values for each anchor.
-struct Network {
+struct FaceNetwork {
   std::vector<std::vector<float>> outputs;
 
-  Network() {
+  FaceNetwork() {
     for (int count : kFaceAnchorCounts) {
       for (int values : {2, 4}) outputs.emplace_back(values * count);
     }
@@ -32,14 +32,14 @@ class FaceDetection : public TaskTest {
  protected:
   ~FaceDetection() override { kel_nn_facedet_deinit(handle); }
 
-  void play(const Network& network) { runtime.play({320, 240, 3}, network.outputs); }
+  void play(const FaceNetwork& network) { runtime.play({320, 240, 3}, network.outputs); }
   void init(int width, int height) {
-    play(Network());
+    play(FaceNetwork());
     ASSERT_EQ(kel_nn_facedet_init(handle, width, height), 0);
     printed();
   }
   int process() { return kel_nn_facedet_process(handle, image_.data(), &result_); }
-  std::vector<kel_nn_box_t> detect(const Network& network) {
+  std::vector<kel_nn_box_t> detect(const FaceNetwork& network) {
     play(network);
     EXPECT_EQ(process(), 0);
     return {result_.boxes, result_.boxes + result_.count};
@@ -74,12 +74,12 @@ TEST_F(FaceDetection, PutsAnchorsIntoTheFrame) {
       {"shrunk to nothing", 0, 126, {0, 0, -kHuge, -kHuge}, 40, 24, 0, 0},
   };
   init(640, 480);
-  EXPECT_TRUE(detect(Network()).empty());
+  EXPECT_TRUE(detect(FaceNetwork()).empty());
   EXPECT_NE(result_.boxes, nullptr);
   EXPECT_EQ(result_.reserved, 77u);
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Network network;
+    FaceNetwork network;
     network.set_face(c.level, c.anchor);
     std::copy(c.regression, c.regression + 4, network.regression(c.level, c.anchor));
     const auto boxes = detect(network);
@@ -102,7 +102,7 @@ TEST_F(FaceDetection, AFaceScoresMoreThanTheThreshold) {
   while (probability(logit) < 0.8f) logit = std::nextafter(logit, 2.0f);
   ASSERT_EQ(probability(logit), 0.8f) << "no logit gives exactly the threshold here";
   init(640, 480);
-  Network network;
+  FaceNetwork network;
   network.set_face(0, 5, logit);
   EXPECT_EQ(detect(network).size(), 0u);
   network.set_face(0, 100);  // a sure one in the same row
@@ -112,7 +112,7 @@ TEST_F(FaceDetection, AFaceScoresMoreThanTheThreshold) {
   EXPECT_EQ(detect(network).size(), 2u);
   network.set_face(0, 5, NAN);
   EXPECT_EQ(detect(network).size(), 1u);
-  Network crowd;  // whole rows of nothing but faces
+  FaceNetwork crowd;  // whole rows of nothing but faces
   for (int k = 0; k < kFaceAnchorCounts[3]; ++k) {
     crowd.set_face(3, k);
     std::fill_n(crowd.regression(3, k) + 2, 2, -50.0f);
@@ -121,7 +121,7 @@ TEST_F(FaceDetection, AFaceScoresMoreThanTheThreshold) {
 }
 
 TEST_F(FaceDetection, ConsidersTheFirst100CandidatesLevelByLevel) {
-  Network network;
+  FaceNetwork network;
   const auto add_one_a_cell = [&network](int level, int first, int last, float logit) {
     for (int k = first; k < last; k += level == 0 ? 3 : 2) {
       network.set_face(level, k, logit);
@@ -144,7 +144,7 @@ TEST_F(FaceDetection, ConsidersTheFirst100CandidatesLevelByLevel) {
 }
 
 TEST_F(FaceDetection, ScalesByTheFrameOfTheLastInit) {
-  Network network;
+  FaceNetwork network;
   network.set_face(0, 126);
   init(640, 480);
   EXPECT_EQ(kel_nn_facedet_init(handle, 1280, 240), -1);  // initialised already
@@ -162,7 +162,7 @@ TEST_F(FaceDetection, EqualsThePlainLoopsBitForBit) {
   init(1920, 1080);
   for (float bias : {-9.0f, -4.0f, -2.0f, 0.0f, 2.0f}) {  // from no face to many
     SCOPED_TRACE(bias);
-    Network network;
+    FaceNetwork network;
     float* scores[4];
     const float* regressions[4];
     for (int l = 0; l < 4; ++l) {

@@ -15,7 +15,7 @@ using namespace ::testing;
 
 using Floats = std::vector<float>;
 
-constexpr char kPath[] = "src/kel_nn_filter_bank.cpp";
+constexpr char kFilterBankSource[] = "src/kel_nn_filter_bank.cpp";
 constexpr double kPi = 3.14159265358979323846;
 
 class FilterBank : public LibraryTest {
@@ -47,7 +47,7 @@ TEST_F(FilterBank, ReportsNullVectors) {
   wave.samples = value;
   // The window's routine has the other one's text, under its own name.
   EXPECT_EQ(kel_nn_ham_distance(nullptr, value), -1);
-  expect_error(kPath, "kel_nn_ham_distance", "kel_nn_pre_emphasise frame is NULL.");
+  expect_error(kFilterBankSource, "kel_nn_ham_distance", "kel_nn_pre_emphasise frame is NULL.");
   EXPECT_THAT((std::vector<int32_t>{
                   kel_nn_load_data(nullptr, &wave), kel_nn_get_wave(nullptr, &wave),
                   kel_nn_pre_emphasise(nullptr, 0.97f), kel_nn_filter_bank_init(nullptr, &info)}),

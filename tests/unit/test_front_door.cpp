@@ -13,9 +13,9 @@
 #include "support/plain_detectors.h"
 #include "support/sounds.h"
 
+namespace kel_nn {
 namespace {
 
-using namespace kel_nn;
 using namespace kelnn_test;
 using namespace ::testing;
 
@@ -521,3 +521,4 @@ TEST_F(FrontDoor, LoadsWithoutAStandardOutput) {
 }
 
 }  // namespace
+}  // namespace kel_nn

@@ -11,7 +11,7 @@ namespace {
 using namespace kelnn_test;
 using namespace ::testing;
 
-constexpr char kPath[] = "src/kel_nn_mfcc.cpp";
+constexpr char kMfccSource[] = "src/kel_nn_mfcc.cpp";
 
 class Mfcc : public LibraryTest {
  protected:
@@ -179,7 +179,7 @@ TEST_F(Mfcc, ReportsNullArguments) {
   const auto check = [&](int32_t result, const char* function, const char* text) {
     SCOPED_TRACE(text);
     EXPECT_EQ(result, -1);
-    expect_error(kPath, function, text);
+    expect_error(kMfccSource, function, text);
   };
   check(kel_nn_mfcc_create(nullptr, 16000, 0), "kel_nn_mfcc_create",
         "kel_nn_mfcc_create g_mfcc is NULL.");
@@ -263,7 +263,7 @@ TEST_F(Mfcc, CreationFailsCleanlyWhenMemoryIsShort) {
     }
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(live_blocks(), live_before_);
-    expect_error(kPath, "kel_nn_mfcc_create", "Out of memory.");
+    expect_error(kMfccSource, "kel_nn_mfcc_create", "Out of memory.");
   }
 }
 

@@ -12,7 +12,7 @@ using kelnn_test::LibraryTest;
 using kelnn_test::live_blocks;
 using kelnn_test::TemporaryDirectory;
 
-constexpr char kPath[] = "src/kel_nn_utils.cpp";
+constexpr char kModelFilesSource[] = "src/kel_nn_utils.cpp";
 
 // The model, and "(none)" when nothing is returned and nothing stored.
 std::string take(size_t size, uint8_t* buffer) {
@@ -36,10 +36,10 @@ std::string decode_file(const std::string& path, size_t encode_size, const char*
 class ModelFiles : public LibraryTest {
  protected:
   void expect_memory_error(const std::string& message) {
-    expect_error(kPath, "kel_nn_model_xor_decode", message);
+    expect_error(kModelFilesSource, "kel_nn_model_xor_decode", message);
   }
   void expect_file_error(const std::string& message) {
-    expect_error(kPath, "kel_nn_model_xor_decode_from_file", message);
+    expect_error(kModelFilesSource, "kel_nn_model_xor_decode_from_file", message);
   }
   TemporaryDirectory directory_;
 };

@@ -15,14 +15,14 @@ using namespace ::testing;
 // ----- Every task --------------------------------------------------------------------------------
 
 // What a task writes. Compared byte by byte, so it is filled before.
-struct Results {
+struct Written {
   kel_nn_facedet_result_t faces;
   kel_nn_det_result_t boxes;
   kel_nn_feature_t feature;
   float landmarks[10], pose[3], score;
   int class_id;
 
-  Results() { std::memset(static_cast<void*>(this), 0x77, sizeof(*this)); }
+  Written() { std::memset(static_cast<void*>(this), 0x77, sizeof(*this)); }
 };
 
 // The arguments behind the handle are numbered from 0 on; the one numbered `null` is null.
@@ -56,7 +56,7 @@ struct Task {
   const char *source, *model;
   int (*init)(Handle);
   int (*deinit)(Handle);
-  int (*process)(Handle, const Arguments&, Results*);
+  int (*process)(Handle, const Arguments&, Written*);
   int argument_count;
   std::vector<int> input, outputs;  // width, height, channels; values of each output
   int failure;
@@ -66,7 +66,7 @@ std::ostream& operator<<(std::ostream& out, const Task& task) { return out << ta
 
 Task row(const char* name, const char* process_name, const char* source, const char* model,
          int (*init)(Handle), int (*deinit)(Handle),
-         int (*process)(Handle, const Arguments&, Results*), int argument_count,
+         int (*process)(Handle, const Arguments&, Written*), int argument_count,
          const std::vector<int>& input, const std::vector<int>& outputs, int failure = -1) {
   return {name,    process_name,   source, model,   init,   deinit,
           process, argument_count, input,  outputs, failure};
@@ -79,25 +79,25 @@ int init_with_frame(Handle h) {
   return function(h, width, height);
 }
 template <decltype(kel_nn_persondet_process)* function>
-int grid(Handle h, const Arguments& a, Results* r) {
+int grid(Handle h, const Arguments& a, Written* r) {
   return function(h, a(0, kPixels), a(1, &r->boxes), a(2, &kFrame), a(3, &kWide));
 }
-int faces(Handle h, const Arguments& a, Results* r) {
+int faces(Handle h, const Arguments& a, Written* r) {
   return kel_nn_facedet_process(h, a(0, kPicture.data()), a(1, &r->faces));
 }
-int feature(Handle h, const Arguments& a, Results* r) {
+int feature(Handle h, const Arguments& a, Written* r) {
   return kel_nn_face_feature_extract(h, a(0, kPixels), a(1, &r->feature));
 }
-int landmarks(Handle h, const Arguments& a, Results* r) {
+int landmarks(Handle h, const Arguments& a, Written* r) {
   return kel_nn_facelm_process(h, a(0, kPixels), a(1, r->landmarks), r->pose);
 }
-int face_class(Handle h, const Arguments& a, Results* r) {
+int face_class(Handle h, const Arguments& a, Written* r) {
   return kel_nn_face_classify_process(h, a(0, kPixels), a(1, &r->class_id), a(2, &r->score));
 }
-int person_class(Handle h, const Arguments& a, Results* r) {
+int person_class(Handle h, const Arguments& a, Written* r) {
   return kel_nn_person_classify_process(h, a(0, kPixels), a(1, &r->score));
 }
-int cry(Handle h, const Arguments& a, Results* r) {
+int cry(Handle h, const Arguments& a, Written* r) {
   return kel_nn_crydet_process(h, a(0, kLoud.data()), 48000, a(1, &r->score));
 }
 int init_cry(Handle h) { return kel_nn_crydet_init(h, 16000, 0); }
@@ -150,8 +150,8 @@ class NetworkTask : public TaskTest, public WithParamInterface<Task> {
   }
   // Fails and leaves the results alone.
   void expect_failure(int code, int null = -1) {
-    const Results untouched;
-    Results results;
+    const Written untouched;
+    Written results;
     EXPECT_EQ(task.process(handle, {null}, &results), code);
     EXPECT_EQ(std::memcmp(&results, &untouched, sizeof(results)), 0);
   }
@@ -167,7 +167,7 @@ TEST_P(NetworkTask, LoadsItsScrambledModelOnceAndReleasesIt) {
   ASSERT_EQ(task.init(handle), 0);
   EXPECT_EQ(runtime.loaded_from_memory, 1);
   EXPECT_EQ(printed_messages()[0], "[Info] model: " + models.with_slash() + task.model);
-  Results results;
+  Written results;
   EXPECT_EQ(task.process(handle, {-1}, &results), 0);
   EXPECT_EQ(printed(), "");
   const bool is_picture = task.input[0] != 64;
@@ -184,7 +184,7 @@ TEST_P(NetworkTask, RefusesNullsUnderTheNameOfTheCall) {
   EXPECT_EQ(task.deinit(nullptr), -1);
   expect_error(task.name + std::string("_deinit"), "Uninitialized handle.");
   init();
-  Results results;
+  Written results;
   EXPECT_EQ(task.process(nullptr, {-1}, &results), -1);
   expect_error(task.process_name, "Invalid arguments.");
   for (int null = 0; null < task.argument_count; ++null) {
