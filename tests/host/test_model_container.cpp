@@ -4,9 +4,9 @@
 #include <unistd.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <cstring>
 #include <numeric>
+#include <set>
 #include <string>
 
 #include "model_container.h"
@@ -118,17 +118,14 @@ TEST(ModelContainer, SurvivesAnImageThatEndsEarly) {
 }
 
 TEST(ModelContainer, EveryErrorHasItsOwnText) {
-  std::vector<std::string> texts;
-  for (int code = kOk; code <= kOutOfMemory; ++code) texts.push_back(describe_load_error(code));
-  for (int code = kNoNetwork; code <= kInferenceFailed; ++code) {
-    texts.push_back(describe_load_error(code));
+  std::set<std::string> texts = {"unknown error"};
+  for (int code = kOk; code <= kInferenceFailed; ++code) {
+    if (code > kOutOfMemory && code < kNoNetwork) continue;
+    EXPECT_TRUE(texts.insert(describe_load_error(code)).second) << code;
   }
   for (int code : {-1, kOutOfMemory + 1, kInferenceFailed + 1}) {
     EXPECT_STREQ(describe_load_error(code), "unknown error");
   }
-  texts.push_back("unknown error");
-  std::sort(texts.begin(), texts.end());
-  EXPECT_EQ(std::unique(texts.begin(), texts.end()), texts.end());
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // The audio context: its defaults and its life, the loudness gate, and whole windows bit for bit
 // beside the plain loops.
 
+#include "kel_nn_window_loops.h"
 #include "support/library_test.h"
 #include "support/plain_filter_bank.h"
 #include "support/sounds.h"
@@ -93,6 +94,7 @@ TEST_F(Mfcc, TheSpareFrameEndsInZerosAndLeavesItsTraces) {
   const PlainFilterBank plain(48000);
   const Sound sound = sounds(48000)[0];
   context_->cfg.frame_shift = 7;
+  context_->cfg.frame_size = 9;
   context_->cfg.pre_emphasis = 0.5f;
   kel_nn_mfcc_process(context_, sound.pcm.data());
   std::vector<float> frame(sound.pcm.begin() + 297 * 160, sound.pcm.end()), expected(64);
@@ -105,6 +107,7 @@ TEST_F(Mfcc, TheSpareFrameEndsInZerosAndLeavesItsTraces) {
             expected);
   EXPECT_EQ(context_->cfg.position, 298 * 160);
   EXPECT_EQ(context_->cfg.frame_shift, 160);
+  EXPECT_EQ(context_->cfg.frame_size, 512);
   EXPECT_EQ(context_->cfg.pre_emphasis, 0.97f);
   EXPECT_EQ(context_->cfg.fbank_out[0], 64.0f);
 }
@@ -171,6 +174,15 @@ TEST_F(Mfcc, ValuesOf28AndBeyondFillTheByte) {
   EXPECT_TRUE(features() == plain.features);
   EXPECT_TRUE(bytes() == plain.bytes);
   EXPECT_THAT(plain.bytes, AllOf(Contains(0), Contains(255)));
+
+  std::vector<float> just_below(128);  // the next byte, with its factor in double
+  std::vector<uint8_t> bytes(128);
+  for (int i = 0; i < 128; ++i) {
+    float& value = just_below[i] = static_cast<float>((i + 1) / 4.5714);
+    while (value * 4.5714 + 128.0 >= 129 + i) value = std::nextafter(value, 0.0f);
+  }
+  kelnn::quantise(just_below.data(), 2, bytes.data());
+  for (int i = 0; i < 128; ++i) EXPECT_EQ(bytes[i], 128 + i);
 }
 
 TEST_F(Mfcc, ReportsNullArguments) {
