@@ -17,7 +17,7 @@ import onnx
 import pytest
 import torch
 
-from models.labels import table
+from models.labels import split, table
 from models.sources.mixed import Mixed, Stock
 from models.training import grid, run
 from models.training.examples import Batches, LabelledFrames
@@ -94,6 +94,23 @@ def test_labels_there_and_back(tmp_path):
     assert table.read(tmp_path, table.POINTS, ()) == [(tmp_path / "a.png", [tuple(points)])]
 
 
+def test_labels_split_by_recording(tmp_path):
+    """Of ten babies and five dogs with three recordings each, two and one are held back, whole, and eval finds the files."""
+    rows = [[f"{kind}{n}-{take}.wav", int(kind == "baby"), kind] for kind, count in (("baby", 10), ("dog", 5))
+            for n in range(count) for take in "abc"]
+    for row in rows:
+        (tmp_path / row[0]).touch()
+    table.write(tmp_path, table.SOUNDS, rows)
+    split.main([str(tmp_path), str(tmp_path / "out"), "--group", "[a-z]+[0-9]+"])
+    parts = {name: table.read(tmp_path / "out" / name, table.SOUNDS, ("other", "cry")) for name in ("training", "held_back")}
+    assert sorted(path.resolve() for part in parts.values() for path, _ in part) == \
+        sorted(tmp_path.resolve() / row[0] for row in rows)
+    groups = {name: {path.name.split("-")[0] for path, _ in part} for name, part in parts.items()}
+    assert not groups["training"] & groups["held_back"]
+    assert sorted(group[:3] for group in groups["held_back"]) == ["bab", "bab", "dog"]
+    assert all(is_cry == (kind == "baby") for part in parts.values() for _, [(is_cry, kind)] in part)
+
+
 @pytest.mark.parametrize("text, complaint", [
     ("file,x\n", "labels.csv:1: the columns have to be file,class,x,y,w,h"),
     ("file,class,x,y,w,h\na.png,0,1,2,3\n", "labels.csv:2: 5 fields instead of 6"),
@@ -135,7 +152,8 @@ def test_any_number_of_boxes_in_a_frame_and_ignored_ones(name):
 
 def test_a_box_that_trains_the_grid_is_the_box_that_the_library_decodes():
     """The loss of a box is least where the decoder's formulas give that box."""
-    task = grid.Task(torch.tensor([[(64, 187), (123, 211), (227, 264)], [(7, 17), (20, 50), (45, 99)]]).float(), 6, ("person",), None)
+    anchors = torch.tensor([[(64, 187), (123, 211), (227, 264)], [(7, 17), (20, 50), (45, 99)]]).float()
+    task = grid.Task(anchors, 6, ("person",), None)
     output = torch.zeros(1, 18, 20, 20)
     output.view(3, 6, 20, 20)[1, :4, 7, 5] = torch.tensor([0.0, -1.0, 0.5, -0.25])
     found, _ = grid.decode(task, output, 1)

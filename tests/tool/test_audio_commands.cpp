@@ -121,6 +121,7 @@ TEST_F(AudioCommands, OtherRatesChannelsAndFormatsAreHeardAlike) {
       {"fast.flac", 48000, 1, SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
       {"float.wav", 22050, 1, SF_FORMAT_WAV | SF_FORMAT_FLOAT},
       {"six.wav", 16000, 6, SF_FORMAT_WAV | SF_FORMAT_PCM_24},
+      {"telephone.wav", 8000, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_16},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -140,6 +141,11 @@ TEST_F(AudioCommands, OtherRatesChannelsAndFormatsAreHeardAlike) {
       const double expected = 4800 * (0.5 * 8000 * 2 / kPi + 0.5 * 100) / c.channels;
       EXPECT_NEAR(found[0].at("loudness"), expected, 0.05 * expected);
     }
+    const std::string said = kelnn(std::string("cry ") + c.name).err;
+    EXPECT_EQ(said.find("kelnn: telephone.wav: recorded at 8000 Hz, so nothing above 4000 Hz is "
+                        "heard\n") != std::string::npos,
+              c.rate == 8000)
+        << said;
   }
 }
 
@@ -176,13 +182,13 @@ TEST_F(AudioCommands, EvaluationCountsTheWindowsOfEverySound) {
   save("data/low.wav", joined(beeps(kLowHz, 3), beeps(kLowHz, 4)));
   save("data/high.flac", beeps(kHighHz, 6.1, 44100), 44100, 1, SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
   save("data/both.wav", joined(beeps(kHighHz, 3), beeps(kLowHz, 3)));
-  save("data/quiet.wav", joined(Samples(48000, 17), beeps(kHighHz, 3)));
+  save("data/quiet.wav", joined(Samples(24000, 17), beeps(kHighHz, 3, 8000)), 8000);
   save("data/brief.wav", beeps(kLowHz, 2));
   const std::string labels =
       "file,cry,kind\nlow.wav,0,speech\nhigh.flac,1,cry\nboth.wav,0,speech\nquiet.wav,1,faint\n";
   write("data/labels.csv", labels);
   const Json expected = Json::parse(R"({"task": "cry-detection", "sounds": 4, "windows": 8,
-      "cries": 4, "too_quiet": 1, "accuracy": 0.75, "recall": 0.75, "false_alarm_rate": 0.25,
+      "sounds_below_16_khz": 1, "cries": 4, "too_quiet": 1, "accuracy": 0.75, "recall": 0.75, "false_alarm_rate": 0.25,
       "kinds": [
       {"kind": "cry", "windows": 2, "cries": 2, "too_quiet": 0, "heard_as_cry": 2, "accuracy": 1.0},
       {"kind": "faint", "windows": 2, "cries": 2, "too_quiet": 1, "heard_as_cry": 1,

@@ -99,6 +99,18 @@ TEST_F(EvalCommand, FiguresOfPersonsFollowFromTheLabels) {
   rows[0] = std::string("\xef\xbb\xbf") + kBoxes;
   label(rows, "\r\n");
   EXPECT_EQ(out("eval person-detection --data data --json"), result.out);
+
+  // What lies in an ignored box counts neither way, unless it matches.
+  rows.push_back("a.png,ignore,0,0,640,360");
+  label(rows);
+  expect_figures(figures("person-detection"), {{"labelled", 3},
+                                               {"found", 2},
+                                               {"matches", 2},
+                                               {"mean_average_precision", 2 / 3.},
+                                               {"false_detections_per_picture", 0}});
+  rows.back() = "a.png,ignore,0,0,640,1";
+  label(rows);
+  expect_figures(figures("person-detection"), {{"found", 3}, {"labelled", 3}});
 }
 
 TEST_F(EvalCommand, ObjectsAreMatchedClassByClass) {

@@ -58,6 +58,12 @@ std::string files_text(const Json& written) {
 
 bool cry(const CryOptions& options, Reporter* reporter) {
   const std::unique_ptr<Sound> sound = open_sound(options.sound);
+  if (sound->recorded_rate() < kSoundRate) {
+    reporter->complain(filled("{input}: recorded at {rate} Hz, so nothing above {top} Hz is heard",
+                              {{"input", options.sound},
+                               {"rate", sound->recorded_rate()},
+                               {"top", sound->recorded_rate() / 2}}));
+  }
   kel_nn::CryDetector detector(kel_nn::Library(options.root), options.threshold);
   ProgressBar progress(options.sound, static_cast<int64_t>(sound->expected_samples() / kSoundRate),
                        "s of sound", options.wants_progress);

@@ -27,8 +27,8 @@ struct Windows {
   }
 };
 
-// Counts the sound's windows among each of those.
-void hear(const std::string& path, int label, kel_nn::CryDetector* detector,
+// Counts the sound's windows among each of those. Whether it was recorded at 16 kHz or more.
+bool hear(const std::string& path, int label, kel_nn::CryDetector* detector,
           std::initializer_list<Windows*> counts) {
   const std::unique_ptr<Sound> sound = open_sound(path);
   std::vector<int16_t> window = next_window(sound.get());
@@ -41,6 +41,7 @@ void hear(const std::string& path, int label, kel_nn::CryDetector* detector,
       windows->too_quiet += !is_loud_enough(window, kLowestGate);
     }
   }
+  return sound->recorded_rate() >= kSoundRate;
 }
 
 }  // namespace
@@ -51,11 +52,13 @@ Json evaluate_cry(const EvaluationSettings& settings) {
   kel_nn::CryDetector detector{kel_nn::Library(settings.root)};
   Windows all;
   std::map<std::string, Windows> kinds;
+  size_t below_16_khz = 0;
   for_each_file(settings, rows, [&](const LabelRow& row) {
-    hear(path_of(settings.data, row.file()), row.whole_number(kLabel, kCry), &detector,
-         {&all, &kinds[row.text(kKind)]});
+    below_16_khz += !hear(path_of(settings.data, row.file()), row.whole_number(kLabel, kCry),
+                          &detector, {&all, &kinds[row.text(kKind)]});
   });
   Json report = {{"task", settings.task}, {"data", settings.data}, {"sounds", rows.size()}};
+  report["sounds_below_16_khz"] = below_16_khz;
   report.update(all.json());
   report["recall"] = all.confusion.recall(kCry);
   report["false_alarm_rate"] =

@@ -24,8 +24,9 @@ struct LabelledPicture {
 };
 
 Truth truth_of(const LabelRow& row, int class_count) {
-  const Truth truth = {{row.number(kX), row.number(kY), row.number(kWidth), row.number(kHeight)},
-                       row.whole_number(kClass, class_count - 1)};
+  const Truth truth = {
+      {row.number(kX), row.number(kY), row.number(kWidth), row.number(kHeight)},
+      row.text(kClass) == "ignore" ? kIgnored : row.whole_number(kClass, class_count - 1)};
   if (truth.box.width <= 0 || truth.box.height <= 0) row.fail("a box without an area");
   return truth;
 }
@@ -83,7 +84,7 @@ std::vector<DetectedPicture> look_at(const EvaluationSettings& settings,
         later.push_back(i);
         continue;
       }
-      found[i] = {pictures[i].truths, found_in(bgr, &*task)};
+      found[i] = without_ignored({pictures[i].truths, found_in(bgr, &*task)});
       for (const Detection& one : found[i].found) check_are_numbers(std::array{one.score}, path);
       progress.show(++done);
     }

@@ -92,6 +92,24 @@ std::vector<double> match(const DetectedPicture& picture) {
   return ious;
 }
 
+DetectedPicture without_ignored(const DetectedPicture& picture) {
+  const std::vector<double> ious = match(picture);  // no detection is of the class of ignored boxes
+  const auto is_ignored = [](const Truth& truth) { return truth.class_id == kIgnored; };
+  DetectedPicture counted = picture;
+  const auto end = std::remove_if(counted.truths.begin(), counted.truths.end(), is_ignored);
+  counted.truths.erase(end, counted.truths.end());
+  counted.found.clear();
+  for (size_t i = 0; i < ious.size(); ++i) {
+    const cv::Rect2d box = picture.found[i].box;
+    const bool is_in_one =
+        std::any_of(picture.truths.begin(), picture.truths.end(), [&](const Truth& truth) {
+          return is_ignored(truth) && (truth.box & box).area() > 0.5 * box.area();
+        });
+    if (ious[i] > 0 || !is_in_one) counted.found.push_back(picture.found[i]);
+  }
+  return counted;
+}
+
 double average_precision(std::vector<ScoredDetection> found, size_t truth_count) {
   if (truth_count == 0) return kUndefined;
   std::sort(found.begin(), found.end(), by_score);

@@ -35,6 +35,8 @@ struct Truth {
   int class_id;
 };
 
+constexpr int kIgnored = -1;  // the class of a box around what counts neither way
+
 struct DetectedPicture {
   std::vector<Truth> truths;
   std::vector<Detection> found;
@@ -45,6 +47,10 @@ constexpr double kMatchingIou = 0.5;  // the least
 // The IoU of every detection with the truth that it matches, 0 where it matches none. The better
 // score chooses first: the truth of its class that it overlaps most, of those that are left.
 std::vector<double> match(const DetectedPicture& picture);
+
+// The picture without its ignored boxes, and without the detections that match nothing and lie for the most
+// part in one of them.
+DetectedPicture without_ignored(const DetectedPicture& picture);
 
 struct ScoredDetection {
   float score;

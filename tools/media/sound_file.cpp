@@ -50,6 +50,8 @@ class SoundFile : public Sound {
     check_opened();
   }
 
+  int recorded_rate() const override { return info_.samplerate; }
+
   uint64_t expected_samples() const override {
     if (info_.frames <= 0 || info_.frames >= SF_COUNT_MAX / 2) return 0;
     return static_cast<uint64_t>(static_cast<double>(info_.frames) * ratio());

@@ -18,6 +18,8 @@ class Sound {
   // The next `count` samples, or as many as there are left. What comes does not depend on how it is
   // asked for. A Failure names the file.
   virtual size_t read(int16_t* samples, size_t count) = 0;
+  // Samples a second as recorded: below kSoundRate, there is nothing in the upper channels.
+  virtual int recorded_rate() const = 0;
   // About how many samples there are in all; 0 when nobody knows.
   virtual uint64_t expected_samples() const = 0;
 };

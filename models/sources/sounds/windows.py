@@ -6,21 +6,22 @@ is none when there is no crying at all. Windows in between are not made.
 """
 import numpy
 
-from models.sources.sounds.signal import RATE, chance, noise, record, rms, room, slope
+from models.sources.sounds.signal import RATE, chance, filtered, noise, record, rms, room, slope
 
 WINDOW = 3 * RATE
 LEAST_CRYING = RATE // 2  # samples
+QUIETEST = 0.05  # of what is not crying, root mean square
 SHARES = {"cry": 0.42, "speech": 0.21, "singing": 0.06, "music": 0.08, "alarm": 0.07, "barks": 0.04,
           "meows": 0.03, "household": 0.07, "hum": 0.02}
 KINDS = list(SHARES)
 
 
-def audible(rng, source, kind):
+def audible(rng, is_cry, cut, *kind):
     """A cut of root mean square 1 while there is sound; of crying, enough, which now and then begins or ends in it."""
     while True:
-        sound, is_crying = source.cut(rng, kind, WINDOW)
-        if kind != "cry":
-            if rms(sound) > 0.05:
+        sound, is_crying = cut(rng, *kind, WINDOW)
+        if not is_cry:
+            if rms(sound) > QUIETEST:
                 return sound / rms(sound)
         elif is_crying.sum() >= LEAST_CRYING:
             if chance(rng, 0.3):
@@ -35,12 +36,31 @@ def audible(rng, source, kind):
 def window(rng, source):
     """One recording: samples, kind."""
     kind = str(rng.choice(KINDS, p=list(SHARES.values())))
-    sound = room(rng, audible(rng, source, kind))
+    sound = room(rng, audible(rng, kind == "cry", source.cut, kind))
     for _ in range(rng.integers(0, 3)):
         other = str(rng.choice(KINDS[1:]))
         # Next to a cry nothing is louder; otherwise anything may be.
         decibels = rng.uniform(-35, 0) if kind == "cry" else rng.uniform(-30, 6)
-        sound = sound + 10 ** (decibels / 20) * room(rng, audible(rng, source, other))
+        sound = sound + 10 ** (decibels / 20) * room(rng, audible(rng, False, source.cut, other))
     quietest = -60 if kind == "hum" else -48 if kind != "cry" else -42
     floor = noise(rng, WINDOW, slope(rng.uniform(-6, 1))) * 10 ** (rng.uniform(-60, -15) / 20)
     return record(rng, sound + floor, rng.uniform(quietest, -10)), kind
+
+
+def training_window(rng, source):
+    """A harder recording, of a source's cry() and other(): samples, and whether it is a cry.
+
+    Other sounds may be a little louder than the crying, everything whispers or is clipped, and half of it ends at 4 kHz, as
+    telephones and many recorders do.
+    """
+    is_cry = chance(rng, 0.45)
+    sound = room(rng, audible(rng, is_cry, source.cry if is_cry else source.other))
+    for _ in range(rng.integers(0, 3)):
+        decibels = rng.uniform(-35, 3) if is_cry else rng.uniform(-30, 6)
+        sound = sound + 10 ** (decibels / 20) * room(rng, audible(rng, False, source.other))
+    floor = noise(rng, WINDOW, slope(rng.uniform(-6, 1))) * 10 ** (rng.uniform(-60, -15) / 20)
+    pcm = record(rng, sound + floor, rng.uniform(-52, -4))
+    if chance(rng, 0.5):
+        end = rng.uniform(3400, 4000)
+        pcm = numpy.round(filtered(pcm.astype(float), lambda hz: hz < end)).clip(-32768, 32767).astype(numpy.int16)
+    return pcm, is_cry
