@@ -205,7 +205,9 @@ class Checker:
         if path.suffix == ".sh" and not os.access(path, os.X_OK):
             self.complain(f"{name} cannot be executed")
         text = path.read_text()
-        for module, names in re.findall(r"^from (models[\w.]*) import ([\w, ]+)$", text, re.MULTILINE):  # what has its options
+        for module in re.findall(r" -m (models[\w.]*)", text):  # what has its options
+            text += (ROOT / module.replace(".", "/") / "__main__.py").read_text()
+        for module, names in re.findall(r"^from (models[\w.]*) import ([\w, ]+)$", text, re.MULTILINE):
             for imported in [module, *(f"{module}.{part}" for part in names.split(", "))]:
                 file = ROOT / (imported.replace(".", "/") + ".py")
                 text += file.read_text() if file.is_file() else ""
