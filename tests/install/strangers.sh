@@ -58,6 +58,11 @@ cp -r "$root/examples" copied
 configure -S copied -B copied/build -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Debug
 cmake --build copied/build >build.log 2>&1 || { cat build.log >&2; fail "examples/ does not build as a copy"; }
 expect "0 of 19008 bytes differ" copied/build/sound_steps 2500
+mkdir one
+cp "$root"/examples/{CMakeLists.txt,sound_steps.c} one
+configure -S one -B one/build -DCMAKE_PREFIX_PATH="$prefix"
+cmake --build one/build >build.log 2>&1 || { cat build.log >&2; fail "one example does not build alone"; }
+expect "0 of 19008 bytes differ" one/build/sound_steps 2500
 # project NAME: a directory with main.cpp and a CMake project that ends with what is read.
 project() {
   mkdir "$1"
