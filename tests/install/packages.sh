@@ -33,6 +33,10 @@ kelnn=$work/empty/usr/bin/kelnn
 "$kelnn" faces "$root/examples/pictures/both_faces.png" 2>log | grep -qF ": 2 found" || { cat log >&2; fail "kelnn faces"; }
 [ -z "$(ldd "$kelnn" | grep -vF "$work" | grep -F "$build")" ] || fail "the installed program takes libraries from the build"
 zcat empty/usr/share/man/man1/kelnn.1.gz | grep -q '^.SS faces' || fail "the manual page does not know kelnn faces"
+flags=$(PKG_CONFIG_LIBDIR=$(dirname "$(find "$work/empty" -name kelnn.pc)") pkg-config --cflags --libs kelnn)
+read -r -a flags <<<"$flags"
+cc -std=c99 -o motion "$root/tests/install/motion.c" "${flags[@]}"
+./motion | grep -qxF "moved 1" || fail "a program in C"
 [ -s empty/usr/share/doc/libkelnn-doc/html/index.html ] || fail "the reference is not there"
 if compgen -G "python3-kelnn_${revision}_*.deb" >/dev/null; then
   (cd / && PYTHONPATH=$work/empty/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 KELNN_MODELS=$work/empty/usr/share/kelnn/models \

@@ -2,6 +2,7 @@
 #include "files.h"
 
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -89,6 +90,14 @@ void write_file(const std::string& path, const Bytes& bytes) {
 
 std::string with_slash(const std::string& directory) {
   return directory.empty() || directory.back() == '/' ? directory : directory + "/";
+}
+
+std::string program_directory() {
+  // What the system was told to start; /proc, which says so too, is not everywhere.
+  std::error_code error;
+  const auto* name = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+  const fs::path program = name ? fs::canonical(name, error) : fs::path();
+  return error ? "" : program.parent_path().string();
 }
 
 }  // namespace kelnn_cli

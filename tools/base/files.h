@@ -35,4 +35,7 @@ void write_file(const std::string& path, const Bytes& bytes);
 // A directory as users type it, made a root that file names can be appended to.
 std::string with_slash(const std::string& directory);
 
+// Where this program lies, behind links; empty if that is not known.
+std::string program_directory();
+
 }  // namespace kelnn_cli

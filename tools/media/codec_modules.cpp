@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "files.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -14,8 +15,8 @@ namespace {
 template <typename Module>
 const Module& load(const char* name) {
   // Not $ORIGIN: where dlopen() is intercepted, as under sanitizers, that is the interceptor's place.
-  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
-  const std::filesystem::path path = program.parent_path() / KEL_NN_MODULES / name;
+  const std::filesystem::path path =
+      std::filesystem::path(program_directory()) / KEL_NN_MODULES / name;
   void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   void* factory = library ? dlsym(library, "kelnn_module") : nullptr;
   if (!factory) throw Failure("a part of kelnn cannot be loaded: " + std::string(dlerror()));

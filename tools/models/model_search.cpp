@@ -31,9 +31,8 @@ std::string own_directory() {
 }
 
 std::string installed_directory() {
-  std::error_code error;
-  const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  return error ? "" : (program.parent_path() / KEL_NN_INSTALLED_MODELS "/").lexically_normal();
+  const fs::path programs = program_directory();
+  return programs.empty() ? "" : (programs / KEL_NN_INSTALLED_MODELS "/").lexically_normal();
 }
 
 Places places() {
