@@ -124,7 +124,7 @@ class Checker:
         for number, example in enumerate(example for example in examples if example.is_program()):
             path, line = example.place.split(":")
             self.compile_and_run(f"program_{number}", example.language, f'#line {line} "{path}"\n{example.text}')
-        environment = {**os.environ, "PYTHONPATH": f"{self.build}/python:{ROOT}:{ROOT}/models", "PYTHONDONTWRITEBYTECODE": "1",
+        environment = {**os.environ, "PYTHONPATH": f"{self.build}/python:{ROOT}", "PYTHONDONTWRITEBYTECODE": "1",
                        "KELNN_MODELS": str(self.work / "models")}
         for example in examples:
             if example.language == "python":
