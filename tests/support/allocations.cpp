@@ -50,7 +50,7 @@ void release_block(void* memory) { __real_free(memory); }
 
 #else
 
-// A block is a Guard, `size` bytes and a Guard.
+// A block is a Guard, `size` bytes and marks, which are odd numbers to read.
 constexpr size_t kGuardSize = 64;  // keeps the alignment
 struct Guard {
   size_t size;
@@ -73,7 +73,7 @@ void* make_block(size_t size, bool zeroed) {
   Guard guard;
   guard.set(size);
   std::memcpy(first, &guard, kGuardSize);
-  std::memcpy(block + size, &guard, kGuardSize);
+  std::memset(block + size, 0xC5, kGuardSize);
   return block;
 }
 
@@ -83,8 +83,9 @@ void release_block(void* memory) {
   Guard found, expected;
   std::memcpy(&found, block - kGuardSize, kGuardSize);
   expected.set(found.size);
+  const auto is_mark = [](uint8_t byte) { return byte == 0xC5; };
   if (std::memcmp(&found, &expected, kGuardSize) != 0 ||
-      std::memcmp(block + found.size, &expected, kGuardSize) != 0) {
+      !std::all_of(block + found.size, block + found.size + kGuardSize, is_mark)) {
     std::fputs("A block's ends have been written over, or it was not allocated.\n", stderr);
     std::abort();
   }

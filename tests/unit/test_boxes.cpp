@@ -55,7 +55,13 @@ TEST(Iou, IsSharedAreaOverCoveredArea) {
   std::mt19937 random(2);
   const Boxes boxes = random_boxes(60, &random);
   for (const auto& a : boxes) {
-    for (const auto& b : boxes) ASSERT_EQ(nn_calcu_iou(&a, &b), plain_iou(a, b));
+    for (const auto& b : boxes) {
+      const float overlap = plain_iou(a, b);
+      ASSERT_EQ(nn_calcu_iou(&a, &b), overlap);
+      Boxes pair = {a,
+                    b};  // the threshold itself is not exceeded: all of it is in single precision
+      ASSERT_EQ(nms(&pair, overlap), 2);
+    }
   }
   EXPECT_EQ(nn_calcu_iou(nullptr, &box), 0.0f);
   EXPECT_EQ(nn_calcu_iou(&box, nullptr), 0.0f);

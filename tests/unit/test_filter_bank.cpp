@@ -66,6 +66,7 @@ TEST_F(FilterBank, ReportsNullVectors) {
       Each(-1));
   EXPECT_THAT(printed_messages(), AllOf(SizeIs(10), Each("[Error]Invalid arguments.")));
   EXPECT_EQ(kel_nn_load_data(pcm, &wave), 0);
+  EXPECT_EQ(kel_nn_convert_frame(&cfg, &context_->wave, context_->window), 0);
 
   // One block that is missing is enough. Where there is no result, there is nothing to print.
   for (float** block :
@@ -321,6 +322,8 @@ TEST_F(Energies, TheVectorsOwnCountSaysWhatIsCleared) {
   info.lo_chan[40] = -1.0f;  // marked unused by hand: all goes to the channel above, element 0
   info.lo_wt[40] = 0.0f;
   EXPECT_NEAR(run(tone(40, 1.0f), info)[0], 64 + 256.0 * 256.0, 1.0);
+  info.klo = 1;  // bin 1 is marked unused
+  EXPECT_GT(run(tone(1, 1.0f), info)[0], 65.0f);
 }
 
 TEST(LogEnergy, HasTheBitsOfLog) {

@@ -251,6 +251,7 @@ TEST_F(Mfcc, OddSettingsNeverCrash) {
               0);
     EXPECT_EQ(m.wave.n_frames, c.n_frames);
     EXPECT_EQ(m.wave.frame_size, c.frame_size);
+    EXPECT_EQ(m.wave.frame_shift, c.frame_shift);
     EXPECT_EQ(m.wave.position, c.position);
     if (c.n_samples > 100000) continue;  // more than a test should ask for
     EXPECT_EQ(kel_nn_mfcc_mem_malloc(&m), m.feature_u8);
