@@ -225,6 +225,7 @@ class Worker:
             sources = re.compile(re.escape(f"{self.build.tree}/") + "(?!build/)")
             command = [sources.sub(f"{self.home}/tree/", part) for part in self.build.commands[made]]
             command[command.index("-o") + 1] = str(out)
+            command.append(f"-fmacro-prefix-map={self.home}/tree={self.build.tree}")  # as __FILE__ was in the first build
             if subprocess.run(command, cwd=self.build.folder, stderr=subprocess.DEVNULL).returncode != 0:
                 return None
             if out.read_bytes() != (self.build.folder / made).read_bytes():
