@@ -85,7 +85,7 @@ int grid(Handle h, const Arguments& a, Written* r) {
 int faces(Handle h, const Arguments& a, Written* r) {
   return kel_nn_facedet_process(h, a(0, kPicture.data()), a(1, &r->faces));
 }
-int feature(Handle h, const Arguments& a, Written* r) {
+int face_feature(Handle h, const Arguments& a, Written* r) {
   return kel_nn_face_feature_extract(h, a(0, kPixels), a(1, &r->feature));
 }
 int landmarks(Handle h, const Arguments& a, Written* r) {
@@ -115,7 +115,7 @@ const Task kTasks[] = {
         kel_nn_4clsdet_deinit, grid<kel_nn_4clsdet_process>, 4, {416, 256, 3},
         {8 * 13 * 27, 16 * 26 * 27}, 1),
     row("facercg", "face_feature_extract", "src/kel_nn_facercg.cpp", kelnn::kFaceFeatureModel,
-        kel_nn_facercg_init, kel_nn_facercg_deinit, feature, 2, {112, 112, 1}, {256}),
+        kel_nn_facercg_init, kel_nn_facercg_deinit, face_feature, 2, {112, 112, 1}, {256}),
     row("facelm", "facelm_process", "plat/jzt31/kel_nn_pfld.cpp", kelnn::kFaceLandmarksModel,
         kel_nn_facelm_init, kel_nn_facelm_deinit, landmarks, 2, {112, 112, 1}, {10, 3}),
     row("face_classify", "face_classify_process", "src/kel_nn_face_classify.cpp",

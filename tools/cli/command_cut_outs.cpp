@@ -26,7 +26,7 @@ struct Part {
 };
 
 template <typename Task>
-auto found_in(const Part& part, Task* task) {
+auto found_in_part(const Part& part, Task* task) {
   return task->of(frame_of(part.picture), rect_of(part.rect));
 }
 
@@ -88,7 +88,7 @@ void report(const Part& part, const Json& found, const Text& text, Reporter* rep
 bool landmarks(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceLandmarks task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const kel_nn::Landmarks found = found_in(part, &task);
+    const kel_nn::Landmarks found = found_in_part(part, &task);
     Json json = {{"points", points_json(found.points)}, {"pose", found.pose}};
     if (are_parts(found)) {
       json["pixels"] = Json::array();
@@ -104,7 +104,7 @@ bool landmarks(const CutOutOptions& options, Reporter* reporter) {
 bool feature(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const kel_nn::Feature found = found_in(part, &task);
+    const kel_nn::Feature found = found_in_part(part, &task);
     report(part, {{"feature", found}}, feature_text, reporter);
   });
 }
@@ -112,7 +112,7 @@ bool feature(const CutOutOptions& options, Reporter* reporter) {
 bool classify_face(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const kel_nn::FaceClass found = found_in(part, &task);
+    const kel_nn::FaceClass found = found_in_part(part, &task);
     report(part, {{"class", found.id}, {"score", found.score}},
            line("class {class}  score {score:.6f}\n"), reporter);
   });
@@ -121,7 +121,7 @@ bool classify_face(const CutOutOptions& options, Reporter* reporter) {
 bool classify_person(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::PersonClassifier task{kel_nn::Library(options.root)};
   return for_each_part(options, reporter, [&](const Part& part) {
-    const float found = found_in(part, &task);
+    const float found = found_in_part(part, &task);
     report(part, {{"probability", found}}, line("{probability:.6f}\n"), reporter);
   });
 }

@@ -20,7 +20,7 @@ bool skip(FrameSource* source, int count) {
   return count == 0;
 }
 
-std::unique_ptr<FrameSource> open(const std::string& input, FrameWalk::Takes takes) {
+std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Takes takes) {
   std::unique_ptr<FrameSource> source = open_frames(input);
   if (takes != FrameWalk::Takes::kAll && source->kind() == FrameSource::Kind::kPicture) {
     throw Failure(input, "a picture; motion takes a video or a camera");
@@ -35,7 +35,7 @@ std::unique_ptr<FrameSource> open(const std::string& input, FrameWalk::Takes tak
 
 FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
                      const std::string& label)
-    : source_(open(input, takes)),
+    : source_(open_input(input, takes)),
       options_(options),
       progress_(label, frames_to_pass(*source_, options), "frames", options.wants_progress) {
   catch_interruption();

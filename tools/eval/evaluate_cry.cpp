@@ -12,7 +12,7 @@ namespace {
 
 constexpr float kCryProbability = 0.5f;
 enum Class { kNoCry, kCry, kClassCount };
-enum Column : size_t { kFile, kLabel, kKind };
+enum CryColumn : size_t { kSoundFile, kLabel, kKind };
 
 struct Windows {
   ConfusionMatrix confusion{kClassCount};

@@ -35,7 +35,7 @@ const LabelColumns kLandmarkColumns = {
 constexpr size_t kFirstPoint = 1, kFirstAngle = 11;
 constexpr double kDegrees = 180 / CV_PI;
 constexpr int kLeastDrawnSide = 448;
-const cv::Scalar kTruthColour(80, 220, 60), kFoundColour(60, 170, 255);  // blue, green, red
+const cv::Scalar kTruthPoints(80, 220, 60), kFoundPoints(60, 170, 255);  // blue, green, red
 
 struct LabelledFace {
   std::string path;
@@ -76,8 +76,8 @@ cv::Mat drawn(const LabelledFace& face, const kel_nn::Landmarks& found) {
     for (cv::Point2d& point : points) point *= factor;
     draw_points(&pixels, points, colour, side * factor / 80);
   };
-  draw(face.points, kTruthColour);
-  draw(pixels_of(found, part), kFoundColour);
+  draw(face.points, kTruthPoints);
+  draw(pixels_of(found, part), kFoundPoints);
   return picture;
 }
 
@@ -104,7 +104,7 @@ Similarities compare(const std::vector<LabelRow>& rows,
 
 // ----- Classes
 
-constexpr size_t kClass = 1;  // the column
+constexpr size_t kClassColumn = 1;
 constexpr int kFaceClassCount = 3, kPersonClassCount = 2;
 constexpr float kPersonProbability = 0.5f;
 
@@ -121,7 +121,7 @@ Json evaluate_classes(const EvaluationSettings& settings, int class_count,
     check_are_numbers(std::array{number}, square.path);
     if (id < 0 || id >= class_count)
       throw Failure(square.path, fmt::format("class {} was found", id));
-    confusion.add(row.whole_number(kClass, class_count - 1), id);
+    confusion.add(row.whole_number(kClassColumn, class_count - 1), id);
   });
   Json report = begin_report(settings, rows.size());
   report["accuracy"] = confusion.accuracy();

@@ -15,7 +15,7 @@ namespace kelnn_cli {
 namespace {
 
 const LabelColumns kColumns = {{"file", "class", "x", "y", "w", "h"}, {}};
-enum Column : size_t { kFile, kClass, kX, kY, kWidth, kHeight };
+enum BoxColumn : size_t { kFile, kClass, kX, kY, kWidth, kHeight };
 
 struct LabelledPicture {
   std::string file;
