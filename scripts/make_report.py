@@ -283,8 +283,8 @@ def overview(run: Run) -> str:
 
 INTRODUCTION = """<p>Every task of libkelnn, run on this machine through its Python module: the library as the camera has it,
 over another runtime. The command line does the same.</p>
-<p class="note">The networks are samples, trained on drawings and synthetic sounds alone, so that every task shows a result.
-They do not know real people, things or babies: bring your own networks for those.</p>"""
+<p class="note">The networks are samples, trained on drawings, so that every task shows a result. They do not know real people
+or things: bring your own networks for those. The one for cries has also heard real babies.</p>"""
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> None:

@@ -10,7 +10,7 @@ import torch
 from onnx import numpy_helper
 from torch import nn
 
-MAX_BYTES = 400 * 1000  # of a file
+MAX_BYTES = 1500 * 1000  # of a file
 WITH_WEIGHTS = (nn.Conv2d, nn.Linear)
 
 

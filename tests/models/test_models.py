@@ -19,6 +19,7 @@ import torch
 
 from models.labels import split, table
 from models.sources.mixed import Mixed, Stock
+from models.sources.sounds import windows
 from models.training import grid, run
 from models.training.examples import Batches, LabelledFrames
 
@@ -183,6 +184,28 @@ def test_parts_of_labelled_frames_keep_boxes_on_what_they_are_around(tmp_path):
             kinds.add(kind)
         assert white * 3 == np.count_nonzero(part)
     assert kinds == {0, 1, table.IGNORE}
+
+
+def test_windows_for_training_are_labelled_by_what_is_in_them():
+    """A low tone for crying, a middle one for the rest: the low one is in every cry, not much fainter, and in nothing else."""
+    seconds = np.arange(windows.WINDOW) / 16000
+
+    class Tones:
+        def cry(self, rng, length):
+            return np.sin(2 * np.pi * 500 * seconds), np.ones(length, bool)
+
+        def other(self, rng, length):
+            return np.sin(2 * np.pi * 1700 * seconds), np.zeros(length, bool)
+
+    rng, seen, ends = np.random.default_rng(1), [], []
+    for _ in range(60):
+        pcm, is_cry = windows.training_window(rng, Tones())
+        power = np.abs(np.fft.rfft(pcm.astype(float))) ** 2  # a bin is a third of a hertz
+        low, middle, top = power[1470:1530].sum(), power[5070:5130].sum(), power[12600:].mean()
+        assert (low > 0.003 * middle) == is_cry, low / middle
+        seen.append(is_cry)
+        ends.append(top < 4e-2 * power[9000:9900].mean())
+    assert 12 <= sum(seen) <= 36 and 15 <= sum(ends) <= 45  # two in five are cries, half end at 4 kHz
 
 
 def test_mixed_sources_come_in_their_shares_and_only_where_they_can():

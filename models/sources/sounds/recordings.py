@@ -11,7 +11,7 @@ from models.labels import table
 from models.sources.sounds.signal import RATE, rms
 
 FRAME = RATE // 50  # samples
-FAINTEST = 25  # decibels below the loudest parts: what is fainter is no crying
+FAINTEST = 35  # decibels below the loudest parts: what is fainter is no crying
 
 
 class Recordings:

@@ -9,7 +9,7 @@ from models.sources.sounds import crying, home, music, voices
 
 OTHERS = {"speech": voices.speech, "singing": voices.singing, "music": music.music, "alarm": home.alarm, "barks": voices.barks,
           "meows": voices.meows, "household": home.household, "hum": home.hum}
-SHARES = numpy.array([0.21, 0.06, 0.08, 0.07, 0.04, 0.03, 0.07, 0.02]) / 0.58  # for training
+SHARES = (0.2, 0.17, 0.15, 0.14, 0.08, 0.1, 0.13, 0.03)  # for training
 SECONDS = 15.0
 
 
