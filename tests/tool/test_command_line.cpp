@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line as a user meets it: exit codes, what goes to which stream, files that are written whole.
+#include <csignal>
+
 #include "kel_nn.h"
 #include "kel_nn_model_files.h"
 #include "support/command_test.h"
@@ -15,6 +17,10 @@ class CommandLine : public CommandTest {
   double compare(const std::string& a, const std::string& b) {
     return std::stod(out("compare " + kPictures + a + " " + kPictures + b));
   }
+  // $0 is the program.
+  CommandResult shell(const std::string& script) const {
+    return run({"/bin/sh", "-c", script, KEL_NN_TEST_PROGRAM});
+  }
 };
 
 TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
@@ -24,6 +30,9 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
   save_video("v.avi", {64, 48}, 2, [](int, cv::Mat*) {});
   fs::create_directory(path("none"));
   write("text", "no picture");
+  const std::string model = "root/" + std::string(kelnn::kFaceFeatureModel);
+  write(model, "no model");
+  fs::create_symlink("good.png", path("link.png"));
   write("text.wav", "RIFF, but not for long");
   expect_refused({
       {"", 2, "which command?"},
@@ -62,12 +71,17 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
       {"feature text", 1, "text: not a picture"},
       {"feature good.png --box 20,0,60,10", 1, "out of the picture, which is 64 x 48"},
       {"faces good.png other.png --draw a.png", 1, "drawings go to a directory"},
-      {"faces good.png --draw good.png", 1, "take the place of the input"},
+      {"faces good.png --draw good.png", 2, "take the place of the input"},
+      {"faces good.png other/good.png --draw other/", 2, "take the place of the input"},
+      {"landmarks good.png --draw link.png", 2, "link.png: it would take the place of the input"},
+      {"features text.wav --csv text.wav", 2, "take the place of the input"},
+      {"pack face-features " + model + " --root root", 2, "take the place of the input"},
+      {"unpack " + model + " -o " + model, 2, "take the place of the input"},
       {"faces good.png --draw a.xyz", 1, "a.xyz: pictures are written as"},
       {"faces v.avi --draw a.png", 1, "a.png: videos are written as"},
       {"faces v.avi --draw /dev/null/a.avi", 1, "/dev/null: Not a directory"},
       {"motion v.avi --draw a.txt", 1, "a.txt: videos are written as"},
-      {"motion v.avi --draw v.avi", 1, "take the place of the input"},
+      {"motion v.avi --draw v.avi", 2, "take the place of the input"},
       {"motion nothing.avi", 1, "nothing.avi: No such file"},
       {"motion good.png", 1, "good.png: a picture"},
       {"watch good.png", 1, "good.png: a picture"},
@@ -102,13 +116,89 @@ TEST_F(CommandLine, ExplainsItself) {
 }
 
 TEST_F(CommandLine, AResultThatCannotBeWrittenIsAFailure) {
-  for (const std::string redirection : {">/dev/full", ">&-"}) {
-    SCOPED_TRACE(redirection);
-    const CommandResult result =
-        run({"/bin/sh", "-c", "exec \"$0\" models " + redirection, KEL_NN_TEST_PROGRAM});
+  for (const std::string call :
+       {"models >/dev/full", "models >&-", "--version >/dev/full", "--print-manual >/dev/full"}) {
+    SCOPED_TRACE(call);
+    const CommandResult result = shell("exec \"$0\" " + call);
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_THAT(result.err, HasSubstr("kelnn: cannot write the result: "));
   }
+}
+
+// ----- Outputs
+
+TEST_F(CommandLine, OutputsKeepTheirKindTheirPermissionsAndTheirLinks) {
+  const std::string network = text_of(kSample);
+  const auto mode = [this](const std::string& name) {
+    return static_cast<unsigned>(fs::symlink_status(path(name)).permissions());
+  };
+  write("private", "before");
+  fs::permissions(path("private"), fs::perms(0600));
+  fs::create_directory(path("far"));
+  fs::create_symlink("far/private", path("link"));
+  fs::create_symlink("../private", path("far/private"));
+  fs::create_symlink("far/new", path("link_to_new"));
+  fs::create_symlink("/dev/full", path("full"));
+  const CommandResult said = shell(
+      "unpack() { \"$0\" unpack face-features -o \"$1\"; }; umask 027; mkfifo pipe; cat pipe "
+      ">piped & "
+      "unpack pipe && unpack link && unpack link_to_new && wait && umask 0 && unpack open/new");
+  EXPECT_EQ(said.exit_code, 0) << said.err;
+  for (const char* name : {"piped", "private", "far/new", "open/new"}) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(text(name), network);
+  }
+  EXPECT_TRUE(fs::is_fifo(path("pipe")));
+  for (const char* name : {"link", "far/private", "link_to_new", "full"}) {
+    EXPECT_TRUE(fs::is_symlink(path(name))) << name;
+  }
+  EXPECT_EQ(mode("private"), 0600u);
+  EXPECT_EQ(mode("far/new"), 0640u);
+  EXPECT_EQ(mode("open/new"), 0666u);
+  EXPECT_EQ(out("unpack face-features -o /dev/stdout").substr(0, network.size()), network);
+  expect_refused({{"unpack face-features -o full", 1, "full: No space left"}});
+  EXPECT_EQ(file_count("far") + file_count("open"), 3u);
+}
+
+// A recording whose lines fill a pipe that nobody reads: the program waits in its middle.
+TEST_F(CommandLine, WhatEndsAVideoLeavesItWholeOrNotAtAll) {
+  save_video("v.avi", {32, 32}, 3000, [](int, cv::Mat*) {});
+  fs::create_symlink("/dev/full", path("full.avi"));
+  const size_t file_count_before = file_count("");
+  const struct {
+    const char* end;
+    int exit_code;
+    bool is_finished;
+  } cases[] = {{"kill -INT $!; cat <&3 >/dev/null", 128 + SIGINT, true},
+               {"kill -TERM $!; cat <&3 >/dev/null", 128 + SIGTERM, true},
+               {"kill -HUP $!; cat <&3 >/dev/null", 128 + SIGHUP, true},
+               {"kill -STOP $!; kill -INT $!; kill -TERM $!; kill -CONT $!", 128, false},
+               {"exec 3<&-", 128, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.end);
+    const CommandResult result = shell(
+        std::string("mkfifo pipe; env --default-signal=INT,PIPE \"$0\" motion v.avi --period 1 "
+                    "--draw drawn.avi >pipe & exec 3<pipe; read line <&3; ") +
+        c.end + "; wait $!; code=$?; rm pipe; exit $code");
+    if (c.is_finished) {
+      EXPECT_EQ(result.exit_code, c.exit_code);
+    } else {
+      EXPECT_GT(result.exit_code, c.exit_code) << "ended by the signal";
+    }
+    EXPECT_EQ(result.err.find("kelnn: v.avi: interrupted after frame ") != std::string::npos,
+              c.is_finished);
+    if (c.is_finished) {
+      EXPECT_GT(cv::VideoCapture(path("drawn.avi")).get(cv::CAP_PROP_FRAME_COUNT), 1);
+    }
+    EXPECT_EQ(fs::remove(path("drawn.avi")), c.is_finished);
+    EXPECT_EQ(file_count(""), file_count_before) << "nothing temporary stays";
+  }
+  // Files may grow to 64 blocks of 512 bytes.
+  const CommandResult cut = shell("ulimit -f 64; exec \"$0\" motion v.avi --draw drawn.avi");
+  EXPECT_EQ(cut.exit_code, 1);
+  EXPECT_THAT(cut.err, HasSubstr("drawn.avi: cannot be written: File too large"));
+  EXPECT_THAT(kelnn("motion v.avi --draw full.avi").err, HasSubstr("No space left"));
+  EXPECT_EQ(file_count(""), file_count_before);
 }
 
 // ----- Models
@@ -145,8 +235,7 @@ TEST_F(CommandLine, PackChangesTheModelForOneThatFitsOrNotAtAll) {
   }
   // Files may grow to 64 blocks of 512 bytes, a tenth of the model.
   const CommandResult full =
-      run({"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 64; exec \"$@\"", "sh", KEL_NN_TEST_PROGRAM,
-           "pack", "face-features", kSample, "--root", "own"});
+      shell("ulimit -f 64; exec \"$0\" pack face-features " + kSample + " --root own");
   EXPECT_EQ(full.exit_code, 1);
   EXPECT_THAT(full.err, HasSubstr("File too large"));
   EXPECT_EQ(text(model), before);

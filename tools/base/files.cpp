@@ -3,13 +3,15 @@
 
 #include <fcntl.h>
 #include <sys/auxv.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include "report.h"
 
@@ -22,16 +24,34 @@ namespace fs = std::filesystem;
   throw Failure(path, std::strerror(error));
 }
 
-mode_t default_mode() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  return 0666 & ~mask;
+int g_standard_output = STDOUT_FILENO;
+
+// Names of files in the making, a video and a few pictures at most; one that finds no room is not removed by a signal.
+std::atomic<const char*> g_temporaries[8];
+
+void exchange(const char* from, const char* to) {
+  for (std::atomic<const char*>& name : g_temporaries) {
+    const char* expected = from;
+    if (name.compare_exchange_strong(expected, to)) return;
+  }
 }
 
 // A file's own; empty: the working directory.
 fs::path directory_of(const std::string& path) {
   const fs::path directory = fs::path(path).parent_path();
   return directory.empty() ? "." : directory;
+}
+
+constexpr char kDescriptors[] = "/proc/self/fd";
+
+// What a path names behind symbolic links, which need not be there yet; of what has been opened already, a name in
+// kDescriptors.
+fs::path behind_links(fs::path path) {
+  std::error_code error;
+  while (fs::is_symlink(path, error) && !fs::equivalent(directory_of(path), kDescriptors, error)) {
+    path = path.parent_path() / fs::read_symlink(path);
+  }
+  return path;
 }
 
 }  // namespace
@@ -47,19 +67,48 @@ Bytes read_file(const std::string& path) {
   return bytes;
 }
 
+void set_standard_output(int descriptor) { g_standard_output = descriptor; }
+
 Successor::Successor(const std::string& path) : path_(path) {
+  struct stat status;
+  const bool exists = stat(path.c_str(), &status) == 0;
+  if (!exists && errno != ENOENT && errno != ENOTDIR) fail(path, errno);
+  const fs::path target = behind_links(path);
   std::error_code error;
-  fs::create_directories(directory_of(path), error);
-  if (error) fail(directory_of(path), error.value());
-  if (fs::is_directory(path, error)) fail(path, EISDIR);
-  own_path_ = directory_of(path) / ".kelnn-XXXXXX";
-  descriptor_ = mkostemp(own_path_.data(), O_CLOEXEC);
-  if (descriptor_ < 0) fail(path, errno);
+  if (exists && fs::equivalent(directory_of(target), kDescriptors, error)) {
+    const int number = std::atoi(target.filename().c_str());
+    descriptor_ = fcntl(number == STDOUT_FILENO ? g_standard_output : number, F_DUPFD_CLOEXEC, 3);
+    own_path_ = kDescriptors + ("/" + std::to_string(descriptor_));
+  } else if (exists && S_ISDIR(status.st_mode)) {
+    fail(path, EISDIR);
+  } else if (exists && !S_ISREG(status.st_mode)) {
+    own_path_ = target;
+    descriptor_ = open(own_path_.c_str(), O_WRONLY | O_CLOEXEC);
+  } else {
+    if (exists) before_ = status;
+    target_ = target;
+    fs::create_directories(directory_of(target_), error);
+    if (error) fail(directory_of(target_), error.value());
+    // Not mkostemp(), whose files do not obey the process's mask.
+    std::random_device random;
+    own_path_ =
+        directory_of(target_) / (".kelnn-" + std::to_string(random()) + std::to_string(random()));
+    is_temporary_ = true;
+    exchange(nullptr, own_path_.c_str());
+    descriptor_ =
+        open(own_path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, exists ? 0600 : 0666);
+  }
+  if (descriptor_ < 0) {
+    const int reason = errno;
+    exchange(own_path_.c_str(), nullptr);
+    fail(path, reason);
+  }
 }
 
 Successor::~Successor() {
   close(descriptor_);
-  if (!own_path_.empty()) unlink(own_path_.c_str());
+  if (is_temporary_) unlink(own_path_.c_str());
+  exchange(own_path_.c_str(), nullptr);
 }
 
 void Successor::write(const Bytes& bytes) {
@@ -72,11 +121,17 @@ void Successor::write(const Bytes& bytes) {
 }
 
 void Successor::take_over() {
-  if (fchmod(descriptor_, default_mode()) != 0 || fsync(descriptor_) != 0) fail(path_, errno);
-  if (std::rename(own_path_.c_str(), path_.c_str()) != 0) fail(path_, errno);
-  own_path_.clear();
+  if (!is_temporary_) return;
+  if (before_) {
+    // Root may; others keep a file of their own.
+    if (fchown(descriptor_, before_->st_uid, before_->st_gid) != 0) errno = 0;
+    if (fchmod(descriptor_, before_->st_mode & 0777) != 0) fail(path_, errno);
+  }
+  if (fsync(descriptor_) != 0) fail(path_, errno);
+  if (std::rename(own_path_.c_str(), target_.c_str()) != 0) fail(path_, errno);
+  is_temporary_ = false;
   // So that the new name outlasts a power cut. The file is in place already: no reason to fail.
-  const int directory = open(directory_of(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int directory = open(directory_of(target_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (directory < 0) return;
   fsync(directory);
   close(directory);
@@ -86,6 +141,25 @@ void write_file(const std::string& path, const Bytes& bytes) {
   Successor file(path);
   file.write(bytes);
   file.take_over();
+}
+
+void check_outputs(const std::vector<std::string>& outputs,
+                   const std::vector<std::string>& inputs) {
+  std::error_code error;
+  for (const std::string& output : outputs) {
+    if (!fs::is_regular_file(output, error)) continue;
+    for (const std::string& input : inputs) {
+      if (fs::equivalent(output, input == "-" ? "/dev/stdin" : input, error)) {
+        throw UsageError(output, "it would take the place of the input " + input);
+      }
+    }
+  }
+}
+
+void remove_temporary_files() {
+  for (const std::atomic<const char*>& name : g_temporaries) {
+    if (const char* path = name.load()) unlink(path);
+  }
 }
 
 std::string with_slash(const std::string& directory) {

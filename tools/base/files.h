@@ -2,7 +2,10 @@
 // Files, read whole and written whole.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,8 +16,12 @@ using Bytes = std::vector<uint8_t>;
 // Both throw a Failure that names the path.
 Bytes read_file(const std::string& path);
 
-// A file in the making, beside the one whose place it is going to take; it vanishes when it does not. So a file is there
-// whole or, after a Failure, as it was before. Directories on the way are made.
+// Tells where results go when file descriptor 1 leads elsewhere: to be written to as /dev/stdout.
+void set_standard_output(int descriptor);
+
+// An output in the making. A file is written beside the one whose place it is going to take, and vanishes when it does
+// not: it is there whole or, after a Failure, as it was before. It keeps its permissions, and links to it stay links.
+// Directories on the way are made. What is no file, as a device, a pipe or standard output, is written to itself.
 class Successor {
  public:
   explicit Successor(const std::string& path);
@@ -27,10 +34,18 @@ class Successor {
   void take_over();
 
  private:
-  std::string path_, own_path_;
-  int descriptor_;
+  std::string path_, target_, own_path_;  // as it was named, behind links, what is open
+  std::optional<struct stat> before_;     // none: there was no file
+  int descriptor_ = -1;
+  bool is_temporary_ = false;
 };
 void write_file(const std::string& path, const Bytes& bytes);
+
+// A UsageError where an output would take the place of an input, by whatever names. "-" is standard input.
+void check_outputs(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);
+
+// Of every Successor; for signal handlers before the process ends.
+void remove_temporary_files();
 
 // A directory as users type it, made a root that file names can be appended to.
 std::string with_slash(const std::string& directory);

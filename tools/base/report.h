@@ -21,6 +21,12 @@ class Failure : public std::runtime_error {
   std::string problem_;
 };
 
+// The call asks for what must not be done.
+class UsageError : public Failure {
+ public:
+  using Failure::Failure;
+};
+
 // Nobody takes the result any more: no reason to go on.
 class OutputFailure : public Failure {
  public:

@@ -111,10 +111,11 @@ bool pack(const PackOptions& options, Reporter* reporter) {
     return inspect(model_path(options.inspected, options.root), reporter);
   }
   const Task& task = *find_task(options.task);
+  const std::string path = model_path(options.task, options.root);
+  check_outputs({path}, {options.network});
   const Bytes network = read_file(options.network);
   if (!options.is_raw) check_network(options.network, network, task);
   const Bytes packed = options.is_raw ? pack_raw(task, network) : pack_network(task, network);
-  const std::string path = model_path(options.task, options.root);
   write_file(path, packed);
   reporter->report({{"task", task.key}, {"path", path}, {"bytes", packed.size()}},
                    line("{task}: {path} ({bytes} bytes)\n"));
@@ -123,6 +124,7 @@ bool pack(const PackOptions& options, Reporter* reporter) {
 
 bool unpack(const UnpackOptions& options, Reporter* reporter) {
   const std::string path = model_path(options.model, options.root);
+  check_outputs({options.output}, {path});
   const ModelFile file = read_model_file(path);
   if (!file.problem.empty()) throw Failure(path, file.problem);
   if (!file.is_labelled && !file.is_onnx) throw Failure(path, "not a model that kelnn has packed");

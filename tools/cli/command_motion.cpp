@@ -105,7 +105,7 @@ Count count_decisions(const MotionOptions& options, const kel_nn::Library& libra
     count.decisions += is_motion.has_value();
     count.motion += is_motion.value_or(false);
   }
-  if (is_interrupted()) throw Failure("interrupted: there is no table of half a recording");
+  if (interruption()) throw Failure("interrupted: there is no table of half a recording");
   return count;
 }
 

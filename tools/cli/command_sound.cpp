@@ -99,6 +99,7 @@ bool cry(const CryOptions& options, Reporter* reporter) {
 }
 
 bool features(const FeaturesOptions& options, Reporter* reporter) {
+  check_outputs({options.png, options.csv}, {options.sound});
   const std::vector<int16_t> window = read_window(options);
   kel_nn::SoundFeatures matrix;
   if (!matrix.of(window.data())) {

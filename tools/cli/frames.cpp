@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "frames.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "report.h"
@@ -35,7 +38,8 @@ std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Tak
 
 FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
                      const std::string& label)
-    : source_(open_input(input, takes)),
+    : input_(input),
+      source_(open_input(input, takes)),
       options_(options),
       progress_(label, frames_to_pass(*source_, options), "frames", options.wants_progress) {
   catch_interruption();
@@ -49,7 +53,11 @@ FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& 
 
 const Frame* FrameWalk::next() {
   if (seen_ > 0) progress_.show(frame_.index + 1);
-  const bool is_over = is_interrupted() || (options_.limit > 0 && seen_ == options_.limit) ||
+  if (interruption() && seen_ > 0 && kind() != FrameSource::Kind::kPicture) {
+    progress_.hide();
+    fmt::print(stderr, "kelnn: {}: interrupted after frame {}\n", input_, frame_.index);
+  }
+  const bool is_over = interruption() || (options_.limit > 0 && seen_ == options_.limit) ||
                        (seen_ > 0 && !skip(source_.get(), options_.step - 1)) ||
                        !source_->read(&frame_);
   ++seen_;

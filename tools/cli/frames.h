@@ -40,6 +40,7 @@ class FrameWalk {
   }
 
  private:
+  std::string input_;
   std::unique_ptr<FrameSource> source_;
   std::unique_ptr<FrameSink> sink_;  // none: no drawings are wanted
   FrameOptions options_;

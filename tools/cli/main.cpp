@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // kelnn, the command line of libkelnn. Exit codes: 0 fine, 1 the command failed or found something
-// wrong, 2 it was called wrongly. Results go to standard output, everything else to standard error.
+// wrong, 2 it was called wrongly, 128 and the number of the signal that interrupted it. Results go to standard output, everything else to standard error.
 #include <exception>
 #include <opencv2/core/utils/logger.hpp>
 
@@ -10,13 +10,18 @@ int main(int argc, char** argv) {
   using namespace kelnn_cli;
   cv::utils::logging::setLogLevel(
       cv::utils::logging::LOG_LEVEL_SILENT);  // failures are reported here
+  handle_signals();
   const CommandLine line = parse(argc, argv);
   if (!line.command) return line.exit_code;
   Reporter reporter(line.wants_json);
+  int exit_code = kFailed;
   try {
-    return line.command(&reporter) ? kFine : kFailed;
+    exit_code = line.command(&reporter) ? kFine : kFailed;
+  } catch (const UsageError& error) {
+    reporter.complain(error);
+    exit_code = kBadUsage;
   } catch (const std::exception& error) {
     reporter.complain(error);
-    return kFailed;
   }
+  return interruption() ? 128 + interruption() : exit_code;
 }

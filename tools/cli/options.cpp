@@ -4,7 +4,11 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
 #include <memory>
 #include <sstream>
 
@@ -451,7 +455,7 @@ void add_eval(const Commands& commands) {
 void add_hidden(CLI::App* app, const char* name, std::string (*text)(const CLI::App&)) {
   app->add_flag_callback(name,
                          [=] {
-                           fmt::print("{}", text(*app));
+                           std::cout << text(*app);
                            throw CLI::Success();
                          })
       ->group("");
@@ -470,7 +474,9 @@ CommandLine parse(int argc, char** argv) {
                                    KEL_NN_VERSION_PATCH),
                        "Print the version and exit");
   app.add_flag("--json", line.wants_json, "Print the result as JSON");
-  app.footer("kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly.");
+  app.footer(
+      "kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly,\n"
+      "130 interrupted (SIGINT), 143 ended (SIGTERM); then what was begun has been finished.");
   for (const auto add : {add_model_files, add_cut_outs, add_eval, add_detectors, add_motion,
                          add_watch, add_cry, add_features}) {
     add({&app, &line.command});
@@ -478,18 +484,22 @@ CommandLine parse(int argc, char** argv) {
   add_hidden(&app, "--print-manual", manual_page);
   add_hidden(&app, "--print-completion", completion);
   std::string problem;
+  bool wrote_nothing = false;
   try {
     app.parse(argc, argv);
     if (!line.command) problem = "which command?\n\n" + app.help();
   } catch (const CLI::Success& wanted) {  // --help, --version
     line.exit_code = app.exit(wanted);
+    std::cout.flush();
+    wrote_nothing = !std::cout || std::fflush(stdout) != 0;
+    if (wrote_nothing) problem = fmt::format("cannot write the result: {}", std::strerror(errno));
   } catch (const CLI::ParseError& error) {
     problem = fmt::format("{}\nkelnn --help tells how it is called.", error.what());
     line.command = nullptr;
   }
   if (!problem.empty()) {
     fmt::print(stderr, "kelnn: {}\n", problem);
-    line.exit_code = kBadUsage;
+    line.exit_code = wrote_nothing ? kFailed : kBadUsage;
   }
   return line;
 }

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "files.h"
 #include "library_call.h"
 
 namespace kelnn_cli {
@@ -19,9 +20,17 @@ namespace {
 // Standard output may be closed; then nothing that is opened later may take its number by chance.
 int duplicate(int descriptor) { return fcntl(descriptor, F_DUPFD_CLOEXEC, 3); }
 
-volatile std::sig_atomic_t g_is_interrupted = 0;
+volatile std::sig_atomic_t g_finishes = 0, g_signal = 0;
 
-void remember(int) { g_is_interrupted = 1; }
+void on_signal(int signal) {
+  if (g_finishes && !g_signal && signal != SIGPIPE) {
+    g_signal = signal;
+    return;
+  }
+  remove_temporary_files();
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
 
 // File names need not be UTF-8.
 std::string dumped(const Json& json, int indent) {
@@ -53,6 +62,7 @@ ResultOutput::ResultOutput() : descriptor_(duplicate(STDOUT_FILENO)) {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
   }
+  set_standard_output(descriptor_);
   // In step with what goes to standard error directly. Lines are no unit here: the library ends its
   // colour behind the newline.
   std::setvbuf(stdout, nullptr, _IONBF, 0);
@@ -90,21 +100,30 @@ void Reporter::complain(const std::exception& error) const {
   complain(of_library ? explanation(*of_library) : error.what());
 }
 
-void catch_interruption() {
-  struct sigaction action = {};
-  action.sa_handler = remember;
-  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+void handle_signals() {
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that grows too large is a Failure
+  for (const int signal : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    if (action.sa_handler == SIG_IGN) continue;  // as nohup has it
+    action.sa_handler = on_signal;
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, nullptr);
+  }
 }
 
-bool is_interrupted() { return g_is_interrupted != 0; }
+void catch_interruption() { g_finishes = 1; }
+
+int interruption() { return g_signal; }
 
 bool for_each_input(const std::vector<std::string>& inputs, const Reporter& reporter,
                     const std::function<void(const std::string&)>& work) {
   bool ok = true;
   for (const std::string& input : inputs) {
-    if (is_interrupted()) break;
+    if (interruption()) {
+      reporter.complain(fmt::format("interrupted before {}", input));
+      break;
+    }
     try {
       work(input);
     } catch (const OutputFailure&) {

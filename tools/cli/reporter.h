@@ -50,9 +50,12 @@ class Reporter {
   ResultOutput output_;
 };
 
-// Ctrl-C as a wish to end, so that what has been begun is finished.
-void catch_interruption();  // the first time; the second one ends the process
-bool is_interrupted();
+// A signal that ends the process leaves no temporary files. From main().
+void handle_signals();
+// From here on Ctrl-C is a wish to end, so that what has been begun is finished; the second time it ends the process.
+// SIGTERM and SIGHUP are the same.
+void catch_interruption();
+int interruption();  // the signal; 0: none
 
 // Does something with each input. One that fails is complained about and the others are still done;
 // false: there was one.

@@ -26,8 +26,9 @@ struct OpenCvModule {
 struct VideoModule {
   // Null: not a video; what FFmpeg says is put into `why_not`.
   std::unique_ptr<FrameSource> (*open)(const std::string& path, std::string* why_not);
-  std::unique_ptr<FrameSink> (*make)(const std::string& path, const VideoFormat& format,
-                                     double frames_per_second);
+  // Written to `own_path`; `path` names it in Failures and tells the format.
+  std::unique_ptr<FrameSink> (*make)(const std::string& path, const std::string& own_path,
+                                     const VideoFormat& format, double frames_per_second);
 };
 
 // Both throw a Failure when the module cannot be loaded.

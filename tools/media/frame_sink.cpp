@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "codec_modules.h"
 #include "files.h"
@@ -41,6 +42,33 @@ class PictureSink : public FrameSink {
   Bytes bytes_;
 };
 
+class VideoSink : public FrameSink {
+ public:
+  VideoSink(const std::string& path, double frames_per_second)
+      : path_(path), format_(video_format(path)), frames_per_second_(frames_per_second) {
+    if (!format_) throw Failure(path + ": videos are written as .avi or .mp4");
+  }
+  void write(const cv::Mat& bgr) override {
+    if (!encoder_) {
+      file_.emplace(path_);
+      encoder_ = video_module().make(path_, file_->path(), *format_, frames_per_second_);
+    }
+    encoder_->write(bgr);
+  }
+  void finish() override {
+    if (!encoder_) return;
+    encoder_->finish();
+    file_->take_over();
+  }
+
+ private:
+  std::string path_;
+  const VideoFormat* format_;
+  double frames_per_second_;
+  std::optional<Successor> file_;  // none: there was no frame yet
+  std::unique_ptr<FrameSink> encoder_;
+};
+
 // The input's own name, with an extension that can be written.
 std::string file_name_for(const std::string& input, FrameSource::Kind kind) {
   std::string name = fs::path(input).filename();
@@ -56,9 +84,7 @@ std::unique_ptr<FrameSink> make_picture(const std::string& path) {
 }
 
 std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per_second) {
-  const VideoFormat* format = video_format(path);
-  if (!format) throw Failure(path + ": videos are written as .avi or .mp4");
-  return video_module().make(path, *format, frames_per_second);
+  return std::make_unique<VideoSink>(path, frames_per_second);
 }
 
 DrawingTarget::DrawingTarget(const std::string& out, const std::vector<std::string>& inputs)
@@ -69,15 +95,21 @@ DrawingTarget::DrawingTarget(const std::string& out, const std::vector<std::stri
     throw Failure("--draw " + out + ": of several inputs, drawings go to a directory; " + out +
                   "/ makes one");
   }
+  std::vector<std::string> outputs;
+  for (const std::string& input : inputs) {
+    for (const auto kind : {FrameSource::Kind::kPicture, FrameSource::Kind::kVideo}) {
+      if (!out.empty()) outputs.push_back(path_for(input, kind));
+    }
+  }
+  check_outputs(outputs, inputs);
+}
+
+std::string DrawingTarget::path_for(const std::string& input, FrameSource::Kind kind) const {
+  return is_directory_ ? (fs::path(out_) / file_name_for(input, kind)).string() : out_;
 }
 
 std::string DrawingTarget::claim(const std::string& input, FrameSource::Kind kind) {
-  const std::string path =
-      is_directory_ ? (fs::path(out_) / file_name_for(input, kind)).string() : out_;
-  std::error_code error;
-  if (fs::equivalent(path, input, error)) {
-    throw Failure(path + ": the drawing would take the place of the input");
-  }
+  const std::string path = path_for(input, kind);
   if (std::find(written_.begin(), written_.end(), path) != written_.end()) {
     throw Failure(input + ": the drawing of another input has the name " + path + " already");
   }

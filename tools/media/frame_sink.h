@@ -34,7 +34,8 @@ std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per
 // Which file the frames of each input go to when a command is given --draw OUT.
 class DrawingTarget {
  public:
-  // `out` is a file for a single input, and a directory for several. None: nothing is drawn.
+  // `out` is a file for a single input, and a directory for several. None: nothing is drawn. A UsageError when a drawing
+  // would take the place of an input.
   DrawingTarget(const std::string& out, const std::vector<std::string>& inputs);
 
   // Null when nothing is drawn. `step`: every how many of the source's frames one is written.
@@ -42,6 +43,7 @@ class DrawingTarget {
   std::unique_ptr<FrameSink> open_picture(const std::string& input);
 
  private:
+  std::string path_for(const std::string& input, FrameSource::Kind kind) const;
   std::string claim(const std::string& input, FrameSource::Kind kind);
 
   std::string out_;

@@ -42,7 +42,7 @@ void silence_ffmpeg();
 std::string last_ffmpeg_error();
 
 std::unique_ptr<FrameSource> open_video_file(const std::string& path, std::string* why_not);
-std::unique_ptr<FrameSink> make_video_file(const std::string& path, const VideoFormat& format,
-                                           double frames_per_second);
+std::unique_ptr<FrameSink> make_video_file(const std::string& path, const std::string& own_path,
+                                           const VideoFormat& format, double frames_per_second);
 
 }  // namespace kelnn_cli

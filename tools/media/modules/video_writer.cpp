@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes a video file.
-#include <optional>
-
 #include "ffmpeg.h"
-#include "files.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -22,8 +19,12 @@ struct FreeOutput {
 
 class VideoWriter : public FrameSink {
  public:
-  VideoWriter(const std::string& path, const VideoFormat& format, double frames_per_second)
-      : path_(path), format_(format), rate_(av_d2q(frames_per_second, kMaxRatePart)) {}
+  VideoWriter(const std::string& path, const std::string& own_path, const VideoFormat& format,
+              double frames_per_second)
+      : path_(path),
+        own_path_(own_path),
+        format_(format),
+        rate_(av_d2q(frames_per_second, kMaxRatePart)) {}
 
   void write(const cv::Mat& bgr) override {
     if (!output_) open(bgr.size());
@@ -43,7 +44,6 @@ class VideoWriter : public FrameSink {
     check(av_write_trailer(output_.get()));
     check(output_->pb->error);
     check(avio_closep(&output_->pb));
-    file_->take_over();
   }
 
  private:
@@ -53,7 +53,6 @@ class VideoWriter : public FrameSink {
 
   void open(cv::Size size) {
     size_ = size;
-    file_.emplace(path_);
     AVFormatContext* made = nullptr;
     check(avformat_alloc_output_context2(&made, nullptr, nullptr, path_.c_str()));
     output_.reset(made);
@@ -63,7 +62,7 @@ class VideoWriter : public FrameSink {
     stream->time_base = encoder_->time_base;
     stream->avg_frame_rate = rate_;
     check(avcodec_parameters_from_context(stream->codecpar, encoder_.get()));
-    check(avio_open(&made->pb, ("file:" + file_->path()).c_str(), AVIO_FLAG_WRITE));
+    check(avio_open(&made->pb, ("file:" + own_path_).c_str(), AVIO_FLAG_WRITE));
     check(avformat_write_header(made, nullptr));
   }
 
@@ -110,8 +109,7 @@ class VideoWriter : public FrameSink {
     }
   }
 
-  std::string path_;
-  std::optional<Successor> file_;  // none: there was no frame yet
+  std::string path_, own_path_;
   VideoFormat format_;
   AVRational rate_;
   cv::Size size_;
@@ -125,9 +123,9 @@ class VideoWriter : public FrameSink {
 
 }  // namespace
 
-std::unique_ptr<FrameSink> make_video_file(const std::string& path, const VideoFormat& format,
-                                           double frames_per_second) {
-  return std::make_unique<VideoWriter>(path, format, frames_per_second);
+std::unique_ptr<FrameSink> make_video_file(const std::string& path, const std::string& own_path,
+                                           const VideoFormat& format, double frames_per_second) {
+  return std::make_unique<VideoWriter>(path, own_path, format, frames_per_second);
 }
 
 }  // namespace kelnn_cli
