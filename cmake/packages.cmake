@@ -33,6 +33,9 @@ set(CPACK_KELNN_DEBIAN ${directory})
 # kelnn_package(GROUP NAME SECTION COMPONENTS... DEPENDS packages RECOMMENDS packages DESCRIPTION text)
 macro(kelnn_package group name section)
   cmake_parse_arguments(package "" "DEPENDS;RECOMMENDS;ARCHITECTURE;DESCRIPTION" "COMPONENTS" ${ARGN})
+  if(package_UNPARSED_ARGUMENTS)  # a semicolon ends an argument, and a description with it
+    message(FATAL_ERROR "${name}: not understood: ${package_UNPARSED_ARGUMENTS}")
+  endif()
   string(TOUPPER ${group} GROUP)
   foreach(component ${package_COMPONENTS})
     list(APPEND kelnn_components ${component})
@@ -79,7 +82,7 @@ if(TARGET kelnn_models)
   kelnn_package(models kelnn-models science COMPONENTS models ARCHITECTURE all DESCRIPTION
 "neural-network tasks for small cameras: sample networks
 A small network for each task of libkelnn. They are trained on drawings, show
-that everything works and do not know real people or things; the one for cries
+that everything works and do not know real people or things. The one for cries
 has also heard real babies. models-licences.txt says what they learnt from.")
 endif()
 if(TARGET kelnn_python)
