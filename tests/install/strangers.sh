@@ -102,6 +102,11 @@ expect "moved 1" below/main
 cmake --install below --prefix "$work/nothing" >/dev/null
 [ ! -e nothing ] || fail "the library below another project installs files of its own"
 expect "Total Tests: 0" ctest --test-dir below -N
+# FetchContent does the same; no farther than that it is configured.
+printf '%s\n' 'include(FetchContent)' "FetchContent_Declare(libkelnn SOURCE_DIR \"$root\")" 'FetchContent_MakeAvailable(libkelnn)' \
+  'target_link_libraries(main PRIVATE kelnn::cpp)' >add_subdirectory/page.cmake
+configure -S add_subdirectory -B fetched
+expect "Total Tests: 0" ctest --test-dir fetched -N
 
 step "the tool and its models"
 export HOME=$work
