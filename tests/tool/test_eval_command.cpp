@@ -33,7 +33,16 @@ class EvalCommand : public CommandTest {
     for (const std::string& row : rows) text += row + line_end;
     write("data/labels.csv", text);
   }
-  Json figures(const std::string& task) { return json("eval " + task + " --data data"); }
+  // Any of them may be required: only the labels are missing then.
+  Json figures(const std::string& task) {
+    const Json found = json("eval " + task + " --data data");
+    std::string call = "eval " + task + " --data none";
+    for (const auto& [name, value] : found.items()) {
+      if (value.is_number() || value.is_null()) call += " --require " + name + ">=0";
+    }
+    expect_refused({{call, 1, "none/labels.csv: No such file"}});
+    return found;
+  }
   // That they are near these, and null where these are.
   void expect_figures(const Json& figures, const Json& expected, double tolerance = kTolerance) {
     for (const auto& [name, value] : expected.items()) {
@@ -244,7 +253,7 @@ TEST_F(EvalCommand, ConditionsDecideTheExitCode) {
       {"face-classes", "accuracy>=0.51", 1, "kelnn: accuracy>=0.51 is required, but it is 0.5\n"},
       {"face-classes", "pictures>=2 --require accuracy<=0.25", 1,
        "kelnn: accuracy<=0.25 is required, but it is 0.5\n"},
-      {"face-classes", "recall>=0", 1, "there is no figure recall; there are pictures, accuracy\n"},
+      {"face-classes", "recall>=0", 2, "there is no figure recall; there are pictures, accuracy\n"},
       {"person-detection", "precision>=0", 1, "but it is not defined"},
   };
   for (const auto& c : cases) {
@@ -258,8 +267,32 @@ TEST_F(EvalCommand, ConditionsDecideTheExitCode) {
         kelnn(std::string("eval ") + c.task + " --data data --require " + c.conditions);
     EXPECT_EQ(result.exit_code, c.exit_code);
     EXPECT_THAT(result.err, HasSubstr(c.complaint));
-    EXPECT_NE(result.out, "");
+    EXPECT_EQ(result.out.empty(), c.exit_code == 2) << "a wrong name is told before the work";
   }
+}
+
+// A report that took hours is not lost with a picture.
+TEST_F(EvalCommand, ReportsBeforeItDraws) {
+  save_patches("001_a.png", kLandscape, {});
+  write("file", "no directory");
+  const std::string before = text("data/001_a.png");
+  label({kBoxes, "001_a.png,,,,,"});
+  fs::create_hard_link(path("data/001_a.png"), path("data/001_001_a.png"));
+  const std::string report = out("eval person-detection --data data");
+  const struct {
+    const char *directory, *complaint;
+    int exit_code;
+  } cases[] = {{"file", "kelnn: file: Not a directory", 1},
+               {"data", "data/001_001_a.png: it would take the place of the input", 2}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.directory);
+    const CommandResult result =
+        kelnn(std::string("eval person-detection --data data --draw ") + c.directory);
+    EXPECT_EQ(result.exit_code, c.exit_code);
+    EXPECT_EQ(result.out, report);
+    EXPECT_THAT(result.err, HasSubstr(c.complaint));
+  }
+  EXPECT_EQ(text("data/001_a.png"), before);
 }
 
 TEST_F(EvalCommand, BadLabelsAreToldByLineBeforeAnythingIsEvaluated) {

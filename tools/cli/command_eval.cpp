@@ -13,20 +13,34 @@
 namespace kelnn_cli {
 namespace {
 
+constexpr char kDetectorFigures[] =
+    "pictures, labelled, found, matches, mean_average_precision, precision, recall, mean_iou, "
+    "false_detections_per_picture";
+constexpr char kLandmarkFigures[] =
+    "pictures, mean_point_error, percentile_95_point_error, left_eye_error, right_eye_error, "
+    "nose_error, left_mouth_error, right_mouth_error, yaw_error, pitch_error, roll_error";
+
 struct EvaluatedTask {
   const char* key;
-  Json (*evaluate)(const EvaluationSettings&);
+  const char* figures;  // that may be required; known before they are computed
+  Evaluation (*evaluate)(const EvaluationSettings&);
   bool draws = false;
 };
 constexpr EvaluatedTask kTasks[] = {
-    {"face-detection", evaluate_detector<kel_nn::FaceDetector, 1>, true},
-    {"person-detection", evaluate_detector<kel_nn::PersonDetector, 1>, true},
-    {"four-class-detection", evaluate_detector<kel_nn::ObjectDetector, 4>, true},
-    {"face-landmarks", evaluate_landmarks, true},
-    {"face-features", evaluate_features},
-    {"face-classes", evaluate_face_classes},
-    {"person-classes", evaluate_person_classes},
-    {"cry-detection", evaluate_cry},
+    {"face-detection", kDetectorFigures, evaluate_detector<kel_nn::FaceDetector, 1>, true},
+    {"person-detection", kDetectorFigures, evaluate_detector<kel_nn::PersonDetector, 1>, true},
+    {"four-class-detection", kDetectorFigures, evaluate_detector<kel_nn::ObjectDetector, 4>, true},
+    {"face-landmarks", kLandmarkFigures, evaluate_landmarks, true},
+    {"face-features",
+     "pictures, same_pairs, different_pairs, equal_error_rate, equal_error_threshold, "
+     "true_accept_rate, mean_same_similarity, mean_different_similarity",
+     evaluate_features},
+    {"face-classes", "pictures, accuracy", evaluate_face_classes},
+    {"person-classes", "pictures, accuracy", evaluate_person_classes},
+    {"cry-detection",
+     "sounds, sounds_below_16_khz, windows, cries, too_quiet, heard_as_cry, accuracy, recall, "
+     "false_alarm_rate",
+     evaluate_cry},
 };
 
 const EvaluatedTask* find(const std::string& key) {
@@ -91,18 +105,19 @@ std::string report_text(const Json& report) {
   return filled("{task}: {data}\n", report) + aligned(lines) + tables;
 }
 
+void check_names(const std::vector<Requirement>& requirements, const EvaluatedTask& task) {
+  for (const Requirement& requirement : requirements) {
+    if (fmt::format(", {}, ", task.figures).find(", " + requirement.figure + ", ") ==
+        std::string::npos) {
+      throw UsageError(fmt::format("{} is required, but there is no figure {}; there are {}",
+                                   requirement.text, requirement.figure, task.figures));
+    }
+  }
+}
+
 // Why it is not met, or nothing.
 std::string shortfall(const Requirement& requirement, const Json& figures) {
-  const auto figure = figures.find(requirement.figure);
-  if (figure == figures.end() || !figure->is_number()) {
-    std::vector<std::string> names;
-    for (const auto& [name, value] : figures.items()) {
-      if (value.is_number()) names.push_back(name);
-    }
-    return fmt::format("{} is required, but there is no figure {}; there are {}", requirement.text,
-                       requirement.figure, fmt::join(names, ", "));
-  }
-  const double value = figure->get<double>();
+  const double value = figures.at(requirement.figure).get<double>();
   if (requirement.is_minimum ? value >= requirement.limit : value <= requirement.limit) return "";
   return fmt::format("{} is required, but it is {}", requirement.text,
                      std::isnan(value) ? "not defined" : fmt::format("{:.6g}", value));
@@ -122,7 +137,9 @@ bool can_draw(const std::string& evaluated_task) {
 }
 
 bool eval(const EvalOptions& options, Reporter* reporter) {
-  const Json report = find(options.settings.task)->evaluate(options.settings);
+  const EvaluatedTask& task = *find(options.settings.task);
+  check_names(options.requirements, task);
+  const auto [report, draw] = task.evaluate(options.settings);
   reporter->report(report, report_text);
   bool ok = true;
   for (const Requirement& requirement : options.requirements) {
@@ -131,6 +148,7 @@ bool eval(const EvalOptions& options, Reporter* reporter) {
     reporter->complain(complaint);
     ok = false;
   }
+  draw();
   return ok;
 }
 

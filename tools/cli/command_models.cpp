@@ -53,13 +53,16 @@ std::string list_text(const Json& list) {
   return text;
 }
 
-// Loaded the way the task will load it, and held against the task's shapes.
-void check_network(const std::string& path, const Bytes& onnx, const Task& task) {
-  Network network(path, Network::File::kPlain, onnx);
+// The model that is going to be the task's, loaded the way the task will load it and held against the task's shapes.
+// `path` is where the network came from.
+void check_network(const std::string& path, const Bytes& onnx, const Successor& model,
+                   const Task& task) {
+  Network network(model.path(), onnx);
+  const std::string misfit = network.problem().empty() ? network.misfit(task) : "";
+  if (network.problem().empty() && misfit.empty()) return;
   std::fputs(network.library_lines().c_str(), stdout);  // which is standard error
   if (!network.problem().empty()) throw Failure(path + ": " + network.problem());
-  const std::string misfit = network.misfit(task);
-  if (!misfit.empty()) throw Failure(path + " does not fit " + task.key + ": " + misfit);
+  throw Failure(path + " does not fit " + task.key + ": " + misfit);
 }
 
 // The file that is meant by a task or a path.
@@ -114,9 +117,11 @@ bool pack(const PackOptions& options, Reporter* reporter) {
   const std::string path = model_path(options.task, options.root);
   check_outputs({path}, {options.network});
   const Bytes network = read_file(options.network);
-  if (!options.is_raw) check_network(options.network, network, task);
   const Bytes packed = options.is_raw ? pack_raw(task, network) : pack_network(task, network);
-  write_file(path, packed);
+  Successor model(path);
+  model.write(packed);
+  if (!options.is_raw) check_network(options.network, network, model, task);
+  model.take_over();
   reporter->report({{"task", task.key}, {"path", path}, {"bytes", packed.size()}},
                    line("{task}: {path} ({bytes} bytes)\n"));
   return true;

@@ -94,7 +94,9 @@ std::string manual_page(const CLI::App& app) {
   for (const CLI::App* command : app.get_subcommands(nullptr)) text += manual_section(*command);
   return text +
          ".SH EXIT STATUS\n0 fine, 1 the command failed or found something wrong, 2 it was called "
-         "wrongly.\n"
+         "wrongly, 128 and a signal's number: it ended by that, and left no file half written (130 "
+         "SIGINT, "
+         "143 SIGTERM).\n"
          ".SH ENVIRONMENT\n.TP\n.B KELNN_MODELS\nThe directory of the model files for commands "
          "without \\-\\-root.\n"
          ".SH FILES\n.TP\n.I ~/.local/share/kelnn/models\nThe user's models; "

@@ -476,7 +476,7 @@ CommandLine parse(int argc, char** argv) {
   app.add_flag("--json", line.wants_json, "Print the result as JSON");
   app.footer(
       "kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly,\n"
-      "130 interrupted (SIGINT), 143 ended (SIGTERM); then what was begun has been finished.");
+      "130 interrupted (SIGINT), 143 ended (SIGTERM): no file is left half written.");
   for (const auto add : {add_model_files, add_cut_outs, add_eval, add_detectors, add_motion,
                          add_watch, add_cry, add_features}) {
     add({&app, &line.command});

@@ -46,7 +46,7 @@ bool hear(const std::string& path, int label, kel_nn::CryDetector* detector,
 
 }  // namespace
 
-Json evaluate_cry(const EvaluationSettings& settings) {
+Evaluation evaluate_cry(const EvaluationSettings& settings) {
   const std::vector<LabelRow> rows =
       read_class_labels(settings.data, {{"file", "cry", "kind"}, {}}, kClassCount);
   kel_nn::CryDetector detector{kel_nn::Library(settings.root)};
@@ -68,7 +68,7 @@ Json evaluate_cry(const EvaluationSettings& settings) {
     report["kinds"].push_back({{"kind", kind}});
     report["kinds"].back().update(windows.json());
   }
-  return report;
+  return {report};
 }
 
 }  // namespace kelnn_cli

@@ -110,8 +110,8 @@ constexpr float kPersonProbability = 0.5f;
 
 // `class_of` gives the class of a task's result and the number that it rests on.
 template <typename Task, typename ClassOf>
-Json evaluate_classes(const EvaluationSettings& settings, int class_count,
-                      const ClassOf& class_of) {
+Evaluation evaluate_classes(const EvaluationSettings& settings, int class_count,
+                            const ClassOf& class_of) {
   const auto rows = read_class_labels(settings.data, {{"file", "class"}, {}}, class_count);
   Task task{kel_nn::Library(settings.root)};
   ConfusionMatrix confusion(class_count);
@@ -127,12 +127,12 @@ Json evaluate_classes(const EvaluationSettings& settings, int class_count,
   report["accuracy"] = confusion.accuracy();
   for (int id = 0; id < class_count; ++id) report["recall"].push_back(confusion.recall(id));
   report["confusion"] = confusion.rows();
-  return report;
+  return {report};
 }
 
 }  // namespace
 
-Json evaluate_landmarks(const EvaluationSettings& settings) {
+Evaluation evaluate_landmarks(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, kLandmarkColumns, RowsPerFile::kOne);
   std::vector<LabelledFace> faces;
   std::vector<std::string> files;
@@ -152,7 +152,6 @@ Json evaluate_landmarks(const EvaluationSettings& settings) {
     errors.push_back(errors_of(face, found.back(), square.part));
     badness.push_back(errors.back().mean_point());
   });
-  draw_worst(settings, files, badness, [&](size_t i) { return drawn(faces[i], found[i]); });
   const auto [mean, percentile_95, points, pose] = landmark_figures(errors);
   Json report = begin_report(settings, faces.size());
   report.update({{"mean_point_error", mean},
@@ -165,10 +164,13 @@ Json evaluate_landmarks(const EvaluationSettings& settings) {
                  {"yaw_error", pose[0]},
                  {"pitch_error", pose[1]},
                  {"roll_error", pose[2]}});
-  return report;
+  return {report, [=] {
+            draw_worst(settings, files, badness,
+                       [&](size_t i) { return drawn(faces[i], found[i]); });
+          }};
 }
 
-Json evaluate_features(const EvaluationSettings& settings) {
+Evaluation evaluate_features(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
   kel_nn::FaceFeatures task{kel_nn::Library(settings.root)};
   std::vector<kel_nn::Feature> all;
@@ -187,16 +189,16 @@ Json evaluate_features(const EvaluationSettings& settings) {
                  {"true_accept_rate", figures.true_accept_rate},
                  {"mean_same_similarity", figures.mean_same},
                  {"mean_different_similarity", figures.mean_different}});
-  return report;
+  return {report};
 }
 
-Json evaluate_face_classes(const EvaluationSettings& settings) {
+Evaluation evaluate_face_classes(const EvaluationSettings& settings) {
   return evaluate_classes<kel_nn::FaceClassifier>(
       settings, kFaceClassCount,
       [](const kel_nn::FaceClass& found) { return std::pair(found.id, found.score); });
 }
 
-Json evaluate_person_classes(const EvaluationSettings& settings) {
+Evaluation evaluate_person_classes(const EvaluationSettings& settings) {
   return evaluate_classes<kel_nn::PersonClassifier>(settings, kPersonClassCount, [](float person) {
     return std::pair(person >= kPersonProbability ? 0 : 1, person);
   });

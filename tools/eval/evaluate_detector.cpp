@@ -127,7 +127,7 @@ Json json_of(const DetectionFigures& figures, const char* average_precision) {
 }  // namespace
 
 template <typename Task, int kClassCount>
-Json evaluate_detector(const EvaluationSettings& settings) {
+Evaluation evaluate_detector(const EvaluationSettings& settings) {
   const std::vector<LabelledPicture> pictures = read_pictures(settings.data, kClassCount);
   const std::vector<DetectedPicture> detected = look_at<Task>(settings, pictures);
   std::vector<std::string> files;
@@ -136,9 +136,6 @@ Json evaluate_detector(const EvaluationSettings& settings) {
     files.push_back(pictures[i].file);
     badness.push_back(static_cast<double>(mistakes(detected[i])));
   }
-  draw_worst(settings, files, badness, [&](size_t i) {
-    return drawn(load_picture(path_of(settings.data, files[i])), detected[i], kClassCount > 1);
-  });
   const DetectionEvaluation figures = evaluate_detections(detected, kClassCount);
   Json report = {{"task", settings.task}, {"data", settings.data}, {"pictures", pictures.size()}};
   report.update(json_of(figures.all, "mean_average_precision"));
@@ -148,11 +145,16 @@ Json evaluate_detector(const EvaluationSettings& settings) {
     report["classes"].push_back({{"class", report["classes"].size()}});
     report["classes"].back().update(json_of(one, "average_precision"));
   }
-  return report;
+  return {report, [=] {
+            draw_worst(settings, files, badness, [&](size_t i) {
+              const cv::Mat picture = load_picture(path_of(settings.data, files[i]));
+              return drawn(picture, detected[i], kClassCount > 1);
+            });
+          }};
 }
 
-template Json evaluate_detector<kel_nn::FaceDetector, 1>(const EvaluationSettings&);
-template Json evaluate_detector<kel_nn::PersonDetector, 1>(const EvaluationSettings&);
-template Json evaluate_detector<kel_nn::ObjectDetector, 4>(const EvaluationSettings&);
+template Evaluation evaluate_detector<kel_nn::FaceDetector, 1>(const EvaluationSettings&);
+template Evaluation evaluate_detector<kel_nn::PersonDetector, 1>(const EvaluationSettings&);
+template Evaluation evaluate_detector<kel_nn::ObjectDetector, 4>(const EvaluationSettings&);
 
 }  // namespace kelnn_cli

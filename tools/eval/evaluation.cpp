@@ -18,11 +18,18 @@ void draw_worst(const EvaluationSettings& settings, const std::vector<std::strin
   std::iota(order.begin(), order.end(), size_t{0});
   std::stable_sort(order.begin(), order.end(),
                    [&](size_t a, size_t b) { return badness[a] > badness[b]; });
-  for (size_t rank = 0; rank < std::min(order.size(), kMaxDrawings); ++rank) {
-    std::string name = files[order[rank]];
+  order.resize(std::min(order.size(), kMaxDrawings));
+  std::vector<std::string> drawings, inputs;
+  for (const size_t file : order) {
+    std::string name = files[file];
     std::replace(name.begin(), name.end(), '/', '_');
-    const auto sink =
-        make_picture(fmt::format("{}{:03}_{}", with_slash(settings.drawings), rank + 1, name));
+    drawings.push_back(
+        fmt::format("{}{:03}_{}", with_slash(settings.drawings), drawings.size() + 1, name));
+  }
+  for (const std::string& file : files) inputs.push_back(path_of(settings.data, file));
+  check_outputs(drawings, inputs);
+  for (size_t rank = 0; rank < order.size(); ++rank) {
+    const auto sink = make_picture(drawings[rank]);
     sink->write(draw(order[rank]));
     sink->finish();
   }

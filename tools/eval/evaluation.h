@@ -25,15 +25,20 @@ struct EvaluationSettings {
 
 constexpr size_t kMaxDrawings = 50;
 
-// Each gives one object: what was looked at, counts and figures by their names, and lists of them by class or
+struct Evaluation {
+  Json report;
+  std::function<void()> draw = [] {};  // the worst pictures, once the report is out
+};
+
+// Each reports one object: what was looked at, counts and figures by their names, and lists of them by class or
 // kind. Null where a figure is of nothing, as the recall of a class that no label has.
 template <typename Task, int kClassCount>  // kel_nn::FaceDetector, PersonDetector or ObjectDetector
-Json evaluate_detector(const EvaluationSettings& settings);
-Json evaluate_landmarks(const EvaluationSettings& settings);
-Json evaluate_features(const EvaluationSettings& settings);
-Json evaluate_face_classes(const EvaluationSettings& settings);
-Json evaluate_person_classes(const EvaluationSettings& settings);
-Json evaluate_cry(const EvaluationSettings& settings);
+Evaluation evaluate_detector(const EvaluationSettings& settings);
+Evaluation evaluate_landmarks(const EvaluationSettings& settings);
+Evaluation evaluate_features(const EvaluationSettings& settings);
+Evaluation evaluate_face_classes(const EvaluationSettings& settings);
+Evaluation evaluate_person_classes(const EvaluationSettings& settings);
+Evaluation evaluate_cry(const EvaluationSettings& settings);
 
 // ----- What several of them need -----------------------------------------------------------------
 
@@ -58,7 +63,8 @@ void check_are_numbers(const Values& values, const std::string& path) {
 }
 
 // Where drawings are wanted: the worst files, as "DIR/001_cat.png", ... which sort by how bad they are.
-// `badness` has a value for each of `files`, `draw` gives the picture of one by its index.
+// `badness` has a value for each of `files`, `draw` gives the picture of one by its index. A UsageError when a drawing would
+// take the place of one of the files.
 void draw_worst(const EvaluationSettings& settings, const std::vector<std::string>& files,
                 const std::vector<double>& badness, const std::function<cv::Mat(size_t)>& draw);
 

@@ -32,7 +32,7 @@ std::string fitting_tasks(Network* network) {
 // What keeps a file that is whole from being a task's model on a PC, which loads it; or nothing.
 std::string misfit_on_pc(const Task& task, const std::string& path, const ModelFile& file) {
   if (!file.is_onnx) return "not a model that was packed for a PC";
-  Network network(path, Network::File::kScrambled, file.network);
+  Network network(path, file.network);
   if (!network.problem().empty()) return "the network does not load: " + network.problem();
   const std::string misfit = network.misfit(task);
   if (misfit.empty()) return "";

@@ -41,10 +41,10 @@ std::string output_misfit(size_t index, const kel_nn::Graph::Output& output, con
 
 }  // namespace
 
-Network::Network(const std::string& path, File kind, const Bytes& onnx) {
+Network::Network(const std::string& path, const Bytes& onnx) {
   kel_nn::Messages messages;
   try {
-    graph_.emplace(path, kind == File::kScrambled);
+    graph_.emplace(path, /*scrambled=*/true);
   } catch (const kel_nn::Error&) {
     problem_ = load_problem(onnx);
   }

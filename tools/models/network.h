@@ -13,9 +13,8 @@ namespace kelnn_cli {
 
 class Network {
  public:
-  enum class File { kPlain, kScrambled };
-  // `onnx`: what is in the file, to ask the runtime about.
-  Network(const std::string& path, File kind, const Bytes& onnx);
+  // Of a packed model. `onnx`: what is in it, to ask the runtime about.
+  Network(const std::string& path, const Bytes& onnx);
 
   // Why it did not load, or nothing.
   const std::string& problem() const { return problem_; }
