@@ -36,6 +36,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -327,6 +328,14 @@ class Image {
     check(kel_nn_kit_crop(&frame.view(), rect, &image));
   }
 
+  /** A face turned and scaled so that its five points lie where networks for features want them;
+   *  kel_nn_kit_align_face(), also for what `points` are.
+   */
+  void align(const Frame& frame, const std::array<float, 10>& points) {
+    const kel_nn_kit_image_t image = view();
+    check(kel_nn_kit_align_face(&frame.view(), points.data(), &image));
+  }
+
   /** Rows from top to bottom, channels interleaved, no padding. */
   uint8_t* data() { return bytes_.data(); }
 
@@ -356,6 +365,9 @@ class Image {
     if (result == KEL_NN_KIT_NO_MEMORY) throw Error(Error::kMemory, "picture", "memory is short");
     if (result == KEL_NN_KIT_OUTSIDE) {
       throw Error(Error::kFrame, "picture", "the rectangle is outside the frame");
+    }
+    if (result == KEL_NN_KIT_NO_FACE) {
+      throw Error(Error::kFrame, "picture", "the points do not lie like a face's");
     }
     if (result != 0) throw Error(Error::kFrame, "picture", "no such frame");
   }
@@ -747,6 +759,23 @@ class FaceFeatures : public CropTask {
 struct Landmarks {
   std::array<float, 10> points; /**< x and y of each */
   std::array<float, 3> pose;    /**< three values */
+
+  /** The points in the frame's pixels, for Image::align(), of a model that gives them as parts of
+   *  the cut-out. `face`: what was cut out; of it, what lies in the frame.
+   */
+  std::array<float, 10> in_frame(const Frame& frame, Rect face) const {
+    const auto place = [](float part, int start, int size, int limit) {
+      const int first = std::max(start, 0);
+      const int end = static_cast<int>(std::min<int64_t>(int64_t{start} + size, limit));
+      return static_cast<float>(first) + part * static_cast<float>(end - first);
+    };
+    std::array<float, 10> places;
+    for (size_t i = 0; i < places.size(); i += 2) {
+      places[i] = place(points[i], face.x, face.w, frame.size().w);
+      places[i + 1] = place(points[i + 1], face.y, face.h, frame.size().h);
+    }
+    return places;
+  }
 };
 
 /** Where are eyes, nose and mouth?

@@ -37,6 +37,7 @@ extern "C" {
 #define KEL_NN_KIT_INVALID (-1)   /**< null pointer, size, stride or format that cannot be */
 #define KEL_NN_KIT_OUTSIDE (-2)   /**< the rectangle and the frame have no pixel in common */
 #define KEL_NN_KIT_NO_MEMORY (-3) /**< no scratch memory */
+#define KEL_NN_KIT_NO_FACE (-4)   /**< the five points do not lie like those of a face */
 
 /** The longest side of a frame or image. */
 #define KEL_NN_KIT_MAX_SIDE 16384
@@ -152,6 +153,34 @@ int kel_nn_kit_scale(const kel_nn_kit_frame_t* frame, const kel_nn_kit_image_t* 
  */
 int kel_nn_kit_crop(const kel_nn_kit_frame_t* frame, kel_nn_kit_rect_t rect,
                     const kel_nn_kit_image_t* image);
+
+/** How many points kel_nn_kit_align_face() takes. */
+#define KEL_NN_KIT_FACE_POINT_COUNT 5
+
+/** Turns, scales and moves a face so that its points come to lie where networks for face features
+ *  expect them.
+ *
+ *  points  x and y of five points in the frame's pixels, where (0, 0) is the upper left corner of the
+ *          first pixel: the eye on the left of the picture, the one on the right, the tip of the
+ *          nose, the left and the right corner of the mouth.
+ *  image   112 x 112 for the library's tasks. In an image of that size the points come to
+ *          (38.4, 51.6), (73.6, 51.6), (56.0, 71.7), (41.4, 92.3) and (70.6, 92.3), as near as a
+ *          similarity transform without mirroring takes them: the least sum of squares (S. Umeyama,
+ *          "Least-squares estimation of transformation parameters between two point patterns",
+ *          1991). In another size the places grow with its sides. They are an average face's, upright and
+ *          symmetric, as most networks of this kind are trained with.
+ *  returns KEL_NN_KIT_NO_FACE for points that no turn and scale brings near: not finite, all at one
+ *          place, left and right exchanged.
+ *
+ *  Pixels are interpolated between four in double precision and rounded half up; beyond the frame's
+ *  edges its outermost pixels are repeated. NV12 becomes NV12 of the image's size first.
+ *
+ *      float points[2 * KEL_NN_KIT_FACE_POINT_COUNT]; // of kel_nn_facelm_process(), taken to the frame
+ *      kel_nn_kit_image_t face = {pixels, 112, 112, KEL_NN_KIT_GREY, &scratch};
+ *      kel_nn_kit_align_face(&frame, points, &face);
+ */
+int kel_nn_kit_align_face(const kel_nn_kit_frame_t* frame, const float* points,
+                          const kel_nn_kit_image_t* image);
 
 /** The rectangle of a box, rounded to whole pixels; for the boxes of the person and four-class
  *  detectors, whose centres are rounded down, exactly the one that was found. Values beyond an int

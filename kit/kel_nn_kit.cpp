@@ -88,6 +88,46 @@ void resize(Plane plane, uint8_t* doubled, const Destination& to) {
            to.stride);
 }
 
+// ----- Turned planes -----------------------------------------------------------------------------
+
+// From places in the image to places in a plane: x, y to (a x - b y + left, b x + a y + top). Places
+// are those of edges: the middle of the first pixel is (0.5, 0.5).
+struct Similarity {
+  double a, b, left, top;
+};
+
+// The two pixels of a row or column around a place, and how far it is from the first to the second;
+// beyond the edges the outermost pixel twice.
+struct Neighbours {
+  int first, second;
+  double part;
+};
+Neighbours neighbours(double place, int size) {
+  const double position = std::min(std::max(place - 0.5, 0.0), static_cast<double>(size - 1));
+  const int first = static_cast<int>(position);
+  return {first, std::min(first + 1, size - 1), position - first};
+}
+
+void turn(const Plane& plane, const Similarity& to_plane, const Destination& to) {
+  const Similarity by = to_plane;
+  for (int y = 0; y < to.height; ++y) {
+    uint8_t* pixel = to.row(y);
+    for (int x = 0; x < to.width; ++x) {
+      const double u = x + 0.5, v = y + 0.5;
+      const Neighbours column = neighbours(by.a * u - by.b * v + by.left, plane.width);
+      const Neighbours row = neighbours(by.b * u + by.a * v + by.top, plane.height);
+      const uint8_t* above = plane.pixels + static_cast<ptrdiff_t>(plane.stride) * row.first;
+      const uint8_t* below = plane.pixels + static_cast<ptrdiff_t>(plane.stride) * row.second;
+      const int left = column.first * plane.channels, right = column.second * plane.channels;
+      for (int i = 0; i < plane.channels; ++i) {
+        const double upper = above[left + i] + (above[right + i] - above[left + i]) * column.part;
+        const double lower = below[left + i] + (below[right + i] - below[left + i]) * column.part;
+        *pixel++ = static_cast<uint8_t>(upper + (lower - upper) * row.part + 0.5);
+      }
+    }
+  }
+}
+
 // ----- Pixels ------------------------------------------------------------------------------------
 
 // BT.601 in 256ths; the formulas are in the header.
@@ -184,13 +224,27 @@ kel_nn_kit_rect_t chroma_rect(const Plane& chroma, const kel_nn_kit_rect_t& rect
   return {left, top, right - left, bottom - top};
 }
 
+// What of a frame is wanted: a rectangle, or all of it turned.
+struct Source {
+  kel_nn_kit_rect_t rect;
+  const Similarity* turned;  // from the image's places to the frame's; null: the rectangle
+};
+
+void sample(const Plane& plane, const Similarity* turned, uint8_t* doubled, const Destination& to) {
+  if (turned) {
+    turn(plane, *turned, to);
+  } else {
+    resize(plane, doubled, to);
+  }
+}
+
 // Both rectangles lie in their pictures and are not empty. False without memory.
-bool render_nv12(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
+bool render_nv12(const kel_nn_kit_frame_t& frame, const Source& source,
                  const kel_nn_kit_image_t& image, const Destination& to) {
   const YuvWeights& weights = frame.format == KEL_NN_KIT_NV12 ? kVideoRange : kFullRange;
-  const Plane luma = part_of(first_plane(frame), rect);
+  const Plane luma = part_of(first_plane(frame), source.rect);
   const Plane all_chroma = chroma_plane(frame);
-  const Plane chroma = part_of(all_chroma, chroma_rect(all_chroma, rect));
+  const Plane chroma = part_of(all_chroma, chroma_rect(all_chroma, source.rect));
   const bool grey = image.format == KEL_NN_KIT_GREY;
   // Half the size, as in a frame: colour has no detail that a network would miss.
   const int chroma_width = (to.width + 1) / 2, chroma_height = (to.height + 1) / 2;
@@ -201,15 +255,20 @@ bool render_nv12(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
   if (!scratch.has(size)) return false;
   uint8_t* const doubled = scratch.bytes() + scaled_size;
   if (grey) {
-    resize(luma, doubled, to);
+    sample(luma, source.turned, doubled, to);
     for (int y = 0; y < to.height; ++y) stretch_luma(weights, to.width, to.row(y));
     return true;
   }
   const Destination scaled_luma = {scratch.bytes(), to.width, to.height, to.width};
   const Destination scaled_chroma = {scratch.bytes() + luma_size, chroma_width, chroma_height,
                                      2 * chroma_width};
-  resize(luma, doubled, scaled_luma);
-  resize(chroma, doubled, scaled_chroma);
+  sample(luma, source.turned, doubled, scaled_luma);
+  if (source.turned) {  // image and frame have half the size in both directions
+    const Similarity& by = *source.turned;
+    turn(chroma, {by.a, by.b, by.left / 2, by.top / 2}, scaled_chroma);
+  } else {
+    resize(chroma, doubled, scaled_chroma);
+  }
   const auto row_function = image.format == KEL_NN_KIT_RGB ? rgb_row : bgr_row;
   for (int y = 0; y < to.height; ++y) {
     row_function(scaled_luma.row(y), scaled_chroma.row(y / 2), weights, to.width, to.row(y));
@@ -217,9 +276,9 @@ bool render_nv12(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
   return true;
 }
 
-bool render_interleaved(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& rect,
+bool render_interleaved(const kel_nn_kit_frame_t& frame, const Source& source,
                         const kel_nn_kit_image_t& image, const Destination& to) {
-  const Plane part = part_of(first_plane(frame), rect);
+  const Plane part = part_of(first_plane(frame), source.rect);
   const bool in_place = part.channels == channels_of(image.format);
   const size_t scaled_size = in_place ? 0 : size_of(to.width, to.height, part.channels);
   const size_t size = scaled_size + doubled_size(part);
@@ -227,7 +286,7 @@ bool render_interleaved(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t
   if (!scratch.has(size)) return false;
   Destination scaled = to;
   if (!in_place) scaled = {scratch.bytes(), to.width, to.height, to.width * part.channels};
-  resize(part, scratch.bytes() + scaled_size, scaled);
+  sample(part, source.turned, scratch.bytes() + scaled_size, scaled);
   if (frame.format == image.format) return true;
   for (int y = 0; y < to.height; ++y) {
     if (in_place) {
@@ -242,8 +301,8 @@ bool render_interleaved(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t
   return true;
 }
 
-int render(const kel_nn_kit_frame_t& frame, const kel_nn_kit_rect_t& source,
-           const kel_nn_kit_image_t& image, const kel_nn_kit_rect_t& destination) {
+int render(const kel_nn_kit_frame_t& frame, const Source& source, const kel_nn_kit_image_t& image,
+           const kel_nn_kit_rect_t& destination) {
   const int channels = channels_of(image.format);
   const int stride = image.width * channels;
   uint8_t* first = image.data + static_cast<ptrdiff_t>(stride) * destination.y +
@@ -277,6 +336,10 @@ bool is_valid(const kel_nn_kit_image_t* image) {
 
 kel_nn_kit_rect_t whole(const kel_nn_kit_frame_t& frame) {
   return {0, 0, frame.width, frame.height};
+}
+
+kel_nn_kit_rect_t whole(const kel_nn_kit_image_t& image) {
+  return {0, 0, image.width, image.height};
 }
 
 // ----- Letterbox ---------------------------------------------------------------------------------
@@ -371,6 +434,51 @@ Interval rounded_interval(float centre, float size) {
   return {first, saturated(static_cast<double>(saturated(end)) - first)};
 }
 
+// ----- Faces -------------------------------------------------------------------------------------
+
+constexpr int kPointCount = KEL_NN_KIT_FACE_POINT_COUNT;
+
+struct Points {
+  double x[kPointCount], y[kPointCount];
+};
+
+// Where the points of an aligned face are; the header says why there.
+constexpr double kAlignedSide = 112;
+constexpr Points kAligned = {{38.4, 73.6, 56.0, 41.4, 70.6}, {51.6, 51.6, 71.7, 92.3, 92.3}};
+
+// Of the points' extent, what a turned and scaled face must account for.
+constexpr double kLeastExplained = 0.5;
+
+double mean(const double* values) {
+  double sum = 0;
+  for (int i = 0; i < kPointCount; ++i) sum += values[i];
+  return sum / kPointCount;
+}
+
+// The similarity transform without mirroring that takes `from` nearest to `to` in the sum of squares
+// (S. Umeyama, 1991; in the plane its singular value decomposition is these two sums), turned round:
+// from places in `to` to places in `from`. False where there is none worth the name.
+bool fit_back(const Points& from, const Points& to, Similarity* back) {
+  const double from_x = mean(from.x), from_y = mean(from.y), to_x = mean(to.x), to_y = mean(to.y);
+  double along = 0, across = 0, from_extent = 0, to_extent = 0;
+  for (int i = 0; i < kPointCount; ++i) {
+    const double x = from.x[i] - from_x, y = from.y[i] - from_y;
+    const double wanted_x = to.x[i] - to_x, wanted_y = to.y[i] - to_y;
+    along += x * wanted_x + y * wanted_y;
+    across += x * wanted_y - y * wanted_x;
+    from_extent += x * x + y * y;
+    to_extent += wanted_x * wanted_x + wanted_y * wanted_y;
+  }
+  const double fitted = along * along + across * across;
+  if (!(from_extent > 0) || !(fitted >= kLeastExplained * from_extent * to_extent)) return false;
+  // Forwards: a = along / from_extent, b = across / from_extent.
+  back->a = along * from_extent / fitted;
+  back->b = -across * from_extent / fitted;
+  back->left = from_x - (back->a * to_x - back->b * to_y);
+  back->top = from_y - (back->b * to_x + back->a * to_y);
+  return true;
+}
+
 }  // namespace
 
 void kel_nn_kit_scratch_free(kel_nn_kit_scratch_t* scratch) {
@@ -401,12 +509,12 @@ int kel_nn_kit_letterbox(const kel_nn_kit_frame_t* frame, const kel_nn_kit_image
   letterbox_rects({frame->width, frame->height}, {image->width, image->height}, &source,
                   &destination);
   pad_around(destination, *image);
-  return render(*frame, source, *image, destination);
+  return render(*frame, {source, nullptr}, *image, destination);
 }
 
 int kel_nn_kit_scale(const kel_nn_kit_frame_t* frame, const kel_nn_kit_image_t* image) {
   if (!is_valid(frame) || !is_valid(image)) return KEL_NN_KIT_INVALID;
-  return render(*frame, whole(*frame), *image, {0, 0, image->width, image->height});
+  return render(*frame, {whole(*frame), nullptr}, *image, whole(*image));
 }
 
 int kel_nn_kit_crop(const kel_nn_kit_frame_t* frame, kel_nn_kit_rect_t rect,
@@ -415,8 +523,25 @@ int kel_nn_kit_crop(const kel_nn_kit_frame_t* frame, kel_nn_kit_rect_t rect,
   const Interval x = clipped(rect.x, rect.w, frame->width);
   const Interval y = clipped(rect.y, rect.h, frame->height);
   if (x.size == 0 || y.size == 0) return KEL_NN_KIT_OUTSIDE;
-  return render(*frame, {x.start, y.start, x.size, y.size}, *image,
-                {0, 0, image->width, image->height});
+  return render(*frame, {{x.start, y.start, x.size, y.size}, nullptr}, *image, whole(*image));
+}
+
+int kel_nn_kit_align_face(const kel_nn_kit_frame_t* frame, const float* points,
+                          const kel_nn_kit_image_t* image) {
+  if (!is_valid(frame) || !is_valid(image) || !points) return KEL_NN_KIT_INVALID;
+  Points face, aligned;
+  for (int i = 0; i < kPointCount; ++i) {
+    const float x = points[2 * i], y = points[2 * i + 1];
+    const float largest = std::numeric_limits<float>::max();
+    if (!(std::fabs(x) <= largest && std::fabs(y) <= largest)) return KEL_NN_KIT_NO_FACE;
+    face.x[i] = x;
+    face.y[i] = y;
+    aligned.x[i] = kAligned.x[i] * (image->width / kAlignedSide);
+    aligned.y[i] = kAligned.y[i] * (image->height / kAlignedSide);
+  }
+  Similarity to_frame;
+  if (!fit_back(face, aligned, &to_frame)) return KEL_NN_KIT_NO_FACE;
+  return render(*frame, {whole(*frame), &to_frame}, *image, whole(*image));
 }
 
 kel_nn_kit_rect_t kel_nn_kit_rect_of_box(const kel_nn_box_t* box) {

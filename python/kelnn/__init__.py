@@ -28,7 +28,7 @@ from ._errors import Error, FrameError, InUseError, ModelError, OutOfMemoryError
 from ._kelnn import (
     BOX, LOWEST_GATE, SAMPLE_RATE, WINDOW_SAMPLES, CryDetector, Detection, FaceClass, FaceClassifier, FaceDetector,
     FaceFeatures, FaceLandmarks, Format, Frame, Graph, Landmarks, Library, MotionFilter, ObjectDetector,
-    PersonClassifier, PersonDetector, Rect, SoundFeatures, __version__, centernet, centre_square, crop, detector_input,
+    PersonClassifier, PersonDetector, Rect, SoundFeatures, __version__, align, centernet, centre_square, crop, detector_input,
     fft, inner, iou, l1norm, l2norm, letterbox, letterbox_rects, loudness, mel, nms, pre_emphasise, real_fft, rects,
     resize, resize_nv12, scale, sigmoid, similarity, softmax, warp_frequency, yolov3, zero_mean)
 from ._messages import messages
@@ -38,7 +38,7 @@ __all__ = [
     "BOX", "LOWEST_GATE", "SAMPLE_RATE", "WINDOW_SAMPLES", "CryDetector", "Detection", "Error", "FaceClass",
     "FaceClassifier", "FaceDetector", "FaceFeatures", "FaceLandmarks", "Format", "Frame", "FrameError", "Graph",
     "InUseError", "Landmarks", "Library", "ModelError", "MotionFilter", "ObjectDetector", "OutOfMemoryError",
-    "PersonClassifier", "PersonDetector", "Rect", "RunError", "SoundFeatures", "__version__", "centernet",
+    "PersonClassifier", "PersonDetector", "Rect", "RunError", "SoundFeatures", "__version__", "align", "centernet",
     "centre_square", "crop", "detector_input", "fft", "find_models", "inner", "iou", "l1norm", "l2norm", "letterbox",
     "letterbox_rects", "loudness", "mel", "messages", "nms", "pre_emphasise", "real_fft", "rects", "resize",
     "resize_nv12", "scale", "sigmoid", "similarity", "softmax", "warp_frequency", "yolov3", "zero_mean"]

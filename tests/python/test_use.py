@@ -34,6 +34,10 @@ def test_frames_of_every_kind_are_looked_at_where_they_lie() -> None:
     assert np.array_equal(kelnn.scale(wide[:, :, 0].copy(), size, kelnn.Format.GREY),
                           kelnn.resize(wide[:, :, 0].copy(), size))
     assert np.array_equal(kelnn.crop(wide, (20, 10, 120, 60), (120, 60)), whole)
+    points = np.array([[38.4, 51.6], [73.6, 51.6], [56.0, 71.7], [41.4, 92.3], [70.6, 92.3]], np.float32)
+    assert np.array_equal(kelnn.align(grey, points), grey)  # they lie where they are wanted
+    assert np.array_equal(kelnn.align(colour, points + np.array([5, 0], np.float32), format=kelnn.Format.RGB)[:, :-5],
+                          colour[:, 5:])
     # Odd sides share the colour of the pair beside them: 41 rows of luma have 20 of chroma.
     nv12 = np.random.default_rng(6).integers(0, 256, (41 + 20, 61), np.uint8)
     apart = kelnn.Frame.nv12(nv12[:41], chroma_view(nv12, 41))
@@ -101,6 +105,7 @@ def test_wrong_arrays(words: str) -> None:
     lambda: kelnn.scale(grey, (0, 5)),
     lambda: kelnn.letterbox(grey, (5, 16385)),
     lambda: kelnn.crop(grey, (112, 0, 5, 5)),
+    lambda: kelnn.align(grey, np.zeros((5, 2), np.float32)),
     lambda: kelnn.Frame.rgb(np.zeros((0, 5, 3), np.uint8)),
     lambda: kelnn.Frame.nv12(np.zeros((1, 1), np.uint8)),
     lambda: kelnn.letterbox_rects((0, 1), (1, 1)),

@@ -303,6 +303,7 @@ TEST_F(FrontDoor, RefusesViewsAndImagesThatCannotBe) {
       {"an image of no width", [=] { Image(no_width, KEL_NN_KIT_GREY); }},
       {"an image in NV12", [=] { Image(four, KEL_NN_KIT_NV12); }},
       {"a rectangle outside", [&] { image.crop(landscape, outside); }},
+      {"points of no face", [&] { image.align(landscape, {}); }},
       {"a cut-out of another size", [&] { features.of(lower); }},
       {"a cut-out in colour", [&] { features.of(coloured); }},
       {"luma without data", [&] { filter.take(nullptr, four); }},
@@ -336,6 +337,15 @@ TEST_F(FrontDoor, MakesTheSameImagesAsTheKit) {
   image.crop(frame, rect);
   EXPECT_EQ(allocation_count(), allocations);
   expect_same(kel_nn_kit_crop(&frame.view(), rect, &kit));
+
+  // Eyes, nose and mouth of a face that is cut off on the left and below.
+  const kel_nn::Landmarks landmarks = {{0.3f, 0.4f, 0.7f, 0.4f, 0.5f, 0.6f, 0.4f, 0.8f, 0.6f, 0.8f},
+                                       {}};
+  const auto points = landmarks.in_frame(frame, {-20, 300, 120, 100});
+  const float places[] = {30, 324, 70, 324, 50, 336, 40, 348, 60, 348};
+  EXPECT_THAT(points, ::testing::Pointwise(::testing::FloatEq(), places));
+  image.align(frame, points);
+  expect_same(kel_nn_kit_align_face(&frame.view(), points.data(), &kit));
 }
 
 // ----- Faces -------------------------------------------------------------------------------------

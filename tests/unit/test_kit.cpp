@@ -403,6 +403,174 @@ TEST(KitRect, OfABox) {
   EXPECT_EQ(kel_nn_kit_centre_square({3, 3, 0, 5}), (kel_nn_kit_rect_t{3, 5, 0, 0}));
 }
 
+// ----- Faces -------------------------------------------------------------------------------------
+
+constexpr double kAligned[] = {38.4, 51.6, 73.6, 51.6, 56.0, 71.7, 41.4, 92.3, 70.6, 92.3};
+
+struct Turn {
+  double a, b, left, top;  // from the image's places to the frame's
+
+  double x(double u, double v) const { return a * u - b * v + left; }
+  double y(double u, double v) const { return b * u + a * v + top; }
+};
+
+std::vector<float> points_at(const Turn& turn) {
+  std::vector<float> points;
+  for (int i = 0; i < 10; i += 2) {
+    points.push_back(static_cast<float>(turn.x(kAligned[i], kAligned[i + 1])));
+    points.push_back(static_cast<float>(turn.y(kAligned[i], kAligned[i + 1])));
+  }
+  return points;
+}
+
+// From the centred points' products, as complex numbers: frame = turn * image.
+Turn plain_fit(const std::vector<float>& points, double scale) {
+  double middle[4] = {}, along = 0, across = 0, extent = 0;
+  for (int k : {0, 1}) {
+    for (int i = 0; i < 5; ++i) {
+      middle[k] += points[2 * i + k];
+      middle[2 + k] += kAligned[2 * i + k] * scale;
+    }
+  }
+  for (double& sum : middle) sum /= 5;
+  for (int i = 0; i < 5; ++i) {
+    const double x = points[2 * i] - middle[0], y = points[2 * i + 1] - middle[1];
+    const double u = kAligned[2 * i] * scale - middle[2],
+                 v = kAligned[2 * i + 1] * scale - middle[3];
+    along += x * u + y * v;
+    across += x * v - y * u;
+    extent += x * x + y * y;
+  }
+  const double square = along * along + across * across;
+  Turn turn = {along * extent / square, -across * extent / square, 0, 0};
+  turn.left = middle[0] - turn.x(middle[2], middle[3]);
+  turn.top = middle[1] - turn.y(middle[2], middle[3]);
+  return turn;
+}
+
+// A channel of a plane between its four pixels.
+int plain_sample(const kel_nn_size_t& size, double x, double y, const Sample& sample, int channel) {
+  x = std::min(std::max(x - 0.5, 0.0), size.w - 1.0);
+  y = std::min(std::max(y - 0.5, 0.0), size.h - 1.0);
+  const int left = static_cast<int>(x), top = static_cast<int>(y);
+  const int right = std::min(left + 1, size.w - 1), bottom = std::min(top + 1, size.h - 1);
+  const double fx = x - left, fy = y - top;
+  const double upper =
+      sample(left, top, channel) + (sample(right, top, channel) - sample(left, top, channel)) * fx;
+  const double lower = sample(left, bottom, channel) +
+                       (sample(right, bottom, channel) - sample(left, bottom, channel)) * fx;
+  return static_cast<int>(upper + (lower - upper) * fy + 0.5);
+}
+
+int limited(int value) { return std::min(std::max(value, 0), 255); }
+
+const Turn kTurns[] = {
+    {1, 0, 0, 0},                // the face in its place
+    {0.5, 0.2, 3, 1},            // turned and enlarged
+    {-0.3, 0.31, 40, -7},        // nearly on its head, beyond the edges
+    {3.1, -1.4, -200, -90},      // larger than the frame
+    {1e-3, 2e-3, 20.25, 11.75},  // all at one pixel
+    {0, -2.5, 1e6, -1e6},        // far outside
+};
+
+TEST(KitAlignment, IsTheLeastSquaresTransformAndBilinear) {
+  std::mt19937 random(20261123);
+  for (const Turn& turn : kTurns) {
+    for (kel_nn_kit_format_t format : kFormats) {
+      const bool full = format == KEL_NN_KIT_NV12_FULL, nv12 = full || format == KEL_NN_KIT_NV12;
+      const kel_nn_size_t size = {57, 43}, half = {28, 21};
+      const Frame frame(format, size.w, size.h, 5, noise);
+      std::vector<float> points = points_at(turn);
+      // No similarity fits these.
+      const float off = static_cast<float>(std::hypot(turn.a, turn.b)) / 100;
+      for (float& place : points) place += off * static_cast<float>(random() % 801 - 400.0);
+      for (kel_nn_kit_format_t wanted : kImageFormats) {
+        const int side = wanted == KEL_NN_KIT_BGR ? 61 : 40;
+        SCOPED_TRACE(::testing::Message() << format << " to " << wanted << ", " << turn.a);
+        const Turn fit = plain_fit(points, side / 112.0);
+        const auto at = [&](int x, int y, int channel) {  // of the frame, in its own format
+          return plain_sample(size, fit.x(x + 0.5, y + 0.5), fit.y(x + 0.5, y + 0.5), noise,
+                              channel);
+        };
+        const Turn half_fit = {fit.a, fit.b, fit.left / 2, fit.top / 2};
+        const auto pair_at = [&](int x, int y, int channel) {
+          const double u = x / 2 + 0.5, v = y / 2 + 0.5;
+          return plain_sample(
+              half, half_fit.x(u, v), half_fit.y(u, v),
+              [](int i, int j, int c) { return noise(2 * i, 2 * j, c); }, channel);
+        };
+        const auto expected = [&](int x, int y, int channel) {
+          if (format == KEL_NN_KIT_GREY) return at(x, y, 0);
+          if (nv12) {
+            const int c = full ? 256 * at(x, y, 0) : 298 * (at(x, y, 0) - 16);
+            if (wanted == KEL_NN_KIT_GREY) return limited((c + 128) >> 8);
+            const int d = pair_at(x, y, 1) - 128, e = pair_at(x, y, 2) - 128;
+            if (channel == 1) {
+              return limited((c - (full ? 88 : 100) * d - (full ? 183 : 208) * e + 128) >> 8);
+            }
+            const bool red = (channel == 0) == (wanted == KEL_NN_KIT_RGB);
+            return limited((c + (red ? (full ? 359 : 409) * e : (full ? 454 : 516) * d) + 128) >>
+                           8);
+          }
+          const int red = format == KEL_NN_KIT_RGB ? 0 : 2;
+          if (wanted != KEL_NN_KIT_GREY) return at(x, y, wanted == format ? channel : 2 - channel);
+          return (77 * at(x, y, red) + 150 * at(x, y, 1) + 29 * at(x, y, 2 - red) + 128) >> 8;
+        };
+        Image image(side, side, wanted);
+        ASSERT_EQ(kel_nn_kit_align_face(&frame.frame, points.data(), &image), 0);
+        ASSERT_TRUE(image.pixels() == picture({0, 0, side, side}, channels_of(wanted), expected));
+      }
+    }
+  }
+}
+
+// By hand: a quarter turn about the origin, to the left of it; and an image of half the size.
+TEST(KitAlignment, TurnsByHand) {
+  const Frame frame(KEL_NN_KIT_GREY, 112, 112, 0, noise);
+  Image turned(112, 112, KEL_NN_KIT_GREY), small(56, 56, KEL_NN_KIT_GREY);
+  ASSERT_EQ(kel_nn_kit_align_face(&frame.frame, points_at({0, 1, 112, 0}).data(), &turned), 0);
+  EXPECT_TRUE(turned.pixels() ==
+              picture({0, 0, 112, 112}, 1, [](int x, int y, int) { return noise(111 - y, x, 0); }));
+  ASSERT_EQ(kel_nn_kit_align_face(&frame.frame, points_at({1, 0, 0, 0}).data(), &small), 0);
+  EXPECT_TRUE(small.pixels() == picture({0, 0, 56, 56}, 1, [](int x, int y, int) {
+                return (noise(2 * x, 2 * y, 0) + noise(2 * x + 1, 2 * y, 0) +
+                        noise(2 * x, 2 * y + 1, 0) + noise(2 * x + 1, 2 * y + 1, 0) + 2) /
+                       4;
+              }));
+}
+
+TEST(KitAlignment, RefusesPointsOfNoFace) {
+  const Frame frame(KEL_NN_KIT_GREY, 20, 20, 0, noise);
+  const std::vector<float> face = points_at({1, 0, 0, 0});
+  const auto with = [&](size_t i, float value) {
+    std::vector<float> points = face;
+    points[i] = value;
+    return points;
+  };
+  std::vector<float> mirrored = face, upright = face, huge = face;
+  for (size_t i = 0; i < 10; i += 2) mirrored[i] = 112 - mirrored[i], upright[i] = 7;
+  for (float& place : huge) place *= 1e36f;
+  const struct {
+    const char* name;
+    std::vector<float> points;
+    int result;
+  } cases[] = {
+      {"NaN", with(3, NAN), KEL_NN_KIT_NO_FACE},
+      {"infinite", with(8, -INFINITY), KEL_NN_KIT_NO_FACE},
+      {"all at one place", std::vector<float>(10, 33.3f), KEL_NN_KIT_NO_FACE},
+      {"left and right exchanged", mirrored, KEL_NN_KIT_NO_FACE},
+      {"a profile", upright, 0},
+      {"as large as numbers go", huge, 0},
+      {"too far to fit", with(0, 3e38f), KEL_NN_KIT_NO_FACE},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Image image(9, 9, KEL_NN_KIT_GREY);
+    EXPECT_EQ(kel_nn_kit_align_face(&frame.frame, c.points.data(), &image), c.result);
+    EXPECT_EQ(image.pixels() == Bytes(81, kGuard), c.result != 0);
+  }
+}
+
 // ----- Memory and arguments ----------------------------------------------------------------------
 
 // Every way from a format to a format, of a whole frame and of a single column of it, which is
@@ -481,10 +649,13 @@ TEST(KitArguments, AreChecked) {
     EXPECT_EQ(kel_nn_kit_letterbox(&c.frame, &c.image), KEL_NN_KIT_INVALID);
     EXPECT_EQ(kel_nn_kit_scale(&c.frame, &c.image), KEL_NN_KIT_INVALID);
     EXPECT_EQ(kel_nn_kit_crop(&c.frame, {0, 0, 2, 2}, &c.image), KEL_NN_KIT_INVALID);
+    const std::vector<float> points = points_at({1, 0, 0, 0});
+    EXPECT_EQ(kel_nn_kit_align_face(&c.frame, points.data(), &c.image), KEL_NN_KIT_INVALID);
   }
   kel_nn_kit_rect_t rect;
   for (const int result :
        {kel_nn_kit_letterbox(nullptr, &image), kel_nn_kit_letterbox(&frame, nullptr),
+        kel_nn_kit_align_face(&frame, nullptr, &image),
         kel_nn_kit_letterbox_rects({0, 4}, {4, 4}, &rect, &rect),
         kel_nn_kit_letterbox_rects({4, 4}, {4, 4}, nullptr, &rect)}) {
     EXPECT_EQ(result, KEL_NN_KIT_INVALID);
