@@ -167,17 +167,27 @@ int kel_nn_kit_crop(const kel_nn_kit_frame_t* frame, kel_nn_kit_rect_t rect,
  *          (38.4, 51.6), (73.6, 51.6), (56.0, 71.7), (41.4, 92.3) and (70.6, 92.3), as near as a
  *          similarity transform without mirroring takes them: the least sum of squares (S. Umeyama,
  *          "Least-squares estimation of transformation parameters between two point patterns",
- *          1991). In another size the places grow with its sides. They are an average face's, upright and
- *          symmetric, as most networks of this kind are trained with.
+ *          1991). In another size the places grow with its sides. They are an average face's, upright
+ *          and symmetric, as most networks of this kind are trained with.
  *  returns KEL_NN_KIT_NO_FACE for points that no turn and scale brings near: not finite, all at one
  *          place, left and right exchanged.
  *
  *  Pixels are interpolated between four in double precision and rounded half up; beyond the frame's
  *  edges its outermost pixels are repeated. NV12 becomes NV12 of the image's size first.
  *
- *      float points[2 * KEL_NN_KIT_FACE_POINT_COUNT]; // of kel_nn_facelm_process(), taken to the frame
  *      kel_nn_kit_image_t face = {pixels, 112, 112, KEL_NN_KIT_GREY, &scratch};
- *      kel_nn_kit_align_face(&frame, points, &face);
+ *      kel_nn_kit_rect_t found = {200, 80, 120, 150};
+ *      float points[10], pose[3];
+ *      kel_nn_facelm_init(handle); // once
+ *      if (kel_nn_kit_crop(&frame, found, &face) == 0 &&
+ *          kel_nn_facelm_process(handle, face.data, points, pose) == 0) {
+ *        int i;
+ *        for (i = 0; i < 10; i += 2) {  // the sample network gives parts of the crop
+ *          points[i] = found.x + points[i] * found.w;
+ *          points[i + 1] = found.y + points[i + 1] * found.h;
+ *        }
+ *        kel_nn_kit_align_face(&frame, points, &face);
+ *      }
  */
 int kel_nn_kit_align_face(const kel_nn_kit_frame_t* frame, const float* points,
                           const kel_nn_kit_image_t* image);
