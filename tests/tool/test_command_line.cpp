@@ -180,7 +180,7 @@ TEST_F(CommandLine, WhatEndsAVideoLeavesItWholeOrNotAtAll) {
     const CommandResult result = shell(
         std::string("mkfifo pipe; env --default-signal=INT,PIPE \"$0\" motion v.avi --period 1 "
                     "--draw drawn.avi >pipe & exec 3<pipe; read line <&3; ") +
-        c.end + "; wait $!; code=$?; rm pipe; exit $code");
+        c.end + "; exec 3<&-; wait $!; code=$?; rm pipe; exit $code");
     if (c.is_finished) {
       EXPECT_EQ(result.exit_code, c.exit_code);
     } else {
