@@ -122,6 +122,7 @@ void turn(const Plane& plane, const Similarity& to_plane, const Destination& to)
       for (int i = 0; i < plane.channels; ++i) {
         const double upper = above[left + i] + (above[right + i] - above[left + i]) * column.part;
         const double lower = below[left + i] + (below[right + i] - below[left + i]) * column.part;
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): from 0 on, half up as promised
         *pixel++ = static_cast<uint8_t>(upper + (lower - upper) * row.part + 0.5);
       }
     }
