@@ -351,16 +351,8 @@ class Image {
   /** 1 or 3. */
   int channels() const { return format_ == KEL_NN_KIT_GREY ? 1 : 3; }
 
- private:
-  struct Release {
-    void operator()(kel_nn_kit_scratch_t* scratch) const {
-      kel_nn_kit_scratch_free(scratch);
-      delete scratch;
-    }
-  };
-
-  kel_nn_kit_image_t view() { return {bytes_.data(), size_.w, size_.h, format_, scratch_.get()}; }
-
+  /** @cond */
+  // Throws what one of the kit's results means.
   static void check(int result) {
     if (result == KEL_NN_KIT_NO_MEMORY) throw Error(Error::kMemory, "picture", "memory is short");
     if (result == KEL_NN_KIT_OUTSIDE) {
@@ -371,6 +363,17 @@ class Image {
     }
     if (result != 0) throw Error(Error::kFrame, "picture", "no such frame");
   }
+  /** @endcond */
+
+ private:
+  struct Release {
+    void operator()(kel_nn_kit_scratch_t* scratch) const {
+      kel_nn_kit_scratch_free(scratch);
+      delete scratch;
+    }
+  };
+
+  kel_nn_kit_image_t view() { return {bytes_.data(), size_.w, size_.h, format_, scratch_.get()}; }
 
   std::unique_ptr<kel_nn_kit_scratch_t, Release> scratch_{new kel_nn_kit_scratch_t{nullptr, 0}};
   Size size_;

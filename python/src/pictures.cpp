@@ -43,8 +43,6 @@ void add_rect(py::module_& module) {
   py::implicitly_convertible<py::tuple, Rect>();
 }
 
-using Values = py::array_t<float, py::array::c_style | py::array::forcecast>;
-
 // The image that `fill` makes, an array of its own.
 template <typename Fill>
 py::array_t<uint8_t> make_image(Pair size, kel_nn::Format format, Fill fill) {
@@ -62,13 +60,7 @@ py::array_t<uint8_t> make_image(Pair size, kel_nn::Format format, Fill fill) {
     const py::gil_scoped_release released;
     result = fill(image);
   }
-  using kel_nn::Error;
-  if (result == KEL_NN_KIT_NO_MEMORY) throw Error(Error::kMemory, "picture", "memory is short");
-  if (result == KEL_NN_KIT_OUTSIDE)
-    throw Error(Error::kFrame, "picture", "the rectangle is outside the frame");
-  if (result == KEL_NN_KIT_NO_FACE)
-    throw Error(Error::kFrame, "picture", "the points do not lie like a face's");
-  if (result != 0) throw Error(Error::kFrame, "picture", "no such frame");
+  kel_nn::Image::check(result);
   return array;
 }
 
@@ -125,20 +117,20 @@ void add_pictures(py::module_& module) {
       "outside.");
   module.def(
       "align",
-      [](py::handle frame, const Values& points, Pair size, kel_nn::Format format) {
-        if (points.size() != 2 * KEL_NN_KIT_FACE_POINT_COUNT) {
-          throw py::type_error("points: five times x and y is wanted");
-        }
+      [](py::handle frame, py::handle points, Pair size, kel_nn::Format format) {
         const kel_nn::Frame from = frame_of(frame);
+        const auto places =
+            take<float>(points, "points", "(5, 2)", {KEL_NN_KIT_FACE_POINT_COUNT, 2});
         return make_image(size, format, [&](const auto& image) {
-          return kel_nn_kit_align_face(&from.view(), points.data(), &image);
+          return kel_nn_kit_align_face(&from.view(), places.data(), &image);
         });
       },
       py::arg("frame"), py::arg("points"), py::arg("size") = Pair(112, 112),
       py::arg("format") = KEL_NN_KIT_GREY,
       "A face turned, scaled and moved so that its `points` come to lie where networks for face "
       "features expect them.\n\n"
-      "points: (5, 2), x and y in the frame's pixels of the left and the right eye as the picture "
+      "points: float32, (5, 2), x and y in the frame's pixels of the left and the right eye as the "
+      "picture "
       "shows them, the tip of\n"
       "the nose, the left and the right corner of the mouth; Landmarks.points are parts of the "
       "cut-out.\n\n"

@@ -73,6 +73,7 @@ WRONG_ARRAYS: Dict[str, Callable[[], Any]] = {
     "uint8 array of shape (height // 2, width // 2, 2)": lambda: kelnn.Frame.nv12(grey, grey),
     "as far apart as the luma's": lambda: kelnn.Frame.nv12(grey, np.zeros((56, 56, 2), np.uint8)[:, :28]),
     "(height, width, 1 to 4)": lambda: kelnn.resize(np.zeros((4, 4, 5), np.uint8), (8, 8)),
+    "float32 array of shape (5, 2)": lambda: kelnn.align(grey, np.zeros((5, 2))),  # type: ignore[arg-type]
     "int16 array of shape (n,)": lambda: kelnn.loudness(np.zeros(9)),  # type: ignore[arg-type]
     "int16 array of shape (48000,)": lambda: kelnn.SoundFeatures().of(np.zeros(47999, np.int16)),
     "float32 array of shape (n,)": lambda: kelnn.l2norm(np.zeros((2, 2), np.float32)),
