@@ -76,7 +76,7 @@ Successor::Successor(const std::string& path) : path_(path) {
   const fs::path target = behind_links(path);
   std::error_code error;
   if (exists && fs::equivalent(directory_of(target), kDescriptors, error)) {
-    const int number = std::atoi(target.filename().c_str());
+    const int number = static_cast<int>(std::strtol(target.filename().c_str(), nullptr, 10));
     descriptor_ = fcntl(number == STDOUT_FILENO ? g_standard_output : number, F_DUPFD_CLOEXEC, 3);
     own_path_ = kDescriptors + ("/" + std::to_string(descriptor_));
   } else if (exists && S_ISDIR(status.st_mode)) {
