@@ -19,7 +19,9 @@ function(kelnn_way_between result from to)
   set(${result} ${way} PARENT_SCOPE)
 endfunction()
 
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
+foreach(component library development kit tool models python documentation)  # each alone, too
+  install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT ${component})
+endforeach()
 set(kelnn_private_libdir ${CMAKE_INSTALL_LIBDIR}/kelnn)
 set(kelnn_targets)
 set(kelnn_libs_private "-lstdc++ -lm")
