@@ -23,7 +23,7 @@ declare -A groups=(
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest
           python3-pip python3-matplotlib mypy"
   [data]="python3-opencv python3-scipy espeak-ng"
-  [train]="python3-torch"
+  [train]="python3-torch gnome-backgrounds mate-backgrounds ukui-wallpapers"
   [docs]="doxygen doxygen-awesome-css"
   [packages]="dpkg-dev file"
   [notebook]="python3-nbconvert python3-ipykernel"

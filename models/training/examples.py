@@ -8,6 +8,7 @@ import numpy
 import torch
 
 from models.labels import boxes, table
+from models.labels.pictures import read_picture
 from models.sources.mixed import Mixed, Stock
 
 
@@ -44,13 +45,6 @@ def drawn_and_labelled(options, drawn, labelled):
         return drawn
     share = options.share / len(options.data)
     return Mixed([(1 - options.share, drawn), *((share, labelled(directory)) for directory in options.data)])
-
-
-def read_picture(path, flags=cv2.IMREAD_COLOR):
-    picture = cv2.imread(str(path), flags)
-    if picture is None:
-        raise table.Invalid(f"{path} is no picture")
-    return picture
 
 
 class LabelledFrames:

@@ -18,7 +18,10 @@ from torch.nn import functional
 
 from models.labels import boxes, table
 from models.scenes import camera, frames
+from models.scenes.photo_frames import EmptyFrames, PhotoFrames
 from models.sources.drawn.source import TrainingStock
+from models.sources.mixed import Mixed
+from models.sources.photos.photographs import Empty, Photographs
 from models.training import examples
 from models.training.layers import Surroundings, convolution
 from models.training.run import Phase, Recipe
@@ -70,11 +73,11 @@ class GridNetwork(nn.Module):
             return self.head_32(last.float()), self.head_16(near.float())
 
 
-class DrawnFrames:
+class ComposedFrames:
     """As a camera's frames, with as many rows or columns fewer than the input as letterboxing pads."""
 
-    def __init__(self, task, seed):
-        self.task, self.source = task, TrainingStock(500, seed)
+    def __init__(self, task, source):
+        self.task, self.source = task, source
 
     def example(self, rng, width, height):
         free = 0 if width == height or rng.random() < 0.3 else int(rng.integers(0, 24))
@@ -154,10 +157,29 @@ def loss_of(task, module, image, truths):
     return total / max(1, int(wanted.sum()))
 
 
+def frame_sources(task, options):
+    """Drawn ones; photographs as they are; photographs' and drawn persons and things before photographs and drawn backgrounds."""
+    drawn = TrainingStock(500, options.seed)
+    shares: list = [(0.25, ComposedFrames(task, drawn))]
+    parts: list = [(0.2, drawn)]
+    if options.photos:
+        photographs = Photographs(options.photos, task.classes)
+        shares.append((0.4, PhotoFrames(photographs.all, task.classes)))
+        parts.append((0.5, photographs))
+    if options.empty:
+        empty = Empty(options.empty)
+        shares.append((0.1, EmptyFrames(empty)))
+        parts.append((0.2, empty))
+    if len(parts) > 1:
+        shares.append((0.25, ComposedFrames(task, Mixed(parts))))
+    return Mixed(shares)
+
+
 def recipe(folder, task, seed):
     def sources(options):
-        return examples.drawn_and_labelled(options, DrawnFrames(task, options.seed),
+        return examples.drawn_and_labelled(options, frame_sources(task, options),
                                            functools.partial(examples.LabelledFrames, classes=task.classes))
 
     return Recipe(folder, functools.partial(GridNetwork, task), ["grid_32", "grid_16"], sources, vary,
-                  [Phase(functools.partial(loss_of, task), 16000, 4e-3)], seed, 16, SHAPES, stock=500, fresh=0.2, is_halved=True)
+                  [Phase(functools.partial(loss_of, task), 16000, 4e-3)], seed, 16, SHAPES, stock=500, fresh=0.1, is_halved=True,
+                  takes=("photos", "empty"))

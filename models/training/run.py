@@ -17,6 +17,10 @@ from models.training import onnx_files
 from models.training.examples import Batches
 
 
+MATERIAL = {"photos": "photographs with boxes and outlines, as models/sources/photos/photographs.py reads them",
+            "empty": "photographs without anything to be found"}
+
+
 @dataclasses.dataclass
 class Phase:
     loss: Callable[..., Any]  # loss(module, *batch); the batch is what `vary` gives, side by side
@@ -40,6 +44,7 @@ class Recipe:
     stock: int = 2000  # examples that are kept and used again
     fresh: float = 0.1  # the share of new ones
     is_halved: bool = False  # in bfloat16 where the processor multiplies it
+    takes: Sequence[str] = ()  # which of MATERIAL it learns from
 
 
 def parse(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> argparse.Namespace:
@@ -49,6 +54,9 @@ def parse(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> argparse
     parser.add_argument("--data", action="append", default=[], metavar="DIR",
                         help="your own pictures or sounds, labelled as kelnn eval reads them; may be given several times")
     parser.add_argument("--share", type=float, default=0.5, help="of the examples that come from --data (default: 0.5)")
+    for name, what in MATERIAL.items():
+        if name in recipe.takes:
+            parser.add_argument(f"--{name}", metavar="DIR", help=f"{what}: examples of it too")
     parser.add_argument("--start", metavar="FILE.onnx", help="goes on from this network, at a quarter of the rate")
     parser.add_argument("--quick", action="store_true", help="40 steps, to see that everything works; the result is no good")
     parser.add_argument("--steps", type=int, default=recipe.phases[0].steps)
@@ -64,7 +72,7 @@ def parse(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> argparse
 
 @functools.lru_cache()
 def multiplies_bfloat16() -> bool:
-    return "amx_bf16" in Path("/proc/cpuinfo").read_text()
+    return bool({"amx_bf16", "avx512_bf16"} & set(Path("/proc/cpuinfo").read_text().split()))
 
 
 def fit(module: Any, batches: Any, phase: Phase, steps: int, options: argparse.Namespace, is_halved: bool) -> Any:
