@@ -97,11 +97,12 @@ bool is_complete(const onnx::TensorProto& tensor) {
 // makes, or a tensor that is empty or shorter than its shape, can end the process. ONNX's own
 // checker finds the former but not the latter. The checker refuses formats newer than itself for
 // that alone; what is new in them is for OpenCV to judge.
-bool is_consistent(onnx::ModelProto* model) {
+bool is_consistent(onnx::ModelProto* model, std::string* reason) {
   model->set_ir_version(std::min<int64_t>(model->ir_version(), onnx::Version::IR_VERSION));
   try {
     onnx::checker::check_model(*model);
-  } catch (const onnx::checker::ValidationError&) {
+  } catch (const onnx::checker::ValidationError& error) {
+    *reason = error.what();
     return false;
   }
   const auto& weights = model->graph().initializer();
@@ -116,7 +117,7 @@ bool is_consistent(onnx::ModelProto* model) {
 
 }  // namespace
 
-RuntimeError read_onnx_graph(const OnnxBytes& onnx, OnnxGraph* graph) {
+RuntimeError read_onnx_graph(const OnnxBytes& onnx, OnnxGraph* graph, std::string* reason) {
   onnx::ModelProto model;
   // Containers and files are limited to 1 GiB, so the size is an int.
   if (!model.ParseFromArray(onnx.data, static_cast<int>(onnx.size))) return kBadOnnx;
@@ -124,7 +125,7 @@ RuntimeError read_onnx_graph(const OnnxBytes& onnx, OnnxGraph* graph) {
   const std::vector<const onnx::ValueInfoProto*> inputs = free_inputs(model.graph());
   if (inputs.size() != 1) return kUnsupportedInput;
   if (const RuntimeError error = read_input(*inputs[0], graph)) return error;
-  if (!is_consistent(&model)) return kBadOnnx;
+  if (!is_consistent(&model, reason)) return kBadOnnx;
   graph->outputs.clear();
   for (const auto& output : model.graph().output()) {
     const onnx::TypeProto_Tensor& tensor = output.type().tensor_type();

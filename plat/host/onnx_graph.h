@@ -22,8 +22,8 @@ struct OnnxGraph {
   std::vector<Output> outputs;              // at least one
 };
 
-// Reads the graph of a model; `graph` is meaningful only on success.
-RuntimeError read_onnx_graph(const OnnxBytes& onnx, OnnxGraph* graph);
+// Reads the graph of a model; `graph` is meaningful only on success. `reason`: what ONNX's checker says, else unchanged.
+RuntimeError read_onnx_graph(const OnnxBytes& onnx, OnnxGraph* graph, std::string* reason);
 
 }  // namespace kelnn_host
 

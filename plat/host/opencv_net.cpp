@@ -23,6 +23,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/dnn.hpp>
+#include <regex>
+#include <string>
 #include <utility>
 
 #include "model_container.h"
@@ -150,11 +152,20 @@ RuntimeError learn_outputs(Network* network) {
   return kOk;
 }
 
+thread_local std::string t_refusal;
+
+// Of what OpenCV says, what tells something: not its version, its files and its functions.
+std::string plain_text(const std::string& said) {
+  static const std::regex noise(
+      R"(OpenCV\([^)]*\) \S+ error: \([^)]*\) | in function '[^']*'|\n> $|^> |onnx_node!)");
+  return std::regex_replace(said, noise, "");
+}
+
 // Imports the model and runs it once on a blank image: what OpenCV cannot run is refused here, and
 // the shapes of the outputs become known.
 RuntimeError load_network(const OnnxBytes& onnx, Network* network) {
   const QuietLoading quiet;
-  if (const RuntimeError error = read_onnx_graph(onnx, &network->graph)) return error;
+  if (const RuntimeError error = read_onnx_graph(onnx, &network->graph, &t_refusal)) return error;
   const OnnxGraph& graph = network->graph;
   for (const OnnxGraph::Output& output : graph.outputs)
     network->output_names.push_back(output.name);
@@ -208,6 +219,7 @@ int without_exceptions(RuntimeError otherwise, Step step) noexcept {
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;
   } catch (const cv::Exception& exception) {
+    t_refusal = plain_text(exception.err);
     return exception.code == cv::Error::StsNoMem ? kOutOfMemory : otherwise;
   } catch (...) {
     return otherwise;
@@ -221,6 +233,7 @@ class OpenCvNet : public jzdl::BaseNet {
     return without_exceptions(kUnsupportedNetwork, [&]() -> RuntimeError {
       network_.reset();
       has_input_ = false;
+      t_refusal.clear();
       std::vector<uint8_t> storage;
       OnnxBytes onnx;
       if (const RuntimeError error = read_model(model, from_memory, &storage, &onnx)) return error;
@@ -288,6 +301,9 @@ class OpenCvNet : public jzdl::BaseNet {
 };
 
 }  // namespace
+
+__attribute__((visibility("default"))) const char* last_refusal() { return t_refusal.c_str(); }
+
 }  // namespace kelnn_host
 
 namespace jzdl {

@@ -35,6 +35,10 @@ enum RuntimeError : int {
 // A short text for any code, of loading or running; never null.
 const char* describe_load_error(int code);
 
+// What OpenCV or ONNX's checker said of the network that this thread loaded last: why it was refused, and at which
+// node. Empty where nothing is known but the code. Of libjzdl_host.so.
+const char* last_refusal();
+
 }  // namespace kelnn_host
 
 #endif  // KEL_NN_HOST_RUNTIME_ERRORS_H_

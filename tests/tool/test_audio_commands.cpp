@@ -174,6 +174,7 @@ TEST_F(AudioCommands, WhatTheGateStopsHasTheProbabilityOfSilence) {
     }
   }
   EXPECT_THAT(out("cry quiet.wav"), HasSubstr("loudness 81600, too quiet for the gate\n"));
+  EXPECT_THAT(out("cry quiet.wav --json --threshold 86401"), HasSubstr("\"probability\":1e-05"));
 }
 
 // ----- eval
@@ -232,6 +233,7 @@ Samples quiet_then_chirp() {
 TEST_F(AudioCommands, FeaturesOfARisingToneRise) {
   save("chirp.wav", quiet_then_chirp());
   EXPECT_EQ(out("features chirp.wav --window 1 --csv new/chirp.csv"), "new/chirp.csv\n");
+  EXPECT_EQ(out("features chirp.wav --window 1 --csv /dev/stdout"), text("new/chirp.csv"));
   std::istringstream csv(text("new/chirp.csv"));
   std::vector<std::vector<double>> rows;
   for (std::string line; std::getline(csv, line);) {

@@ -339,8 +339,8 @@ TEST_F(Videos, AreWrittenWholeOrNotAtAll) {
       EXPECT_THROW(write(path, size), Failure);
       setrlimit(RLIMIT_FSIZE, &before);
       std::signal(SIGXFSZ, handler);
-      EXPECT_TRUE(std::filesystem::remove(directory_ + "more")) << "nothing temporary stays";
-      EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_), {}), 1);
+      EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_), {}), 1)
+          << "nothing temporary stays, nor a directory for it";
 
       cv::VideoCapture capture(path);
       EXPECT_EQ(capture.get(cv::CAP_PROP_FPS), kRate);

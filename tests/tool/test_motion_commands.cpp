@@ -232,6 +232,10 @@ TEST_F(MotionCommands, WatchLeavesOutTasksWithoutAModelWithOneNoteEach) {
     ASSERT_NE(first, std::string::npos) << note;
     EXPECT_EQ(result.err.find(note, first + 1), std::string::npos) << note;
   }
+  const std::string persons = kelnn::kPersonDetectionLandscapeModel;
+  fs::create_symlink(persons, path("few/" + persons));  // what cannot be looked at may be there
+  EXPECT_THAT(kelnn("watch scene.avi --always --root few").err,
+              HasSubstr("Too many levels of symbolic links"));
 }
 
 }  // namespace

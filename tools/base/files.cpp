@@ -7,10 +7,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <memory>
 #include <random>
 
 #include "report.h"
@@ -54,16 +55,26 @@ fs::path behind_links(fs::path path) {
   return path;
 }
 
+// The open one that such a path is a name of; -1: none.
+int descriptor_of(const fs::path& path) {
+  std::error_code error;
+  if (!fs::equivalent(directory_of(path), kDescriptors, error)) return -1;
+  const int number = static_cast<int>(std::strtol(path.filename().c_str(), nullptr, 10));
+  return number == STDOUT_FILENO ? g_standard_output : number;
+}
+
 }  // namespace
 
 Bytes read_file(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) fail(path, errno);
   if (!S_ISREG(status.st_mode)) throw Failure(path, "not a file");
-  std::ifstream file(path, std::ios::binary);
+  const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rbe"),
+                                                                std::fclose);
+  if (!file) fail(path, errno);
   Bytes bytes(static_cast<size_t>(status.st_size));
-  file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  if (!file) throw Failure(path, "cannot be read");
+  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
+  if (std::ferror(file.get())) fail(path, errno);
   return bytes;
 }
 
@@ -75,9 +86,8 @@ Successor::Successor(const std::string& path) : path_(path) {
   if (!exists && errno != ENOENT && errno != ENOTDIR) fail(path, errno);
   const fs::path target = behind_links(path);
   std::error_code error;
-  if (exists && fs::equivalent(directory_of(target), kDescriptors, error)) {
-    const int number = static_cast<int>(std::strtol(target.filename().c_str(), nullptr, 10));
-    descriptor_ = fcntl(number == STDOUT_FILENO ? g_standard_output : number, F_DUPFD_CLOEXEC, 3);
+  if (const int descriptor = exists ? descriptor_of(target) : -1; descriptor >= 0) {
+    descriptor_ = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
     own_path_ = kDescriptors + ("/" + std::to_string(descriptor_));
   } else if (exists && S_ISDIR(status.st_mode)) {
     fail(path, EISDIR);
@@ -87,6 +97,10 @@ Successor::Successor(const std::string& path) : path_(path) {
   } else {
     if (exists) before_ = status;
     target_ = target;
+    for (fs::path missing = directory_of(target_); !fs::exists(missing, error);
+         missing = directory_of(missing)) {
+      made_.push_back(missing);
+    }
     fs::create_directories(directory_of(target_), error);
     if (error) fail(directory_of(target_), error.value());
     // Not mkostemp(), whose files do not obey the process's mask.
@@ -101,13 +115,22 @@ Successor::Successor(const std::string& path) : path_(path) {
   if (descriptor_ < 0) {
     const int reason = errno;
     exchange(own_path_.c_str(), nullptr);
+    remove_directories();
     fail(path, reason);
   }
 }
 
+// Those that others have put something into meanwhile stay.
+void Successor::remove_directories() const {
+  for (const std::string& directory : made_) rmdir(directory.c_str());
+}
+
 Successor::~Successor() {
   close(descriptor_);
-  if (is_temporary_) unlink(own_path_.c_str());
+  if (is_temporary_) {
+    unlink(own_path_.c_str());
+    remove_directories();
+  }
   exchange(own_path_.c_str(), nullptr);
 }
 
@@ -143,6 +166,11 @@ void write_file(const std::string& path, const Bytes& bytes) {
   file.take_over();
 }
 
+bool is_standard_output(const std::string& path) {
+  const int descriptor = descriptor_of(behind_links(path));
+  return descriptor >= 0 && descriptor == g_standard_output;
+}
+
 void check_outputs(const std::vector<std::string>& outputs,
                    const std::vector<std::string>& inputs) {
   std::error_code error;
@@ -164,6 +192,15 @@ void remove_temporary_files() {
 
 std::string with_slash(const std::string& directory) {
   return directory.empty() || directory.back() == '/' ? directory : directory + "/";
+}
+
+std::string quoted(const std::string& word) {
+  const char* const plain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=:,./@%";
+  if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;
+  std::string text = "'";
+  for (const char c : word) text += c == '\'' ? "'\\''" : std::string(1, c);
+  return text + "'";
 }
 
 std::string program_directory() {

@@ -6,6 +6,25 @@
 #include <stdexcept>
 #include <string>
 
+#include "numbers.h"
+
+// Of the numbers that are read back as the same float the one with the fewest digits: 0.9, not 0.8999999761581421.
+template <>
+struct nlohmann::adl_serializer<float> {
+  template <typename AnyJson>
+  static void to_json(AnyJson& json, float value) {
+    char text[32];
+    double shortest = 0;
+    const std::to_chars_result end = std::to_chars(text, text + sizeof(text), value);
+    std::from_chars(text, end.ptr, shortest);
+    json = shortest;
+  }
+  template <typename AnyJson>
+  static void from_json(const AnyJson& json, float& value) {
+    value = static_cast<float>(json.template get<double>());
+  }
+};
+
 namespace kelnn_cli {
 
 using Json = nlohmann::ordered_json;

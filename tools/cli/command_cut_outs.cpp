@@ -35,7 +35,7 @@ bool for_each_part(const CutOutOptions& options, Reporter* reporter,
   DrawingTarget drawings(options.out, options.pictures);
   const std::vector<Box> boxes = options.boxes.empty() ? std::vector<Box>(1) : options.boxes;
   const bool is_only_one = options.pictures.size() * boxes.size() == 1;
-  return for_each_input(options.pictures, *reporter, [&](const std::string& path) {
+  return for_each_input(options.pictures, reporter, [&](const std::string& path) {
     const cv::Mat picture = load_picture(path);
     const std::unique_ptr<FrameSink> sink = drawings.open_picture(path);
     cv::Mat drawing = sink ? picture.clone() : cv::Mat();

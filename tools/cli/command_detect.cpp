@@ -58,7 +58,7 @@ bool detect(const DetectOptions& options, Reporter* reporter) {
   const kel_nn::Library library(options.root);
   std::optional<Task> task;  // none: there was no frame yet
   DrawingTarget drawings(options.out, options.inputs);
-  return for_each_input(options.inputs, *reporter, [&](const std::string& input) {
+  return for_each_input(options.inputs, reporter, [&](const std::string& input) {
     FrameWalk walk(input, FrameWalk::Takes::kAll, options.frames, &drawings);
     const bool is_picture = walk.kind() == FrameSource::Kind::kPicture;
     while (const Frame* frame = walk.next()) {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "files.h"
 #include "model_inspection.h"
 #include "model_search.h"
 
@@ -20,35 +21,28 @@ struct Finding {
   std::string problem, to_do;
 };
 
-// Why a root leads to no model at all.
-Finding inspect_root(const std::string& root) {
+// Why a root leads to no model at all. `pack`: what makes the first one.
+Finding inspect_root(const std::string& root, const std::string& pack) {
   const std::string looked = where_models_were_looked_for(root);
   if (!looked.empty()) {
     return {"no model of any task; " + looked,
-            "install the package kelnn-models, name a directory with --root, or kelnn pack TASK "
-            "NETWORK.onnx"};
+            "install the package kelnn-models, name a directory with --root, or " + pack};
   }
   std::error_code error;
   const std::string directory = root.empty() ? "." : root;
   if (!fs::exists(directory, error)) {
     return {fmt::format("there is no directory \"{}\", seen from {}", root,
                         fs::current_path(error).string()),
-            "check the spelling; the first kelnn pack makes the directory"};
+            "check the spelling; this makes the directory: " + pack};
   }
   if (!fs::is_directory(directory, error)) {
     return {fmt::format("\"{}\" is not a directory", root),
             "name the directory that the models are in"};
   }
-  if (directory.back() != '/' && !root.empty()) {
-    return {fmt::format("the root \"{}\" does not end with \"/\"; the library appends file names "
-                        "as they are, and so looks beside the directory, not in it",
-                        root),
-            fmt::format("give it as \"{}/\", here and to kel_nn_set_model_root_dir()", root)};
-  }
-  return {"the directory holds no model of any task",
-          fmt::format("kelnn pack TASK NETWORK.onnx --root {} (an ONNX file that is merely copied "
-                      "there is not found)",
-                      root.empty() ? "./" : root)};
+  return {
+      "the directory holds no model of any task; an ONNX file that is merely copied there is not "
+      "found",
+      pack};
 }
 
 const char* name_of(State state) {
@@ -80,8 +74,9 @@ std::string diagnosis_text(const Json& diagnosis) {
 bool doctor(const DoctorOptions& options, Reporter* reporter) {
   const Machine machine = options.is_for_board ? Machine::kBoard : Machine::kPc;
   std::vector<Inspection> found;
-  if (options.is_for_board) found = misnamed_models(options.root);
-  for (const Task& task : tasks()) found.push_back(inspect_model(task, options.root, machine));
+  const std::string root = with_slash(options.root);
+  if (options.is_for_board) found = misnamed_models(root);
+  for (const Task& task : tasks()) found.push_back(inspect_model(task, root, machine));
   Json models = Json::array();
   std::map<State, size_t> count;
   for (const Inspection& model : found) {
@@ -93,9 +88,9 @@ bool doctor(const DoctorOptions& options, Reporter* reporter) {
     if (model.state == State::kBroken) entry["to_do"] = model.command;
   }
   const bool ok = count[State::kOk] > 0 && count[State::kBroken] == 0;
-  Json diagnosis = {{"root", options.root}, {"ok", ok}, {"models", models}};
+  Json diagnosis = {{"root", root}, {"ok", ok}, {"models", models}};
   if (count[State::kMissing] == models.size()) {
-    const Finding finding = inspect_root(options.root);
+    const Finding finding = inspect_root(root, found.front().command);
     diagnosis["problem"] = finding.problem;
     diagnosis["to_do"] = finding.to_do;
   }

@@ -134,6 +134,7 @@ bool unpack(const UnpackOptions& options, Reporter* reporter) {
   if (!file.problem.empty()) throw Failure(path, file.problem);
   if (!file.is_labelled && !file.is_onnx) throw Failure(path, "not a model that kelnn has packed");
   write_file(options.output, file.network);
+  if (is_standard_output(options.output)) return true;
   reporter->report({{"model", path}, {"path", options.output}, {"bytes", file.network.size()}},
                    line("{path} ({bytes} bytes)\n"));
   return true;

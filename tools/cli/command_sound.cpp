@@ -126,7 +126,8 @@ bool features(const FeaturesOptions& options, Reporter* reporter) {
     write_file(options.csv, Bytes(csv.begin(), csv.end()));
     written["csv"] = options.csv;
   }
-  reporter->report(written, files_text);
+  // There it would stand behind the numbers.
+  if (!is_standard_output(options.csv)) reporter->report(written, files_text);
   return true;
 }
 

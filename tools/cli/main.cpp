@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
   handle_signals();
   const CommandLine line = parse(argc, argv);
   if (!line.command) return line.exit_code;
-  Reporter reporter(line.wants_json);
+  Reporter reporter(line.wants_json, line.is_verbose);
   int exit_code = kFailed;
   try {
     exit_code = line.command(&reporter) ? kFine : kFailed;

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -67,7 +68,7 @@ bool parse(const std::string& text, Box* box) {
   const std::vector<std::string> parts = split(text);
   return parts.size() == 4 && parse_number(parts[0], &box->x) && parse_number(parts[1], &box->y) &&
          parse_number(parts[2], &box->width) && parse_number(parts[3], &box->height) &&
-         box->x >= 0 && box->y >= 0 && box->width > 0 && box->height > 0;
+         box->width > 0 && box->height > 0;
 }
 
 bool parse(const std::string& text, Requirement* requirement) {
@@ -84,6 +85,23 @@ struct Percentage {
 bool parse(const std::string& text, Percentage* percentage) {
   return parse_number(text, &percentage->value) && percentage->value >= 0 &&
          percentage->value <= 100;
+}
+
+struct Loudness {
+  double value;
+};
+bool parse(const std::string& text, Loudness* loudness) {
+  return parse_number(text, &loudness->value) && std::isfinite(loudness->value) &&
+         loudness->value >= 0;
+}
+
+struct ClassNames {
+  std::vector<std::string> names;
+};
+bool parse(const std::string& text, ClassNames* classes) {
+  classes->names = split(text);
+  return std::count(text.begin(), text.end(), ',') == 3 && classes->names.size() == 4 &&
+         std::count(classes->names.begin(), classes->names.end(), "") == 0;
 }
 
 // As CLI11 reads values, after they have been checked.
@@ -223,9 +241,8 @@ void add_model_files(const Commands& commands) {
       kelnn_cli::doctor, "doctor",
       "Says what is wrong with a directory of models, and what to do.\n"
       "Looks at every task's model the way the library does: which file it opens, and whether\n"
-      "the file is there, whole, loads and has the task's shapes. The root is taken as it is\n"
-      "given, without adding a \"/\" at its end. Succeeds when at least one model is there and\n"
-      "all that are there are fine.");
+      "the file is there, whole, loads and has the task's shapes. Succeeds when at least one\n"
+      "model is there and all that are there are fine.");
   doctor->add_flag(
       "--board", examined->is_for_board,
       "The board's models, which cannot be loaded here: look at names, sizes and labels");
@@ -244,7 +261,8 @@ CLI::App* add_cut_out(const Commands& commands, bool (*run)(const CutOutOptions&
           "the exit code is 1. With --json an object a line where there are several.");
   argument(command, "picture", &options->pictures, "FILE", "Picture files");
   add_box(command, "--box", &options->boxes,
-          "Which part of the picture; may be given several times");
+          "Which part of the picture, as faces prints it: what of it lies in the picture is\n"
+          "taken. May be given several times");
   if (can_draw) {
     option(command, "--draw", &options->out, "OUT",
            "Write the picture with the points, as parts of the cut-out from 0 to 1; for\n"
@@ -320,10 +338,13 @@ void add_detectors(const Commands& commands) {
   const auto [command, options] =
       add_detector(commands, detect_objects, "objects", "objects of four classes",
                    {"class 0", "class 1", "class 2", "class 3"});
-  option(command, "--classes", &options->class_names, "A,B,C,D",
-         "What the model's four classes are called")
-      ->delimiter(',')
-      ->expected(4);
+  command
+      ->add_option_function<std::string>(
+          "--classes",
+          [names = &options->class_names](const std::string& list) { *names = split(list); },
+          "What the model's four classes are called")
+      ->type_name("A,B,C,D")
+      ->check(must_be<ClassNames>("four names with commas between them"));
 }
 
 void add_motion(const Commands& commands) {
@@ -385,7 +406,7 @@ void add_cry(const Commands& commands) {
   option(command, "--threshold", &options->threshold, "LOUDNESS",
          "The gate: the least loudness, a sum over every tenth sample's size (0 to\n"
          "32768). Less than the default counts as the default")
-      ->check(CLI::NonNegativeNumber.description(""))
+      ->check(must_be<Loudness>("a loudness of 0 or more"))
       ->default_str(fmt::format("{:.0f}", kLowestGate));
   add_progress(command, &options->wants_progress);
   add_root(command, &options->root);
@@ -474,6 +495,8 @@ CommandLine parse(int argc, char** argv) {
                                    KEL_NN_VERSION_PATCH),
                        "Print the version and exit");
   app.add_flag("--json", line.wants_json, "Print the result as JSON");
+  app.add_flag("-v,--verbose", line.is_verbose,
+               "Show what the library says while all is well, too, on standard error");
   app.footer(
       "kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly,\n"
       "130 interrupted (SIGINT), 143 ended (SIGTERM): no file is left half written.");

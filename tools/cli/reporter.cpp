@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "files.h"
 #include "library_call.h"
@@ -83,21 +84,50 @@ void ResultOutput::write(const std::string& text) {
   }
 }
 
+Reporter::Reporter(bool wants_json, bool is_verbose)
+    : wants_json_(wants_json), is_verbose_(is_verbose) {
+  library_lines_.emplace();
+}
+
+Reporter::~Reporter() {
+  if (is_verbose_) show_library_lines();
+}
+
+void Reporter::forget_library_lines() {
+  if (is_verbose_) return show_library_lines();
+  library_lines_.reset();  // before there is another one
+  library_lines_.emplace();
+}
+
+void Reporter::show_library_lines() {
+  std::string text = library_lines_->text();
+  if (!isatty(STDERR_FILENO)) text = std::regex_replace(text, std::regex("\033\\[[0-9;]*m"), "");
+  std::fputs(text.c_str(), stderr);
+  library_lines_.reset();
+  library_lines_.emplace();
+}
+
 void Reporter::report(const Json& result, const Text& text) {
+  if (is_verbose_) show_library_lines();
   output_.write(wants_json_ ? dumped(result, 2) : text(result));
 }
 
 void Reporter::report_one(const Json& result, const Text& text) {
+  if (is_verbose_) show_library_lines();
   output_.write(wants_json_ ? dumped(result, -1) : text(result));
 }
 
-void Reporter::complain(const std::string& message) const {
-  fmt::print(stderr, "kelnn: {}\n", message);
-}
+void Reporter::complain(const std::string& message) { fmt::print(stderr, "kelnn: {}\n", message); }
 
-void Reporter::complain(const std::exception& error) const {
+void Reporter::complain(const std::exception& error) {
   const auto* of_library = dynamic_cast<const kel_nn::Error*>(&error);
-  complain(of_library ? explanation(*of_library) : error.what());
+  if (of_library && of_library->kind() == kel_nn::Error::kModel &&
+      !unusable_models_.insert(of_library->task()).second) {
+    return forget_library_lines();
+  }
+  const std::string message = of_library ? explanation(*of_library) : error.what();
+  if (is_verbose_ || library_lines_->errors() > 0) show_library_lines();
+  complain(message);
 }
 
 void handle_signals() {
@@ -116,20 +146,21 @@ void catch_interruption() { g_finishes = 1; }
 
 int interruption() { return g_signal; }
 
-bool for_each_input(const std::vector<std::string>& inputs, const Reporter& reporter,
+bool for_each_input(const std::vector<std::string>& inputs, Reporter* reporter,
                     const std::function<void(const std::string&)>& work) {
   bool ok = true;
   for (const std::string& input : inputs) {
     if (interruption()) {
-      reporter.complain(fmt::format("interrupted before {}", input));
+      reporter->complain(fmt::format("interrupted before {}", input));
       break;
     }
     try {
       work(input);
+      reporter->forget_library_lines();
     } catch (const OutputFailure&) {
       throw;
     } catch (const std::exception& error) {
-      reporter.complain(error);
+      reporter->complain(error);
       ok = false;
     }
   }

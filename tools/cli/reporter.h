@@ -4,9 +4,12 @@
 
 #include <exception>
 #include <functional>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "kel_nn.hpp"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -33,21 +36,28 @@ class ResultOutput {
   int descriptor_;
 };
 
+// Holds back what the library prints until something fails; `is_verbose`: until the next word of the command's own.
 class Reporter {
  public:
-  explicit Reporter(bool wants_json) : wants_json_(wants_json) {}
+  Reporter(bool wants_json, bool is_verbose);
+  ~Reporter();
 
   // All that a command has to say.
   void report(const Json& result, const Text& text);
   // One result of many; JSON has a line for each.
   void report_one(const Json& result, const Text& text);
-  // To standard error.
-  void complain(const std::string& message) const;
-  void complain(const std::exception& error) const;
+  // To standard error. The second one shows the library's lines too, and tells of a model that does not load once.
+  void complain(const std::string& message);
+  void complain(const std::exception& error);
+  void forget_library_lines();  // what they are about went well
 
  private:
-  bool wants_json_;
+  void show_library_lines();
+
+  bool wants_json_, is_verbose_;
   ResultOutput output_;
+  std::optional<kel_nn::Messages> library_lines_;  // there is always one
+  std::set<std::string> unusable_models_;          // tasks
 };
 
 // A signal that ends the process leaves no temporary files. From main().
@@ -59,7 +69,7 @@ int interruption();  // the signal; 0: none
 
 // Does something with each input. One that fails is complained about and the others are still done;
 // false: there was one.
-bool for_each_input(const std::vector<std::string>& inputs, const Reporter& reporter,
+bool for_each_input(const std::vector<std::string>& inputs, Reporter* reporter,
                     const std::function<void(const std::string&)>& work);
 
 }  // namespace kelnn_cli

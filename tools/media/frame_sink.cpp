@@ -90,10 +90,11 @@ std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per
 DrawingTarget::DrawingTarget(const std::string& out, const std::vector<std::string>& inputs)
     : out_(out) {
   std::error_code error;
-  is_directory_ = !out.empty() && (out.back() == '/' || fs::is_directory(out, error));
+  const bool is_new_name = !fs::exists(out, error) && extension_of(out).empty();
+  is_directory_ = !out.empty() && (out.back() == '/' || fs::is_directory(out, error) ||
+                                   (inputs.size() > 1 && is_new_name));
   if (!out.empty() && inputs.size() > 1 && !is_directory_) {
-    throw Failure("--draw " + out + ": of several inputs, drawings go to a directory; " + out +
-                  "/ makes one");
+    throw UsageError("--draw " + out + ": of several inputs, drawings go to a directory");
   }
   std::vector<std::string> outputs;
   for (const std::string& input : inputs) {

@@ -17,6 +17,7 @@ struct Box {
 // Any picture that can be read, as 8-bit BGR. This and what follows throw a Failure that names the
 // path.
 cv::Mat load_picture(const std::string& path);
+// What of the box lies in the picture: detectors' boxes reach out of it.
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
 
 bool is_usual_picture(const std::string& path);  // PNG or JPEG, by its first bytes

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "files.h"
 #include "model_search.h"
 #include "network.h"
 #include "packed_model.h"
@@ -16,8 +17,8 @@ namespace {
 
 std::string pack_command(const Task& task, const std::string& root, const char* network) {
   const std::string pack = fmt::format("kelnn pack {} {}", task.key, network);
-  if (root == models_to_write()) return pack;
-  return fmt::format("{} --root {}", pack, root.empty() ? "./" : root);
+  if (is_filled_by_pack(root)) return pack;
+  return fmt::format("{} --root {}", pack, quoted(root.empty() ? "./" : root));
 }
 
 // The tasks that a network would fit: "face-features or face-classes".
@@ -90,7 +91,8 @@ std::vector<Inspection> misnamed_models(const std::string& root) {
       const Task* task = read_model_file(path).task;
       if (!task) continue;
       found.push_back({task, Inspection::State::kBroken, path, "no task opens a file of this name",
-                       fmt::format("rename it to {}", task->file_name)});
+                       fmt::format("mv {} {}", quoted(path),
+                                   quoted(entry.path().parent_path() / task->file_name))});
     } catch (const Failure&) {  // no file, or not one for us to read
     }
   }

@@ -61,6 +61,10 @@ std::string models_to_write() {
   return at.own.empty() ? "./" : at.own;
 }
 
+bool is_filled_by_pack(const std::string& root) {
+  return root == models_to_write() || (root == models_to_read() && !holds_a_model(root));
+}
+
 std::string where_models_were_looked_for(const std::string& root) {
   const Places at = places();
   if (root != models_to_read()) return "";

@@ -10,6 +10,9 @@ namespace kelnn_cli {
 // Both are roots as the library takes them, with a "/" at the end.
 std::string models_to_read();   // if there are none: where packages put them
 std::string models_to_write();  // never the packages' directory; "./" for somebody without a home
+// Would commands without a root find in it what pack without a root writes? Not of an installed directory with models:
+// it is no longer looked in once the user's own has one.
+bool is_filled_by_pack(const std::string& root);
 
 // Where models_to_read() looked, in one line; empty if `root` is another directory.
 std::string where_models_were_looked_for(const std::string& root);

@@ -18,7 +18,9 @@ std::string load_problem(const Bytes& onnx) {
                                                                          jzdl::net_destory);
   const int code = net ? net->load_model(reinterpret_cast<const char*>(container.data()), 1)
                        : kelnn_host::kOutOfMemory;
-  return code ? kelnn_host::describe_load_error(code) : "the engine refuses the network";
+  if (code == kelnn_host::kOk) return "the engine refuses the network";
+  const std::string reason = kelnn_host::last_refusal();
+  return kelnn_host::describe_load_error(code) + (reason.empty() ? "" : ": " + reason);
 }
 
 std::string shape_text(const std::array<size_t, 3>& dim) {

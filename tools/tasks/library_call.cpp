@@ -8,6 +8,7 @@
 #include "model_inspection.h"
 
 namespace kelnn_cli {
+
 std::string explanation(const kel_nn::Error& error) {
   const Task* task = find_task(error.task());
   if (error.kind() == kel_nn::Error::kModel && task) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "library_call.h"
+#include "model_inspection.h"
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
@@ -29,9 +30,10 @@ Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool i
 bool Watcher::has_model(const std::string& key, const char* what) {
   const std::string path = library_.directory() + find_task(key)->file_name;
   std::error_code error;
-  if (std::filesystem::exists(path, error)) return true;
-  note_(std::string(what) + " are left out: there is no model " + path + "; kelnn pack " + key +
-        " makes one");
+  // What cannot be looked at is for the library to try and for explanation() to tell.
+  if (std::filesystem::exists(path, error) || error) return true;
+  note_(std::string(what) + " are left out: there is no model " + path +
+        "\nTo do: " + inspect_model(*find_task(key), library_.directory()).command);
   return false;
 }
 
