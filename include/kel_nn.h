@@ -12,7 +12,8 @@
  *     }
  *     kel_nn_handle_destroy(handle);
  *
- * Reading order: version and handle, model files, tasks, primitives, engine.
+ * Reading order: version and handle, model files, tasks, primitives, engine. docs/pitfalls.md has
+ * what surprises callers.
  *
  * What holds everywhere
  *
