@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the routines cost on a processor without a vector unit: scripts/mips_costs.sh runs this under
+// What the routines cost on a processor without a vector unit: bench/mips_costs.sh runs this under
 // emulation, counts the instructions and prints a table.
 //
 //     mips_costs                    prints the cases

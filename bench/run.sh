@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Builds and runs the benchmarks and prints a Markdown table of ratios for each program: scripts/bench.sh [NAME-PATTERN]
+# Builds and runs the benchmarks and prints a Markdown table of ratios for each program: bench/run.sh [NAME-PATTERN]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake -S . -B build/bench -G Ninja -DKEL_NN_BENCH=ON >/dev/null

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Counts the instructions that a program built for MIPS executes, in all and by function:
 #
-#     scripts/count_mips_instructions.sh PROGRAM [ARGUMENT...]
+#     bench/count_mips_instructions.sh PROGRAM [ARGUMENT...]
 #
 # The program's own output stays as it is; the counts follow on standard error. They are the same in every
 # run of the same binary. Link statically (-static) to see the C library's functions by name, and keep a

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Instructions that a call executes in the MIPS32r2 build, under emulation, beside the loops as one would first
-# write them: scripts/mips_costs.sh [NAME-PATTERN]. One Markdown table; the same figures in every run.
+# write them: bench/mips_costs.sh [NAME-PATTERN]. One Markdown table; the same figures in every run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 [ -f build/mips-bench/build.ninja ] || cmake -S . -B build/mips-bench -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mipsel-linux-gnu.cmake \
@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 cmake --build build/mips-bench --target mips_costs >/dev/null
 program=build/mips-bench/bench/mips_costs
 instructions() {  # CASE WHO TIMES
-  scripts/count_mips_instructions.sh "$program" "$@" 2>&1 >/dev/null | awk '/ instructions$/ { print $1; exit }'
+  bench/count_mips_instructions.sh "$program" "$@" 2>&1 >/dev/null | awk '/ instructions$/ { print $1; exit }'
 }
 echo "| case | instructions | plain | of plain |"
 echo "| --- | ---: | ---: | ---: |"
