@@ -3,6 +3,7 @@
 
 Links lead to a file and to a heading in it. Names of files in the tree exist. Commands, in fences marked `sh`, after a
 `$` and between backquotes, name scripts, programs, presets and targets that exist and options that these know.
+What is shown below `$ kelnn` is printed by it.
 docs/porting.md explains every message of the library. .ci/run runs a command of README.md. Programs are run by reference/check_reference.py.
 """
 import argparse
@@ -128,6 +129,17 @@ class Checker:
 
     # ----- Commands -----
 
+    def check_shown(self, page: Page) -> None:
+        """What stands below `$ kelnn ...` is what it prints, where its files are in the tree."""
+        for fence in page.fences:
+            for shown in re.findall(r"^\$ kelnn (.*)\n((?:(?!\$ ).*\n?)*)", fence.text, re.MULTILINE) if fence.language == "" else []:
+                arguments, wanted = shlex.split(shown[0]), shown[1].rstrip()
+                if all((ROOT / word).exists() for word in arguments if "/" in word):
+                    self.where = f"{page.path.relative_to(ROOT)}:{fence.line}"
+                    said = subprocess.run([self.kelnn, *arguments], cwd=ROOT, capture_output=True, text=True).stdout.rstrip()
+                    if said != wanted:
+                        self.complain(f"kelnn {shown[0]} prints\n{said}")
+
     def check_command(self, command: str) -> None:
         for inner in re.findall(r"\$\(([^()]*)\)", command):
             self.check_command(inner)
@@ -228,7 +240,7 @@ class Checker:
 
     def check_ci(self) -> None:
         self.where = ".ci/run"
-        shown = [command for _, command in self.pages[ROOT / "README.md"].commands()]
+        shown = [command.split(" #")[0].strip() for _, command in self.pages[ROOT / "README.md"].commands()]
         last = (ROOT / ".ci/run").read_text().strip().split("\n")[-1].removeprefix("exec ")
         if last not in shown:
             self.complain(f"README.md has no command '{last}'")
@@ -237,6 +249,7 @@ class Checker:
         for page in self.pages.values():
             self.check_links(page)
             self.check_names(page)
+            self.check_shown(page)
             for line, command in page.commands():
                 self.where = f"{page.path.relative_to(ROOT)}:{line}"
                 self.check_command(command.split(" #")[0] if not command.startswith("#") else "")
