@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/sample_networks.sh
 build=build/demo
-models=$build/models/
+models=$build/share/kelnn/models/  # where the kelnn of this build looks
 pictures=examples/pictures
 
 step() { printf '\n\033[1m%s\033[0m\n' "$*"; }
@@ -26,9 +26,9 @@ quietly() {
 step "1. Install and build"
 scripts/install_packages.sh build
 mkdir -p "$build"
-quietly cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release
+quietly cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_UNITY_BUILD=ON -DKEL_NN_DOCS=OFF
 quietly cmake --build "$build" --target kelnn_cli compare_faces kelnn_python
-export PATH="$PWD/$build/tools:$PWD/$build/examples:$PATH"
+PATH=$PWD/$build/tools:$PWD/$build/examples:$PATH
 echo "kelnn and compare_faces are in $build"
 
 step "2. Pack the sample networks: kelnn pack TASK NETWORK.onnx --root $models"
@@ -39,7 +39,7 @@ quietly kelnn doctor --root "$models"
 tail -n 1 "$build/demo.log"
 
 step "3. Every task on the samples"
-PYTHONPATH=$build/python /usr/bin/python3 scripts/make_report.py --root "$models" --out "$build/report.html" --kelnn kelnn
+PYTHONPATH=$build/python /usr/bin/python3 scripts/make_report.py --root "$models" --out "$build/report.html" --kelnn "$build/tools/kelnn"
 
 step "4. The same in a C program of your own: examples/compare_faces.c"
 # Sets $similarity to what the program prints for two pictures.
@@ -55,4 +55,5 @@ compare $pictures/face_a.pgm $pictures/face_b.pgm
 awk -v same="$same" -v other="$similarity" 'BEGIN { exit !(same + 0 > other + 0) }' ||
   fail "the face resembles another face ($similarity) at least as much as its own copy ($same)"
 
-step "All tasks work. Open $build/report.html in a browser."
+step "All tasks work. Open $build/report.html in a browser. To type its commands here, first:"
+echo "export PATH=\"$PWD/$build/tools:\$PATH\""

@@ -13,10 +13,11 @@ import itertools
 import os
 import pathlib
 import platform
+import shlex
 import subprocess
 import sys
 import time
-from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple
+from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, TypeVar
 
 import numpy as np
 import soundfile
@@ -32,10 +33,13 @@ OBJECT_CLASSES = ["cat", "dog", "car", "parcel"]
 SAME_PERSON = 0.55  # similarity from which on two faces are taken for one person's
 FRAMES_A_SECOND, PERIOD = 10, 5
 RATIOS = [0.125, 0.25, 0.5, 1, 2, 4, 8]  # of changed pixels, in per cent
+TOGETHER = "persons, faces, each face's landmarks and features"
 COLOURS = ["#2468b0", "#c2403a", "#2f8f4e", "#d8a021"]
 
 Pixels = NDArray[np.uint8]
 Path = pathlib.Path
+Task = TypeVar("Task")
+Result = TypeVar("Result")
 
 
 class Run:
@@ -45,13 +49,24 @@ class Run:
         self.library = kelnn.Library(root)
         self.scenes, self.faces = examples / "pictures" / "scenes", examples / "pictures" / "faces"
         self.sound, self.video = examples / "sounds" / "evening.flac", examples / "videos" / "visitor.avi"
-        self.seconds: Dict[str, float] = {}
+        self.loading: Dict[str, float] = {}
+        self.calls: Dict[str, List[float]] = {}
 
-    @contextlib.contextmanager
-    def timed(self, task: str) -> Iterator[None]:
+    def load(self, task: str, make: Callable[[], Task]) -> Task:
         start = time.monotonic()
-        yield
-        self.seconds[task] = self.seconds.get(task, 0) + time.monotonic() - start
+        made = make()
+        self.loading[task] = self.loading.get(task, 0) + time.monotonic() - start
+        return made
+
+    def timed(self, task: str, call: Callable[[], Result]) -> Result:
+        start = time.monotonic()
+        result = call()
+        self.calls.setdefault(task, []).append(time.monotonic() - start)
+        return result
+
+    def typed(self, *words: Any) -> str:
+        """A command to paste where the tree's root is: kelnn WORDS."""
+        return shlex.join(["kelnn", *(os.path.relpath(word) if isinstance(word, Path) else str(word) for word in words)])
 
 
 def check(condition: bool, message: str) -> None:
@@ -104,11 +119,11 @@ def detected(run: Run, task: str, make: Any, pictures: Sequence[Path], names: Se
     everything, figures = [], []
     for picture in pictures:
         pixels = colour(picture)
-        with run.timed(task), make((pixels.shape[1], pixels.shape[0])) as detector:
-            found = detector.detect(pixels)
+        with run.load(task, lambda: make((pixels.shape[1], pixels.shape[0]))) as detector:
+            found = run.timed(task, lambda: detector.detect(pixels))
         found_names = [names[one.class_id] for one in found]
         caption = ", ".join(f"{found_names.count(n)} × {n}" for n in dict.fromkeys(found_names)) or "nothing found"
-        figures.append(page.figure(with_boxes(pixels, list(zip(found, found_names))), f"{picture.name}: {caption}", height=280))
+        figures.append(page.figure(with_boxes(pixels, list(zip(found, found_names))), f"{picture.name}: {caption}"))
         everything.append(found)
     check(sum(map(len, everything)) >= len(pictures), f"{task}: too little was found")
     return everything, figures
@@ -117,29 +132,30 @@ def detected(run: Run, task: str, make: Any, pictures: Sequence[Path], names: Se
 def faces(run: Run) -> str:
     pictures = sorted(run.scenes.glob("faces_*.jpg"))
     _, figures = detected(run, "face detection", lambda size: kelnn.FaceDetector(run.library), pictures, ["face"])
-    return page.section("Faces", "Face detection: where are faces?", f"kelnn faces {os.path.relpath(pictures[0])} --draw out.png",
-                        run.seconds["face detection"], page.row(figures))
+    return page.section("Faces", "Face detection: where are faces?", [run.typed("faces", pictures[0], "--draw", "faces.png")],
+                        page.row(figures, 280))
 
 
 def landmarks(run: Run) -> str:
     pictures = sorted(run.faces.glob("*.png"))[:8]
     images = [grey(picture) for picture in pictures]
-    with run.timed("face landmarks"), kelnn.FaceLandmarks(run.library) as task:
-        found = [task.of(image, whole(image)) for image in images]
-    with run.timed("face classes"), kelnn.FaceClassifier(run.library) as classifier:
-        kinds = [classifier.of(image, whole(image)) for image in images]
+    with run.load("face landmarks", lambda: kelnn.FaceLandmarks(run.library)) as task:
+        found = [run.timed("face landmarks", lambda: task.of(image, whole(image))) for image in images]
+    with run.load("face classes", lambda: kelnn.FaceClassifier(run.library)) as classifier:
+        kinds = [run.timed("face classes", lambda: classifier.of(image, whole(image))) for image in images]
     figures = [page.figure(with_points(image, one.points), f"{FACE_CLASSES[kind.id]}, {kind.score:.2f}; turned "
-                           f"{np.degrees(one.pose[0]):+.0f}°", height=160)
+                           f"{np.degrees(one.pose[0]):+.0f}°")
                for image, one, kind in zip(images, found, kinds)]
     return page.section("Landmarks and classes", "Face landmarks: eyes, nose and mouth. Face classification: which of three "
-                        "kinds of face, with its score.", "kelnn landmarks FACE.png --draw out.png; kelnn classify-face FACE.png",
-                        run.seconds["face landmarks"] + run.seconds["face classes"], page.row(figures))
+                        "kinds of face, with its score.",
+                        [run.typed("landmarks", pictures[0], "--draw", "points.png"), run.typed("classify-face", pictures[0])],
+                        page.row(figures, 160))
 
 
 def features(run: Run) -> str:
     pictures = sorted(run.faces.glob("*.png"))
-    with run.timed("face features"), kelnn.FaceFeatures(run.library) as task:
-        vectors = [task.of(image, whole(image)) for image in map(grey, pictures)]
+    with run.load("face features", lambda: kelnn.FaceFeatures(run.library)) as task:
+        vectors = [run.timed("face features", lambda: task.of(image, whole(image))) for image in map(grey, pictures)]
     alike = [[kelnn.similarity(v, w) for w in vectors] for v in vectors]
     people = [picture.stem.split("_")[0] for picture in pictures]
     pairs = list(itertools.combinations(range(len(pictures)), 2))
@@ -149,8 +165,7 @@ def features(run: Run) -> str:
     check(sum(same) / len(same) > sum(other) / len(other), "faces resemble others as much as themselves")
     words = (f"Face features: 256 numbers a face, and how alike two faces are. {len(set(people))} persons, several pictures "
              f"of each side by side. {right} of {len(pairs)} pairs are told right at {SAME_PERSON}.")
-    return page.section("Who is it?", words, "kelnn compare A.png B.png", run.seconds["face features"],
-                        page.matrix(pictures, alike))
+    return page.section("Who is it?", words, [run.typed("compare", *pictures[:2])], page.matrix(pictures, alike))
 
 
 def persons_and_things(run: Run) -> str:
@@ -163,29 +178,32 @@ def persons_and_things(run: Run) -> str:
     rows = []
     for picture, found, names in ((pictures[0], persons[0], ["person"]), (object_pictures[0], things[0], OBJECT_CLASSES)):
         pixels = colour(picture)
-        with run.timed("person classes"), kelnn.PersonClassifier(run.library) as classifier:
-            rows += [[page.text(picture.name), "<code>{},{},{},{}</code>".format(*one.box), names[one.class_id],
-                      f"{classifier.of(pixels, one.box):.3f}"] for one in found[:3]]
+        with run.load("person classes", lambda: kelnn.PersonClassifier(run.library)) as classifier:
+            for one in found[:3]:
+                probability = run.timed("person classes", lambda: classifier.of(pixels, one.box))
+                rows.append([page.text(picture.name), ",".join(map(str, one.box)), names[one.class_id], f"{probability:.3f}"])
     return page.section("Persons", "Person detection, one network for each orientation of frames. Below: person classification "
                         "of some boxes: how probable is a person in it?",
-                        f"kelnn persons {os.path.relpath(pictures[0])} --draw out.png",
-                        run.seconds["person detection"] + run.seconds["person classes"],
-                        page.row(person_figures) + "<br>" +
+                        [run.typed("persons", pictures[0], "--draw", "persons.png"),
+                         run.typed("classify-person", pictures[0], "--box", rows[0][1])],
+                        page.row(person_figures, 280) + "<br>" +
                         page.table(["picture", "box", "found as", "person"], rows, numbers=[3])) + page.section(
         "Four kinds of things", "Four-class detection; what the classes are comes with the network.",
-        f"kelnn objects {os.path.relpath(object_pictures[0])} --classes {','.join(OBJECT_CLASSES)} --draw out.png",
-        run.seconds["four-class detection"], page.row(thing_figures))
+        [run.typed("objects", object_pictures[0], "--classes", ",".join(OBJECT_CLASSES), "--draw", "things.png")],
+        page.row(thing_figures, 280))
 
 
 def cries(run: Run) -> str:
     samples, rate = soundfile.read(run.sound, dtype="int16")
     check(rate == kelnn.SAMPLE_RATE, f"{run.sound} has another rate")
-    with run.timed("cry detection"), kelnn.CryDetector(run.library) as detector:
-        heard = detector.add(samples)
+    windows = [samples[at:at + kelnn.WINDOW_SAMPLES]
+               for at in range(0, len(samples) - kelnn.WINDOW_SAMPLES + 1, kelnn.WINDOW_SAMPLES)]
+    with run.load("cry detection", lambda: kelnn.CryDetector(run.library)) as detector:
+        heard = [run.timed("cry detection", lambda: detector.add(window))[0] for window in windows]
     check(max(heard) > 0.5 > min(heard), "the cry in evening.flac was not told from the rest")
     at = int(np.argmax(heard))
     with kelnn.SoundFeatures() as sound:
-        seen = sound.of(samples[at * kelnn.WINDOW_SAMPLES:(at + 1) * kelnn.WINDOW_SAMPLES])
+        seen = sound.of(windows[at])
     assert seen is not None
     file = io.BytesIO()
     shown = np.interp(seen, (seen.min(), seen.max()), (0, 255)).astype(np.uint8)
@@ -196,19 +214,19 @@ def cries(run: Run) -> str:
                             "channels, brighter where there is more energy than usual")
     return page.section("Is a baby crying?", f"Cry detection on {3 * len(heard)} seconds of sound: talk, a cry from 12 to 21 s, "
                         "a telephone from 24 s on, music.",
-                        f"kelnn cry {os.path.relpath(run.sound)}", run.seconds["cry detection"], content)
+                        [run.typed("cry", run.sound)], content)
 
 
 def decisions(run: Run, frames: Sequence[Pixels], ratio: float) -> List[bool]:
     """Of each period, whether there was motion."""
     with kelnn.MotionFilter(run.library, ratio=ratio, period=PERIOD) as motion_filter:
-        return [moved for moved in map(motion_filter.take, frames) if moved is not None]
+        taken = [run.timed("motion filter", lambda: motion_filter.take(frame)) for frame in frames]
+    return [moved for moved in taken if moved is not None]
 
 
 def motion(run: Run) -> str:
     frames = [grey(io.BytesIO(frame)) for frame in page.jpeg_frames(run.video)]
-    with run.timed("motion filter"):
-        moved = [decisions(run, frames, ratio) for ratio in RATIOS]
+    moved = [decisions(run, frames, ratio) for ratio in RATIOS]
     usual = moved[RATIOS.index(0.5)]
     check(set(usual) == {True, False}, "the video was not told into motion and stillness")
     highest = [max((i + 1 for i, row in enumerate(moved) if row[period]), default=0) for period in range(len(usual))]
@@ -219,8 +237,8 @@ def motion(run: Run) -> str:
                         "each half second is motion; red: at 0.5 %")
     return page.section("Did something move?", "The motion filter needs no network: it counts pixels that changed twice and "
                         "lets the frames of a period vote.",
-                        f"kelnn motion {os.path.relpath(run.video)} --sweep --ratios {','.join(f'{r:g}' for r in RATIOS)} "
-                        f"--periods {PERIOD}", run.seconds["motion filter"], content)
+                        [run.typed("motion", run.video, "--sweep", "--ratios", ",".join(f"{r:g}" for r in RATIOS),
+                                   "--periods", PERIOD)], content)
 
 
 def watch(run: Run) -> str:
@@ -231,7 +249,7 @@ def watch(run: Run) -> str:
     is_awake = False
     frames = page.jpeg_frames(run.video)
     size = Image.open(io.BytesIO(frames[0])).size
-    with run.timed("all of them"), contextlib.ExitStack() as stack:
+    with contextlib.ExitStack() as stack:
         motion_filter = stack.enter_context(kelnn.MotionFilter(run.library, ratio=0.5, period=PERIOD))
         person_task = stack.enter_context(kelnn.PersonDetector(run.library, size))
         face_task = stack.enter_context(kelnn.FaceDetector(run.library))
@@ -242,14 +260,16 @@ def watch(run: Run) -> str:
             if moved is not None:
                 is_awake = moved
                 periods += moved
-            boxes: List[Tuple[kelnn.Detection, str]] = []
             pixels = colour(io.BytesIO(frame))
-            if is_awake:
-                boxes += [(one, "person") for one in person_task.detect(pixels)]
+
+            def look() -> List[Tuple[kelnn.Detection, str]]:
+                found = [(one, "person") for one in person_task.detect(pixels)]
                 for face in face_task.detect(pixels):
-                    boxes.append((face, "face"))
+                    found.append((face, "face"))
                     landmark_task.of(pixels, face.box)
                     check(abs(kelnn.l2norm(feature_task.of(pixels, face.box)) - 1) < 1e-3, "features are not of unit length")
+                return found
+            boxes = run.timed(TOGETHER, look) if is_awake else []
             for name, times in zip(("person", "face"), seen.values()):
                 if any(one == name for _, one in boxes):
                     times.append(number / FRAMES_A_SECOND)
@@ -260,29 +280,33 @@ def watch(run: Run) -> str:
     content = page.player(drawn, 1 / FRAMES_A_SECOND, "watch") + page.table(["seen", "frames", "first", "last"], rows,
                                                                             numbers=[1, 2, 3])
     return page.section("All of it, as a camera would", "Motion wakes the detectors; persons, then faces, then landmarks and "
-                        "features of each face.", f"kelnn watch {os.path.relpath(run.video)} --ratio 0.5 --period {PERIOD} "
-                        "--draw seen.avi", run.seconds["all of them"], content)
+                        "features of each face.",
+                        [run.typed("watch", run.video, "--ratio", 0.5, "--period", PERIOD, "--draw", "seen.avi")], content)
 
 
 def command_line(kelnn_program: str, run: Run, root: str) -> str:
     """One command as it is typed, and what it prints."""
     picture = os.path.relpath(run.scenes / "faces_1.jpg")
-    start = time.monotonic()
     done = subprocess.run([kelnn_program, "faces", picture, "--root", root], capture_output=True, text=True)
     check(done.returncode == 0 and bool(done.stdout), f"kelnn faces failed\n{done.stderr}")
-    return page.section("At the command line", "What a command prints; with <code>--json</code>, an object a line.",
-                        f"kelnn faces {picture}", time.monotonic() - start, f"<pre>{page.text(done.stdout)}</pre>")
+    return page.section("At the command line", "What a command prints; with --json, an object a line.",
+                        [f"kelnn faces {picture}"], f"<pre>{page.text(done.stdout)}</pre>")
 
 
 def overview(run: Run) -> str:
-    rows = [[page.text(task), f"{seconds:.2f}"] for task, seconds in run.seconds.items()]
-    return page.section("How long it took", "Seconds, loading the networks each time, on this machine: " +
-                        page.text(f"{platform.machine()}, {os.cpu_count()} processors."), None, 0,
-                        page.table(["task", "seconds"], rows, numbers=[1]))
+    rows = [[page.text(task), f"{1e3 * run.loading[task]:.0f}" if task in run.loading else "", len(calls),
+             f"{1e3 * sorted(calls)[len(calls) // 2]:.2f}", f"{1e3 * max(calls):.2f}"] for task, calls in run.calls.items()]
+    return page.section("How long it took", "Milliseconds on this machine (" +
+                        page.text(f"{platform.machine()}, {os.cpu_count()} processors") + "). A call takes one picture, face, 3 seconds "
+                        "of sound or frame: scaling or cutting out, the network and what is made of its outputs; reading files and "
+                        "drawing are not in it. Loading is that of all networks of the task.", [],
+                        page.table(["task", "loading", "calls", "a call (median)", "the longest"], rows, numbers=[1, 2, 3, 4]))
 
 
 INTRODUCTION = """<p>Every task of libkelnn, run on this machine through its Python module: the library as the camera has it,
-over another runtime. The command line does the same.</p>
+over another runtime. The command line does the same; its commands can be pasted into a shell in the root of the source tree,
+as they stand where kelnn is installed, else after this line:</p>
+<pre>PATHS</pre>
 <p class="note">The networks are samples, trained on drawings, so that every task shows a result. They do not know real people
 or things: bring your own networks for those. The one for cries has also heard real babies.</p>"""
 
@@ -306,7 +330,9 @@ def main(arguments: Optional[Sequence[str]] = None) -> None:
     if options.kelnn:
         parts.append(command_line(options.kelnn, run, options.root))
     parts.append(overview(run))
-    written = page.page("libkelnn at work", INTRODUCTION, parts)
+    program = Path(options.kelnn or "build/demo/tools/kelnn").resolve()
+    line = f'export PATH="$PWD/{os.path.relpath(program.parent)}:$PATH"'
+    written = page.page("libkelnn at work", INTRODUCTION.replace("PATHS", page.text(line)), parts)
     Path(options.out).write_text(written, encoding="utf-8")
     print(f"{options.out}: {len(written) / 1e6:.1f} MB")
 

@@ -6,22 +6,26 @@ import mimetypes
 import struct
 
 STYLE = """
-:root { --ink: #1d2733; --soft: #5d6b7a; --line: #dde3ea; --card: #fff; --paper: #f4f6f9; --blue: #2468b0; --red: #c2403a; }
+:root { color-scheme: light dark; --ink: #1d2733; --soft: #566473; --line: #dde3ea; --card: #fff; --paper: #f4f6f9;
+  --bar: #9db4cc; --red: #c2403a; --note: #fdf6e3; --edge: #d8a021 }
+@media (prefers-color-scheme: dark) { :root { --ink: #e4e9ef; --soft: #9aa8b7; --line: #34404d; --card: #1b232c; --paper: #12181f;
+  --bar: #52697f; --red: #e0685f; --note: #2c2715 } }
 * { box-sizing: border-box }
 body { margin: 0; background: var(--paper); color: var(--ink); font: 16px/1.5 system-ui, "Segoe UI", sans-serif }
-header, main, footer { max-width: 1120px; margin: 0 auto; padding: 0 24px }
+header, main, footer { max-width: 1120px; margin: 0 auto; padding: 0 clamp(12px, 3vw, 24px) }
 header { padding-top: 36px } h1 { margin: 0; font-size: 32px } header p { max-width: 760px; color: var(--soft) }
-section { background: var(--card); border: 1px solid var(--line); border-radius: 10px; padding: 20px 24px; margin: 22px 0 }
+section { background: var(--card); border: 1px solid var(--line); border-radius: 10px; padding: 20px clamp(12px, 3vw, 24px); margin: 22px 0 }
 h2 { margin: 0 0 4px; font-size: 21px } section > p { margin: 0 0 12px; max-width: 800px; color: var(--soft) }
-.row { display: flex; flex-wrap: wrap; gap: 16px; align-items: flex-start } figure { margin: 0 }
-figure img { display: block; border-radius: 6px; max-width: 100% } figcaption { font-size: 13px; color: var(--soft) }
-pre { font: 13px ui-monospace, monospace; background: var(--paper); padding: 10px 14px; border-radius: 6px; overflow-x: auto }
-code { font: 13px ui-monospace, monospace; background: var(--paper); padding: 2px 6px; border-radius: 4px; overflow-wrap: anywhere }
+.row { display: flex; flex-wrap: wrap; gap: 16px; align-items: flex-start } figure { margin: 0; max-width: 100% }
+figure img { display: block; border-radius: 6px; max-width: 100%; height: auto } figcaption { font-size: 13px; color: var(--soft) }
+.row img { width: auto; max-height: var(--tall) } .scroll { overflow-x: auto }
+pre { font: 13px ui-monospace, monospace; background: var(--paper); padding: 10px 14px; border-radius: 6px; overflow-x: auto; margin: 0 0 12px }
 table { border-collapse: collapse; font-size: 14px } th, td { text-align: left; padding: 4px 12px 4px 0; border-bottom: 1px solid var(--line) }
-td.number, th.number { text-align: right } .note { border-left: 4px solid #d8a021; background: #fdf6e3; padding: 8px 14px; color: var(--ink) }
-.matrix td { padding: 0; border: 1px solid #fff; width: 46px; height: 40px; text-align: center; font-size: 12px }
-.matrix img { width: 44px; height: 44px; display: block } .player img { width: 100% } .player input { width: 100% }
-.player { max-width: 640px }
+td.number, th.number { text-align: right; font-variant-numeric: tabular-nums }
+.note { border-left: 4px solid var(--edge); background: var(--note); padding: 8px 14px; color: var(--ink) }
+.matrix td { padding: 0; border: 1px solid var(--card); min-width: 46px; height: 40px; text-align: center; font-size: 12px }
+.matrix img { width: 44px; height: 44px; display: block } .matrix td:first-child { position: sticky; left: 0; background: var(--card) }
+.player { max-width: 640px } .player img { width: 100%; height: auto } .player input { width: 100% }
 """
 
 
@@ -38,26 +42,26 @@ def file_uri(path):
         return data_uri(file.read(), mimetypes.guess_type(str(path))[0])
 
 
-def figure(picture, caption, height=None):
+def figure(picture, caption):
     """`picture`: the bytes of a PNG file."""
-    size = f' height="{height}"' if height else ""
-    return f'<figure><img src="{data_uri(picture, "image/png")}" alt="{text(caption)}"{size}><figcaption>{text(caption)}</figcaption></figure>'
+    return f'<figure><img src="{data_uri(picture, "image/png")}" alt="{text(caption)}"><figcaption>{text(caption)}</figcaption></figure>'
 
 
-def row(figures):
-    return '<div class="row">' + "".join(figures) + "</div>"
+def row(figures, height):
+    """Side by side, each at most so high; they keep their shape where the window is narrow."""
+    return f'<div class="row" style="--tall:{height}px">' + "".join(figures) + "</div>"
 
 
 def table(head, rows, numbers=()):
     def cells(tag, values):
         return "".join(f'<{tag}{" class=number" if i in numbers else ""}>{value}</{tag}>' for i, value in enumerate(values))
-    return ("<table><tr>" + cells("th", [text(h) for h in head]) + "</tr>" +
-            "".join("<tr>" + cells("td", values) + "</tr>" for values in rows) + "</table>")
+    return ('<div class="scroll"><table><tr>' + cells("th", [text(h) for h in head]) + "</tr>" +
+            "".join("<tr>" + cells("td", values) + "</tr>" for values in rows) + "</table></div>")
 
 
-def section(title, words, command, seconds, content):
-    """`command` may be None; `seconds` is how long all of it took."""
-    how = f"<p><code>{text(command)}</code> &nbsp; {seconds:.1f} s</p>" if command else ""
+def section(title, words, commands, content):
+    """`commands`: lines to paste into a shell; none: an empty list."""
+    how = "<pre>" + text("\n".join(commands)) + "</pre>" if commands else ""
     return f"<section><h2>{text(title)}</h2><p>{words}</p>{how}{content}</section>"
 
 
@@ -68,7 +72,7 @@ def bars(values, limit, labels, marked, line=None, height=120, caption=""):
     for i, value in enumerate(values):
         high = max(1, min(value, limit) / limit * height)
         parts.append(f'<rect x="{i * (wide + gap)}" y="{height - high:.1f}" width="{wide}" height="{high:.1f}" '
-                     f'fill="{"var(--red)" if marked[i] else "#9db4cc"}"><title>{text(labels[i])}</title></rect>')
+                     f'fill="{"var(--red)" if marked[i] else "var(--bar)"}"><title>{text(labels[i])}</title></rect>')
     if line is not None:
         y = height - line / limit * height
         parts.append(f'<line x1="0" x2="{width}" y1="{y:.1f}" y2="{y:.1f}" stroke="var(--ink)" stroke-dasharray="4 4"/>')
@@ -87,7 +91,7 @@ def matrix(pictures, values):
         cells = "".join(f'<td style="background:hsl(210 60% {96 - 56 * max(0.0, v):.0f}%);color:{"#fff" if v > 0.6 else "#1d2733"}">'
                         f"{v:.2f}</td>" for v in line)
         rows.append(f'<tr><td><img src="{file_uri(picture)}" alt=""></td>{cells}</tr>')
-    return '<table class="matrix">' + head + "".join(rows) + "</table>"
+    return '<div class="scroll"><table class="matrix">' + head + "".join(rows) + "</table></div>"
 
 
 def jpeg_frames(path):
@@ -119,6 +123,6 @@ at.oninput = () => {{ clearInterval(playing); show(at.value | 0); }}; show(0); }
 
 
 def page(title, words, parts):
-    return (f'<!DOCTYPE html><html lang="en"><head><meta charset="utf-8"><meta name="viewport" content="width=device-width">'
+    return (f'<!DOCTYPE html><html lang="en"><head><meta charset="utf-8"><meta name="viewport" content="width=device-width, initial-scale=1">'
             f"<title>{text(title)}</title><style>{STYLE}</style></head><body><header><h1>{text(title)}</h1>{words}</header>"
             f"<main>{''.join(parts)}</main></body></html>\n")

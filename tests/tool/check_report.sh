@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Makes the report of every task on the sample networks of a build, which fails where a network does not see what the
-# samples show; the page must need nothing beside itself: check_report.sh BUILD SCRATCH
+# samples show; the page must need nothing beside itself, and its commands run as they stand: check_report.sh BUILD SCRATCH
 set -euo pipefail
 build=$1 scratch=$2
 cd "$(dirname "$0")/../.."
@@ -12,3 +12,13 @@ if grep -oE '(src|href)="[^"]{0,20}' "$scratch/report.html" | grep -v '="data:';
   echo "FAIL: the page refers to something outside" >&2
   exit 1
 fi
+ln -sfn "$PWD/examples" "$scratch/examples"
+cd "$scratch"
+PATH=$build/tools:$PATH
+mapfile -t commands < <(/usr/bin/python3 -c 'import html, re, sys
+for pre in re.findall("<pre>(.*?)</pre>", open("report.html").read(), re.DOTALL):
+    print(*[line for line in html.unescape(pre).split("\n") if line.startswith("kelnn ")], sep="\n")' | grep .)
+[ ${#commands[@]} -ge 8 ] || { echo "FAIL: where are the commands of the page?" >&2; exit 1; }
+for command in "${commands[@]}"; do
+  bash -c "$command" >command.log 2>&1 || { cat command.log >&2; echo "FAIL: $command" >&2; exit 1; }
+done
