@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Person and four-class detection over the scripted runtime. Most tests run with both.
 #include <climits>
-#include <functional>
 
 #include "kel_nn_grid_detector.h"
 #include "kel_nn_handle.h"
 #include "kel_nn_model_files.h"
 #include "support/box_matchers.h"
 #include "support/library_test.h"
+#include "support/networks.h"
 #include "support/plain_boxes.h"
-#include "support/plain_detectors.h"
 
 namespace {
 
@@ -94,39 +93,15 @@ const Detector kFourClasses = {"4clsdet",
 
 constexpr kel_nn_size_t kLandscape = {416, 256}, kSquare = {320, 320}, kPortrait = {256, 416};
 
-// The two outputs for an input of that size; every anchor says no.
-struct Network {
-  kel_nn_size_t input;
-  int values_per_anchor;
-  std::vector<float> outputs[2];
-
-  Network(const Detector& detector, const kel_nn_size_t& size)
-      : input(size), values_per_anchor(detector.plain.values_per_anchor) {
-    for (int o = 0; o < 2; ++o) {
-      const int stride = o == 0 ? 32 : 16;
-      outputs[o].assign((size.w / stride) * (size.h / stride) * 3 * values_per_anchor, 0.0f);
-    }
-    for_each_anchor([](float* values) { values[4] = -20.0f; });
-  }
-  void for_each_anchor(const std::function<void(float*)>& change) {
-    for (auto& output : outputs) {
-      for (size_t i = 0; i < output.size(); i += values_per_anchor) change(&output[i]);
-    }
-  }
-  float* anchor(int output, int row, int column, int index) {
-    const int columns = input.w / (output == 0 ? 32 : 16);
-    return &outputs[output][((row * columns + column) * 3 + index) * values_per_anchor];
-  }
-};
-
 class GridDetection : public TaskTest, public testing::WithParamInterface<const Detector*> {
  protected:
   ~GridDetection() override { detector.deinit(handle); }
 
-  void play(const Network& network) {
-    runtime.play({network.input.w, network.input.h, 3}, {network.outputs[0], network.outputs[1]});
+  int values() const { return detector.plain.values_per_anchor; }
+  void play(const GridNetwork& network) {
+    runtime.play({network.input.w, network.input.h, 3}, network.outputs);
   }
-  void init(const kel_nn_size_t& frame, const Network& network) {
+  void init(const kel_nn_size_t& frame, const GridNetwork& network) {
     play(network);
     ASSERT_EQ(detector.init(handle, frame.w, frame.h), 0);
     printed();
@@ -135,13 +110,13 @@ class GridDetection : public TaskTest, public testing::WithParamInterface<const 
     image_.resize(416 * 320 * 3, 130);
     return detector.process(handle, image_.data(), &result_, &frame, &input);
   }
-  Boxes detect(const Network& network, const kel_nn_size_t& frame) {
+  Boxes detect(const GridNetwork& network, const kel_nn_size_t& frame) {
     play(network);
     EXPECT_EQ(process(frame, network.input), 0);
     return {result_.boxes, result_.boxes + result_.count};
   }
   // What the plain loops make of it with the grids of `grid`.
-  Boxes plain_detect(const Network& network, const kel_nn_size_t& grid,
+  Boxes plain_detect(const GridNetwork& network, const kel_nn_size_t& grid,
                      const kel_nn_size_t& frame) {
     Boxes boxes(detector.plain.max_boxes);
     const float* const outputs[2] = {network.outputs[0].data(), network.outputs[1].data()};
@@ -151,10 +126,10 @@ class GridDetection : public TaskTest, public testing::WithParamInterface<const 
     for (auto& box : boxes) box = plain_map_to_frame(box, frame, network.input);
     return boxes;
   }
-  Network random_network(const kel_nn_size_t& input, float bias, unsigned seed) {
+  GridNetwork random_network(const kel_nn_size_t& input, float bias, unsigned seed) {
     std::mt19937 random(seed);
     std::normal_distribution<float> normal;
-    Network network(detector, input);
+    GridNetwork network(values(), input);
     network.for_each_anchor([&](float* values) {
       for (int i = 0; i < network.values_per_anchor; ++i) values[i] = normal(random);
       values[4] += bias;
@@ -177,7 +152,7 @@ TEST_P(GridDetection, ChoosesTheModelByOrientation) {
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);
     const kel_nn_size_t inputs[] = {kLandscape, kSquare, kPortrait};
-    const Network network(detector, inputs[c.model]);
+    const GridNetwork network(values(), inputs[c.model]);
     init({c.width, c.height}, network);
     EXPECT_EQ((handle->*detector.graph).model_path, models.with_slash() + detector.models[c.model]);
     EXPECT_TRUE(detect(network, {640, 360}).empty());
@@ -194,7 +169,7 @@ TEST_P(GridDetection, ACandidateMayScoreExactlyTheThreshold) {
   float logit = -0.848f;
   while (score(logit) < 0.3f) logit = std::nextafter(logit, 0.0f);
   ASSERT_EQ(score(logit), 0.3f) << "no logit gives exactly the threshold here";
-  Network network(detector, kSquare);
+  GridNetwork network(values(), kSquare);
   init({480, 480}, network);
   network.anchor(1, 5, 5, 0)[4] = logit;
   EXPECT_EQ(detect(network, {480, 480}).size(), 1u);
@@ -205,31 +180,14 @@ TEST_P(GridDetection, ACandidateMayScoreExactlyTheThreshold) {
   }
 }
 
-TEST_P(GridDetection, ConsidersTheFirstCandidatesNotTheBest) {
-  Network network(detector, kSquare);  // 1500 anchors
-  float logit = 0.0f;
-  network.for_each_anchor([&logit](float* values) {
-    values[2] = values[3] = -20.0f;  // too small to overlap
-    values[4] = logit += 1.0f / 1024;
-  });
-  init({480, 480}, network);
-  const auto boxes = detect(network, {320, 320});
-  const int limit = &detector == &kPersons ? 100 : 500;
-  ASSERT_EQ(static_cast<int>(boxes.size()), limit);
-  for (int i = 0; i < limit; ++i) {
-    const double nth = (limit - i) / 1024.0;
-    ASSERT_EQ(boxes[i].score, static_cast<float>(1.0 / (1.0 + std::exp(-nth)))) << i;
-  }
-}
-
 TEST_P(GridDetection, EqualsThePlainLoopsBitForBit) {
   const kel_nn_size_t frames[] = {{1920, 1080}, {720, 720}, {360, 640}};
   const kel_nn_size_t inputs[] = {kLandscape, kSquare, kPortrait};
   for (int orientation = 0; orientation < 3; ++orientation) {
-    init(frames[orientation], Network(detector, inputs[orientation]));
+    init(frames[orientation], GridNetwork(values(), inputs[orientation]));
     for (float bias : {-6.0f, -3.0f, -1.0f, 1.0f}) {  // from few candidates to too many
       SCOPED_TRACE(testing::Message() << "orientation " << orientation << ", bias " << bias);
-      const Network network = random_network(inputs[orientation], bias, 11);
+      const GridNetwork network = random_network(inputs[orientation], bias, 11);
       EXPECT_TRUE(same_boxes(detect(network, frames[orientation]),
                              plain_detect(network, inputs[orientation], frames[orientation])));
     }
@@ -239,7 +197,7 @@ TEST_P(GridDetection, EqualsThePlainLoopsBitForBit) {
 
 // The size is taken over before the graph refuses: the grids are the new ones, the model the old.
 TEST_P(GridDetection, ARefusedInitChangesTheGrids) {
-  const Network network = random_network(kLandscape, -2.0f, 12);
+  const GridNetwork network = random_network(kLandscape, -2.0f, 12);
   init({640, 360}, network);
   const Boxes before = detect(network, {640, 360});
   for (const kel_nn_size_t& frame : {kSquare, kPortrait}) {
@@ -250,7 +208,7 @@ TEST_P(GridDetection, ARefusedInitChangesTheGrids) {
     EXPECT_FALSE(same_boxes(after, before));
   }
   detector.deinit(handle);
-  init({480, 480}, Network(detector, kSquare));
+  init({480, 480}, GridNetwork(values(), kSquare));
   EXPECT_EQ(detector.init(handle, 640, 360), -1);  // more cells than the outputs have
   printed();
   EXPECT_EQ(process({640, 360}, kSquare), 1);
@@ -258,7 +216,7 @@ TEST_P(GridDetection, ARefusedInitChangesTheGrids) {
 }
 
 TEST_P(GridDetection, SaysWhichCallOfTheEngineFailedWithTheEnginesCode) {
-  init({640, 360}, Network(detector, kLandscape));
+  init({640, 360}, GridNetwork(values(), kLandscape));
   for (const kel_nn_size_t& wrong : std::vector<kel_nn_size_t>{kPortrait, {0, 0}, {-416, -256}}) {
     EXPECT_EQ(process({640, 360}, wrong), 1);
     EXPECT_EQ(printed_messages().back(), "[Error]kel_nne_tensor_set_dim error: -1");
@@ -277,7 +235,7 @@ INSTANTIATE_TEST_SUITE_P(, FourClassDetection, testing::Values(&kFourClasses));
 TEST_P(FourClassDetection, CandidatesHaveTheBitsOfThePlainLoops) {
   const kelnn::GridDetector table = {
       {{32, {{68, 52}, {74, 118}, {140, 155}}}, {16, {{24, 18}, {37, 36}, {41, 76}}}}, 9, 4, {}};
-  const Network network = random_network(kLandscape, 0.0f, 6);
+  const GridNetwork network = random_network(kLandscape, 0.0f, 6);
   const float* const outputs[2] = {network.outputs[0].data(), network.outputs[1].data()};
   for (const kel_nn_size_t& input : {kLandscape, kel_nn_size_t{419, 253}}) {
     Boxes boxes(500), expected(500);
@@ -299,7 +257,7 @@ TEST_P(FourClassDetection, ReportsTheFirstClassThatNoOtherExceeds) {
       {{NAN, 1, 2, 3}, 0},           {{1, 2, 3, NAN}, 0},
       {{1, NAN, 3, 2}, 0},           {{-1, -2, -3, INFINITY}, 3},
   };
-  Network network(detector, kLandscape);
+  GridNetwork network(values(), kLandscape);
   init({640, 360}, network);
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.values));
@@ -313,7 +271,7 @@ TEST_P(FourClassDetection, ReportsTheFirstClassThatNoOtherExceeds) {
 }
 
 TEST_P(FourClassDetection, DoesNotDisturbPersonDetection) {
-  Network mine(detector, kPortrait), persons(kPersons, kLandscape);
+  GridNetwork mine(values(), kPortrait), persons(6, kLandscape);
   mine.anchor(0, 2, 2, 0)[4] = 3.0f;
   persons.anchor(0, 3, 5, 0)[4] = 2.0f;
   play(persons);
