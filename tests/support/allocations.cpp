@@ -23,6 +23,7 @@ extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void __real_free(void* memory);
+char* __real___cxa_demangle(const char* name, char* buffer, size_t* size, int* status);
 void __real_qsort(void* base, size_t count, size_t size, int (*compare)(const void*, const void*));
 }
 
@@ -114,6 +115,16 @@ char* __wrap_strdup(const char* text) {
 void __wrap_free(void* memory) {
   if (memory) --g_live;
   release_block(memory);
+}
+// GoogleTest frees what this returns, when a matcher has something to tell.
+char* __wrap___cxa_demangle(const char* name, char* buffer, size_t* size, int* status) {
+  char* const text = __real___cxa_demangle(name, buffer, size, status);
+  if (!text) return nullptr;
+  const size_t length = std::strlen(text) + 1;
+  void* const copy = counted(make_block(length, false));
+  if (copy) std::memcpy(copy, text, length);
+  __real_free(text);
+  return static_cast<char*>(copy);
 }
 
 // Not stable, as some C libraries' is not: a stable one begins with everything the other way round.

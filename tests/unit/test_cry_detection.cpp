@@ -136,27 +136,25 @@ TEST_F(CryDetection, ASecondInitIsRefusedAndEmptiesTheWindow) {
 
 class CryDetectionAtFirst : public CryDetection {};  // a suite, and so a process, of its own
 
-TEST_F(CryDetectionAtFirst, FailsWithoutInitAndBeginsAnewAfterDeinit) {
+TEST_F(CryDetectionAtFirst, FailsWithoutInitOrModelAndBeginsAnewAfterDeinit) {
   const char kNull[] = "[Error]kel_nn_mfcc_process g_mfcc or input buf is NULL.";
   const char kFailed[] = "[Error]kel_nn_mfcc_process is err!";
   EXPECT_EQ(process(part(0, 10)), 999.0f);
   EXPECT_THAT(printed_messages(), ElementsAre(too_much(0, 10), kNull, kFailed));
   EXPECT_EQ(process({}), 999.0f);
   EXPECT_THAT(printed_messages(), ElementsAre(kNull, kFailed));
+  runtime.fail_next_load = 3;
+  EXPECT_EQ(kel_nn_crydet_init(handle, 16000, 0.0f), -1);
+  EXPECT_THAT(printed(), HasSubstr("[Error]load model error[3]"));
+  EXPECT_EQ(process(part(0, 100)), -1.0f);  // the window is there, the network is not
+  EXPECT_EQ(process(part(0, 47900)), 999.0f);
+  kel_nn_crydet_deinit(handle);
+  printed();
   init();
   process(part(0, 100));
   EXPECT_EQ(kel_nn_crydet_deinit(handle), 0);
   init();
   EXPECT_EQ(process(part(0, 47999)), -1.0f);
-}
-
-TEST_F(CryDetection, AModelThatDoesNotLoadFails) {
-  runtime.fail_next_load = 3;
-  EXPECT_EQ(kel_nn_crydet_init(handle, 16000, 0.0f), -1);
-  EXPECT_THAT(printed(), HasSubstr("[Error]load model error[3]"));
-  // The window is there, the network is not.
-  EXPECT_EQ(process(part(0, 100)), -1.0f);
-  EXPECT_EQ(process(part(0, 47900)), 999.0f);
 }
 
 }  // namespace

@@ -34,60 +34,29 @@ class Decoders : public LibraryTest {
   std::vector<kel_nn_box_t> boxes;
 };
 
-void expect_near(const kel_nn_box_t& box, const kel_nn_box_t& expected, float tolerance) {
-  EXPECT_NEAR(box.cx, expected.cx, tolerance);
-  EXPECT_NEAR(box.cy, expected.cy, tolerance);
-  EXPECT_NEAR(box.w, expected.w, tolerance);
-  EXPECT_NEAR(box.h, expected.h, tolerance);
-  EXPECT_NEAR(box.score, expected.score, 1e-6);
-  EXPECT_EQ(box.class_id, expected.class_id);
-}
-
 const int32_t kAnchors[] = {32, 64, 16, 8, 5, 7};
 
-TEST_F(Decoders, Yolov3PlacesABoxInTheImage) {
-  // Two columns and one row of 32 pixels, two anchors; the last place holds the object.
-  const kel_nn_yolov3_param_t param = {640, 320, 64, 32, 2, 2, kAnchors, 0.3f};
+TEST_F(Decoders, PlaceABoxInTheImage) {
+  const auto box_near = [this](float cx, float cy, float w, float h, float score) {
+    const float expected[] = {cx, cy, w, h, score};
+    const float found[] = {boxes[0].cx, boxes[0].cy, boxes[0].w, boxes[0].h, boxes[0].score};
+    EXPECT_THAT(found, ::testing::Pointwise(::testing::FloatNear(1e-3f), expected));
+  };
   const float e = -100;  // empty
+  // Two columns and one row of 32 pixels, two anchors; the last place holds the object. x is
+  // 640 * 1.5 / 2, the width 640 * 1 * 16 / 64, the height 320 * 2 * 8 / 32. The score is
+  // 1 / (1 + 1 * (1 + 1)), where a product of sigmoids would be 1 / 4.
   const std::vector<float> map = {0, 0, 0, 0, e, 0, 0, 0, 0, 0, 0,       e, 0, 0,
                                   0, 0, 0, 0, e, 0, 0, 0, 0, 0, logf(2), 0, 0, 0};
-  ASSERT_EQ(yolov3(map, 32, param, 2), 1);
-  // x: 640 * 1.5 / 2; width: 640 * 1 * 16 / 64; height: 320 * 2 * 8 / 32. The score is
-  // 1 / (1 + 1 * (1 + 1)), where a product of sigmoids would be 1 / 4.
-  expect_near(boxes[0], {480, 160, 160, 160, 1.0f / 3, 0}, 1e-3f);
-  EXPECT_EQ(printed(), "");
-}
-
-TEST_F(Decoders, CenterNetPlacesABoxInTheImage) {
-  const float e = -200;  // no weight
+  ASSERT_EQ(yolov3(map, 32, {640, 320, 64, 32, 2, 2, kAnchors, 0.3f}, 2), 1);
+  box_near(480, 160, 160, 160, 1.0f / 3);
   // The second of two cells of 16 pixels has its centre at (24, 8) of 32 x 16 pixels, which are a
-  // half and a quarter of the image's.
-  const struct {
-    const char* name;
-    std::vector<float> sides;  // three bins each: left, top, right, bottom
-    kel_nn_box_t box;
-  } cases[] = {
-      {"equal bins are half of the largest distance",
-       {1, 1, 1, 5, 5, 5, e, e, e, -3, -3, -3},
-       {40, 32, 48, 64, 0.5f, 0}},
-      {"no distance", {0, e, e, 0, e, e, 0, e, e, 0, e, e}, {48, 32, 0, 0, 0.5f, 0}},
-      {"cut at the right and at the lower edge",
-       {0, e, e, 0, e, e, e, e, 0, e, e, 0},
-       {56, 48, 16, 32, 0.5f, 0}},
-      {"no numbers reach from edge to edge",
-       {NAN, 0, 0, 0, NAN, 0, INFINITY, 0, 0, 0, 0, NAN},
-       {32, 32, 64, 64, 0.5f, 0}},
-  };
-  const kel_nn_centernet_param_t param = {64, 64, 32, 16, 2, 1, 0.4f};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::vector<float> map(26, e);
-    map[13] = 0;
-    std::copy(c.sides.begin(), c.sides.end(), map.begin() + 14);
-    ASSERT_EQ(centernet(map, 16, param, 1), 1);
-    expect_near(boxes[0], c.box, 1e-3f);
-    EXPECT_EQ(printed(), "");
-  }
+  // half and a quarter of the image's. Equal bins are half of the largest distance.
+  const std::vector<float> cells = {e, e, e, e, e, e, e, e, e, e, e, e, e,
+                                    0, 1, 1, 1, 5, 5, 5, e, e, 0, 0, e, e};
+  ASSERT_EQ(centernet(cells, 16, {64, 64, 32, 16, 2, 1, 0.4f}, 1), 1);
+  box_near(40, 16, 48, 32, 0.5f);
+  EXPECT_EQ(printed(), "");
 }
 
 // Two boxes: YOLOv3 warns when the array is full, CenterNet when a box is lost.
@@ -172,12 +141,10 @@ TEST_F(Decoders, GiveNoBoxesForWhatCannotBe) {
     kel_nn_yolov3_param_t param;
   } yolov3_cases[] = {
       {"no stride", 0, good},
-      {"a negative stride", -8, good},
       {"a stride beyond the input", 33, good},
       {"the most negative input by -1", -1, {64, 64, low, low, 1, 1, kAnchors, 0.1f}},
       {"no width", 8, {64, 64, 0, 32, 1, 1, kAnchors, 0.1f}},
       {"no classes", 32, {64, 64, 32, 32, 0, 1, kAnchors, 0.1f}},
-      {"negative classes", 32, {64, 64, 32, 32, low, 1, kAnchors, 0.1f}},
       {"no anchors", 32, {64, 64, 32, 32, 1, 0, kAnchors, 0.1f}},
       {"negative anchors", 32, {64, 64, 32, 32, 1, -1, kAnchors, 0.1f}},
       {"null anchors", 32, {64, 64, 32, 32, 1, 1, nullptr, 0.1f}},

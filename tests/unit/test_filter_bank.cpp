@@ -48,23 +48,27 @@ TEST_F(FilterBank, ReportsNullVectors) {
   // The window's routine has the other one's text, under its own name.
   EXPECT_EQ(kel_nn_ham_distance(nullptr, value), -1);
   expect_error(kFilterBankSource, "kel_nn_ham_distance", "kel_nn_pre_emphasise frame is NULL.");
-  EXPECT_THAT((std::vector<int32_t>{
-                  kel_nn_load_data(nullptr, &wave), kel_nn_get_wave(nullptr, &wave),
-                  kel_nn_pre_emphasise(nullptr, 0.97f), kel_nn_filter_bank_init(nullptr, &info)}),
-              Each(-1));
-  EXPECT_THAT(printed_messages(), ElementsAre("[Error]kel_nn_load_data buf is NULL.",
-                                              "[Error]kel_nn_get_wave buf is NULL.",
-                                              "[Error]kel_nn_pre_emphasise frame is NULL.",
-                                              "[Error]kel_nn_filter_bank_init CF is NULL."));
-  EXPECT_THAT(
-      (std::vector<int32_t>{
-          kel_nn_load_data(pcm, nullptr), kel_nn_load_data(pcm, &no_samples),
-          kel_nn_get_wave(value, nullptr), kel_nn_get_wave(value, &no_samples),
-          kel_nn_ham_distance(value, nullptr), kel_nn_filter_bank_init(&cfg, nullptr),
-          kel_nn_convert_frame(nullptr, &wave, value), kel_nn_convert_frame(&cfg, nullptr, value),
-          kel_nn_convert_frame(&cfg, &wave, nullptr), kel_nn_filter_bank(nullptr, nullptr)}),
-      Each(-1));
-  EXPECT_THAT(printed_messages(), AllOf(SizeIs(10), Each("[Error]Invalid arguments.")));
+  const std::pair<int32_t, const char*> refused[] = {
+      {kel_nn_load_data(nullptr, &wave), "kel_nn_load_data buf is NULL."},
+      {kel_nn_get_wave(nullptr, &wave), "kel_nn_get_wave buf is NULL."},
+      {kel_nn_pre_emphasise(nullptr, 0.97f), "kel_nn_pre_emphasise frame is NULL."},
+      {kel_nn_filter_bank_init(nullptr, &info), "kel_nn_filter_bank_init CF is NULL."},
+      {kel_nn_load_data(pcm, nullptr), "Invalid arguments."},
+      {kel_nn_load_data(pcm, &no_samples), "Invalid arguments."},
+      {kel_nn_get_wave(value, nullptr), "Invalid arguments."},
+      {kel_nn_get_wave(value, &no_samples), "Invalid arguments."},
+      {kel_nn_ham_distance(value, nullptr), "Invalid arguments."},
+      {kel_nn_filter_bank_init(&cfg, nullptr), "Invalid arguments."},
+      {kel_nn_convert_frame(nullptr, &wave, value), "Invalid arguments."},
+      {kel_nn_convert_frame(&cfg, nullptr, value), "Invalid arguments."},
+      {kel_nn_convert_frame(&cfg, &wave, nullptr), "Invalid arguments."},
+      {kel_nn_filter_bank(nullptr, nullptr), "Invalid arguments."}};
+  std::vector<std::string> texts;
+  for (const auto& [result, text] : refused) {
+    EXPECT_EQ(result, -1) << text;
+    texts.push_back(std::string("[Error]") + text);
+  }
+  EXPECT_EQ(printed_messages(), texts);
   EXPECT_EQ(kel_nn_load_data(pcm, &wave), 0);
   EXPECT_EQ(kel_nn_convert_frame(&cfg, &context_->wave, context_->window), 0);
 
@@ -136,12 +140,8 @@ TEST(Fft, LeavesLengthsThatAreNoPowersOfTwoAlone) {
   }
 }
 
-TEST(FrameConditioning, SmallCasesByHand) {
-  Floats s = counted({1, 2, 6});
-  kel_nn_zeromean_frame(s.data());
-  EXPECT_THAT(s, ElementsAre(3, -2, -1, 3));
-
-  s = counted({1, 2, 4});
+TEST(PreEmphasis, SmallCasesByHand) {
+  Floats s = counted({1, 2, 4});
   EXPECT_EQ(kel_nn_pre_emphasise(s.data(), 0.5f), 0);
   EXPECT_THAT(s, ElementsAre(3, 0.5f, 1.5f, 3));
   for (const float count : {1.0f, 0.0f, -3.0f}) {  // the last step
@@ -153,11 +153,6 @@ TEST(FrameConditioning, SmallCasesByHand) {
   s = counted({10000});
   kel_nn_pre_emphasise(s.data(), 0.97f);
   EXPECT_EQ(s[1], static_cast<float>(10000.0 * (1.0 - 0.9700000286102295)));
-
-  s = counted({1, 2, 3});
-  const float window[] = {99, 0.5f, 2, -1};
-  EXPECT_EQ(kel_nn_ham_distance(s.data(), window), 0);
-  EXPECT_THAT(s, ElementsAre(3, 0.5f, 4, -3));
 }
 
 TEST(FrameRead, GivesZerosBeyondTheWindowAndMovesOn) {
@@ -229,12 +224,9 @@ TEST_F(FilterBank, GeometryIsThatOfThePlainLoops) {
   kel_nn_fbank_info_t& info = context_->cfg.fbank;
   std::fill_n(info.lo_wt, 257, 9.0f);  // what was there before does not matter
   EXPECT_EQ(kel_nn_filter_bank_init(&context_->cfg, &info), 0);
-  const int32_t settings[] = {info.frame_size, info.num_chans, info.samp_period, info.fft_n,
-                              info.klo,        info.khi,       info.use_power,   info.take_logs};
-  EXPECT_THAT(settings, ElementsAre(512, 64, 625, 512, 2, 256, 1, 1));
   EXPECT_THAT((Floats{info.cf[0], info.lo_chan[0], info.lo_wt[0], info.x[0]}),
               ElementsAre(65, 256, 256, 512));
-  EXPECT_EQ(info.fres, plain.fres);
+  EXPECT_THAT(info, FieldsAre(512, 64, 625, 512, 2, 256, 1, 1, plain.fres, _, _, _, _));
   EXPECT_EQ(kel_nn_mel_filter(1, info.fres), 0.0f);
   EXPECT_NEAR(kel_nn_mel_filter(33, info.fres), 1000.0, 0.1);  // 1000 mel are 1000 Hz
   for (int c = 1; c <= 65; ++c) EXPECT_EQ(info.cf[c], plain.centre[c]) << c;

@@ -34,15 +34,11 @@ class Mfcc : public LibraryTest {
 TEST_F(Mfcc, DefaultsAreThoseOfAThreeSecondWindow) {
   create();
   const kel_nn_mfcc_t& m = *context_;
-  const kel_nn_wave_t& wave = m.wave;
-  EXPECT_THAT(
-      (std::vector<int>{m.audio_ms, m.has_voice, wave.n_samples, wave.n_frames, wave.frame_size,
-                        wave.frame_shift, wave.position, m.cfg.frame_size}),
-      ElementsAre(3000, 0, 48000, 297, 512, 160, 0, 512));
+  EXPECT_THAT(m.wave, FieldsAre(48000, 512, 0, 160, 297, _, _));
+  EXPECT_THAT((std::vector<int>{m.audio_ms, m.has_voice, m.cfg.frame_size}),
+              ElementsAre(3000, 0, 512));
   const PlainFilterBank plain(48000);
   for (int i = 1; i <= 512; ++i) EXPECT_EQ(m.window[i], plain.hamming[i]) << i;
-  EXPECT_NEAR(m.window[1], 0.08, 1e-6);
-  EXPECT_NEAR(m.window[256], 1.0, 1e-4);
   EXPECT_EQ(printed(), "");
 }
 
@@ -105,10 +101,7 @@ TEST_F(Mfcc, TheSpareFrameEndsInZerosAndLeavesItsTraces) {
   EXPECT_EQ(std::vector<float>(spare, spare + 64), expected);
   EXPECT_EQ(std::vector<float>(context_->cfg.fbank_out + 1, context_->cfg.fbank_out + 65),
             expected);
-  EXPECT_EQ(context_->cfg.position, 298 * 160);
-  EXPECT_EQ(context_->cfg.frame_shift, 160);
-  EXPECT_EQ(context_->cfg.frame_size, 512);
-  EXPECT_EQ(context_->cfg.pre_emphasis, 0.97f);
+  EXPECT_THAT(context_->cfg, FieldsAre(0.97f, 512, 298 * 160, 160, _, _, _));
   EXPECT_EQ(context_->cfg.fbank_out[0], 64.0f);
 }
 
@@ -147,13 +140,10 @@ TEST_F(Mfcc, TheGateOpensAtItsThreshold) {
 TEST_F(Mfcc, TheGatesSumIsInSinglePrecision) {
   std::vector<int16_t> pcm(48000);
   float in_order = 0.0f;
-  double exact = 0.0;
   for (int i = 0; i < 48000; i += 10) {
     pcm[i] = static_cast<int16_t>(20001 + i % 7);
     in_order += static_cast<float>(pcm[i]);
-    exact += pcm[i];
   }
-  ASSERT_NE(in_order, exact);
   for (const bool opens : {true, false}) {
     create(16000, opens ? in_order : std::nextafter(in_order, INFINITY));
     kel_nn_mfcc_process(context_, pcm.data());
@@ -249,10 +239,8 @@ TEST_F(Mfcc, OddSettingsNeverCrash) {
     kel_nn_mfcc_para_init(&m, 1, 2, 3, 4, 0);  // what was set before does not matter
     EXPECT_EQ(kel_nn_mfcc_para_init(&m, c.position, c.frame_shift, c.frame_size, c.n_samples, 0),
               0);
-    EXPECT_EQ(m.wave.n_frames, c.n_frames);
-    EXPECT_EQ(m.wave.frame_size, c.frame_size);
-    EXPECT_EQ(m.wave.frame_shift, c.frame_shift);
-    EXPECT_EQ(m.wave.position, c.position);
+    EXPECT_THAT(m.wave, FieldsAre(c.n_samples, c.frame_size, c.position, c.frame_shift, c.n_frames,
+                                  nullptr, nullptr));
     if (c.n_samples > 100000) continue;  // more than a test should ask for
     EXPECT_EQ(kel_nn_mfcc_mem_malloc(&m), m.feature_u8);
     ASSERT_NE(m.feature_u8, nullptr);

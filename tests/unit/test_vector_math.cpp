@@ -20,7 +20,6 @@ TEST(Norms, LeaveAlmostNothingAlone) {
     std::vector<float> data;
     bool normalised;
   } cases[] = {
-      {"l1 of zeros", kel_nn_l1norm, {0.0f, 0.0f}, false},
       {"l1 of the float nearest to the limit", kel_nn_l1norm, {-kInsideBand}, false},
       {"l1 just above the limit", kel_nn_l1norm, {-kOutsideBand}, true},
       {"l1 of one that cancels", kel_nn_l1norm, {1.0f, -1.0f}, true},
@@ -39,9 +38,7 @@ TEST(Norms, LeaveAlmostNothingAlone) {
 
 // Every length around the vector width and every alignment: each element is one true division.
 TEST(Norms, DivideEveryElementAndNoOther) {
-  std::vector<float> three = {1.0f, -3.0f, 4.0f}, two = {3.0f, 4.0f};
-  EXPECT_EQ(kel_nn_l1norm(three.data(), 3), 8.0f);
-  EXPECT_EQ(three, (std::vector<float>{0.125f, -0.375f, 0.5f}));
+  std::vector<float> two = {3.0f, 4.0f};
   EXPECT_EQ(kel_nn_l2norm(two.data(), 2), 5.0f);
   EXPECT_EQ(two, (std::vector<float>{3.0f / 5.0f, 4.0f / 5.0f}));
   for (uint32_t n = 1; n <= 67; ++n) {
@@ -49,8 +46,8 @@ TEST(Norms, DivideEveryElementAndNoOther) {
       std::vector<float> data(n + 8, 7.0f), expected(data);
       float sum = 0.0f;
       for (uint32_t i = 0; i < n; ++i) {
-        data[start + i] = 0.1f + 0.3f * static_cast<float>(i % 11);
-        sum += data[start + i];
+        data[start + i] = 0.1f + 0.3f * static_cast<float>(i % 11) * (i % 3 == 0 ? -1 : 1);
+        sum += std::fabs(data[start + i]);
       }
       for (uint32_t i = 0; i < n; ++i) expected[start + i] = data[start + i] / sum;
       ASSERT_EQ(kel_nn_l1norm(data.data() + start, n), sum);

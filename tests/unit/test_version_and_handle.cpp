@@ -26,9 +26,6 @@ TEST_F(LibraryTest, EveryHandlePrintsTheBannerAndStartsAllZero) {
     EXPECT_EQ(kel_nn_handle_destroy(handle), 0);
     EXPECT_EQ(printed(), "");
   }
-}
-
-TEST_F(LibraryTest, DestroyingNoHandleIsAnError) {
   EXPECT_EQ(kel_nn_handle_destroy(nullptr), -1);
   expect_error("plat/jzt31/kel_nn_engine.cpp", "int kel_nn_handle_destroy(kel_nn_handle_t)",
                "Unhandled nn handle input.");
