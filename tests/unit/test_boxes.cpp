@@ -95,6 +95,21 @@ TEST_F(Nms, KeepsTheBestBoxOfEachGroup) {
   EXPECT_EQ(printed(), "");
 }
 
+// The weight's score is that in the slot with the opener's index in the sorted list.
+TEST_F(Nms, WeightedReadsWhatALargerGroupLeftInASlot) {
+  Boxes alone = {{5, 6, 7, 8, 0.9f, 3}};
+  EXPECT_EQ(nms(&alone, 0.5f, KEL_NN_NMS_WEIGHTED), 1);
+  EXPECT_TRUE(same_boxes(alone, {{5, 6, 7, 8, 0.9f, 0}}));
+  Boxes boxes = {
+      {10, 10, 8, 8, 0.9f, 1},
+      {100, 10, 8, 8, 0.8f, 1},  // index 1, alone; slot 1 still holds the 0.7 of the first group
+      {10, 10, 8, 8, 0.7f, 1},
+  };
+  ASSERT_EQ(nms(&boxes, 0.5f, KEL_NN_NMS_WEIGHTED), 2);
+  EXPECT_EQ(boxes[1].cx, std::exp(0.7f) / std::exp(0.8f) * 100.0f);
+  EXPECT_GT(boxes[0].score, boxes[1].score);
+}
+
 TEST_F(Nms, ReportsAnUnknownTypeAndLeavesTheListSorted) {
   Boxes boxes = {{1, 1, 1, 1, 0.1f, 7}, {1, 1, 1, 1, 0.3f, 8}, {1, 1, 1, 1, 0.2f, 9}};
   EXPECT_EQ(nms(&boxes, 0.5f, 2), 0);
