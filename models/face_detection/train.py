@@ -11,7 +11,11 @@ from torch.nn import functional
 from models.labels import boxes, table
 from models.labels.making import TRAINING
 from models.scenes import face_frames
+from models.scenes.photo_frames import EmptyFrames
+from models.sources.bodies.cut_outs import Rendered
 from models.sources.drawn.source import Drawn
+from models.sources.mixed import Mixed
+from models.sources.photos.photographs import Empty, Photographs
 from models.training import examples
 from models.training.layers import trunk
 from models.training.run import Phase, Recipe, run
@@ -72,7 +76,8 @@ class Network(nn.Module):
         outputs = []
         for level, scores, regressions in zip(self.levels, self.scores, self.regressions):
             image = level(image)
-            outputs += [scores(image), regressions(image)]
+            with torch.autocast(image.device.type, enabled=False):  # boxes need more than eight bits
+                outputs += [scores(image.float()), regressions(image.float())]
         return tuple(outputs)
 
 
@@ -93,15 +98,37 @@ def loss_of(module, image, labels, wanted):
     return (entropy[is_face].sum() * 1.5 + hardest + places) / face_count
 
 
-class DrawnFrames(Drawn):
+class Frames:
+    def __init__(self, source):
+        self.source = source
+
     def example(self, rng, width, height):
         shape = FRAMES[rng.integers(len(FRAMES))]
-        picture, seen = face_frames.scene(rng, self, *shape, least=14 * max(shape[0] / width, shape[1] / height))
+        picture, seen = face_frames.scene(rng, self.source, *shape, least=14 * max(shape[0] / width, shape[1] / height))
         return picture, [(0, *box) for box in seen]
 
 
+def frame_sources(options):
+    """Drawn heads before drawn backgrounds; beside rendered persons, before photographs too; photographs of nobody."""
+    drawn = Drawn(TRAINING, seed=options.seed, head_count=500)
+    shares: list = [(0.25, Frames(drawn))]
+    empty: list = []
+    if options.photos:
+        empty.append((0.7, Photographs(options.photos, ())))
+    if options.empty:
+        empty.append((0.3, Empty(options.empty)))
+    people: list = [(0.2, drawn), *empty]
+    if options.rendered:
+        people.append((0.5, Rendered(options.rendered)))
+    if len(people) > 1:
+        shares.append((0.55, Frames(Mixed(people))))
+    if empty:
+        shares.append((0.2, EmptyFrames(Mixed(empty))))
+    return Mixed(shares)
+
+
 def sources(options):
-    return examples.drawn_and_labelled(options, DrawnFrames(TRAINING, seed=options.seed, head_count=500),
+    return examples.drawn_and_labelled(options, frame_sources(options),
                                        functools.partial(examples.LabelledFrames, classes=("face",)))
 
 
@@ -116,7 +143,8 @@ def vary(rng, picture, labels, width, height):
 
 NAMES = [f"{kind}_{level}" for level in range(4) for kind in ("scores", "regressions")]
 RECIPE = Recipe("face_detection", Network, NAMES, sources, vary, [Phase(loss_of, 1800, 4e-3)], seed=4, batch=16,
-                shapes={"network": (3, HEIGHT, WIDTH)}, stock=2500, fresh=0.3)
+                shapes={"network": (3, HEIGHT, WIDTH)}, stock=2500, fresh=0.3, is_halved=True,
+                takes=("photos", "empty", "rendered"))
 
 if __name__ == "__main__":
     run(RECIPE)

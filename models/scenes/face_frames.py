@@ -9,6 +9,9 @@ from models.sources.drawn import faces
 from models.sources.drawn.paint import fill_ellipse, fill_polygon, paste, random_color
 
 
+FIGURES = 0.65  # the share of persons who are whole already, where a source has any
+
+
 def scene(rng, source, width, height, least=14, most=None):
     """(picture, boxes): boxes x, y, w, h in pixels, of what can be seen of a face."""
     picture = source.background(rng, width, height)
@@ -20,33 +23,37 @@ def scene(rng, source, width, height, least=14, most=None):
     # The farthest first: near ones stand in front of them.
     largest = numpy.log(most / (1 + 0.25 * max(0, count - 1)))
     for face_height in numpy.sort(numpy.exp(rng.uniform(numpy.log(least), largest, count))):
-        sprite, box = source.head(rng)
-        box = _place(rng, picture, sprite, box, face_height, seen)
+        is_figure = hasattr(source, "figure") and rng.random() < FIGURES
+        sprite, box = source.figure(rng) if is_figure else source.head(rng)
+        box = _place(rng, picture, sprite, box, face_height, seen, is_figure)
         if box is not None:
             seen.append(box)
     return camera.degrade(rng, picture, 0.9), seen
 
 
-def _place(rng, picture, sprite, box, face_height, others):
+def _place(rng, picture, sprite, box, face_height, others, is_figure):
     height, width = picture.shape[:2]
-    canvas = len(sprite)
-    size = max(4, round(canvas * face_height / box[3]))
-    scale = size / canvas
-    small = cv2.resize(sprite, (size, size), interpolation=cv2.INTER_AREA if scale < 1 else cv2.INTER_LINEAR)
+    rows, columns = sprite.shape[:2]
+    size = max(4, round(rows * face_height / box[3]))
+    scale = size / rows
+    across = max(4, round(columns * scale))
+    small = cv2.resize(sprite, (across, size), interpolation=cv2.INTER_AREA if scale < 1 else cv2.INTER_LINEAR)
     if rng.random() < 0.5:
         small = small[:, ::-1]
-        box = numpy.array([canvas - box[0] - box[2], box[1], box[2], box[3]])
+        box = numpy.array([columns - box[0] - box[2], box[1], box[2], box[3]])
     x, y, w, h = box * scale
     for _ in range(20):
         left = int(rng.uniform(-0.15 * w, width - 0.85 * w) - x)
         top = int(rng.uniform(-0.1 * h, height - 0.9 * h) - y)
         place = numpy.array([left + x, top + y, left + x + w, top + y + h])
-        body = numpy.array([left - 0.1 * size, top, left + 1.1 * size, top + 2.6 * size])
+        body = (numpy.array([left, top, left + across, top + size]) if is_figure else
+                numpy.array([left - 0.1 * size, top, left + 1.1 * size, top + 2.6 * size]))
         if all(_covered(place, other) < 0.1 and _covered(body, other) < 0.3 for other in others):
             break
     else:
         return None
-    _body(rng, picture, left, top, size)
+    if not is_figure:
+        _body(rng, picture, left, top, size)
     paste(picture, small, left, top)
     x0, y0, x1, y1 = numpy.clip(place, 0, (width, height, width, height))
     return numpy.array([x0, y0, x1 - x0, y1 - y0])

@@ -19,6 +19,7 @@ from torch.nn import functional
 from models.labels import boxes, table
 from models.scenes import camera, frames
 from models.scenes.photo_frames import EmptyFrames, PhotoFrames
+from models.sources.bodies.cut_outs import Rendered
 from models.sources.drawn.source import TrainingStock
 from models.sources.mixed import Mixed
 from models.sources.photos.photographs import Empty, Photographs
@@ -158,7 +159,7 @@ def loss_of(task, module, image, truths):
 
 
 def frame_sources(task, options):
-    """Drawn ones; photographs as they are; photographs' and drawn persons and things before photographs and drawn backgrounds."""
+    """Drawn ones; photographs as they are; persons and things of all sources before backgrounds of all."""
     drawn = TrainingStock(500, options.seed)
     shares: list = [(0.25, ComposedFrames(task, drawn))]
     parts: list = [(0.2, drawn)]
@@ -170,6 +171,8 @@ def frame_sources(task, options):
         empty = Empty(options.empty)
         shares.append((0.1, EmptyFrames(empty)))
         parts.append((0.2, empty))
+    if getattr(options, "rendered", None):
+        parts.append((0.5, Rendered(options.rendered)))
     if len(parts) > 1:
         shares.append((0.25, ComposedFrames(task, Mixed(parts))))
     return Mixed(shares)
@@ -182,4 +185,4 @@ def recipe(folder, task, seed):
 
     return Recipe(folder, functools.partial(GridNetwork, task), ["grid_32", "grid_16"], sources, vary,
                   [Phase(functools.partial(loss_of, task), 16000, 4e-3)], seed, 16, SHAPES, stock=500, fresh=0.1, is_halved=True,
-                  takes=("photos", "empty"))
+                  takes=("photos", "empty") + (("rendered",) if "person" in task.classes else ()))

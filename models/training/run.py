@@ -18,7 +18,8 @@ from models.training.examples import Batches
 
 
 MATERIAL = {"photos": "photographs with boxes and outlines, as models/sources/photos/photographs.py reads them",
-            "empty": "photographs without anything to be found"}
+            "empty": "photographs without anything to be found",
+            "rendered": "persons, as models/sources/bodies/cut_outs.py renders them"}
 
 
 @dataclasses.dataclass
