@@ -105,8 +105,9 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
   const CommandResult twins = kelnn("faces good.png other/good.png --draw drawn/");
   EXPECT_EQ(twins.exit_code, 1);
   // What faces prints may begin before the picture; of a directory's name the "/" is left out.
-  EXPECT_EQ(json("feature good.png --box -20,-3,40,60").at("box"),
-            Json({{"x", 0}, {"y", 0}, {"w", 20}, {"h", 48}}));
+  Json inside = json("feature good.png --box -20,-3,40,60");
+  inside.erase("feature");
+  EXPECT_EQ(inside, Json({{"input", "good.png"}, {"x", 0}, {"y", 0}, {"w", 20}, {"h", 48}}));
   out("faces good.png other.png --draw several");
   EXPECT_EQ(file_count("several"), 2u);
   // A model that is not there is told once, with what to type, as a shell takes it.
@@ -125,7 +126,7 @@ TEST_F(CommandLine, ExplainsItself) {
   for (const char* call : {"--help", "pack --help", "doctor --help"}) {
     EXPECT_THAT(out(call), HasSubstr("Usage"));
   }
-  const Json models = json("models").at("models");
+  const Json models = json("models").at("tasks");
   EXPECT_EQ(models.size(), 12u);
   for (const char* file :
        {kelnn::kFaceFeatureModel, kelnn::kFourClassPortraitModel, kelnn::kCryDetectionModel}) {

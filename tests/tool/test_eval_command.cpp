@@ -73,7 +73,8 @@ TEST_F(EvalCommand, FiguresOfPersonsFollowFromTheLabels) {
                                    row("b.png", 0, on_grid(kPortrait, third)), "c.png,,,,,",
                                    row("more/d.png", 0, {100, 100, 50, 80.5})};
   label(rows);
-  const CommandResult result = kelnn("eval person-detection --data data --draw data/drawn/ --json");
+  const CommandResult result =
+      kelnn("eval person-detection --data data --draw data/drawn/ --json -v");
   ASSERT_EQ(result.exit_code, 0) << result.err;
   // By score: right, wrong, right; of three. Precision 1 at recall 1/3, 2/3 at 2/3.
   expect_figures(Json::parse(result.out), {{"task", "person-detection"},

@@ -29,6 +29,9 @@ namespace kelnn_cli {
 
 using Json = nlohmann::ordered_json;
 
+// Numbers have the fewest digits that give them back; null stands for what is none.
+std::string dumped(const Json& json, bool is_indented = false);
+
 class Failure : public std::runtime_error {
  public:
   explicit Failure(const std::string& problem) : runtime_error(problem), problem_(problem) {}

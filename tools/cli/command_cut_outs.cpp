@@ -71,15 +71,15 @@ std::string feature_text(const Json& found) {  // nine digits give back the floa
 
 // Where it was found is said before it, in the text only if there is a choice.
 void report(const Part& part, const Json& found, const Text& text, Reporter* reporter) {
-  Json placed = {{"picture", part.path}, {"box", json_of(part.rect)}};
+  Json placed = {{"input", part.path}};
+  placed.update(json_of(part.rect));
   placed.update(found);
   if (part.is_only_one) {
     reporter->report(placed, text);
     return;
   }
   reporter->report_one(placed, [&](const Json& result) {
-    return fmt::format("{}, x {}, y {}, {} x {}:\n{}", part.path, part.rect.x, part.rect.y,
-                       part.rect.width, part.rect.height, text(result));
+    return filled("{input}, x {x}, y {y}, {w} x {h}:\n", result) + text(result);
   });
 }
 

@@ -22,22 +22,17 @@ Json json_of(const Task& task) {
     outputs.push_back(
         {{"meaning", output.meaning}, {"values", output.count}, {"or_more", output.or_more}});
   }
-  return {{"task", task.key},
-          {"purpose", task.purpose},
-          {"file", task.file_name},
-          {"input", {{"height", task.height}, {"width", task.width}, {"channels", task.channels}}},
+  return {{"task", task.key},      {"purpose", task.purpose}, {"file", task.file_name},
+          {"height", task.height}, {"width", task.width},     {"channels", task.channels},
           {"outputs", outputs}};
 }
 
 std::string task_text(const Json& task) {
-  const Json& input = task["input"];
-  const int channels = input["channels"];
-  std::string text = filled("{task}\n  {purpose}\n", task) +
-                     filled(
-                         "  input   [1, {channels}, {height}, {width}]   {width} wide, {height} "
-                         "high, ",
-                         input) +
-                     (channels == 1 ? "grey\n" : "colour\n");
+  std::string text = filled(
+      "{task}\n  {purpose}\n"
+      "  input   [1, {channels}, {height}, {width}]   {width} wide, {height} high, ",
+      task);
+  text += task["channels"] == 1 ? "grey\n" : "colour\n";
   const char* heading = "output";
   for (const Json& output : task["outputs"]) {
     const std::string count = output["values"].dump() + (output["or_more"].get<bool>() ? "+" : "");
@@ -49,7 +44,7 @@ std::string task_text(const Json& task) {
 
 std::string list_text(const Json& list) {
   std::string text;
-  for (const Json& task : list["models"]) text += (text.empty() ? "" : "\n") + task_text(task);
+  for (const Json& task : list["tasks"]) text += (text.empty() ? "" : "\n") + task_text(task);
   return text;
 }
 
@@ -101,11 +96,11 @@ bool inspect(const std::string& path, Reporter* reporter) {
 }  // namespace
 
 bool list_models(const ModelsOptions& options, Reporter* reporter) {
-  Json models = Json::array();
+  Json listed = Json::array();
   for (const Task& task : tasks()) {
-    if (options.task.empty() || options.task == task.key) models.push_back(json_of(task));
+    if (options.task.empty() || options.task == task.key) listed.push_back(json_of(task));
   }
-  reporter->report({{"models", models}}, list_text);
+  reporter->report({{"tasks", listed}}, list_text);
   return true;
 }
 

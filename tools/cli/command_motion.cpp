@@ -70,7 +70,7 @@ Json sweep_json(const MotionOptions& options, const std::vector<Count>& counts) 
     cells.push_back({{"ratio", count.settings.ratio},
                      {"period", count.settings.period},
                      {"decisions", count.decisions},
-                     {"motion", count.motion}});
+                     {"motion_decisions", count.motion}});
   }
   return {{"input", options.input}, {"frames", counts.front().frames}, {"sweep", cells}};
 }
@@ -84,7 +84,7 @@ std::string sweep_text(const MotionOptions& options, const Json& sweep) {
     if (i % options.periods.size() == 0) {
       text += fmt::format("\n{:>14}", filled("{ratio:.6g} %", cell));
     }
-    text += fmt::format(" {:>13}", filled("{motion} of {decisions}", cell));
+    text += fmt::format(" {:>13}", filled("{motion_decisions} of {decisions}", cell));
   }
   return text + "\n";
 }

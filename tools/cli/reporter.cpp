@@ -33,11 +33,6 @@ void on_signal(int signal) {
   std::raise(signal);
 }
 
-// File names need not be UTF-8.
-std::string dumped(const Json& json, int indent) {
-  return json.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
 }  // namespace
 
 std::string filled(const std::string& format, const Json& result) {
@@ -109,12 +104,12 @@ void Reporter::show_library_lines() {
 
 void Reporter::report(const Json& result, const Text& text) {
   if (is_verbose_) show_library_lines();
-  output_.write(wants_json_ ? dumped(result, 2) : text(result));
+  output_.write(wants_json_ ? dumped(result, true) + "\n" : text(result));
 }
 
 void Reporter::report_one(const Json& result, const Text& text) {
   if (is_verbose_) show_library_lines();
-  output_.write(wants_json_ ? dumped(result, -1) : text(result));
+  output_.write(wants_json_ ? dumped(result) + "\n" : text(result));
 }
 
 void Reporter::complain(const std::string& message) { fmt::print(stderr, "kelnn: {}\n", message); }

@@ -21,9 +21,8 @@ ln -s "$here/camera.sh" bin/scp
 # What the vendor's converter is taken to have written: as each task's network has to be.
 "$build/tools/kelnn" models --json | /usr/bin/python3 -c '
 import json, sys
-for task in json.load(sys.stdin)["models"]:
-    shape = task["input"]
-    numbers = [shape["width"], shape["height"], shape["channels"]]
+for task in json.load(sys.stdin)["tasks"]:
+    numbers = [task["width"], task["height"], task["channels"]]
     for output in task["outputs"]:
         numbers += [1, 1, output["values"]]
     with open("networks/" + task["task"] + ".bin", "w") as file:
