@@ -16,29 +16,16 @@ from models.sources.bodies.cut_outs import Rendered
 from models.sources.drawn.source import Drawn
 from models.sources.mixed import Mixed
 from models.sources.photos.photographs import Empty, Photographs
+from models.tasks import CENTRE_VARIANCE, FACE_LEVELS, FACE_SIZE, SIZE_VARIANCE, face_anchors
 from models.training import examples
 from models.training.layers import trunk
 from models.training.run import Phase, Recipe, run
 
-WIDTH, HEIGHT = 320, 240
-LEVELS = ((40, 30, (10, 16, 24)), (20, 15, (32, 48)), (10, 8, (64, 96)), (5, 4, (128, 192, 256)))  # columns, rows, sizes
-CENTRE_VARIANCE, SIZE_VARIANCE = 0.1, 0.2
+WIDTH, HEIGHT = FACE_SIZE
 # Shapes of frames: each is scaled to the input without keeping its aspect, and the faces with it.
 FRAMES = ((320, 240), (384, 216), (280, 280), (240, 320), (216, 384))
 MATCH, IGNORE = 0.45, 0.35  # overlap of an anchor with a face: from here on it is one; below, it is background
-
-
-def anchors():
-    """[4420, 4]: centre and size, relative to the input, in the library's order."""
-    rows = []
-    for columns, row_count, sizes in LEVELS:
-        for row in range(row_count):
-            for column in range(columns):
-                rows += [((column + 0.5) / columns, (row + 0.5) / row_count, s / WIDTH, s / HEIGHT) for s in sizes]
-    return numpy.clip(numpy.array(rows, numpy.float32), 0, 1)
-
-
-ANCHORS = anchors()
+ANCHORS = face_anchors()
 CORNERS = numpy.concatenate([ANCHORS[:, :2] - ANCHORS[:, 2:] / 2, ANCHORS[:, :2] + ANCHORS[:, 2:] / 2], 1)
 
 
@@ -67,7 +54,7 @@ class Network(nn.Module):
         super().__init__()
         self.levels = nn.ModuleList([trunk(3, (12, 20, 28, 28, 28), (2, 2, 2, 1, 1)), trunk(28, (36, 36), (2, 1)),
                                      trunk(36, (40,), (2,)), trunk(40, (40,), (2,))])
-        widths, counts = (28, 36, 40, 40), [len(sizes) for _, _, sizes in LEVELS]
+        widths, counts = (28, 36, 40, 40), [len(sizes) for _, _, sizes in FACE_LEVELS]
         self.scores = nn.ModuleList([nn.Conv2d(w, 2 * n, 1) for w, n in zip(widths, counts)])
         self.regressions = nn.ModuleList([nn.Conv2d(w, 4 * n, 1) for w, n in zip(widths, counts)])
 

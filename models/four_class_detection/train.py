@@ -4,10 +4,11 @@ import torch
 
 from models.scenes import compose
 from models.sources.drawn.source import KINDS
+from models.tasks import FOUR_CLASS_ANCHORS
 from models.training import grid
 from models.training.run import run
 
-ANCHORS = torch.tensor([[(68, 52), (74, 118), (140, 155)], [(24, 18), (37, 36), (41, 76)]], dtype=torch.float32)
+ANCHORS = torch.tensor(FOUR_CLASS_ANCHORS, dtype=torch.float32)
 RECIPE = grid.recipe("four_class_detection", grid.Task(ANCHORS, 9, KINDS, compose.object_things), seed=12)
 
 if __name__ == "__main__":

@@ -3,10 +3,11 @@
 import torch
 
 from models.scenes import compose
+from models.tasks import PERSON_ANCHORS
 from models.training import grid
 from models.training.run import run
 
-ANCHORS = torch.tensor([[(64, 187), (123, 211), (227, 264)], [(7, 17), (20, 50), (45, 99)]], dtype=torch.float32)
+ANCHORS = torch.tensor(PERSON_ANCHORS, dtype=torch.float32)
 RECIPE = grid.recipe("person_detection", grid.Task(ANCHORS, 6, ("person",), compose.person_things), seed=11)
 
 if __name__ == "__main__":

@@ -23,12 +23,12 @@ from models.sources.bodies.cut_outs import Rendered
 from models.sources.drawn.source import TrainingStock
 from models.sources.mixed import Mixed
 from models.sources.photos.photographs import Empty, Photographs
+from models.tasks import GRID_SIZES, STRIDES
 from models.training import examples
 from models.training.layers import Surroundings, convolution
 from models.training.run import Phase, Recipe
 
-STRIDES = (32, 16)
-SHAPES = {"landscape": (3, 256, 416), "square": (3, 320, 320), "portrait": (3, 416, 256)}
+SHAPES = {name: (3, height, width) for name, (width, height) in GRID_SIZES.items()}
 PADDING = 128  # what the letterbox puts beside a picture
 
 
