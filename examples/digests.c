@@ -1,22 +1,22 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /* Prints what every task is given and finds, as digests, to compare a camera with a PC:
- * digests [MODELS/ [FRAME.nv12 WIDTH HEIGHT [SOUND.s16]]]
+ * digests [MODELS [FRAME.nv12 WIDTH HEIGHT [SOUND.s16]]]
  *
  * Equal digests are equal bytes. An "input" line is what a task is shown, and needs no model. A
  * "result" line, of motion and of each task whose model is there, has some of the numbers too, for
  * networks that are not quite the same on both. The frame is full-range NV12, the sound 3 seconds of
  * 16 kHz samples, low byte first; without them both are made here. What the library prints goes to
  * standard error.
+ *
+ * Build: make build/digests   Run: README.md
  */
-#define _POSIX_C_SOURCE 200112L /* fdopen() */
+#define _POSIX_C_SOURCE 200112L /* for program.h */
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
-#include "kel_nn.h"
 #include "kel_nn_kit.h"
+#include "program.h"
 
 enum { kSamples = 48000, kLargestInput = 416 * 256 * 3 };
 
@@ -272,12 +272,11 @@ int main(int argc, char** argv) {
   }
   if (argc == 3 || argc == 4 || argc > 6 || frame_size.w < 2 || frame_size.h < 2 ||
       frame_size.w > 4096 || frame_size.h > 4096 || (frame_size.w | frame_size.h) & 1) {
-    fprintf(stderr, "usage: %s [MODELS/ [FRAME.nv12 WIDTH HEIGHT [SOUND.s16]]]\n", argv[0]);
+    fprintf(stderr, "usage: %s [MODELS [FRAME.nv12 WIDTH HEIGHT [SOUND.s16]]]\n", argv[0]);
     return 2;
   }
-  /* The library prints on standard output, and there is no switch: lead it elsewhere. */
-  out = fdopen(dup(STDOUT_FILENO), "w");
-  if (!out || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) return 1;
+  out = own_output();
+  if (!out) return 1;
 
   const size_t size = (size_t)frame_size.w * (size_t)frame_size.h * 3 / 2;
   frame_bytes = malloc(size);
@@ -289,7 +288,7 @@ int main(int argc, char** argv) {
 
   kel_nn_handle_t handle = kel_nn_handle_create();
   if (!handle) result = -1;
-  if (has_models) kel_nn_set_model_root_dir(argv[1]);
+  if (has_models) set_model_directory(argv[1]);
   for (size_t i = 0; result == 0 && i < sizeof(tasks) / sizeof(tasks[0]); ++i) {
     result = show_task(handle, &tasks[i], has_models);
   }

@@ -22,7 +22,7 @@ static uint8_t* read_ppm(const char* path, int* width, int* height) {
     }
   }
   if (file) fclose(file);
-  if (!pixels) fprintf(stderr, "%s: no binary PPM\n", path);
+  if (!pixels) fprintf(stderr, "%s: expected a binary PPM\n", path);
   return pixels;
 }
 

@@ -2,6 +2,8 @@
 /* Resizes a raw frame: resize_frame FORMAT WIDTH HEIGHT NEW_WIDTH NEW_HEIGHT <FRAME >RESIZED
  *
  * FORMAT is nv12, or the number of interleaved channels, 1 to 4.
+ *
+ * Build: make build/resize_frame   Run: README.md
  */
 #include <stdint.h>
 #include <stdio.h>

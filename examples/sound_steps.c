@@ -3,6 +3,8 @@
  *
  * Does by hand what kel_nn_mfcc_process() does, shows what each step gives for one frame, and
  * compares the bytes of the whole window.
+ *
+ * Build: make build/sound_steps   Run: README.md
  */
 #include <math.h>
 #include <stdint.h>
