@@ -53,6 +53,10 @@ for task in face-detection face-landmarks face-features face-classes person-dete
   grep -qE "^result $task +[0-9a-f]{8}  [1-9]" build/board.txt || { cat build/board.txt >&2; fail "no result of $task"; }
 done
 cmp build/pc.txt build/board.txt
+# A film in which everything moves.
+for _ in 1 2 3 4 5 6; do cat build/frame.nv12; tail -c +5000 build/frame.nv12; head -c 4999 build/frame.nv12; done >"$CAMERA/kelnn/film.nv12"
+ssh $BOARD 'cd kelnn && LD_LIBRARY_PATH=lib ./camera_loop models 640 360 film.nv12' >build/loop.txt 2>"$work/loop.log"
+grep -qE '^align +[1-9]' build/loop.txt || { cat "$work/loop.log" build/loop.txt >&2; fail "camera_loop"; }
 diff <(sed -n '/<!-- without models -->/,/^```$/p' docs/porting.md | grep '^input\|^result') build/exact.txt ||
   fail "what the page shows (-) is not what is printed (+)"
 file=$(find build/board/root -name libkelnn.so.1.\* | xargs readelf -hS)
