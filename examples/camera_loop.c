@@ -128,8 +128,8 @@ static kel_nn_kit_rect_t rect_in_frame(const camera_t* camera, const kel_nn_box_
   return rect;
 }
 
-/* Crop, landmarks, alignment, features. The first face is the one that others are compared with. A face
- * whose points do not lie like those of one is none: its similarity is 0.
+/* Crop, landmarks, alignment, features. The first face is the one that others are compared with. What
+ * lies outside the frame, or has points that do not lie like a face's, is passed over.
  */
 static int recognise(camera_t* camera, const kel_nn_box_t* box, float* similarity) {
   const kel_nn_kit_rect_t rect = rect_in_frame(camera, box);
@@ -139,6 +139,7 @@ static int recognise(camera_t* camera, const kel_nn_box_t* box, float* similarit
   float points[10];
   double start = now();
   int result = kel_nn_kit_crop(&camera->frame, rect, &image);
+  if (result == KEL_NN_KIT_OUTSIDE) return 0;
   if (result == 0) result = kel_nn_facelm_process(camera->handle, image.data, points, NULL);
   count_time(kLandmarks, start);
   if (result != 0) return result;
@@ -215,13 +216,20 @@ static int run(camera_t* camera, FILE* frames, uint8_t* pixels, size_t size, FIL
   size_t part;
   int count = 0;
   while ((part = fread(pixels, 1, size, frames)) == size) {
-    if (look(camera, &seen) != 0) return -1;
     count += 1;
+    if (look(camera, &seen) != 0) {
+      fprintf(stderr, "frame %d: a step failed; the library's lines above say why\n", count);
+      return -1;
+    }
     if (count % kFramesAPeriod == 0) print_seen(out, count, &seen);
   }
   if (part > 0) fprintf(stderr, "the last frame has %zu of %zu bytes: left out\n", part, size);
+  if (count == 0) {
+    fprintf(stderr, "no frame; expected %zu bytes of each\n", size);
+    return -1;
+  }
   print_times(out);
-  return count > 0 ? 0 : -1;
+  return 0;
 }
 
 int main(int argc, char** argv) {
@@ -248,14 +256,12 @@ int main(int argc, char** argv) {
   } else if (!out || !pixels || !camera.scratch.data || !camera.handle) {
     fprintf(stderr, "memory is short\n");
   } else if (set_model_directory(argv[1]) != 0 || load(camera.handle, width, height) != 0) {
-    fprintf(stderr,
-            "%s: expected a directory with models for persons, faces, landmarks and features; see "
-            "above\n",
-            argv[1]);
+    fprintf(
+        stderr,
+        "%s: expected a directory with models; the line above names the one that is not there\n",
+        argv[1]);
   } else {
     result = run(&camera, frames, pixels, size, out);
-    if (result != 0)
-      fprintf(stderr, "no frame of %zu bytes, or a step failed: see the library's lines\n", size);
   }
   if (camera.handle) unload(camera.handle);
   kel_nn_kit_scratch_free(&camera.scratch);
