@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Runs examples/README.md as a reader does: check_examples.py --build BUILD --work DIRECTORY
+"""Runs examples/README.md as a reader does: check_examples.py --build BUILD --work DIRECTORY [--update]
 
 Its commands build the examples against what is installed from the build, under sanitizers, and run them in a tree of their own.
 What they print is what the page shows: the same words; numbers may be off by a rounding, and times are left out. Then the calls that
@@ -18,7 +18,7 @@ from typing import Iterator, List, NamedTuple, Sequence, Tuple
 ROOT = Path(__file__).resolve().parent.parent
 NUMBER = re.compile(r"(?<![\w.])-?\d+(?:\.\d+)?(?![\w.])")
 FLAGS = "-O1 -g -Wconversion -Werror -fsanitize=address,undefined -fno-sanitize-recover=all"
-# Runs after those of the page, in the same tree: {} is where the programs are.
+# Pictures that calls take: a PGM, and a PPM in one colour.
 GREY, RGB = b"P5\n112 112\n255\n" + bytes(112 * 112), b"P6\n30 40\n255\n" + bytes((208, 0, 188)) * 30 * 40
 
 
@@ -119,13 +119,17 @@ class Checker:
         return subprocess.run(["bash", "-euo", "pipefail", "-c", command], cwd=self.tree, env=self.environment, input=given,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=300)
 
-    def check_page(self, page: Path) -> int:
+    def check_page(self, page: Path, update: bool) -> int:
         count = 0
         for count, (commands, shown) in enumerate(fences(page), 1):
             done = self.shell(commands)
+            printed = done.stdout.decode()
             if done.returncode != 0:
                 self.complain(f"{commands}{done.stderr.decode()[-3000:]}exit code {done.returncode}")
-            for difference in differences(shown, done.stdout.decode()) if shown else []:
+            found = list(differences(shown, printed)) if shown else []
+            if found and update:
+                page.write_text(page.read_text().replace(f"```text\n{shown}```", f"```text\n{printed}```", 1))
+            for difference in found if not update else []:
                 self.complain(f"{commands}{difference}")
         return count
 
@@ -154,9 +158,10 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", required=True, type=Path, help="a build of the library, the kit and the sample networks")
     parser.add_argument("--work", required=True, type=Path, help="a directory to write into; emptied first")
+    parser.add_argument("--update", action="store_true", help="write what is printed into the page: after another sample network")
     options = parser.parse_args()
     checker = Checker(options.build.resolve(), options.work.resolve())
-    count = checker.check_page(ROOT / "examples/README.md")
+    count = checker.check_page(ROOT / "examples/README.md", options.update)
     if count < 8:
         checker.complain("where are the page's commands?")
     checker.check_calls(CALLS)
