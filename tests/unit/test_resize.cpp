@@ -208,7 +208,7 @@ TEST(Resize, WidthsReachBeyondWhatAnIntHoldsInBytes) {
   munmap(pixels, size);
 }
 
-TEST(Resize, UnusableArgumentsWriteNothing) {
+TEST(PixelResize, AlwaysReturnsMinus1AndUnusableArgumentsWriteNothing) {
   const Bytes source(64, 7), untouched(64, kUntouched);
   Bytes result = untouched;
   const kel_nn_size_t good = {4, 4};
@@ -239,24 +239,19 @@ TEST(Resize, UnusableArgumentsWriteNothing) {
     EXPECT_EQ(kel_nn_pixel_resize_bilinear_nv12(c.source, w, h, c.destination, c.to.w, c.to.h), 0);
     EXPECT_EQ(result, untouched);
   }
+  const Bytes noisy = noise(64, 2);
+  for (int channels : {1, 2, 3, 4, 0, 5, -1}) {  // -1 whether it resized or not
+    Bytes pixels(64, kUntouched), expected(pixels);
+    if (channels >= 1 && channels <= 4) {
+      kelnn_test::plain_resize(channels, noisy.data(), 4, 4, 4 * channels, expected.data(), 3, 5,
+                               3 * channels);
+    }
+    EXPECT_EQ(kel_nn_pixel_resize_bilinear(noisy.data(), 4, 4, pixels.data(), 3, 5, channels), -1);
+    EXPECT_EQ(pixels, expected) << channels;
+  }
   EXPECT_EQ(kel_nn_pixel_resize_bilinear(in, INT_MAX, 2, out, 2, 2, 4), -1);
   EXPECT_EQ(kel_nn_pixel_resize_bilinear(in, 2, 2, out, INT_MAX, 2, 4), -1);
   EXPECT_EQ(result, untouched);
-}
-
-// -1 whether it resized or not: the interface says so.
-TEST(PixelResize, AlwaysReturnsMinus1) {
-  const Bytes source = noise(8 * 6 * 4, 2);
-  for (int channels : {1, 2, 3, 4, 0, 5, -1}) {
-    SCOPED_TRACE(channels);
-    Bytes result(5 * 7 * 4, kUntouched), expected(result);
-    EXPECT_EQ(kel_nn_pixel_resize_bilinear(source.data(), 8, 6, result.data(), 5, 7, channels), -1);
-    if (channels >= 1 && channels <= 4) {
-      kelnn_test::plain_resize(channels, source.data(), 8, 6, 8 * channels, expected.data(), 5, 7,
-                               5 * channels);
-    }
-    EXPECT_EQ(result, expected);
-  }
 }
 
 TEST(Nv12Resize, ScalesLumaAndChromaOnTheirOwn) {
