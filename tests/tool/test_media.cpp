@@ -27,9 +27,11 @@ enum class By { kUs, kOpenCv };  // who decodes it
 
 void expect_as_opencv(const Bytes& bytes, By by) {
   Bytes whole = bytes;  // what OpenCV makes of a JPEG without an end is undefined
-  if (!is_png(bytes)) whole.insert(whole.end(), {0xFF, 0xD9});
+  if (!is_png(bytes) && !is_pnm(bytes)) whole.insert(whole.end(), {0xFF, 0xD9});
   const cv::Mat expected = cv::imdecode(whole, cv::IMREAD_COLOR);
-  const cv::Mat own = is_png(bytes) ? decode_png(bytes) : decode_jpeg(bytes);
+  const cv::Mat own = is_png(bytes)   ? decode_png(bytes)
+                      : is_pnm(bytes) ? decode_pnm(bytes)
+                                      : decode_jpeg(bytes);
   EXPECT_EQ(own.empty(), by == By::kOpenCv);
   const cv::Mat picture = decode_picture(bytes);
   ASSERT_EQ(picture.size(), expected.size());
@@ -174,6 +176,23 @@ TEST(PictureCodecs, ReadEveryKindOfJpegAsOpenCvDoes) {
   }
   expect_as_opencv(make_jpeg(grey, TJPF_GRAY, TJSAMP_GRAY, 0), By::kUs);
   expect_as_opencv(make_jpeg(four, TJPF_CMYK, TJSAMP_444, 0), By::kOpenCv);
+}
+
+TEST(PictureCodecs, ReadPgmAndPpmAsOpenCvDoes) {
+  const std::pair<std::string, By> headers[] = {
+      {"P5 45 37 255\n", By::kUs},        {"P6\n# made by hand\n45\t37 # not 9 9\n255\r", By::kUs},
+      {"P5 45 37 15\n", By::kOpenCv},     {"P6 45 37 65535\n", By::kOpenCv},
+      {"P6 45 75 255\n", By::kOpenCv},  // a row too short
+      {"P6 45 0 255\n", By::kOpenCv},     {"P6 99999999999 1 255\n", By::kOpenCv},
+      {"P5 45 # no height", By::kOpenCv},
+  };
+  for (const auto& [header, by] : headers) {
+    SCOPED_TRACE(header);
+    Bytes bytes = noise(45 * 74 * 3);
+    if (header.back() == 't') bytes.clear();
+    bytes.insert(bytes.begin(), header.begin(), header.end());
+    expect_as_opencv(bytes, by);
+  }
 }
 
 TEST(PictureCodecs, TurnPicturesUprightAsOpenCvDoes) {

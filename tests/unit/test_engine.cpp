@@ -24,6 +24,17 @@ std::vector<float> count_up(int n, float first = 1.0f) {
   return values;
 }
 
+// The path of a model as long as no root directory was ever set. Asked before the first test.
+const std::string g_path_without_root = [] {
+  const kelnn_test::StdoutCapture capture;
+  kel_nn_graph graph = {};
+  kelnn_test::scripted_runtime().fail_next_load = 42;
+  kel_nne_graph_init(&graph, "own.bin", 0);
+  const std::string path = graph.model_path;
+  kel_nne_graph_deinit(&graph);
+  return path;
+}();
+
 class Engine : public TaskTest {
  protected:
   Engine() {
@@ -85,6 +96,7 @@ TEST_F(Engine, LearnsShapesFromADryRun) {
 }
 
 TEST_F(Engine, JoinsRootAndNameWithoutASeparator) {
+  EXPECT_EQ(g_path_without_root, "own.bin");
   const std::string path = models.file("a.bin");
   for (const std::string name : {"a.bin", "bin", ""}) {
     kel_nn_set_model_root_dir(path.substr(0, path.size() - name.size()).c_str());

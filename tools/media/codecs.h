@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// PNG through libpng and JPEG through libjpeg-turbo, and how the camera was held that took a picture.
+// PNG through libpng, JPEG through libjpeg-turbo, PGM and PPM, and how the camera was held that took a picture.
 #pragma once
 
 #include <cstddef>
@@ -13,12 +13,14 @@ namespace kelnn_cli {
 
 bool is_png(const Bytes& bytes);
 bool is_jpeg(const Bytes& bytes);
+bool is_pnm(const Bytes& bytes);  // PGM or PPM, not as text
 
 constexpr int64_t kMaxPixels = 1 << 30;  // of a picture, as everywhere in OpenCV
 
 // Empty: damaged or odd.
 cv::Mat decode_png(const Bytes& bytes);
 cv::Mat decode_jpeg(const Bytes& bytes);
+cv::Mat decode_pnm(const Bytes& bytes);
 
 // Empty: too large.
 Bytes encode_png(const cv::Mat& bgr);

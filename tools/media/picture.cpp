@@ -30,13 +30,14 @@ std::string extension_of(const std::string& path) {
 bool is_usual_picture(const std::string& path) {
   Bytes start(8);
   std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(start.data()), 8);
-  return is_png(start) || is_jpeg(start);
+  return is_png(start) || is_jpeg(start) || is_pnm(start);
 }
 
 cv::Mat decode_picture(const Bytes& bytes) {
   cv::Mat picture;
   if (is_png(bytes)) picture = decode_png(bytes);
   if (is_jpeg(bytes)) picture = decode_jpeg(bytes);
+  if (is_pnm(bytes)) picture = decode_pnm(bytes);
   return picture.empty() ? opencv_module().decode(bytes) : picture;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Picture files, and what of them is looked at. PNG and JPEG, which nearly all are, are done here; what
+// Picture files, and what of them is looked at. PNG, JPEG, PGM and PPM, which nearly all are, are done here; what
 // else OpenCV knows, and files that are damaged or odd, cost the loading of a module.
 #pragma once
 
@@ -20,7 +20,7 @@ cv::Mat load_picture(const std::string& path);
 // What of the box lies in the picture: detectors' boxes reach out of it.
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
 
-bool is_usual_picture(const std::string& path);  // PNG or JPEG, by its first bytes
+bool is_usual_picture(const std::string& path);  // PNG, JPEG, PGM or PPM, by its first bytes
 
 // 8-bit BGR, upright. Empty: damaged, too large or no picture.
 cv::Mat decode_picture(const Bytes& bytes);
