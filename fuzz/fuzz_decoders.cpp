@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+// The decoders of heads of one's own, with any parameters and maps; beside the plain twins where there is a grid.
+#include "support/input.h"
+#include "support/plain_decoders.h"
+
+using namespace kelnn_fuzz;
+
+namespace {
+
+// What is left of `boxes` when it has `places`, and what must not be touched behind them.
+constexpr size_t kMostBoxes = 16 * 16 * 4;
+
+template <class Param>
+void usual_geometry(Input& input, int* stride, Param* param) {
+  *stride = 1 << input.number(0, 5);
+  param->input_w = input.number(1, 16) * *stride;
+  param->input_h = input.number(1, 16) * *stride;
+  param->img_w = input.number(0, 4096);
+  param->img_h = input.number(0, 4096);
+  param->class_num = input.number(1, 12);
+}
+
+template <class Param, class Decode, class Plain>
+void compare(const std::vector<float>& map, int stride, const Param& param, size_t places,
+             Decode decode, Plain plain) {
+  std::vector<kel_nn_box_t> boxes(std::max<size_t>(places, 1)), all(kMostBoxes);
+  const int count = decode(map.data(), stride, &param, boxes.data(), static_cast<uint32_t>(places));
+  const int wanted = plain(map.data(), stride, param, all.data());
+  EXPECT(count >= 0 && static_cast<size_t>(count) <= boxes.size() && count <= wanted);
+  EXPECT(count == wanted || static_cast<size_t>(count) >= places);
+  for (int i = 0; i < count; ++i) EXPECT(is_same(boxes[i], all[i]));
+}
+
+// Numbers that no head has: nothing is read, since there is no map.
+template <class Param, class Decode>
+void hostile(Input& input, Param* param, Decode decode) {
+  kel_nn_box_t box;
+  const float map[1] = {0};
+  param->input_w = input.ConsumeIntegral<int32_t>();
+  param->input_h = input.ConsumeIntegral<int32_t>();
+  param->class_num = input.yes() ? 0 : -param->class_num;
+  EXPECT(decode(map, input.ConsumeIntegral<int>(), param, &box, 1) == 0);
+}
+
+void yolov3(Input& input) {
+  kel_nn_yolov3_param_t param = {};
+  int stride;
+  usual_geometry(input, &stride, &param);
+  param.anchor_num = input.number(1, 4);
+  const std::vector<int32_t> anchors = {10,  13, input.ConsumeIntegral<int32_t>(), 30, 0, -4,
+                                        400, 2};
+  param.anchors = anchors.data();
+  param.score_threshold = input.usual_float();
+  const size_t values = static_cast<size_t>(param.anchor_num) * (5 + param.class_num);
+  const size_t cells = static_cast<size_t>(param.input_w / stride) * (param.input_h / stride);
+  const std::vector<float> map = input.floats(cells * values);
+  compare(map, stride, param, input.number<size_t>(0, kMostBoxes), kel_nn_yolov3_postprocess,
+          kelnn_test::plain_yolov3);
+  hostile(input, &param, kel_nn_yolov3_postprocess);
+}
+
+void centernet(Input& input) {
+  kel_nn_centernet_param_t param = {};
+  int stride;
+  usual_geometry(input, &stride, &param);
+  param.reg_max = input.number(0, 20);
+  param.score_threshold = input.usual_float();
+  const size_t values = param.class_num + 4 * (param.reg_max + 1);
+  const size_t cells = static_cast<size_t>(param.input_w / stride) * (param.input_h / stride);
+  const std::vector<float> map = input.floats(cells * values);
+  compare(map, stride, param, input.number<size_t>(0, kMostBoxes), kel_nn_centernet_postprocess,
+          kelnn_test::plain_centernet);
+  hostile(input, &param, kel_nn_centernet_postprocess);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  silence();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Input input(data, size);
+  input.yes() ? yolov3(input) : centernet(input);
+  return 0;
+}
