@@ -85,7 +85,7 @@ template <int kChannels, bool kScalesUpper>
 void resize_groups(const RowTask& task) {
   RowTask now = task;
   const ptrdiff_t to_upper = now.upper - now.lower;
-  const auto make_pixel = [&](const Column& column) __attribute__((always_inline)) {
+  const auto make_pixel = [&](const Column& column) KEL_NN_INLINED {
     const int a0 = column.a0, a1 = column.a1;
     const uint8_t* lower = now.lower + column.offset;
     const uint8_t* upper = lower + to_upper;

@@ -23,6 +23,7 @@ TEST(AveragePrecision, IsTheAreaUnderTheBestPrecisions) {
     size_t truths;
     double expected;
   } cases[] = {
+      {"all right, one missed", {{0.9f, true}}, 2, 1 / 2.},
       {"nothing found", {}, 2, 0},
       {"nothing to find", {{0.9f, false}}, 0, NAN},
       {"false ones after the last right one cost nothing", {{0.9f, true}, {0.5f, false}}, 1, 1},
@@ -71,6 +72,16 @@ TEST(Matching, GivesEachTruthToTheBestScoreThatOverlapsItEnough) {
     EXPECT_THAT(match({c.truths, c.found}),
                 ::testing::Pointwise(::testing::DoubleNear(kTolerance), c.ious));
   }
+}
+
+TEST(DetectionFigures, CountAPicturesClassesTogetherAndTheMeanOfTheirIous) {
+  const cv::Rect a(0, 0, 10, 10), b(100, 0, 10, 10), wide(100, 0, 10, 16);
+  const DetectionEvaluation evaluation = evaluate_detections(
+      {{{{a, 0}, {b, 1}}, {{a, 0.9f, 0}, {wide, 0.8f, 1}, {b, 0.7f, 0}}}, {{}, {}}}, 2);
+  EXPECT_EQ(evaluation.all.found, 3u);
+  EXPECT_THAT(evaluation.all.mean_iou, is((1 + 100 / 160.) / 2));
+  EXPECT_THAT(evaluation.classes[1].mean_iou, is(100 / 160.));
+  EXPECT_EQ(evaluation.false_detections_per_picture, 1 / 2.);
 }
 
 TEST(SimilarityFigures, OfSmallSets) {

@@ -15,6 +15,7 @@
 #include "kel_nn.h"
 #include "kel_nn_kit.h"
 #include "support/model_directory.h"
+#include "support/networks.h"
 #include "support/scripted_runtime.h"
 
 namespace {
@@ -262,11 +263,9 @@ void faces(Generator& random, Digest& digest) {
   Tasks tasks;
   const Bytes image(320 * 240 * 3);
   for (float scale : {2.0f, 4.0f, 8.0f}) {
-    std::vector<Floats> outputs;
-    for (size_t anchors : {3600, 600, 160, 60}) {
-      outputs.push_back(random.floats(2 * anchors, scale));
-      outputs.push_back(random.floats(4 * anchors, 16));
-    }
+    std::vector<Floats> outputs = kelnn_test::FaceNetwork().outputs;
+    for (size_t i = 0; i < 8; ++i)
+      outputs[i] = random.floats(outputs[i].size(), i % 2 ? 16 : scale);
     runtime().play({320, 240, 3}, outputs);
     kel_nn_facedet_init(tasks.handle, 1920, 1080);
     kel_nn_facedet_result_t result = {};
@@ -285,9 +284,9 @@ Kernel grid(int values_per_anchor, decltype(kel_nn_persondet_init)* init,
     const kel_nn_size_t inputs[] = {{416, 256}, {320, 320}, {256, 416}};
     const Bytes image(416 * 256 * 3);
     for (int i = 0; i < 3; ++i) {
-      const size_t values = inputs[i].w * inputs[i].h / 32 / 32 * 3 * values_per_anchor;
-      runtime().play({inputs[i].w, inputs[i].h, 3},
-                     {random.floats(values, 4), random.floats(4 * values, 4)});
+      std::vector<Floats> outputs = kelnn_test::GridNetwork(values_per_anchor, inputs[i]).outputs;
+      for (Floats& values : outputs) values = random.floats(values.size(), 4);
+      runtime().play({inputs[i].w, inputs[i].h, 3}, outputs);
       init(tasks.handle, frames[i].w, frames[i].h);
       kel_nn_det_result_t result = {};
       digest.add(process(tasks.handle, image.data(), &result, &frames[i], &inputs[i]));

@@ -148,12 +148,10 @@ TEST(KitLetterbox, PlacesTheFrameAndPadsAroundIt) {
     kel_nn_kit_rect_t source, destination;
   } cases[] = {
       {"16:9: 234 rows", {640, 360}, {416, 256}, {0, 0, 640, 360}, {0, 11, 416, 234}},
-      {"16:9, large", {1920, 1080}, {416, 256}, {0, 0, 1920, 1080}, {0, 11, 416, 234}},
       {"portrait", {360, 640}, {256, 416}, {0, 0, 360, 640}, {11, 0, 234, 416}},
       {"square", {480, 480}, {320, 320}, {0, 0, 480, 480}, {0, 0, 320, 320}},
       // 312 rows for 256; 28 / 0.65 = 43.1 are cut off.
       {"4:3", {640, 480}, {416, 256}, {0, 43, 640, 394}, {0, 0, 416, 256}},
-      {"4:3 upright", {480, 640}, {256, 416}, {43, 0, 394, 640}, {0, 0, 256, 416}},
       // 3 rows less, 0.08 of one off.
       {"pad 19.67, large", {3840, 2000}, {416, 256}, {0, 3, 3840, 1994}, {0, 20, 416, 216}},
       // 0.4 and 0.2 rows of the image off.
@@ -165,7 +163,6 @@ TEST(KitLetterbox, PlacesTheFrameAndPadsAroundIt) {
       {"odd sizes", {7, 3}, {21, 13}, {0, 0, 7, 3}, {0, 2, 21, 9}},
       {"1.04 rows: 2 in the middle", {4000, 10}, {416, 256}, {0, 0, 4000, 10}, {0, 127, 416, 2}},
       {"a row", {416, 1}, {416, 255}, {0, 0, 416, 1}, {0, 127, 416, 1}},
-      {"landscape in portrait", {640, 360}, {256, 416}, {123, 0, 394, 360}, {0, 91, 256, 234}},
       {"one pixel", {1, 1}, {1, 1}, {0, 0, 1, 1}, {0, 0, 1, 1}},
   };
   for (const auto& c : cases) {
@@ -341,15 +338,11 @@ TEST(KitCrop, CutsAtTheEdges) {
     const char* name;
     kel_nn_kit_rect_t rect, visible;
   } cases[] = {
-      {"inside", {2, 3, 4, 2}, {2, 3, 4, 2}},
-      {"all of it", {0, 0, 9, 7}, {0, 0, 9, 7}},
       {"beyond the top left", {-3, -2, 5, 5}, {0, 0, 2, 3}},
       {"beyond the bottom right", {6, 5, 10, 10}, {6, 5, 3, 2}},
       {"beyond everything", {-100, -100, 1000, 1000}, {0, 0, 9, 7}},
       {"the largest numbers", {-INT_MAX, 1, INT_MAX, INT_MAX}, {}},
       {"the largest size", {1, 2, INT_MAX, INT_MAX}, {1, 2, 8, 5}},
-      {"one column", {8, 1, 1, 5}, {8, 1, 1, 5}},
-      {"one row", {1, 6, 5, 1}, {1, 6, 5, 1}},
       {"left of it", {-5, 0, 5, 7}, {}},
       {"right of it", {9, 0, 5, 7}, {}},
       {"above", {0, -5, 5, 5}, {}},
@@ -489,21 +482,6 @@ TEST(KitAlignment, IsTheLeastSquaresTransformAndBilinear) {
       }
     }
   }
-}
-
-// By hand: a quarter turn about the origin, to the left of it; and an image of half the size.
-TEST(KitAlignment, TurnsByHand) {
-  const Frame frame(KEL_NN_KIT_GREY, 112, 112, 0, noise);
-  Image turned(112, 112, KEL_NN_KIT_GREY), small(56, 56, KEL_NN_KIT_GREY);
-  ASSERT_EQ(kel_nn_kit_align_face(&frame.frame, points_at({0, 1, 112, 0}).data(), &turned), 0);
-  EXPECT_TRUE(turned.pixels() ==
-              picture({0, 0, 112, 112}, 1, [](int x, int y, int) { return noise(111 - y, x, 0); }));
-  ASSERT_EQ(kel_nn_kit_align_face(&frame.frame, points_at({1, 0, 0, 0}).data(), &small), 0);
-  EXPECT_TRUE(small.pixels() == picture({0, 0, 56, 56}, 1, [](int x, int y, int) {
-                return (noise(2 * x, 2 * y, 0) + noise(2 * x + 1, 2 * y, 0) +
-                        noise(2 * x, 2 * y + 1, 0) + noise(2 * x + 1, 2 * y + 1, 0) + 2) /
-                       4;
-              }));
 }
 
 TEST(KitAlignment, RefusesPointsOfNoFace) {
