@@ -267,6 +267,39 @@ TEST_P(NetworkTask, SaysWhyItFailsAndLeavesTheResultsAlone) {
                          std::to_string(task.input[1] + 1)));
 }
 
+// Loaded, run three times, released: whichever allocation is refused on the way, nothing is left of it, and the next life
+// is whole.
+TEST_P(NetworkTask, LivesOnAfterEveryAllocationThatIsRefused) {
+  const auto live = [&] {
+    bool works = task.init(handle) == 0;
+    for (int call = 0; works && call < 3; ++call) {
+      Written results;
+      works = task.process(handle, {-1}, &results) == 0;
+    }
+    task.deinit(handle);
+    return works;
+  };
+  const long live_before = live_blocks();
+  bool was_refused = true;
+  for (int refused = 1; was_refused; ++refused) {
+    SCOPED_TRACE(refused);
+    const long count_before = allocation_count();
+    bool works;
+    {
+      const NoMemory one(refused, refused);
+      works = live();
+      was_refused = allocation_count() - count_before >= refused;
+    }
+    const std::vector<std::string> said = printed_messages();
+    EXPECT_TRUE(works || (was_refused && Value(said, Contains(StartsWith("[Error]")))));
+    EXPECT_EQ(live_blocks(), live_before);
+    EXPECT_EQ(runtime.networks_alive, 0);
+    EXPECT_TRUE(live());
+    printed();
+    ASSERT_LT(refused, 100);
+  }
+}
+
 // ----- Landmarks, features, classes --------------------------------------------------------------
 
 class FaceTasks : public TaskTest {
