@@ -306,7 +306,7 @@ TEST_F(Videos, AreReadAsOpenCvReadsThemAndSayWhenTheyAreCutOff) {
     SCOPED_TRACE(c.name);
     const std::string path = save(c.name, c.codec, c.size);
     cv::VideoCapture capture(path, cv::CAP_FFMPEG);
-    std::unique_ptr<FrameSource> source = open_frames(path);
+    std::unique_ptr<FrameSource> source = open_frames(path, {});
     EXPECT_EQ(source->frames_per_second(), kRate);
     EXPECT_EQ(source->count(), kCount);
     cv::Mat expected;
@@ -327,7 +327,7 @@ TEST_F(Videos, AreReadAsOpenCvReadsThemAndSayWhenTheyAreCutOff) {
     std::filesystem::resize_file(path, std::filesystem::file_size(path) * 6 / 10);
     int count = 0;
     try {
-      source = open_frames(path);
+      source = open_frames(path, {});
       while (source->read(&frame)) ++count;
       ADD_FAILURE() << "all is well, after " << count << " frames";
     } catch (const Failure& failure) {

@@ -32,11 +32,13 @@ auto found_in_part(const Part& part, Task* task) {
 
 bool for_each_part(const CutOutOptions& options, Reporter* reporter,
                    const std::function<void(const Part&)>& look) {
-  DrawingTarget drawings(options.out, options.pictures);
+  const std::vector<std::string> pictures = listed(options.pictures, InputKind::kPictures, false);
+  DrawingTarget drawings(options.out, pictures);
   const std::vector<Box> boxes = options.boxes.empty() ? std::vector<Box>(1) : options.boxes;
-  const bool is_only_one = options.pictures.size() * boxes.size() == 1;
-  return for_each_input(options.pictures, reporter, [&](const std::string& path) {
-    const cv::Mat picture = load_picture(path);
+  const bool is_only_one = pictures.size() * boxes.size() == 1;
+  const InputSettings settings = told(options.input, reporter);
+  return for_each_input(pictures, reporter, [&](const std::string& path) {
+    const cv::Mat picture = load_picture(path, settings);
     const std::unique_ptr<FrameSink> sink = drawings.open_picture(path);
     cv::Mat drawing = sink ? picture.clone() : cv::Mat();
     for (const Box& box : boxes) {
@@ -127,8 +129,9 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter) {
 }
 
 bool compare(const CompareOptions& options, Reporter* reporter) {
-  const cv::Mat picture_a = load_picture(options.picture_a);
-  const cv::Mat picture_b = load_picture(options.picture_b);
+  const InputSettings settings = told(options.input, reporter);
+  const cv::Mat picture_a = load_picture(options.picture_a, settings);
+  const cv::Mat picture_b = load_picture(options.picture_b, settings);
   const cv::Rect face_a = chosen_part(options.picture_a, picture_a, options.box_a);
   const cv::Rect face_b = chosen_part(options.picture_b, picture_b, options.box_b);
   kel_nn::FaceFeatures task{kel_nn::Library(options.root)};

@@ -57,15 +57,17 @@ template <typename Task>
 bool detect(const DetectOptions& options, Reporter* reporter) {
   const kel_nn::Library library(options.root);
   std::optional<Task> task;  // none: there was no frame yet
-  DrawingTarget drawings(options.out, options.inputs);
-  return for_each_input(options.inputs, reporter, [&](const std::string& input) {
-    FrameWalk walk(input, FrameWalk::Takes::kAll, options.frames, &drawings);
+  const std::vector<std::string> inputs =
+      listed(options.inputs, InputKind::kPicturesAndVideos, options.frames.input.raw.has_value());
+  DrawingTarget drawings(options.out, inputs);
+  return for_each_input(inputs, reporter, [&](const std::string& input) {
+    FrameWalk walk(input, FrameWalk::Takes::kAll, options.frames, reporter, &drawings);
     const bool is_picture = walk.kind() == FrameSource::Kind::kPicture;
     while (const Frame* frame = walk.next()) {
       if (!task) task.emplace(library, size_of(frame->pixels));
       const std::vector<Detection> found = found_in(frame->pixels, &*task);
       walk.draw([&] { return drawn(options, frame->pixels, found); });
-      walk.report(reporter, json_of(options, input, *frame, found),
+      walk.report(json_of(options, input, *frame, found),
                   [&](const Json& json) { return text_of(json, is_picture); });
     }
   });

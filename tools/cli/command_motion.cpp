@@ -35,9 +35,9 @@ std::string period_text(const Json& period) {
          filled(", changed {changed:.3f} %, at most {changed_max:.3f} %\n", period);
 }
 
-bool watch_motion(const MotionOptions& options, Reporter* reporter) {
-  DrawingTarget drawings(options.out, {options.input});
-  FrameWalk walk(options.input, FrameWalk::Takes::kMoving, options.frames, &drawings);
+void watch_motion(const MotionOptions& options, const std::string& input, DrawingTarget* drawings,
+                  Reporter* reporter) {
+  FrameWalk walk(input, FrameWalk::Takes::kMoving, options.frames, reporter, drawings);
   kel_nn::MotionFilter filter = options.settings.filter(kel_nn::Library());
   ChangedPixels changed_pixels;
   std::vector<double> shares;
@@ -48,12 +48,12 @@ bool watch_motion(const MotionOptions& options, Reporter* reporter) {
     if (!changed.empty()) shares.push_back(percentage(changed));
     if (const std::optional<bool> is_motion = filter.take(luma.data, size_of(luma))) {
       last = is_motion;
-      walk.report(reporter, period_json(options.input, *frame, *is_motion, shares), period_text);
+      walk.report(period_json(input, *frame, *is_motion, shares), period_text);
       shares.clear();
     }
     walk.draw([&] { return frame_with_changes(frame->pixels, changed, last); });
   }
-  return true;
+  if (!last) walk.object_to_no_decision(options.settings.period);
 }
 
 // ----- A recording with many settings
@@ -64,7 +64,7 @@ struct Count {
 };
 
 // The counts lie period after period, for each ratio.
-Json sweep_json(const MotionOptions& options, const std::vector<Count>& counts) {
+Json sweep_json(const std::string& input, const std::vector<Count>& counts) {
   Json cells = Json::array();
   for (const Count& count : counts) {
     cells.push_back({{"ratio", count.settings.ratio},
@@ -72,12 +72,13 @@ Json sweep_json(const MotionOptions& options, const std::vector<Count>& counts) 
                      {"decisions", count.decisions},
                      {"motion_decisions", count.motion}});
   }
-  return {{"input", options.input}, {"frames", counts.front().frames}, {"sweep", cells}};
+  return {{"input", input}, {"frames", counts.front().frames}, {"sweep", cells}};
 }
 
 std::string sweep_text(const MotionOptions& options, const Json& sweep) {
   std::string text =
-      fmt::format("decisions for motion, of all; ratio down, period across\n{:14}", "");
+      filled("{input}: decisions for motion, of all; ratio down, period across\n", sweep) +
+      std::string(14, ' ');
   for (const int period : options.periods) text += fmt::format("{:>14}", period);
   for (size_t i = 0; i < sweep["sweep"].size(); ++i) {
     const Json& cell = sweep["sweep"][i];
@@ -91,13 +92,14 @@ std::string sweep_text(const MotionOptions& options, const Json& sweep) {
 
 // The recording is decoded anew for every setting: the library has one filter at a time, and a
 // recording need not fit in memory.
-Count count_decisions(const MotionOptions& options, const kel_nn::Library& library,
-                      const MotionSettings& settings) {
+Count count_decisions(const MotionOptions& options, const std::string& input,
+                      const kel_nn::Library& library, const MotionSettings& settings,
+                      Reporter* reporter) {
   Count count = {settings, 0, 0, 0};
   kel_nn::MotionFilter filter = settings.filter(library);
   const std::string label =
-      fmt::format("{}, {:.6g} %, {} frames", options.input, settings.ratio, settings.period);
-  FrameWalk walk(options.input, FrameWalk::Takes::kRecordings, options.frames, label);
+      fmt::format("{}, {:.6g} %, {} frames", input, settings.ratio, settings.period);
+  FrameWalk walk(input, FrameWalk::Takes::kRecordings, options.frames, reporter, label);
   while (const Frame* frame = walk.next()) {
     const std::optional<bool> is_motion =
         filter.take(luma_of(frame->pixels).data, size_of(frame->pixels));
@@ -106,26 +108,32 @@ Count count_decisions(const MotionOptions& options, const kel_nn::Library& libra
     count.motion += is_motion.value_or(false);
   }
   if (interruption()) throw Failure("interrupted: there is no table of half a recording");
+  if (count.decisions == 0) walk.object_to_no_decision(settings.period);
   return count;
 }
 
-bool sweep_motion(const MotionOptions& options, Reporter* reporter) {
+void sweep_motion(const MotionOptions& options, const std::string& input, Reporter* reporter) {
   const kel_nn::Library library;
   std::vector<Count> counts;
   for (const double ratio : options.ratios) {
     for (const int period : options.periods) {
-      counts.push_back(count_decisions(options, library, {ratio, period}));
+      counts.push_back(count_decisions(options, input, library, {ratio, period}, reporter));
     }
   }
-  reporter->report_one(sweep_json(options, counts),
+  reporter->report_one(sweep_json(input, counts),
                        [&](const Json& sweep) { return sweep_text(options, sweep); });
-  return true;
 }
 
 }  // namespace
 
 bool motion(const MotionOptions& options, Reporter* reporter) {
-  return options.wants_sweep ? sweep_motion(options, reporter) : watch_motion(options, reporter);
+  const std::vector<std::string> inputs =
+      listed(options.inputs, InputKind::kVideos, options.frames.input.raw.has_value());
+  DrawingTarget drawings(options.out, inputs);
+  return for_each_input(inputs, reporter, [&](const std::string& input) {
+    if (options.wants_sweep) return sweep_motion(options, input, reporter);
+    watch_motion(options, input, &drawings, reporter);
+  });
 }
 
 }  // namespace kelnn_cli

@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "commands.h"
 #include "drawing.h"
@@ -19,14 +21,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<int16_t> read_window(const FeaturesOptions& options) {
-  const std::unique_ptr<Sound> sound = open_sound(options.sound);
+std::vector<int16_t> read_window(const FeaturesOptions& options, const std::string& input,
+                                 Reporter* reporter) {
+  const std::unique_ptr<Sound> sound = open_sound(input, told(options.input, reporter));
   std::vector<int16_t> window;
   const auto seconds = [](uint64_t samples) { return static_cast<double>(samples) / kSoundRate; };
   for (uint64_t i = 0; i <= options.window; ++i) {
     window = next_window(sound.get());
     if (window.size() < kWindowSamples) {
-      throw Failure(options.sound,
+      throw Failure(input,
                     fmt::format("window {} ends at {:.2f} s, the sound at {:.2f} s", options.window,
                                 seconds((options.window + 1) * kWindowSamples),
                                 seconds(i * kWindowSamples + window.size())));
@@ -54,69 +57,70 @@ std::string files_text(const Json& written) {
   return text;
 }
 
-}  // namespace
-
-bool cry(const CryOptions& options, Reporter* reporter) {
-  const std::unique_ptr<Sound> sound = open_sound(options.sound);
+void hear(const CryOptions& options, const std::string& input, kel_nn::CryDetector* detector,
+          Reporter* reporter) {
+  const std::unique_ptr<Sound> sound = open_sound(input, told(options.input, reporter));
   if (sound->recorded_rate() < kSoundRate) {
-    reporter->complain(filled("{input}: recorded at {rate} Hz, so nothing above {top} Hz is heard",
-                              {{"input", options.sound},
-                               {"rate", sound->recorded_rate()},
-                               {"top", sound->recorded_rate() / 2}}));
+    reporter->complain(filled(
+        "{input}: recorded at {rate} Hz, so nothing above {top} Hz is heard",
+        {{"input", input}, {"rate", sound->recorded_rate()}, {"top", sound->recorded_rate() / 2}}));
   }
-  kel_nn::CryDetector detector(kel_nn::Library(options.root), options.threshold);
-  ProgressBar progress(options.sound, static_cast<int64_t>(sound->expected_samples() / kSoundRate),
+  ProgressBar progress(input, static_cast<int64_t>(sound->expected_samples() / kSoundRate),
                        "s of sound", options.wants_progress);
   std::vector<int16_t> samples = next_window(sound.get());
   uint64_t index = 0;
   for (; samples.size() == kWindowSamples; samples = next_window(sound.get()), ++index) {
-    const float probability = cry_probability(samples, &detector);
+    const float probability = cry_probability(samples, detector);
     const bool is_loud = is_loud_enough(samples, options.threshold);
-    const uint64_t start = index * kWindowSeconds, end = start + kWindowSeconds;
+    const double start = options.input.start + static_cast<double>(index * kWindowSeconds);
     progress.hide();
     reporter->report_one(
-        {{"input", options.sound},
+        {{"input", input},
          {"window", index},
          {"start", start},
-         {"end", end},
+         {"end", start + kWindowSeconds},
          {"loudness", loudness(samples)},
          {"gate_passed", is_loud},
          {"probability", probability}},
         line(std::string("{input} {start} - {end} s: cry {probability:.5f}, loudness "
                          "{loudness:.0f}") +
              (is_loud ? "\n" : ", too quiet for the gate\n")));
-    progress.show(static_cast<int64_t>(end));
+    progress.show(static_cast<int64_t>((index + 1) * kWindowSeconds));
   }
   progress.hide();
   if (!samples.empty()) {
     const double seconds = static_cast<double>(samples.size()) / kSoundRate;
     reporter->report_one(
-        {{"input", options.sound}, {"left_over", seconds}},
+        {{"input", input}, {"left_over", seconds}},
         line("{input}: {left_over:.3f} s left over, too short for a window of 3 s\n"));
   }
-  if (index == 0) throw Failure(options.sound, "shorter than a window of 3 s");
-  return true;
+  if (index == 0) throw Failure(input, "shorter than a window of 3 s");
 }
 
-bool features(const FeaturesOptions& options, Reporter* reporter) {
-  check_outputs({options.png, options.csv}, {options.sound});
-  const std::vector<int16_t> window = read_window(options);
+// Of several sounds, files in the directories that the options name.
+FeaturesOptions options_of(const std::string& input, FeaturesOptions options) {
+  const std::string name = fs::path(input).filename();
+  if (!options.png.empty()) options.png = fs::path(options.png) / (name + ".png");
+  if (!options.csv.empty()) options.csv = fs::path(options.csv) / (name + ".csv");
+  return options;
+}
+
+void show_features(const FeaturesOptions& options, const std::string& input, Reporter* reporter) {
+  const std::vector<int16_t> window = read_window(options, input, reporter);
   kel_nn::SoundFeatures matrix;
   if (!matrix.of(window.data())) {
-    throw Failure(options.sound,
-                  fmt::format("window {} is too quiet to have features: its loudness "
-                              "is {:.0f}, the gate is at {:.0f}",
-                              options.window, loudness(window), kLowestGate));
+    throw Failure(input, fmt::format("window {} is too quiet to have features: its loudness "
+                                     "is {:.0f}, the gate is at {:.0f}",
+                                     options.window, loudness(window), kLowestGate));
   }
   const uint64_t start = options.window * kWindowSeconds, end = start + kWindowSeconds;
-  Json written = {{"input", options.sound}, {"window", options.window},
-                  {"start", start},         {"end", end},
-                  {"rows", matrix.rows()},  {"channels", matrix.channels()}};
+  Json written = {{"input", input}, {"window", options.window}, {"start", start},
+                  {"end", end},     {"rows", matrix.rows()},    {"channels", matrix.channels()}};
   if (!options.png.empty()) {
-    const std::string title = fmt::format(
-        "Filter-bank features of {}, window {} ({} - {} s)",
-        options.sound == "-" ? "standard input" : fs::path(options.sound).filename().string(),
-        options.window, start, end);
+    const std::string title =
+        fmt::format("Filter-bank features of {}, window {} ({} - {} s)",
+                    input == "-" ? "standard input" : fs::path(input).filename().string(),
+                    options.window, start, end);
     const cv::Mat picture = draw_features(matrix, title, static_cast<double>(start));
     write_file(options.png, encode_picture(".png", picture));
     written["png"] = options.png;
@@ -127,8 +131,33 @@ bool features(const FeaturesOptions& options, Reporter* reporter) {
     written["csv"] = options.csv;
   }
   // There it would stand behind the numbers.
-  if (!is_standard_output(options.csv)) reporter->report(written, files_text);
-  return true;
+  if (!is_standard_output(options.csv)) reporter->report_one(written, files_text);
+}
+
+}  // namespace
+
+bool cry(const CryOptions& options, Reporter* reporter) {
+  const std::vector<std::string> inputs = listed(options.sounds, InputKind::kSounds, true);
+  kel_nn::CryDetector detector(kel_nn::Library(options.root), options.threshold);
+  return for_each_input(inputs, reporter, [&](const std::string& input) {
+    hear(options, input, &detector, reporter);
+  });
+}
+
+bool features(const FeaturesOptions& options, Reporter* reporter) {
+  const std::vector<std::string> inputs = listed(options.sounds, InputKind::kSounds, true);
+  std::map<std::string, FeaturesOptions> own;
+  std::set<std::string> outputs;
+  for (const std::string& input : inputs) {
+    own[input] = inputs.size() > 1 ? options_of(input, options) : options;
+    check_outputs({own[input].png, own[input].csv}, inputs);
+    if (!outputs.insert(own[input].png + own[input].csv).second) {
+      throw UsageError(input, "what is made of another input has the same name");
+    }
+  }
+  return for_each_input(inputs, reporter, [&](const std::string& input) {
+    show_features(own[input], input, reporter);
+  });
 }
 
 }  // namespace kelnn_cli

@@ -68,18 +68,23 @@ cv::Mat drawn(const cv::Mat& bgr, const Sighting& seen) {
 }  // namespace
 
 bool watch(const WatchOptions& options, Reporter* reporter) {
-  DrawingTarget drawings(options.out, {options.input});
-  FrameWalk walk(options.input, FrameWalk::Takes::kMoving, options.frames, &drawings);
+  const std::vector<std::string> inputs =
+      listed(options.inputs, InputKind::kVideos, options.frames.input.raw.has_value());
+  DrawingTarget drawings(options.out, inputs);
   Watcher watcher(options.root, options.settings, options.is_always_awake,
                   [reporter](const std::string& note) { reporter->complain(note); });
-  while (const Frame* frame = walk.next()) {
-    const Sighting sighting = watcher.look(frame->pixels);
-    walk.draw([&] { return drawn(frame->pixels, sighting); });
-    if (sighting.is_event()) {
-      walk.report(reporter, event_json(options.input, *frame, sighting), event_text);
+  return for_each_input(inputs, reporter, [&](const std::string& input) {
+    FrameWalk walk(input, FrameWalk::Takes::kMoving, options.frames, reporter, &drawings);
+    watcher.restart();
+    bool is_decided = options.is_always_awake;
+    while (const Frame* frame = walk.next()) {
+      const Sighting sighting = watcher.look(frame->pixels);
+      is_decided = is_decided || sighting.is_motion;
+      walk.draw([&] { return drawn(frame->pixels, sighting); });
+      if (sighting.is_event()) walk.report(event_json(input, *frame, sighting), event_text);
     }
-  }
-  return true;
+    if (!is_decided) walk.object_to_no_decision(options.settings.period);
+  });
 }
 
 }  // namespace kelnn_cli

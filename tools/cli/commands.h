@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "evaluation.h"
+#include "input_settings.h"
+#include "inputs.h"
 #include "motion.h"
 #include "picture.h"
 #include "reporter.h"
@@ -43,7 +45,8 @@ bool doctor(const DoctorOptions& options, Reporter* reporter);
 // ----- Cut-outs of pictures
 
 struct CutOutOptions {
-  std::vector<std::string> pictures;
+  InputList pictures;
+  InputSettings input;
   std::vector<Box> boxes;  // of each picture; none: its centre square
   std::string root, out;
 };
@@ -55,6 +58,7 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter);
 struct CompareOptions {
   std::string picture_a, picture_b, root;
   Box box_a, box_b;
+  InputSettings input;
 };
 bool compare(const CompareOptions& options, Reporter* reporter);
 
@@ -63,11 +67,13 @@ bool compare(const CompareOptions& options, Reporter* reporter);
 struct FrameOptions {
   int step = 1;       // every how many frames one is looked at
   int64_t limit = 0;  // frames to look at in each input; 0: all
+  InputSettings input;
   bool wants_progress = false;
 };
 
 struct DetectOptions {
-  std::vector<std::string> inputs, class_names;
+  InputList inputs;
+  std::vector<std::string> class_names;
   std::string root, out;
   FrameOptions frames;
 };
@@ -76,7 +82,8 @@ bool detect_persons(const DetectOptions& options, Reporter* reporter);
 bool detect_objects(const DetectOptions& options, Reporter* reporter);
 
 struct MotionOptions {
-  std::string input, out;
+  InputList inputs;
+  std::string out;
   MotionSettings settings;
   FrameOptions frames;
   bool wants_sweep = false;
@@ -86,7 +93,8 @@ struct MotionOptions {
 bool motion(const MotionOptions& options, Reporter* reporter);
 
 struct WatchOptions {
-  std::string input, root, out;
+  InputList inputs;
+  std::string root, out;
   MotionSettings settings;
   FrameOptions frames;
   bool is_always_awake = false;
@@ -96,14 +104,18 @@ bool watch(const WatchOptions& options, Reporter* reporter);
 // ----- Sound
 
 struct CryOptions {
-  std::string sound, root;
+  InputList sounds;
+  InputSettings input;
+  std::string root;
   float threshold = kLowestGate;
   bool wants_progress = false;
 };
 bool cry(const CryOptions& options, Reporter* reporter);
 
 struct FeaturesOptions {
-  std::string sound, png, csv;
+  InputList sounds;
+  InputSettings input;
+  std::string png, csv;  // of several sounds: directories
   uint64_t window = 0;
 };
 bool features(const FeaturesOptions& options, Reporter* reporter);

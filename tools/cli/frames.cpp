@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "report.h"
 
@@ -13,8 +14,11 @@ namespace kelnn_cli {
 namespace {
 
 int64_t frames_to_pass(const FrameSource& source, const FrameOptions& options) {
-  return options.limit == 0 ? source.count()
-                            : std::min(source.count(), options.limit * options.step);
+  int64_t count = source.count();
+  if (options.limit > 0) count = std::min(count, options.limit * options.step);
+  if (options.input.duration == 0) return count;
+  const double end = options.input.start + options.input.duration;
+  return std::min(count, static_cast<int64_t>(end * source.frames_per_second()));
 }
 
 // Passes over the frames between two that are looked at; false: there is none left.
@@ -23,8 +27,9 @@ bool skip(FrameSource* source, int count) {
   return count == 0;
 }
 
-std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Takes takes) {
-  std::unique_ptr<FrameSource> source = open_frames(input);
+std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Takes takes,
+                                        const InputSettings& settings) {
+  std::unique_ptr<FrameSource> source = open_frames(input, settings);
   if (takes != FrameWalk::Takes::kAll && source->kind() == FrameSource::Kind::kPicture) {
     throw Failure(input, "a picture; motion takes a video or a camera");
   }
@@ -36,33 +41,65 @@ std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Tak
 
 }  // namespace
 
-FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
-                     const std::string& label)
-    : input_(input),
-      source_(open_input(input, takes)),
-      options_(options),
-      progress_(label, frames_to_pass(*source_, options), "frames", options.wants_progress) {
-  catch_interruption();
+// What is told while frames are read is not told on top of the progress bar.
+InputSettings FrameWalk::settings() {
+  InputSettings settings = told(options_.input, reporter_);
+  settings.tell = [this, complain = settings.tell](const std::string& message) {
+    if (progress_) progress_->hide();
+    complain(message);
+  };
+  return settings;
 }
 
 FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
-                     DrawingTarget* target)
-    : FrameWalk(input, takes, options, input) {
+                     Reporter* reporter, const std::string& label)
+    : input_(input),
+      reporter_(reporter),
+      options_(options),
+      source_(open_input(input, takes, settings())) {
+  progress_.emplace(label, frames_to_pass(*source_, options), "frames", options.wants_progress);
+  catch_interruption();
+  if (options.input.start > 0) source_->seek(options.input.start);
+}
+
+FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
+                     Reporter* reporter, DrawingTarget* target)
+    : FrameWalk(input, takes, options, reporter, input) {
   sink_ = target->open(input, *source_, options.step);
 }
 
 const Frame* FrameWalk::next() {
-  if (seen_ > 0) progress_.show(frame_.index + 1);
+  if (seen_ > 0) progress_->show(frame_.index + 1);
   if (interruption() && seen_ > 0 && kind() != FrameSource::Kind::kPicture) {
-    progress_.hide();
+    progress_->hide();
     fmt::print(stderr, "kelnn: {}: interrupted after frame {}\n", input_, frame_.index);
   }
-  const bool is_over = interruption() || (options_.limit > 0 && seen_ == options_.limit) ||
-                       (seen_ > 0 && !skip(source_.get(), options_.step - 1)) ||
-                       !source_->read(&frame_);
-  ++seen_;
+  const bool is_over =
+      interruption() || (options_.limit > 0 && seen_ == options_.limit) || !read_next();
   if (is_over && sink_) sink_->finish();
-  return is_over ? nullptr : &frame_;
+  if (is_over) return nullptr;
+  ++seen_;
+  return &frame_;
+}
+
+bool FrameWalk::read_next() {
+  if (seen_ > 0 && !skip(source_.get(), options_.step - 1)) return false;
+  if (kind() == FrameSource::Kind::kPicture) return source_->read(&frame_);
+  const auto& [start, duration] = std::pair(options_.input.start, options_.input.duration);
+  constexpr double kUnsure = 0.001;  // times in files are rounded
+  do {
+    if (!source_->read(&frame_)) {
+      if (seen_ > 0 || start == 0 || interruption()) return false;
+      throw Failure(input_, fmt::format("ends before {} s", start));
+    }
+  } while (seen_ == 0 && frame_.seconds + kUnsure < start && !interruption());
+  return duration == 0 || frame_.seconds + kUnsure < start + duration;
+}
+
+void FrameWalk::object_to_no_decision(int period) {
+  if (interruption()) return;
+  settings().object(input_, fmt::format("{} frames, fewer than a period of {}: nothing is decided",
+                                        seen_, period));
 }
 
 Json place_json(const std::string& input, const Frame& frame) {

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "commands.h"
@@ -19,10 +20,10 @@ class FrameWalk {
   enum class Takes { kAll, kMoving, kRecordings };
 
   // A Failure for an input of another kind. Frames that are drawn go to the target.
-  FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
+  FrameWalk(const std::string& input, Takes takes, const FrameOptions& options, Reporter* reporter,
             DrawingTarget* target);
   // `label`: of the progress bar. Nothing is drawn.
-  FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
+  FrameWalk(const std::string& input, Takes takes, const FrameOptions& options, Reporter* reporter,
             const std::string& label);
 
   FrameSource::Kind kind() const { return source_->kind(); }
@@ -34,19 +35,25 @@ class FrameWalk {
     if (sink_) sink_->write(drawn());
   }
   // Says something of the frame, not on top of the progress bar.
-  void report(Reporter* reporter, const Json& result, const Text& text) {
-    progress_.hide();
-    reporter->report_one(result, text);
+  void report(const Json& result, const Text& text) {
+    progress_->hide();
+    reporter_->report_one(result, text);
   }
+  // At the end, of frames that came to no decision: too few for a period.
+  void object_to_no_decision(int period);
 
  private:
+  InputSettings settings();
+  bool read_next();
+
   std::string input_;
-  std::unique_ptr<FrameSource> source_;
+  Reporter* reporter_;
   std::unique_ptr<FrameSink> sink_;  // none: no drawings are wanted
   FrameOptions options_;
-  ProgressBar progress_;
+  std::optional<ProgressBar> progress_;  // none while the input is opened
+  std::unique_ptr<FrameSource> source_;
   Frame frame_;
-  int64_t seen_ = 0;
+  int64_t seen_ = 0;  // frames that were given
 };
 
 // What every result of a frame begins with, as JSON and as the format of its text: "INPUT frame 3 at

@@ -10,15 +10,17 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <sstream>
 
 #include "commands.h"
+#include "frame_source.h"
 #include "kel_nn.h"
+#include "kel_nn_kit.h"
 #include "manual.h"
 #include "model_search.h"
 #include "numbers.h"
-#include "sound_file.h"
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
@@ -87,12 +89,26 @@ bool parse(const std::string& text, Percentage* percentage) {
          percentage->value <= 100;
 }
 
-struct Loudness {
+struct Amount {
   double value;
 };
-bool parse(const std::string& text, Loudness* loudness) {
-  return parse_number(text, &loudness->value) && std::isfinite(loudness->value) &&
-         loudness->value >= 0;
+bool parse(const std::string& text, Amount* amount) {
+  return parse_number(text, &amount->value) && amount->value >= 0 && amount->value <= 1e9;
+}
+
+// "nv12:640x360", "rgb:320x240@12.5".
+bool parse(const std::string& text, RawFormat* format) {
+  const std::map<std::string, const char*> in_ffmpeg = {
+      {"nv12", "nv12"}, {"i420", "yuv420p"}, {"grey", "gray"}, {"rgb", "rgb24"}, {"bgr", "bgr24"}};
+  char pixels[5] = "", more = 0;
+  const int parts = std::sscanf(text.c_str(), "%4[^:]:%5dx%5d%c%lf%c", pixels, &format->width,
+                                &format->height, &more, &format->frames_per_second, &more);
+  const auto is_side = [](int side) { return side >= 1 && side <= KEL_NN_KIT_MAX_SIDE; };
+  if (in_ffmpeg.count(pixels) == 0 || !is_side(format->width) || !is_side(format->height))
+    return false;
+  format->pixels = in_ffmpeg.at(pixels);
+  return parts == 3 || (parts == 5 && more == '@' && format->frames_per_second > 0 &&
+                        format->frames_per_second <= kMaxFramesPerSecond);
 }
 
 struct ClassNames {
@@ -166,7 +182,47 @@ void add_progress(CLI::App* command, bool* is_wanted) {
                     "Show on standard error how far it is, also when that is no terminal");
 }
 
+// What inputs there are, by name and in other ways.
+void add_inputs(CLI::App* command, const char* name, InputList* inputs, const char* type,
+                const std::string& help) {
+  CLI::Option* names = argument(command, name, &inputs->names, type, help);
+  option(command, "--glob", &inputs->glob, "PATTERN",
+         "What to take of a directory, by name: '*.raw', 'cam?_*.mp4'. Without it: what has\n"
+         "a usual extension");
+  command
+      ->add_flag("-0,--null", inputs->is_null_separated,
+                 "Take the names on standard input, too, each of which a zero byte ends, as\n"
+                 "find -print0 writes them")
+      ->each([names](const std::string&) { names->required(false); });
+}
+
+void add_lenient(CLI::App* command, InputSettings* input) {
+  command->add_flag(
+      "--lenient", input->is_lenient,
+      "Go on with what would mislead, and tell: damaged and cut-off files, recordings\n"
+      "too short for a decision");
+}
+
+void add_part(CLI::App* command, InputSettings* input) {
+  option(command, "--start", &input->start, "SECONDS", "Begin there")
+      ->check(must_be<Amount>("a number of seconds"));
+  option(command, "--duration", &input->duration, "SECONDS", "End so much later")
+      ->check(must_be<Amount>("a number of seconds"));
+  add_lenient(command, input);
+}
+
 void add_frame_options(CLI::App* command, FrameOptions* frames) {
+  option(command, "--every", &frames->step, "N", "Look at every Nth frame only")
+      ->check(CLI::Range(1, kMaxStep));
+  add_part(command, &frames->input);
+  command
+      ->add_option_function<std::string>(
+          "--raw",
+          [raw = &frames->input.raw](const std::string& text) { parse(text, &raw->emplace()); },
+          "The inputs are raw frames: nv12, i420, grey, rgb or bgr, their width and height,\n"
+          "and if they are not 25 a second, @ and how many. - is standard input then")
+      ->type_name("PIXELS:WxH[@RATE]")
+      ->check(must_be<RawFormat>("PIXELS:WIDTHxHEIGHT or PIXELS:WIDTHxHEIGHT@RATE"));
   option(command, "--limit", &frames->limit, "N", "Look at this many frames of an input at most")
       ->check(CLI::Range(int64_t{1}, kMaxFrames));
   add_progress(command, &frames->wants_progress);
@@ -188,9 +244,12 @@ CLI::Option* add_box(CLI::App* command, const char* name, Boxes* boxes, const ch
       ->check(must_be<Box>("X,Y,WIDTH,HEIGHT"));
 }
 
-void add_motion_settings(CLI::App* command, std::string* input, MotionSettings* settings) {
-  argument(command, "input", input, "INPUT",
-           "A video file, or a camera as camera:0, camera:1, ...");
+constexpr char kVideoHelp[] =
+    "Video files, directories of them, streams as rtsp://... or http://..., cameras as camera:0,\n"
+    "camera:1, ..., - for a list of those on standard input";
+
+void add_motion_settings(CLI::App* command, InputList* inputs, MotionSettings* settings) {
+  add_inputs(command, "input", inputs, "INPUT", kVideoHelp);
   option(command, "--ratio", &settings->ratio, "PERCENT",
          "From how many changed pixels on a frame votes for motion, in per cent of the\n"
          "halved frame")
@@ -259,7 +318,9 @@ CLI::App* add_cut_out(const Commands& commands, bool (*run)(const CutOutOptions&
           "\nOf each picture the centre square is taken, or each box, and scaled to 112 x 112.\n"
           "A picture that cannot be read is complained about, the others are still done, and\n"
           "the exit code is 1. With --json an object a line where there are several.");
-  argument(command, "picture", &options->pictures, "FILE", "Picture files");
+  add_inputs(command, "picture", &options->pictures, "FILE",
+             "Picture files, directories of them, - for a list of those on standard input");
+  add_lenient(command, &options->input);
   add_box(command, "--box", &options->boxes,
           "Which part of the picture, as faces prints it: what of it lies in the picture is\n"
           "taken. May be given several times");
@@ -282,6 +343,7 @@ void add_cut_outs(const Commands& commands) {
   argument(command, "b", &options->picture_b, "FILE", "Another one");
   add_box(command, "--box-a", &options->box_a, "Where the face is in the first picture");
   add_box(command, "--box-b", &options->box_b, "Where the face is in the second picture");
+  add_lenient(command, &options->input);
   add_root(command, &options->root);
 
   add_cut_out(
@@ -320,13 +382,10 @@ std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
   const auto [command, options] = commands.add(
       run, name, "Finds " + what + " in pictures, videos and camera frames.\n" + kDetectorHelp);
   options->class_names = class_names;
-  argument(command, "input", &options->inputs, "INPUT",
-           "Picture and video files, and cameras as camera:0, camera:1, ...");
+  add_inputs(command, "input", &options->inputs, "INPUT", std::string("Pictures. ") + kVideoHelp);
   option(command, "--draw", &options->out, "OUT",
          "Write the frames with their boxes: a picture, or a video (.avi, .mp4); for\n"
          "several inputs a directory");
-  option(command, "--every", &options->frames.step, "N", "Look at every Nth frame only")
-      ->check(CLI::Range(1, kMaxStep));
   add_frame_options(command, &options->frames);
   add_root(command, &options->root);
   return {command, options};
@@ -356,7 +415,7 @@ void add_motion(const Commands& commands) {
       "least the ratio), and the largest share. With --json an object a line.\n"
       "--sweep runs a recording once for each of several ratios and periods and counts how\n"
       "many decisions said motion, to choose both without filming again.");
-  add_motion_settings(command, &options->input, &options->settings);
+  add_motion_settings(command, &options->inputs, &options->settings);
   CLI::Option* sweep = command->add_flag("--sweep", options->wants_sweep,
                                          "Count decisions for a grid of ratios and periods");
   option(command, "--draw", &options->out, "OUT",
@@ -383,7 +442,7 @@ void add_watch(const Commands& commands) {
       "each face for its landmarks and features. Prints every frame on which motion was\n"
       "decided or something was found; with --json an object a line, with the landmarks and\n"
       "features. Tasks whose model is missing are left out, with a note.");
-  add_motion_settings(command, &options->input, &options->settings);
+  add_motion_settings(command, &options->inputs, &options->settings);
   command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
   option(command, "--draw", &options->out, "OUT",
          "Write a video (.avi, .mp4) of all frames with what was found; landmarks are\n"
@@ -394,6 +453,10 @@ void add_watch(const Commands& commands) {
 
 // ----- Sound
 
+constexpr char kSoundHelp[] =
+    "Sound files (WAV, FLAC, Ogg, MP3, M4A, ...), videos and streams with sound, directories of\n"
+    "them; - is bare samples on standard input: 16 bits, low byte first, mono at 16 kHz";
+
 void add_cry(const Commands& commands) {
   const auto [command, options] = commands.add(
       cry, "cry",
@@ -402,11 +465,12 @@ void add_cry(const Commands& commands) {
       "over, and how loud they were; with --json an object a line. What is too quiet for the\n"
       "gate is not shown to the network: 0.00001. Seconds left over at the end are told; it is\n"
       "an error when there are no others.");
-  argument(command, "input", &options->sound, "FILE", kSoundHelp);
+  add_inputs(command, "input", &options->sounds, "FILE", kSoundHelp);
+  add_part(command, &options->input);
   option(command, "--threshold", &options->threshold, "LOUDNESS",
          "The gate: the least loudness, a sum over every tenth sample's size (0 to\n"
          "32768). Less than the default counts as the default")
-      ->check(must_be<Loudness>("a loudness of 0 or more"))
+      ->check(must_be<Amount>("a loudness of 0 or more"))
       ->default_str(fmt::format("{:.0f}", kLowestGate));
   add_progress(command, &options->wants_progress);
   add_root(command, &options->root);
@@ -418,14 +482,16 @@ void add_features(const Commands& commands) {
       "Shows what the cry detector's network sees of sound.\n"
       "Of 3 seconds: 297 rows, one for every 10 ms, of 64 bytes, the energy in 64 mel channels.\n"
       "128 is a channel's mean over the window. Needs no model.");
-  argument(command, "input", &options->sound, "FILE", kSoundHelp);
+  add_inputs(command, "input", &options->sounds, "FILE", kSoundHelp);
+  add_lenient(command, &options->input);
   option(command, "--window", &options->window, "N", "Which 3 seconds: 0 is the first")
       ->check(CLI::Range(uint64_t{0}, uint64_t{1} << 32).description(""))
       ->capture_default_str();
   CLI::Option_group* results = command->add_option_group("Results", "At least one");
-  option(results, "--png", &options->png, "FILE", "Where to write the picture");
+  option(results, "--png", &options->png, "FILE",
+         "Where to write the picture; of several sounds a directory");
   option(results, "--csv", &options->csv, "FILE",
-         "Where to write the numbers; the first line has Hz");
+         "Where to write the numbers, the first line has Hz; of several sounds a directory");
   results->require_option(1, 2);
 }
 

@@ -141,6 +141,13 @@ void catch_interruption() { g_finishes = 1; }
 
 int interruption() { return g_signal; }
 
+InputSettings told(const InputSettings& settings, Reporter* reporter) {
+  InputSettings all = settings;
+  all.tell = [reporter](const std::string& message) { reporter->complain(message); };
+  all.is_over = [] { return interruption() != 0; };
+  return all;
+}
+
 bool for_each_input(const std::vector<std::string>& inputs, Reporter* reporter,
                     const std::function<void(const std::string&)>& work) {
   bool ok = true;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "input_settings.h"
 #include "kel_nn.hpp"
 #include "report.h"
 
@@ -66,6 +67,9 @@ void handle_signals();
 // SIGTERM and SIGHUP are the same.
 void catch_interruption();
 int interruption();  // the signal; 0: none
+
+// What is told of an input is a complaint.
+InputSettings told(const InputSettings& settings, Reporter* reporter);
 
 // Does something with each input. One that fails is complained about and the others are still done;
 // false: there was one.

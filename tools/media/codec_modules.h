@@ -10,6 +10,7 @@
 #include "frame_sink.h"
 #include "frame_source.h"
 #include "picture.h"
+#include "sound_file.h"
 
 namespace kelnn_cli {
 
@@ -22,10 +23,13 @@ struct OpenCvModule {
   std::unique_ptr<FrameSource> (*open_camera)(const std::string& input);
 };
 
-// video.so: video files.
+// video.so: video files, streams of servers, raw frames, and the sound in all that.
 struct VideoModule {
-  // Null: not a video; what FFmpeg says is put into `why_not`.
-  std::unique_ptr<FrameSource> (*open)(const std::string& path, std::string* why_not);
+  // Null: nothing of that kind; what FFmpeg says is put into `why_not`.
+  std::unique_ptr<FrameSource> (*open)(const std::string& path, const InputSettings& settings,
+                                       std::string* why_not);
+  std::unique_ptr<SoundTrack> (*open_track)(const std::string& path, const InputSettings& settings,
+                                            std::string* why_not);
   // Written to `own_path`; `path` names it in Failures and tells the format.
   std::unique_ptr<FrameSink> (*make)(const std::string& path, const std::string& own_path,
                                      const VideoFormat& format, double frames_per_second);

@@ -17,9 +17,9 @@ bool is_pnm(const Bytes& bytes);  // PGM or PPM, not as text
 
 constexpr int64_t kMaxPixels = 1 << 30;  // of a picture, as everywhere in OpenCV
 
-// Empty: damaged or odd.
-cv::Mat decode_png(const Bytes& bytes);
-cv::Mat decode_jpeg(const Bytes& bytes);
+// Empty: damaged, which is told then, or odd.
+cv::Mat decode_png(const Bytes& bytes, bool* is_damaged = nullptr);
+cv::Mat decode_jpeg(const Bytes& bytes, bool* is_damaged = nullptr);
 cv::Mat decode_pnm(const Bytes& bytes);
 
 // Empty: too large.

@@ -1,14 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "frame_source.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-
 #include "codec_modules.h"
-#include "files.h"
+#include "inputs.h"
 #include "picture.h"
 #include "report.h"
 
@@ -35,33 +29,27 @@ class PictureSource : public FrameSource {
   bool done_ = false;
 };
 
-// The decoders say the same about all that they cannot open.
-void check_readable(const std::string& path) {
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) throw Failure(path + ": a directory");
-  if (access(path.c_str(), R_OK) != 0) throw Failure(path + ": " + std::strerror(errno));
-}
-
-std::unique_ptr<FrameSource> open_picture(const std::string& path) {
-  const cv::Mat pixels = decode_picture(read_file(path));
-  if (pixels.empty()) throw Failure(path + ": a picture that is damaged or too large");
-  return std::make_unique<PictureSource>(pixels);
+std::unique_ptr<FrameSource> open_picture(const std::string& path, const InputSettings& settings) {
+  return std::make_unique<PictureSource>(load_picture(path, settings));
 }
 
 }  // namespace
 
-std::unique_ptr<FrameSource> open_frames(const std::string& input) {
+std::unique_ptr<FrameSource> open_frames(const std::string& input, const InputSettings& settings) {
   if (input.compare(0, sizeof(kCameraPrefix) - 1, kCameraPrefix) == 0) {
     return opencv_module().open_camera(input);
   }
-  check_readable(input);
-  if (is_usual_picture(input)) return open_picture(input);
+  const bool is_file = !is_url(input), is_raw = settings.raw.has_value();
+  if (is_file && !(is_raw && input == "-")) check_readable(input);
+  if (is_file && !is_raw && is_usual_picture(input)) return open_picture(input, settings);
   // Videos before other pictures, which take longer to tell.
   std::string why_not;
-  if (std::unique_ptr<FrameSource> video = video_module().open(input, &why_not)) return video;
-  if (opencv_module().is_picture(input)) return open_picture(input);
+  if (auto video = video_module().open(input, settings, &why_not)) return video;
+  if (is_file && !is_raw && opencv_module().is_picture(input)) return open_picture(input, settings);
   if (!why_not.empty()) why_not = " (" + why_not + ")";
-  throw Failure(input + ": neither a picture nor a video that can be read" + why_not);
+  throw Failure(input, (is_file ? "neither a picture nor a video that can be read"
+                                : "no stream that can be read") +
+                           why_not);
 }
 
 }  // namespace kelnn_cli

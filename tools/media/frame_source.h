@@ -7,17 +7,19 @@
 #include <opencv2/core.hpp>
 #include <string>
 
+#include "input_settings.h"
+
 namespace kelnn_cli {
 
 struct Frame {
   cv::Mat pixels;      // 8-bit BGR; holds until the next one is read
-  int64_t index = 0;   // from 0, skipped frames included
+  int64_t index = 0;   // from 0, skipped frames included; after a seek by time and rate
   double seconds = 0;  // since the first frame
 };
 
 class FrameSource {
  public:
-  enum class Kind { kPicture, kVideo, kCamera };
+  enum class Kind { kPicture, kVideo, kCamera };  // a stream without an end is a camera's
 
   explicit FrameSource(Kind kind) : kind_(kind) {}
   virtual ~FrameSource() = default;
@@ -27,7 +29,9 @@ class FrameSource {
   Kind kind() const { return kind_; }
   virtual bool read(Frame* frame) = 0;  // false: there is none left
   virtual bool skip() = 0;              // the same without decoding
-  virtual int64_t count() const = 0;    // as the file says; 0: not known
+  // Before the first frame: those that lie far before `seconds` may be left out.
+  virtual void seek(double seconds) { static_cast<void>(seconds); }
+  virtual int64_t count() const = 0;  // as the file says; 0: not known
   virtual double frames_per_second() const = 0;
 
  private:
@@ -38,7 +42,8 @@ constexpr char kCameraPrefix[] = "camera:";
 constexpr double kUsualFramesPerSecond = 25;
 constexpr double kMaxFramesPerSecond = 1000;  // a file that says more is not to be believed
 
-// `input` is a file or "camera:NUMBER". A Failure names it and says why it cannot be read.
-std::unique_ptr<FrameSource> open_frames(const std::string& input);
+// `input` is a file, the URL of a stream, "camera:NUMBER", or of raw frames also "-", standard input. A Failure names it
+// and says why it cannot be read.
+std::unique_ptr<FrameSource> open_frames(const std::string& input, const InputSettings& settings);
 
 }  // namespace kelnn_cli

@@ -45,7 +45,7 @@ bool is_jpeg(const Bytes& bytes) {
   return bytes.size() >= 3 && bytes[0] == 0xff && bytes[1] == 0xd8 && bytes[2] == 0xff;
 }
 
-cv::Mat decode_jpeg(const Bytes& bytes) {
+cv::Mat decode_jpeg(const Bytes& bytes, bool* is_damaged) {
   const Handle jpeg(tjInitDecompress());
   int width = 0, height = 0, subsampling = 0, colour_space = 0;
   if (!jpeg || tjDecompressHeader3(jpeg.get(), bytes.data(), bytes.size(), &width, &height,
@@ -60,6 +60,8 @@ cv::Mat decode_jpeg(const Bytes& bytes) {
   // A warning is a failure here: the picture may be cut off.
   if (tjDecompress2(jpeg.get(), bytes.data(), bytes.size(), picture.data, width,
                     static_cast<int>(picture.step), height, TJPF_BGR, TJFLAG_ACCURATEDCT) != 0) {
+    // Some cameras put bytes between segments, which harms nothing.
+    if (is_damaged) *is_damaged = !std::strstr(tjGetErrorStr2(jpeg.get()), "extraneous");
     return {};
   }
   return made_upright(picture, *turn);

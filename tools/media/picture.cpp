@@ -8,6 +8,7 @@
 
 #include "codec_modules.h"
 #include "codecs.h"
+#include "inputs.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -33,10 +34,10 @@ bool is_usual_picture(const std::string& path) {
   return is_png(start) || is_jpeg(start) || is_pnm(start);
 }
 
-cv::Mat decode_picture(const Bytes& bytes) {
+cv::Mat decode_picture(const Bytes& bytes, bool* is_damaged) {
   cv::Mat picture;
-  if (is_png(bytes)) picture = decode_png(bytes);
-  if (is_jpeg(bytes)) picture = decode_jpeg(bytes);
+  if (is_png(bytes)) picture = decode_png(bytes, is_damaged);
+  if (is_jpeg(bytes)) picture = decode_jpeg(bytes, is_damaged);
   if (is_pnm(bytes)) picture = decode_pnm(bytes);
   return picture.empty() ? opencv_module().decode(bytes) : picture;
 }
@@ -69,9 +70,15 @@ cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box&
   return {left, top, static_cast<int>(right) - left, static_cast<int>(bottom) - top};
 }
 
-cv::Mat load_picture(const std::string& path) {
-  const cv::Mat picture = decode_picture(read_file(path));
-  if (picture.empty()) throw Failure(path + ": not a picture that can be read");
+cv::Mat load_picture(const std::string& path, const InputSettings& settings) {
+  check_readable(path);
+  bool is_damaged = false;
+  const cv::Mat picture = decode_picture(read_file(path), &is_damaged);
+  if (picture.empty()) {
+    throw Failure(path, is_usual_picture(path) ? "a picture that is damaged or too large"
+                                               : "not a picture that can be read");
+  }
+  if (is_damaged) settings.object(path, "damaged or cut off");
   return picture;
 }
 

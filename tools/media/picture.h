@@ -7,6 +7,7 @@
 #include <string>
 
 #include "files.h"
+#include "input_settings.h"
 
 namespace kelnn_cli {
 
@@ -16,14 +17,15 @@ struct Box {
 
 // Any picture that can be read, as 8-bit BGR. This and what follows throw a Failure that names the
 // path.
-cv::Mat load_picture(const std::string& path);
+cv::Mat load_picture(const std::string& path, const InputSettings& settings = {});
 // What of the box lies in the picture: detectors' boxes reach out of it.
 cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
 
 bool is_usual_picture(const std::string& path);  // PNG, JPEG, PGM or PPM, by its first bytes
 
 // 8-bit BGR, upright. Empty: damaged, too large or no picture.
-cv::Mat decode_picture(const Bytes& bytes);
+// `is_damaged` is set where a part may be missing of what was decoded.
+cv::Mat decode_picture(const Bytes& bytes, bool* is_damaged = nullptr);
 
 bool is_picture_name(const std::string& path);  // one with an extension that can be written
 

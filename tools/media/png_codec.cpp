@@ -86,12 +86,15 @@ bool is_png(const Bytes& bytes) {
   return bytes.size() >= 8 && png_sig_cmp(bytes.data(), 0, 8) == 0;
 }
 
-cv::Mat decode_png(const Bytes& bytes) {
+cv::Mat decode_png(const Bytes& bytes, bool* is_damaged) {
   Reader reader;
   Input input = {bytes.data(), bytes.size()};
   cv::Mat picture;
   std::vector<png_bytep> rows;
-  if (!reader.info || !read(&reader, &input, &picture, &rows)) return {};
+  if (!reader.info || !read(&reader, &input, &picture, &rows)) {
+    if (is_damaged) *is_damaged = true;
+    return {};
+  }
   const std::optional<int> turn = orientation(reader);
   return turn ? made_upright(picture, *turn) : cv::Mat();
 }

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "input_settings.h"
+
 namespace kelnn_cli {
 
 constexpr int kSoundRate = 16000;
@@ -24,12 +26,20 @@ class Sound {
   virtual uint64_t expected_samples() const = 0;
 };
 
-// A file that libsndfile reads: its channels are averaged, and it is resampled if need be. "-" is
-// standard input: bare 16-bit samples, low byte first, mono at 16 kHz.
-std::unique_ptr<Sound> open_sound(const std::string& path);
+// A sound as it was recorded.
+class SoundTrack {
+ public:
+  virtual ~SoundTrack() = default;
+  virtual int rate() const = 0;
+  virtual int channels() const = 0;
+  virtual int64_t frames() const = 0;  // a sample of each channel; 0: not known
+  // How many of `count` frames there were, channels side by side.
+  virtual size_t read(float* samples, size_t count) = 0;
+  virtual std::string problem() const = 0;  // of what was read so far; none: it is fine
+};
 
-constexpr char kSoundHelp[] =
-    "A sound file (WAV, FLAC, Ogg, ...); or - for standard input, bare 16-bit samples, low byte\n"
-    "first, mono at 16 kHz";
+// A file, or a stream, that libsndfile or FFmpeg reads: its channels are averaged, and it is resampled if need be. "-" is
+// standard input: bare 16-bit samples, low byte first, mono at 16 kHz.
+std::unique_ptr<Sound> open_sound(const std::string& path, const InputSettings& settings = {});
 
 }  // namespace kelnn_cli

@@ -9,8 +9,8 @@
 namespace kelnn_cli {
 
 struct MotionSettings {
-  double ratio = 1;  // per cent
-  int period = 25;   // frames
+  double ratio = 0.3;  // per cent; docs/inputs.md has the recordings that it was chosen by
+  int period = 25;     // frames
 
   kel_nn::MotionFilter filter(const kel_nn::Library& library) const {
     return kel_nn::MotionFilter(library, static_cast<float>(ratio), period);

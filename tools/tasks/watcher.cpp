@@ -25,7 +25,15 @@ Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool i
       is_awake_(is_always_awake),
       is_always_awake_(is_always_awake),
       note_(note),
-      filter_(settings.filter(library_)) {}
+      settings_(settings) {
+  restart();
+}
+
+void Watcher::restart() {
+  is_awake_ = is_always_awake_;
+  filter_.reset();  // before there is another one
+  filter_.emplace(settings_.filter(library_));
+}
 
 bool Watcher::has_model(const std::string& key, const char* what) {
   const std::string path = library_.directory() + find_task(key)->file_name;
@@ -58,7 +66,7 @@ WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {
 Sighting Watcher::look(const cv::Mat& bgr) {
   if (!is_loaded_) load(bgr.size());
   Sighting seen;
-  seen.is_motion = filter_.take(luma_of(bgr).data, size_of(bgr));
+  seen.is_motion = filter_->take(luma_of(bgr).data, size_of(bgr));
   if (seen.is_motion) is_awake_ = is_always_awake_ || *seen.is_motion;
   if (!is_awake_) return seen;
   if (persons_) seen.persons = found_in(bgr, &*persons_);

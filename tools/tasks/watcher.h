@@ -40,6 +40,7 @@ class Watcher {
           const Note& note);
 
   Sighting look(const cv::Mat& bgr);
+  void restart();  // with another recording
 
  private:
   bool has_model(const std::string& key, const char* what);
@@ -49,7 +50,8 @@ class Watcher {
   kel_nn::Library library_;
   bool is_awake_, is_always_awake_, is_loaded_ = false;
   Note note_;
-  kel_nn::MotionFilter filter_;
+  MotionSettings settings_;
+  std::optional<kel_nn::MotionFilter> filter_;
   std::optional<kel_nn::PersonDetector> persons_;
   std::optional<kel_nn::FaceDetector> faces_;
   std::optional<kel_nn::FaceLandmarks> landmarks_;

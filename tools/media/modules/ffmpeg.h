@@ -7,6 +7,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
 #include <libavutil/imgutils.h>
+#include <libswresample/swresample.h>
 #include <libswscale/swscale.h>
 }
 
@@ -15,6 +16,7 @@ extern "C" {
 
 #include "frame_sink.h"
 #include "frame_source.h"
+#include "sound_file.h"
 
 namespace kelnn_cli {
 
@@ -41,7 +43,10 @@ void silence_ffmpeg();
 // The last error that it would have written, which is forgotten then.
 std::string last_ffmpeg_error();
 
-std::unique_ptr<FrameSource> open_video_file(const std::string& path, std::string* why_not);
+std::unique_ptr<FrameSource> open_video(const std::string& path, const InputSettings& settings,
+                                        std::string* why_not);
+std::unique_ptr<SoundTrack> open_track(const std::string& path, const InputSettings& settings,
+                                       std::string* why_not);
 std::unique_ptr<FrameSink> make_video_file(const std::string& path, const std::string& own_path,
                                            const VideoFormat& format, double frames_per_second);
 

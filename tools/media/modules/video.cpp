@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// video.so: video files through FFmpeg's libraries.
+// video.so: videos, streams and their sound through FFmpeg's libraries.
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -40,7 +40,7 @@ std::string last_ffmpeg_error() {
 }  // namespace kelnn_cli
 
 extern "C" __attribute__((visibility("default"))) const kelnn_cli::VideoModule* kelnn_module() {
-  static constexpr kelnn_cli::VideoModule kModule = {kelnn_cli::open_video_file,
+  static constexpr kelnn_cli::VideoModule kModule = {kelnn_cli::open_video, kelnn_cli::open_track,
                                                      kelnn_cli::make_video_file};
   kelnn_cli::silence_ffmpeg();
   return &kModule;

@@ -1,121 +1,74 @@
 // SPDX-License-Identifier: Apache-2.0
-// Frames of a video file. A file that ends before it should is told at its end.
+// Frames of a video file or a stream. A file that ends before it should is told at its end; a stream that does is taken
+// up again.
 #include <algorithm>
-#include <cstring>
+#include <chrono>
+#include <thread>
 #include <utility>
 
-#include "ffmpeg.h"
 #include "report.h"
+#include "stream_reader.h"
 
 namespace kelnn_cli {
 namespace {
 
-constexpr double kUnsure = 0.5;  // seconds by which a container may be wrong about its length
-
 class VideoReader : public FrameSource {
  public:
-  VideoReader(const std::string& path, Input input, AVStream* stream, Codec decoder)
-      : FrameSource(Kind::kVideo),
-        path_(path),
-        input_(std::move(input)),
-        stream_(stream),
-        decoder_(std::move(decoder)) {}
+  VideoReader(const std::string& path, const InputSettings& settings,
+              std::unique_ptr<StreamReader> reader)
+      : FrameSource(Kind::kVideo), path_(path), settings_(settings), reader_(std::move(reader)) {}
 
   bool read(Frame* frame) override {
-    if (!decode()) return false;
+    if (!skip()) return false;
     convert();
     frame->pixels = pixels_;
     frame->seconds = seconds_;
     frame->index = next_ - 1;
     return true;
   }
-  bool skip() override { return decode(); }
-  int64_t count() const override {
-    if (stream_->nb_frames > 0) return stream_->nb_frames;
-    if (input_->duration <= 0) return 0;
-    const double seconds = static_cast<double>(input_->duration) / AV_TIME_BASE;
-    return static_cast<int64_t>(seconds * frames_per_second() + 0.5);
-  }
-  double frames_per_second() const override {
-    const double rate = av_q2d(av_guess_frame_rate(input_.get(), stream_, nullptr));
-    return rate > 0 && rate <= kMaxFramesPerSecond ? rate : kUsualFramesPerSecond;
-  }
-
- private:
-  // The next frame into decoded_; false at the end.
-  bool decode() {
-    for (;;) {
-      const int result = avcodec_receive_frame(decoder_.get(), decoded_.get());
-      if (result == 0) break;
-      if (result == AVERROR_EOF) return end();
-      if (result == AVERROR(EAGAIN)) {
-        feed();
-      } else {
-        note_damage(result);
-      }
-    }
-    if (decoded_->decode_error_flags) note_damage(AVERROR_INVALIDDATA);
+  bool skip() override {
+    decoded_ = reader_->next();
+    if (!decoded_) return end();
     seconds_ = seconds();
     ++next_;
+    ++count_;
     return true;
   }
+  void seek(double seconds) override { is_sought_ = reader_->seek(seconds); }
+  int64_t count() const override {
+    if (reader_->stream()->nb_frames > 0) return reader_->stream()->nb_frames;
+    if (reader_->input()->duration <= 0) return 0;
+    const double seconds = static_cast<double>(reader_->input()->duration) / AV_TIME_BASE;
+    return static_cast<int64_t>(seconds * frames_per_second() + 0.5);
+  }
+  double frames_per_second() const override { return reader_->frames_per_second(); }
 
-  // Gives the decoder a packet, or says that there are no more.
-  void feed() {
-    for (;; av_packet_unref(packet_.get())) {
-      const int result = av_read_frame(input_.get(), packet_.get());
-      if (result < 0) {
-        if (result != AVERROR_EOF) note_damage(result);
-        avcodec_send_packet(decoder_.get(), nullptr);
-        return;
-      }
-      note_end_of_packet();
-      if (packet_->stream_index != stream_->index) continue;
-      if (packet_->flags & AV_PKT_FLAG_CORRUPT) {
-        note_damage(AVERROR_INVALIDDATA);
-        continue;
-      }
-      const int sent = avcodec_send_packet(decoder_.get(), packet_.get());
-      if (sent < 0) note_damage(sent);
-      break;
-    }
-    av_packet_unref(packet_.get());
-  }
-
-  // Before the first frame it is none: a recording may begin between two that stand alone.
-  void note_damage(int error) {
-    if (next_ > 0 || error != AVERROR_INVALIDDATA) damage_ = error_text(error);
-  }
-  void note_end_of_packet() {
-    const int64_t time = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
-    if (time == AV_NOPTS_VALUE) return;
-    const AVRational base = input_->streams[packet_->stream_index]->time_base;
-    end_seconds_ =
-        std::max(end_seconds_, static_cast<double>(time + packet_->duration) * av_q2d(base));
-  }
-  bool is_cut_off() const {
-    if (input_->duration <= 0 || input_->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE)
-      return false;
-    const int64_t start = input_->start_time == AV_NOPTS_VALUE ? 0 : input_->start_time;
-    const double stated = static_cast<double>(start + input_->duration) / AV_TIME_BASE;
-    return end_seconds_ + std::max(kUnsure, 2 / frames_per_second()) < stated;
-  }
+ private:
   bool end() {
-    if (next_ == 0) throw Failure(path_ + ": not one frame can be read");
-    const std::string frames = std::to_string(next_) + (next_ == 1 ? " frame" : " frames");
-    if (!damage_.empty()) throw Failure(path_ + ": damaged or cut off, " + frames + " were read");
-    if (is_cut_off()) throw Failure(path_ + ": cut off, " + frames + " were read");
+    if (settings_.is_over && settings_.is_over()) return false;
+    if (count_ == 0) throw Failure(path_ + ": not one frame can be read");
+    const std::string problem = reader_->problem();
+    if (problem.empty()) return false;
+    const char* const frames = count_ == 1 ? " frame was read" : " frames were read";
+    settings_.object(path_, problem + ", " + std::to_string(count_) + frames);
     return false;
   }
 
   // Of the frame just decoded, since the first one.
   double seconds() {
-    const double even = static_cast<double>(next_) / frames_per_second();
+    const AVStream& stream = *reader_->stream();
     const int64_t stamp = decoded_->best_effort_timestamp;
-    if (stamp == AV_NOPTS_VALUE) return even;
-    if (next_ == 0) first_stamp_ = stamp;
-    if (stamp <= first_stamp_) return even;  // a stream may come without them
-    return static_cast<double>(stamp - first_stamp_) * av_q2d(stream_->time_base);
+    if (count_ == 0 && stamp != AV_NOPTS_VALUE) {
+      first_stamp_ = is_sought_ ? stream.start_time : stamp;
+    }
+    const bool is_stamped = stamp != AV_NOPTS_VALUE && stamp > first_stamp_;
+    const double since_first =
+        is_stamped ? static_cast<double>(stamp - first_stamp_) * av_q2d(stream.time_base) : 0;
+    if (count_ == 0 && is_sought_) {
+      next_ = static_cast<int64_t>(since_first * frames_per_second() + 0.5);
+    }
+    // A stream may come without them.
+    return is_stamped ? since_first : static_cast<double>(next_) / frames_per_second();
   }
 
   void convert() {
@@ -141,7 +94,7 @@ class VideoReader : public FrameSource {
   // Into pixels_, the way up that the file says.
   void turn(const cv::Mat& frame) {
     const auto* matrix = reinterpret_cast<const int32_t*>(
-        av_stream_get_side_data(stream_, AV_PKT_DATA_DISPLAYMATRIX, nullptr));
+        av_stream_get_side_data(reader_->stream(), AV_PKT_DATA_DISPLAYMATRIX, nullptr));
     const int quarters = matrix ? cvRound(-av_display_rotation_get(matrix) / 90) & 3 : 0;
     if (quarters == 0) {
       frame.copyTo(pixels_);
@@ -151,55 +104,102 @@ class VideoReader : public FrameSource {
   }
 
   std::string path_;
-  Input input_;
-  AVStream* stream_;
-  Codec decoder_;
-  Packet packet_{av_packet_alloc()};
-  Picture decoded_{av_frame_alloc()}, converted_{av_frame_alloc()};
+  InputSettings settings_;
+  std::unique_ptr<StreamReader> reader_;
+  const AVFrame* decoded_ = nullptr;
+  Picture converted_{av_frame_alloc()};
   Scaler scaler_;
   cv::Mat pixels_;
-  int64_t next_ = 0, first_stamp_ = 0;
-  double seconds_ = 0, end_seconds_ = 0;
-  std::string damage_;  // none: there is none so far
+  bool is_sought_ = false;
+  int64_t next_ = 0, count_ = 0, first_stamp_ = 0;  // the next frame's index; frames so far
+  double seconds_ = 0;
 };
 
-// FFmpeg takes pictures for videos of one frame.
-bool is_picture_format(const AVInputFormat& format) {
-  return std::strstr(format.name, "_pipe") || std::strstr(format.name, "image2") ||
-         std::strcmp(format.name, "dicom") == 0;
-}
+// A server's stream without an end: when it ends nevertheless it is asked for again, after waits that grow. Time is the
+// clock's, since nobody knows what went by meanwhile.
+class LiveStream : public FrameSource {
+ public:
+  LiveStream(const std::string& url, const InputSettings& settings,
+             std::unique_ptr<VideoReader> reader)
+      : FrameSource(Kind::kCamera),
+        url_(url),
+        settings_(settings),
+        rate_(reader->frames_per_second()),
+        reader_(std::move(reader)) {}
+
+  bool read(Frame* frame) override {
+    if (!take([&] { return reader_->read(frame); })) return false;
+    if (next_ == 0) start_ = Clock::now();
+    frame->seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+    frame->index = next_++;
+    return true;
+  }
+  bool skip() override {
+    if (!take([&] { return reader_->skip(); })) return false;
+    ++next_;
+    return true;
+  }
+  int64_t count() const override { return 0; }
+  double frames_per_second() const override { return rate_; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  using Wait = std::chrono::milliseconds;
+  static constexpr Wait kFirstWait{500}, kLongestWait{60000}, kNap{50};
+
+  template <typename Take>
+  bool take(Take taken) {
+    for (std::string problem = "it ended";;) {
+      try {
+        if (reader_ && taken()) {
+          wait_ = kFirstWait;
+          return true;
+        }
+      } catch (const Failure& failure) {
+        problem = failure.problem();
+      }
+      if (is_over()) return false;
+      if (reader_ && wait_ == kFirstWait && settings_.tell) {
+        settings_.tell(url_ + ": the stream was dropped (" + problem +
+                       "); it is asked for again until it is there");
+      }
+      if (!reopen()) return false;
+    }
+  }
+
+  bool is_over() const { return settings_.is_over && settings_.is_over(); }
+
+  bool reopen() {
+    reader_.reset();
+    const Clock::time_point end = Clock::now() + wait_;
+    while (Clock::now() < end && !is_over()) std::this_thread::sleep_for(kNap);
+    wait_ = std::min(2 * wait_, kLongestWait);
+    std::string why_not;
+    auto reader =
+        is_over() ? nullptr : StreamReader::open(url_, AVMEDIA_TYPE_VIDEO, settings_, &why_not);
+    if (reader) reader_ = std::make_unique<VideoReader>(url_, settings_, std::move(reader));
+    return !is_over();
+  }
+
+  std::string url_;
+  InputSettings settings_;
+  double rate_;
+  std::unique_ptr<VideoReader> reader_;  // none: the server has not come back
+  Wait wait_ = kFirstWait;
+  int64_t next_ = 0;
+  Clock::time_point start_;
+};
 
 }  // namespace
 
-std::unique_ptr<FrameSource> open_video_file(const std::string& path, std::string* why_not) {
-  last_ffmpeg_error();
-  AVFormatContext* opened = nullptr;
-  // A name with a colon is a file's, too.
-  if (avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, nullptr) < 0) {
-    *why_not = last_ffmpeg_error();
-    return nullptr;
-  }
-  Input input(opened);
-  if (is_picture_format(*input->iformat)) return nullptr;
-  const AVCodec* codec = nullptr;
-  const int index = avformat_find_stream_info(input.get(), nullptr) < 0
-                        ? -1
-                        : av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
-  if (index < 0) {
-    *why_not = "no video in it that can be decoded";
-    return nullptr;
-  }
-  AVStream* stream = input->streams[index];
-  Codec decoder(avcodec_alloc_context3(codec));
-  if (!decoder || avcodec_parameters_to_context(decoder.get(), stream->codecpar) < 0)
-    return nullptr;
-  decoder->thread_count = 0;  // as many as there are processors
-  decoder->pkt_timebase = stream->time_base;
-  if (avcodec_open2(decoder.get(), codec, nullptr) < 0) {
-    *why_not = last_ffmpeg_error();
-    return nullptr;
-  }
-  return std::make_unique<VideoReader>(path, std::move(input), stream, std::move(decoder));
+std::unique_ptr<FrameSource> open_video(const std::string& path, const InputSettings& settings,
+                                        std::string* why_not) {
+  auto reader = StreamReader::open(path, AVMEDIA_TYPE_VIDEO, settings, why_not);
+  if (!reader) return nullptr;
+  const bool is_live = reader->is_of_server() && reader->input()->duration <= 0;
+  auto video = std::make_unique<VideoReader>(path, settings, std::move(reader));
+  if (!is_live) return video;
+  return std::make_unique<LiveStream>(path, settings, std::move(video));
 }
 
 }  // namespace kelnn_cli
