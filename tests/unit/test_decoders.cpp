@@ -223,7 +223,12 @@ TEST_F(Decoders, AgreeWithThePlainOnesBitForBit) {
     const int reg_max = round % 7 == 0 ? 60 + random() % 200 : random() % 20;
     const kel_nn_centernet_param_t center = {img_w,   img_h,     input_w,  input_h,
                                              reg_max, class_num, threshold};
-    map = random_logits(cells * (class_num + 4 * (reg_max + 1)), &random);
+    const size_t bins = reg_max + 1, values = class_num + 4 * bins;
+    map = random_logits(cells * values, &random);
+    for (size_t i = 0; i < map.size() && bins > 60; ++i) {  // else all sides are beyond the edges
+      const size_t bin = i % values - class_num;
+      if (i % values >= size_t(class_num) && bin % bins == 0) map[i] += 14;
+    }
     expected.resize(cells);
     expected.resize(plain_centernet(map.data(), stride, center, expected.data()));
     boxes.resize(centernet(map, stride, center, static_cast<uint32_t>(cells)));
