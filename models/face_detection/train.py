@@ -130,7 +130,7 @@ def vary(rng, picture, labels, width, height):
 
 NAMES = [f"{kind}_{level}" for level in range(4) for kind in ("scores", "regressions")]
 RECIPE = Recipe("face_detection", Network, NAMES, sources, vary, [Phase(loss_of, 1800, 4e-3)], seed=4, batch=16,
-                shapes={"network": (3, HEIGHT, WIDTH)}, stock=2500, fresh=0.3, is_halved=True,
+                shapes={"network": (3, HEIGHT, WIDTH)}, stock=1500, fresh=0.15, is_halved=True,
                 takes=("photos", "empty", "rendered"))
 
 if __name__ == "__main__":

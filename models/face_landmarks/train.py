@@ -9,7 +9,10 @@ from torch import nn
 from models.labels import table
 from models.labels.making import TRAINING
 from models.scenes import face_crops
+from models.sources.bodies.cut_outs import Rendered
 from models.sources.drawn import source
+from models.sources.mixed import Mixed
+from models.sources.photos.photographs import Empty
 from models.training import examples
 from models.training.layers import convolution, face_trunk
 from models.training.run import Phase, Recipe, run
@@ -44,8 +47,23 @@ class Drawn(source.Drawn):
         return crop.pixels, crop.points, crop.pose
 
 
+class Figures:
+    def __init__(self, source):
+        self.source = source
+
+    def example(self, rng, width, height):
+        crop = face_crops.crop_of_figure(rng, self.source)
+        return crop.pixels, crop.points, crop.pose
+
+
 def sources(options):
-    return examples.drawn_and_labelled(options, Drawn(TRAINING), functools.partial(Labelled, layout=table.POINTS))
+    """Drawn heads; rendered ones, before drawn backgrounds and photographs without faces."""
+    drawn = Drawn(TRAINING)
+    made: list = [(0.4, drawn)]
+    if options.rendered:
+        parts = [Rendered(options.rendered), drawn] + ([Empty(options.empty)] if options.empty else [])
+        made.append((0.6, Figures(Mixed([(1, part) for part in parts]))))
+    return examples.drawn_and_labelled(options, Mixed(made), functools.partial(Labelled, layout=table.POINTS))
 
 
 def vary(rng, picture, points, pose, width, height):
@@ -65,7 +83,7 @@ def loss_of(module, image, points, pose):
 
 
 RECIPE = Recipe("face_landmarks", Network, ["points", "pose"], sources, vary, [Phase(loss_of, 3930, 2e-3)], seed=1, batch=64,
-                shapes=examples.FACE_CROP, stock=8400, fresh=0.02)
+                shapes=examples.FACE_CROP, stock=8400, fresh=0.02, takes=("rendered", "empty"))
 
 if __name__ == "__main__":
     run(RECIPE)

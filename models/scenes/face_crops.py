@@ -44,6 +44,18 @@ def crop_of(rng, source, identity, covers):
     picture = source.background(rng, size, size)
     add_shoulders(picture, random_color(rng), 215 + rng.uniform(-8, 8))
     paste(picture, head)
+    return _crop(rng, picture, box, points, pose, cover)
+
+
+def crop_of_figure(rng, source):
+    """Of a source's figure with its points before a background; the way it looks is known of it too."""
+    figure, box, points, pose = source.figure_with_points(rng)
+    picture = source.background(rng, figure.shape[1], figure.shape[0]).astype(numpy.float32)
+    paste(picture, figure)
+    return _crop(rng, picture.clip(0, 255).astype(numpy.uint8), box, points, pose, "none")
+
+
+def _crop(rng, picture, box, points, pose, cover):
     if rng.random() < 0.4:
         picture = _far_away(rng, picture)
     picture = camera.degrade(rng, picture, 0.9)
@@ -62,7 +74,7 @@ def add_shoulders(picture, color, y):
 
 def _far_away(rng, picture):
     """As few pixels as a face in the distance has."""
-    size = int(rng.integers(60, 200))  # of the whole canvas, of which a face is two thirds
+    size = int(rng.integers(60, 200))  # of the whole canvas, of which a drawn face is two thirds
     small = cv2.resize(picture, (size, size), interpolation=cv2.INTER_AREA)
     return cv2.resize(small, picture.shape[1::-1], interpolation=cv2.INTER_LINEAR)
 

@@ -25,13 +25,13 @@ def scene(rng, source, width, height, least=14, most=None):
     for face_height in numpy.sort(numpy.exp(rng.uniform(numpy.log(least), largest, count))):
         is_figure = hasattr(source, "figure") and rng.random() < FIGURES
         sprite, box = source.figure(rng) if is_figure else source.head(rng)
-        box = _place(rng, picture, sprite, box, face_height, seen, is_figure)
+        box = place(rng, picture, sprite, box, face_height, seen, is_figure)
         if box is not None:
             seen.append(box)
     return camera.degrade(rng, picture, 0.9), seen
 
 
-def _place(rng, picture, sprite, box, face_height, others, is_figure):
+def place(rng, picture, sprite, box, face_height, others, is_figure):
     height, width = picture.shape[:2]
     rows, columns = sprite.shape[:2]
     size = max(4, round(rows * face_height / box[3]))

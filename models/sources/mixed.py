@@ -16,6 +16,7 @@ class Source(Protocol):
     def thing(self, rng: Any, kinds: Sequence[str]) -> Tuple[str, Any]: ...  # which of the kinds, a cut-out of it
     def head(self, rng: Any) -> Tuple[Any, Any]: ...  # a cut-out, and the face's box in it: x, y, width, height
     def figure(self, rng: Any) -> Tuple[Any, Any]: ...  # the same, with what is below the head
+    def figure_with_points(self, rng: Any) -> Tuple[Any, Any, Any, Any]: ...  # and five points, yaw, pitch, roll in degrees
 
 
 class Mixed:

@@ -39,6 +39,7 @@ class Task:
     values: int
     classes: tuple
     layout: Callable  # a function of compose.py
+    margin: float = 0.0  # so much lower is the logit of "there is something" than its odds are: calibrated for the library's 0.3
 
 
 class GridNetwork(nn.Module):
@@ -152,8 +153,9 @@ def loss_of(task, module, image, truths):
         if len(task.classes) > 1:
             total = total + 1.5 * functional.cross_entropy(chosen[:, 5:], truth[number, 0].long(), reduction="sum")
         target[cell], weight[cell] = 1.0, 1.0
-        surprise = (values[..., 4].sigmoid().detach() - target).abs() ** 1.5  # what is settled counts little
-        cross_entropy = functional.binary_cross_entropy_with_logits(values[..., 4], target, reduction="none")
+        logit = values[..., 4] + task.margin
+        surprise = (logit.sigmoid().detach() - target).abs() ** 1.5  # what is settled counts little
+        cross_entropy = functional.binary_cross_entropy_with_logits(logit, target, reduction="none")
         total = total + 2 * (weight * surprise * cross_entropy).sum()
     return total / max(1, int(wanted.sum()))
 

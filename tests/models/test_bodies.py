@@ -2,11 +2,13 @@
 """Rendered persons: their files, their shape, what a camera sees of them."""
 import re
 
+import cv2
 import numpy as np
 import pytest
 from scipy.spatial.transform import Rotation
 
 from models.labels.table import Invalid
+from models.scenes import face_frames
 from models.sources.bodies import cut_outs, files, person, render
 
 SIDES = [(0, 1, 3, 2), (4, 6, 7, 5), (0, 4, 5, 1), (2, 3, 7, 6), (0, 2, 6, 4), (1, 5, 7, 3)]
@@ -130,3 +132,41 @@ def test_the_box_of_a_cube_is_that_of_its_projection():
     assert np.abs(box(parts == 2) / render.SAMPLES - nearest).max() <= 0.5
     face = FRONT.project((CUBE + (1, 0, 1.5))[CUBE[:, 2] > 0], size)[:, 0].min()
     assert np.abs(box(parts == 1)[[0, 2]] / render.SAMPLES - (wanted[0], min(face, nearest[0]))).max() <= 0.5
+
+
+def test_faces_of_rendered_persons_are_labelled_where_they_are(tmp_path):
+    """Blue persons with red faces, one of whom looks away, on black: every box is around red, and no red is without a box."""
+    picture = np.zeros((90, 60, 4), np.uint8)
+    picture[...] = (255, 0, 0, 255)
+    picture[10:50, 15:45] = (0, 0, 255, 255)
+    cv2.imwrite(str(tmp_path / "a.png"), picture)
+    cv2.imwrite(str(tmp_path / "b.png"), picture[:, ::-1] // 2)
+    face = ["bust", 1, 15, 10, 30, 40, *range(10), 0, 0, 0]
+    rows = [cut_outs.COLUMNS, ["a.png", 0, *face], ["b.png", 1, *face[:-3], 80, 0, 0]]
+    (tmp_path / "0.csv").write_text("\n".join(",".join(map(str, row)) for row in rows))
+    source = cut_outs.Rendered(tmp_path)
+    assert len(source.rows) == 2 and [row[0] for row in source.faces] == ["a.png"]
+
+    class Black:
+        def background(self, rng, width, height):
+            return np.zeros((height, width, 3), np.uint8)
+
+    rng, count = np.random.default_rng(1), 0
+    for _ in range(15):
+        seen = []
+        frame = Black().background(rng, 200, 150)
+        for _ in range(3):
+            sprite, box = source.figure(rng)
+            box = face_frames.place(rng, frame, sprite, box, 40, seen, is_figure=True)
+            seen += [box] if box is not None else []
+        for x, y, w, h in np.round(seen).astype(int):
+            inside = frame[y + 2:y + h - 2, x + 2:x + w - 2]
+            assert (inside[..., 2] > 200).mean() > 0.6  # nearer ones may hide a part
+            frame[max(y - 2, 0):y + h + 2, max(x - 2, 0):x + w + 2] = 0
+            count += 1
+        assert (frame[..., 2] > 100).mean() < 0.01
+    assert count > 20
+    for text, complaint in (("file\n", "0.csv:1: the columns"), (",".join(cut_outs.COLUMNS) + "\na.png,0,bust,x\n", "0.csv:2: ")):
+        (tmp_path / "0.csv").write_text(text)
+        with pytest.raises(Invalid, match=complaint):
+            cut_outs.Rendered(tmp_path)

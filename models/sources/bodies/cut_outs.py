@@ -125,7 +125,7 @@ class Rendered:
         name, _, values = self.faces[rng.integers(len(self.faces))]
         return self.picture(name), values[1:5]
 
-    def portrait(self, rng: Any) -> Tuple[Any, Any, Any, Any]:
+    def figure_with_points(self, rng: Any) -> Tuple[Any, Any, Any, Any]:
         """A bust, the box of its face, five points, yaw, pitch and roll."""
         while True:
             name, kind, values = self.faces[rng.integers(len(self.faces))]
