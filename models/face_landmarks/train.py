@@ -83,7 +83,7 @@ def loss_of(module, image, points, pose):
 
 
 RECIPE = Recipe("face_landmarks", Network, ["points", "pose"], sources, vary, [Phase(loss_of, 3930, 2e-3)], seed=1, batch=64,
-                shapes=examples.FACE_CROP, stock=8400, fresh=0.02, takes=("rendered", "empty"))
+                shapes=examples.FACE_CROP, stock=4000, fresh=0.02, takes=("rendered", "empty"))
 
 if __name__ == "__main__":
     run(RECIPE)

@@ -59,6 +59,8 @@ def parse(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> argparse
         if name in recipe.takes:
             parser.add_argument(f"--{name}", metavar="DIR", help=f"{what}: examples of it too")
     parser.add_argument("--start", metavar="FILE.onnx", help="goes on from this network, at a quarter of the rate")
+    parser.add_argument("--keep", type=float, default=0.0, metavar="SHARE",
+                        help="of the weights of --start in the result, which forgets less of what that knew (default: 0)")
     parser.add_argument("--quick", action="store_true", help="40 steps, to see that everything works; the result is no good")
     parser.add_argument("--steps", type=int, default=recipe.phases[0].steps)
     parser.add_argument("--batch", type=int, default=recipe.batch)
@@ -115,12 +117,18 @@ def run(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> None:
     try:
         if options.start:
             onnx_files.start_from(module, options.start, next(iter(recipe.shapes.values())))
+            kept = {name: weight.clone() for name, weight in module.state_dict().items()}
         batches = iter(torch.utils.data.DataLoader(Batches(recipe, options), batch_size=None, num_workers=options.workers))
         is_halved = recipe.is_halved and (options.device != "cpu" or multiplies_bfloat16())
         module = module.to(options.device, memory_format=torch.channels_last if is_halved else torch.contiguous_format)
         for phase in recipe.phases:
             steps = max(1, phase.steps * options.steps // recipe.phases[0].steps)
             module = fit(module, batches, phase, steps, options, is_halved)
+        if options.start and options.keep:
+            with torch.no_grad():
+                for name, weight in module.state_dict().items():
+                    if weight.is_floating_point():
+                        weight.lerp_(kept[name].to(weight.device), options.keep)
     except (table.Invalid, OSError) as error:
         sys.exit(str(error))
     options.out.mkdir(parents=True, exist_ok=True)

@@ -71,6 +71,19 @@ def test_two_steps_from_the_committed_network_on_labelled_data(name, made, tmp_p
     assert f"{run.onnx_files.weight_count(network_of(name)):,} weights" in card
 
 
+def test_what_is_kept_of_the_network_to_start_from(made, tmp_path):
+    """All of it: the same weights; half of it: half as far away as none of it."""
+    recipe, start = importlib.import_module("models.face_classes.train").RECIPE, network_of("face_classes")
+    away = []
+    for share in ("0", "0.5", "1"):
+        run.run(recipe, ["--start", str(start), "--keep", share, "--steps", "2", "--batch", "2", "--workers", "0", "--threads", "1",
+                         "--out", str(tmp_path)])
+        old, new = (onnx.load(file).graph.initializer for file in (start, tmp_path / start.name))
+        away.append(np.concatenate([np.ravel(onnx.numpy_helper.to_array(b) - onnx.numpy_helper.to_array(a))
+                                    for a, b in zip(old, new)]).astype(float))
+    assert np.allclose(away[2], 0, atol=1e-6) and np.allclose(away[1], away[0] / 2, atol=1e-5) and np.abs(away[0]).max() > 1e-4
+
+
 def test_the_same_seed_gives_the_same_batches_and_another_one_others(made):
     recipe = importlib.import_module("models.face_landmarks.train").RECIPE
 
