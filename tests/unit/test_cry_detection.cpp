@@ -143,6 +143,11 @@ TEST_F(CryDetectionAtFirst, FailsWithoutInitOrModelAndBeginsAnewAfterDeinit) {
   EXPECT_THAT(printed_messages(), ElementsAre(too_much(0, 10), kNull, kFailed));
   EXPECT_EQ(process({}), 999.0f);
   EXPECT_THAT(printed_messages(), ElementsAre(kNull, kFailed));
+  {
+    const NoMemory none;
+    EXPECT_EQ(kel_nn_crydet_init(handle, 16000, 0.0f), -1);
+  }
+  EXPECT_THAT(printed_messages(), Contains("[Error]kel_nn_mfcc_create is err!"));
   runtime.fail_next_load = 3;
   EXPECT_EQ(kel_nn_crydet_init(handle, 16000, 0.0f), -1);
   EXPECT_THAT(printed(), HasSubstr("[Error]load model error[3]"));
