@@ -58,7 +58,7 @@ bool detect(const DetectOptions& options, Reporter* reporter) {
   const kel_nn::Library library(options.root);
   std::optional<Task> task;  // none: there was no frame yet
   const std::vector<std::string> inputs =
-      listed(options.inputs, InputKind::kPicturesAndVideos, options.frames.input.raw.has_value());
+      listed(options.inputs, InputKind::kPicturesAndVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
   return for_each_input(inputs, reporter, [&](const std::string& input) {
     FrameWalk walk(input, FrameWalk::Takes::kAll, options.frames, reporter, &drawings);

@@ -128,7 +128,7 @@ void sweep_motion(const MotionOptions& options, const std::string& input, Report
 
 bool motion(const MotionOptions& options, Reporter* reporter) {
   const std::vector<std::string> inputs =
-      listed(options.inputs, InputKind::kVideos, options.frames.input.raw.has_value());
+      listed(options.inputs, InputKind::kVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
   return for_each_input(inputs, reporter, [&](const std::string& input) {
     if (options.wants_sweep) return sweep_motion(options, input, reporter);

@@ -69,7 +69,7 @@ cv::Mat drawn(const cv::Mat& bgr, const Sighting& seen) {
 
 bool watch(const WatchOptions& options, Reporter* reporter) {
   const std::vector<std::string> inputs =
-      listed(options.inputs, InputKind::kVideos, options.frames.input.raw.has_value());
+      listed(options.inputs, InputKind::kVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
   Watcher watcher(options.root, options.settings, options.is_always_awake,
                   [reporter](const std::string& note) { reporter->complain(note); });

@@ -12,6 +12,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <regex>
 #include <sstream>
 
 #include "commands.h"
@@ -97,18 +98,26 @@ bool parse(const std::string& text, Amount* amount) {
 }
 
 // "nv12:640x360", "rgb:320x240@12.5".
+struct RawFormat {
+  std::string options;  // FFmpeg's
+};
 bool parse(const std::string& text, RawFormat* format) {
+  static const std::regex form(
+      R"((nv12|i420|grey|rgb|bgr):(\d{1,5})x(\d{1,5})(?:@(\d{1,4}(?:\.\d+)?))?)");
   const std::map<std::string, const char*> in_ffmpeg = {
       {"nv12", "nv12"}, {"i420", "yuv420p"}, {"grey", "gray"}, {"rgb", "rgb24"}, {"bgr", "bgr24"}};
-  char pixels[5] = "", more = 0;
-  const int parts = std::sscanf(text.c_str(), "%4[^:]:%5dx%5d%c%lf%c", pixels, &format->width,
-                                &format->height, &more, &format->frames_per_second, &more);
-  const auto is_side = [](int side) { return side >= 1 && side <= KEL_NN_KIT_MAX_SIDE; };
-  if (in_ffmpeg.count(pixels) == 0 || !is_side(format->width) || !is_side(format->height))
-    return false;
-  format->pixels = in_ffmpeg.at(pixels);
-  return parts == 3 || (parts == 5 && more == '@' && format->frames_per_second > 0 &&
-                        format->frames_per_second <= kMaxFramesPerSecond);
+  std::smatch part;
+  if (!std::regex_match(text, part, form)) return false;
+  int width = 0, height = 0;
+  double rate = kUsualFramesPerSecond;
+  if (part[4].matched && !parse_number(part[4].str(), &rate)) return false;
+  const auto read_side = [](const std::string& digits, int* side) {
+    return parse_number(digits, side) && *side >= 1 && *side <= KEL_NN_KIT_MAX_SIDE;
+  };
+  if (!read_side(part[2], &width) || !read_side(part[3], &height)) return false;
+  format->options = fmt::format("pixel_format={},video_size={}x{},framerate={}",
+                                in_ffmpeg.at(part[1]), width, height, rate);
+  return rate > 0 && rate <= kMaxFramesPerSecond;
 }
 
 struct ClassNames {
@@ -218,7 +227,10 @@ void add_frame_options(CLI::App* command, FrameOptions* frames) {
   command
       ->add_option_function<std::string>(
           "--raw",
-          [raw = &frames->input.raw](const std::string& text) { parse(text, &raw->emplace()); },
+          [raw = &frames->input.raw](const std::string& text) {
+            RawFormat format;
+            if (parse(text, &format)) *raw = format.options;
+          },
           "The inputs are raw frames: nv12, i420, grey, rgb or bgr, their width and height,\n"
           "and if they are not 25 a second, @ and how many. - is standard input then")
       ->type_name("PIXELS:WxH[@RATE]")

@@ -39,7 +39,7 @@ std::unique_ptr<FrameSource> open_frames(const std::string& input, const InputSe
   if (input.compare(0, sizeof(kCameraPrefix) - 1, kCameraPrefix) == 0) {
     return opencv_module().open_camera(input);
   }
-  const bool is_file = !is_url(input), is_raw = settings.raw.has_value();
+  const bool is_file = !is_url(input), is_raw = !settings.raw.empty();
   if (is_file && !(is_raw && input == "-")) check_readable(input);
   if (is_file && !is_raw && is_usual_picture(input)) return open_picture(input, settings);
   // Videos before other pictures, which take longer to tell.

@@ -3,23 +3,15 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "report.h"
 
 namespace kelnn_cli {
 
-// Bare pixels, one frame behind the other.
-struct RawFormat {
-  std::string pixels;  // as FFmpeg calls them
-  int width = 0, height = 0;
-  double frames_per_second = 25;
-};
-
 struct InputSettings {
   double start = 0, duration = 0;  // seconds; no duration: to the end
-  std::optional<RawFormat> raw;    // none: the file says what is in it
+  std::string raw;  // of bare frames: FFmpeg's options of them; none: the file says what is in it
   bool is_lenient = false;
   std::function<void(const std::string&)> tell;  // what a user should know; none: nobody listens
   std::function<bool()> is_over;                 // asked by what waits: is the work to end?

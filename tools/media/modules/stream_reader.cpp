@@ -18,14 +18,6 @@ bool is_picture_format(const AVInputFormat& format) {
          std::strcmp(format.name, "dicom") == 0;
 }
 
-struct Options {
-  AVDictionary* all = nullptr;
-  ~Options() { av_dict_free(&all); }
-  void set(const char* name, const std::string& value) {
-    av_dict_set(&all, name, value.c_str(), 0);
-  }
-};
-
 }  // namespace
 
 std::unique_ptr<StreamReader> StreamReader::open(const std::string& path, AVMediaType type,
@@ -34,7 +26,7 @@ std::unique_ptr<StreamReader> StreamReader::open(const std::string& path, AVMedi
   last_ffmpeg_error();
   std::unique_ptr<StreamReader> reader(new StreamReader(settings.is_over));
   const bool is_opened = reader->open_input(path, settings, is_url(path), why_not) &&
-                         reader->open_decoder(type, settings.raw.has_value(), why_not);
+                         reader->open_decoder(type, !settings.raw.empty(), why_not);
   return is_opened ? std::move(reader) : nullptr;
 }
 
@@ -42,26 +34,19 @@ bool StreamReader::open_input(const std::string& path, const InputSettings& sett
                               bool is_server, std::string* why_not) {
   // A name with a colon is a file's, too.
   std::string url = is_server ? path : "file:" + path;
-  const AVInputFormat* format = nullptr;
-  Options options;
-  if (settings.raw) {
-    if (path == "-") url = "pipe:0";
-    format = av_find_input_format("rawvideo");
-    options.set("pixel_format", settings.raw->pixels);
-    options.set("video_size",
-                std::to_string(settings.raw->width) + "x" + std::to_string(settings.raw->height));
-    options.set("framerate", std::to_string(settings.raw->frames_per_second));
-  }
+  const bool is_raw = !settings.raw.empty();
+  if (is_raw && path == "-") url = "pipe:0";
   AVFormatContext* opened = avformat_alloc_context();
   if (!opened) return false;
-  if (is_server) {
-    options.set("rtsp_transport",
-                "tcp");             // whole frames, also through what lets no other packets in
-    options.set("reconnect", "1");  // of a file that HTTP serves: where it was
-    opened->interrupt_callback = {has_waited_enough, this};
-    wait_from_now();
-  }
-  const int result = avformat_open_input(&opened, url.c_str(), format, &options.all);
+  if (is_server) opened->interrupt_callback = {has_waited_enough, this};
+  wait_from_now();
+  // From cameras whole frames, also through what lets no other packets in; of files on servers what is missing.
+  AVDictionary* options = nullptr;
+  av_dict_parse_string(&options, is_raw ? settings.raw.c_str() : "rtsp_transport=tcp,reconnect=1",
+                       "=", ",", 0);
+  const int result = avformat_open_input(
+      &opened, url.c_str(), is_raw ? av_find_input_format("rawvideo") : nullptr, &options);
+  av_dict_free(&options);
   if (result < 0) {
     *why_not = last_ffmpeg_error();
     if (is_server) *why_not = error_text(result);
