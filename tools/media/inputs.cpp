@@ -88,7 +88,7 @@ std::vector<std::string> listed(const InputList& list, InputKind kind, bool is_d
 void check_readable(const std::string& path) {
   std::error_code error;
   if (fs::is_directory(path, error)) {
-    fs::directory_iterator(path, error);
+    const fs::directory_iterator entries(path, error);
     throw Failure(path, error ? error.message()
                               : "a directory without anything to take; --glob says what to take");
   }

@@ -64,7 +64,7 @@ class SndfileTrack : public SoundTrack {
   std::unique_ptr<SNDFILE, Close> file_;
 };
 
-class SoundFile : public Sound {
+class SoundFile final : public Sound {
  public:
   SoundFile(const std::string& path, const InputSettings& settings,
             std::unique_ptr<SoundTrack> track, bool is_bare)

@@ -3,6 +3,7 @@
 // up again.
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <thread>
 #include <utility>
 
@@ -39,7 +40,7 @@ class VideoReader : public FrameSource {
     if (reader_->stream()->nb_frames > 0) return reader_->stream()->nb_frames;
     if (reader_->input()->duration <= 0) return 0;
     const double seconds = static_cast<double>(reader_->input()->duration) / AV_TIME_BASE;
-    return static_cast<int64_t>(seconds * frames_per_second() + 0.5);
+    return std::llround(seconds * frames_per_second());
   }
   double frames_per_second() const override { return reader_->frames_per_second(); }
 
@@ -65,7 +66,7 @@ class VideoReader : public FrameSource {
     const double since_first =
         is_stamped ? static_cast<double>(stamp - first_stamp_) * av_q2d(stream.time_base) : 0;
     if (count_ == 0 && is_sought_) {
-      next_ = static_cast<int64_t>(since_first * frames_per_second() + 0.5);
+      next_ = std::llround(since_first * frames_per_second());
     }
     // A stream may come without them.
     return is_stamped ? since_first : static_cast<double>(next_) / frames_per_second();
