@@ -266,3 +266,28 @@ def test_what_cannot_be_adapted_is_refused_in_words(network, options, complaint,
     with pytest.raises(SystemExit, match=re.escape(complaint)):
         adapt.main([network(tmp_path / "a.onnx"), "-o", str(tmp_path / "b.onnx"), *options])
     assert not (tmp_path / "b.onnx").exists()
+
+
+@pytest.mark.parametrize("task, shapes, layout", [
+    ("person-detection-landscape", [(1, 5, 700)], "4+classes"), ("person-detection-landscape", [(1, 700, 6)], "5+classes"),
+    ("four-class-detection-landscape", [(1, 700, 5), (1, 700, 4)], "anchors"),
+    ("four-class-detection-landscape", [(1, 4, 8, 13), (1, 2, 8, 13), (1, 2, 8, 13)], "heat-maps"),
+    ("person-detection-landscape", [(1, 5, 4)], None), ("person-classes", [(1, 5, 700)], None)])
+def test_pack_tells_what_it_found_and_suggests_the_layout(task, shapes, layout, tmp_path):
+    size = (112, 112) if task == "person-classes" else (256, 416)
+    nodes, constants = [NODE("GlobalAveragePool", ["image"], ["mean"])], {}
+    for n, shape in enumerate(shapes):
+        constants.update({f"w{n}": np.zeros((int(np.prod(shape)), 3, 1, 1), np.float32), f"s{n}": np.array(shape)})
+        nodes += [NODE("Conv", ["mean", f"w{n}"], [f"c{n}"], kernel_shape=[1, 1]),
+                  NODE("Reshape", [f"c{n}", f"s{n}"], ["found" + str(n) * (n > 0)])]
+    path = small(tmp_path / "a b.onnx", nodes, constants, (1, 3, *size))
+    model = onnx.load(path)
+    for n in range(1, len(shapes)):
+        model.graph.output.append(helper.make_tensor_value_info(f"found{n}", TensorProto.FLOAT, shapes[n]))
+    onnx.save(model, path)
+    told = subprocess.run([os.environ["KEL_NN_TEST_TOOL"], "pack", task, path, "--root", tmp_path / "models/"],
+                          stderr=subprocess.PIPE, text=True).stderr
+    shown = [" x ".join(map(str, (*one[2:], one[1]) if len(one) == 4 else one)) for one in shapes]
+    assert f"Its outputs: {', '.join(shown)}\n" in told + "\n"
+    command = f"python3 -m models.adapt '{path}' --layout {layout} --to {task.replace('-landscape', '')}"
+    assert command in told if layout else "models.adapt" not in told

@@ -57,7 +57,16 @@ void check_network(const std::string& path, const Bytes& onnx, const Successor& 
   if (network.problem().empty() && misfit.empty()) return;
   std::fputs(network.library_lines().c_str(), stdout);  // which is standard error
   if (!network.problem().empty()) throw Failure(path + ": " + network.problem());
-  throw Failure(path + " does not fit " + task.key + ": " + misfit);
+  std::string problem = fmt::format("{} does not fit {}: {}\nIts outputs: {}", path, task.key,
+                                    misfit, network.outputs());
+  const std::string layout = network.layout(task), key = task.key;
+  if (!layout.empty()) {
+    problem += fmt::format(
+        "\nThey look like the layout {}. To make them this task's (docs/models.md):\n"
+        "  python3 -m models.adapt {} --layout {} --to {}",
+        layout, quoted(path), layout, key.substr(0, key.rfind("detection") + 9));
+  }
+  throw Failure(problem);
 }
 
 // The file that is meant by a task or a path.

@@ -20,7 +20,11 @@ std::string load_problem(const Bytes& onnx) {
                        : kelnn_host::kOutOfMemory;
   if (code == kelnn_host::kOk) return "the engine refuses the network";
   const std::string reason = kelnn_host::last_refusal();
-  return kelnn_host::describe_load_error(code) + (reason.empty() ? "" : ": " + reason);
+  const bool is_foreign = code == kelnn_host::kUnsupportedNetwork;
+  return kelnn_host::describe_load_error(code) + (reason.empty() ? "" : ": " + reason) +
+         (is_foreign ? "\nSome of what OpenCV does not read, python3 -m models.adapt rewrites: "
+                       "docs/models.md"
+                     : "");
 }
 
 std::string shape_text(const std::array<size_t, 3>& dim) {
@@ -69,6 +73,29 @@ std::string Network::misfit(const Task& task) const {
     if (!problem.empty()) return problem;
   }
   return {};
+}
+
+std::string Network::outputs() const {
+  std::string text;
+  for (size_t i = 0; graph_->output(i).values; ++i) {
+    text += (i == 0 ? "" : ", ") + shape_text(graph_->output(i).dim);
+  }
+  return text;
+}
+
+std::string Network::layout(const Task& task) const {
+  if (task.outputs.front().group == 1) return {};
+  const auto [first, rows, columns] = graph_->output(0).dim;  // of maps: rows, columns, channels
+  const auto second = graph_->output(1).dim, third = graph_->output(2).dim;
+  const bool has_second = graph_->output(1).values, has_third = graph_->output(2).values;
+  const auto is_map_of_2 = [&, height = first, width = rows](const auto& dim) {
+    return dim == std::array<size_t, 3>{height, width, 2};
+  };
+  if (has_third && is_map_of_2(second) && is_map_of_2(third)) return "heat-maps";
+  if (first != 1) return {};
+  if (has_second && second == std::array<size_t, 3>{1, rows, 4} && columns >= 2) return "anchors";
+  if (rows >= 5 && rows < columns) return "4+classes";
+  return columns >= 6 && columns < rows ? "5+classes" : "";
 }
 
 }  // namespace kelnn_cli

@@ -20,6 +20,9 @@ class Network {
   const std::string& problem() const { return problem_; }
   // What keeps a network that did load from doing a task's work, or nothing.
   std::string misfit(const Task& task) const;
+  // The shapes of its outputs, and, for a task that finds boxes, which layout of models.adapt they look like, or nothing.
+  std::string outputs() const;
+  std::string layout(const Task& task) const;
   // What the library printed while it loaded.
   const std::string& library_lines() const { return library_lines_; }
 
