@@ -26,6 +26,7 @@ class Crop:
     points: Any  # five, in parts of the crop's sides
     pose: Any  # yaw, pitch, roll in degrees
     face_class: int
+    whole: Any  # the picture that it was cut from, blue first
 
 
 def crops(seed, identities, views, family, covers):
@@ -65,7 +66,7 @@ def _crop(rng, picture, box, points, pose, cover):
     cut = cv2.warpAffine(picture, matrix, (SIZE, SIZE), flags=cv2.INTER_LINEAR, borderMode=cv2.BORDER_REPLICATE)
     parts = (points - (left, top)) / (right - left, bottom - top)
     return Crop(cv2.cvtColor(cut, cv2.COLOR_BGR2GRAY), parts.astype(numpy.float32), numpy.float32(pose),
-                CLASS_OF_COVER[cover])
+                CLASS_OF_COVER[cover], picture)
 
 
 def add_shoulders(picture, color, y):
