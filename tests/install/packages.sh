@@ -42,5 +42,8 @@ if compgen -G "python3-kelnn_${revision}_*.deb" >/dev/null; then
   (cd / && PYTHONPATH=$work/empty/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 KELNN_MODELS=$work/empty/usr/share/kelnn/models \
     bash -ec "$(page Python | grep doctor)") >doctor.log 2>&1 && grep -qF "$work" doctor.log || { cat doctor.log >&2; fail "Python"; }
 fi
+for file in zsh/vendor-completions/_kelnn fish/vendor_completions.d/kelnn.fish kelnn/output.schema.json; do
+  [ -s "empty/usr/share/$file" ] || fail "there is no $file"
+done
 bash -c '. empty/usr/share/bash-completion/completions/kelnn; COMP_WORDS=(kelnn faces --dr); COMP_CWORD=2; _kelnn
   [ "${COMPREPLY[*]}" = --draw ]' || fail "--dr is not completed to --draw"

@@ -74,8 +74,8 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
       {"feature text", 1, "text: not a picture"},
       {"feature good.png --box 64,0,60,10", 1, "outside the picture, which is 64 x 48"},
       {"feature good.png --box -20,0,20,10", 1, "outside the picture"},
-      {"faces good.png other.png --draw a.png", 2, "drawings go to a directory"},
-      {"faces good.png other.png --draw text", 2, "drawings go to a directory"},
+      {"faces good.png other.png --draw a.png", 2, "outputs go to a directory"},
+      {"faces good.png other.png --draw text", 2, "outputs go to a directory"},
       {"faces good.png --draw good.png", 2, "take the place of the input"},
       {"faces good.png other/good.png --draw other/", 2, "take the place of the input"},
       {"landmarks good.png --draw link.png", 2, "link.png: it would take the place of the input"},
@@ -118,7 +118,7 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
       "To do: kelnn pack face-detection NETWORK.onnx --root 'it'\\''s none/'\n";
   EXPECT_EQ(none.err.find(command), none.err.rfind(command));
   EXPECT_THAT(none.err, HasSubstr(command));
-  EXPECT_THAT(twins.err, HasSubstr("other/good.png: the drawing of another input has the name"));
+  EXPECT_THAT(twins.err, HasSubstr("other/good.png: the output of another input has the name"));
 }
 
 TEST_F(CommandLine, ExplainsItself) {

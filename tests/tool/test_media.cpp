@@ -346,32 +346,41 @@ TEST_F(Videos, AreWrittenWholeOrNotAtAll) {
   };
   rlimit before;
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-  const rlimit small = {4096, before.rlim_max};
-  for (const std::string name : {"a.avi", "a.mp4"}) {
-    for (const cv::Size size : {cv::Size(320, 240), cv::Size(323, 241)}) {
-      SCOPED_TRACE(testing::Message() << name << " " << size);
-      const std::string path = directory_ + name;
-      write(path, size);
-      const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-      setrlimit(RLIMIT_FSIZE, &small);
-      EXPECT_THROW(write(directory_ + "more/" + name, size), Failure);
-      EXPECT_THROW(write(path, size), Failure);
-      setrlimit(RLIMIT_FSIZE, &before);
-      std::signal(SIGXFSZ, handler);
-      EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_), {}), 1)
-          << "nothing temporary stays, nor a directory for it";
+  const rlimit small = {1024, before.rlim_max};
+  const struct {
+    std::string name;
+    cv::Size size;
+    const char* codec;
+  } cases[] = {{"a.avi", {320, 240}, "MJPG"},
+               {"a.avi", {323, 241}, "MJPG"},
+               {"a.mp4", {320, 240}, "avc1"},
+               {"a.mp4", {323, 241}, "vp09"},
+               {"a.webm", {323, 241}, "V_VP9"}};
+  for (const auto& [name, size, codec] : cases) {
+    SCOPED_TRACE(testing::Message() << name << " " << size);
+    const std::string path = directory_ + name;
+    write(path, size);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_THROW(write(directory_ + "more/" + name, size), Failure);
+    EXPECT_THROW(write(path, size), Failure);
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_), {}), 1)
+        << "nothing temporary stays, nor a directory for it";
 
-      cv::VideoCapture capture(path);
-      EXPECT_EQ(capture.get(cv::CAP_PROP_FPS), kRate);
-      cv::Mat read;
-      for (int i = 0; i < kCount; ++i) {
-        ASSERT_TRUE(capture.read(read));
-        ASSERT_EQ(read.size(), size);
-        EXPECT_LT(cv::norm(read, frame(size, i), cv::NORM_L1), 4.0 * 3 * size.area());
-      }
-      EXPECT_FALSE(capture.read(read));
-      std::filesystem::remove(path);
+    cv::VideoCapture capture(path);
+    EXPECT_EQ(capture.get(cv::CAP_PROP_FPS), kRate);
+    const Bytes file = read_file(path);
+    EXPECT_THAT(std::string(file.begin(), file.end()), testing::HasSubstr(codec));
+    cv::Mat read;
+    for (int i = 0; i < kCount; ++i) {
+      ASSERT_TRUE(capture.read(read));
+      ASSERT_EQ(read.size(), size);
+      EXPECT_LT(cv::norm(read, frame(size, i), cv::NORM_L1), 4.0 * 3 * size.area());
     }
+    EXPECT_FALSE(capture.read(read));
+    std::filesystem::remove(path);
   }
 }
 

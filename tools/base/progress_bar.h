@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How far a long video or sound is, on the last line of standard error.
+// How far a long work is and how long it is going to take, on the last line of standard error.
 #pragma once
 
 #include <chrono>
@@ -8,17 +8,21 @@
 
 namespace kelnn_cli {
 
+enum class ShowProgress { kNever, kAtTerminals, kAlways };
+
 class ProgressBar {
  public:
-  // Nothing is shown when `total` is not known (0), nor, unless the bar is wanted expressly, of what is
-  // over before a bar is read and where standard error is no terminal.
-  ProgressBar(const std::string& label, int64_t total, const char* unit, bool is_wanted);
+  // Of all bars. At terminals they are shown from the program's third second on.
+  static void set(ShowProgress when);
+  static void hide();  // before something else is printed
+
+  // `total` 0: not known.
+  ProgressBar(const std::string& label, int64_t total, const char* unit);
   ~ProgressBar() { hide(); }
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
 
   void show(int64_t done);  // as often as you like: it is drawn a few times a second
-  void hide();              // before something else is printed
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -26,7 +30,6 @@ class ProgressBar {
   std::string label_;
   const char* unit_;
   int64_t total_;
-  bool is_visible_ = false;
   Clock::time_point start_, last_;
 };
 

@@ -30,10 +30,12 @@ auto found_in_part(const Part& part, Task* task) {
   return task->of(frame_of(part.picture), rect_of(part.rect));
 }
 
-bool for_each_part(const CutOutOptions& options, Reporter* reporter,
+// `found`: the columns of what is found.
+bool for_each_part(const CutOutOptions& options, const std::string& found, Reporter* reporter,
                    const std::function<void(const Part&)>& look) {
   const std::vector<std::string> pictures = listed(options.pictures, InputKind::kPictures, false);
   DrawingTarget drawings(options.out, pictures);
+  reporter->begin({"input,x,y,w,h," + found, pictures, {}});
   const std::vector<Box> boxes = options.boxes.empty() ? std::vector<Box>(1) : options.boxes;
   const bool is_only_one = pictures.size() * boxes.size() == 1;
   const InputSettings settings = told(options.input, reporter);
@@ -89,7 +91,7 @@ void report(const Part& part, const Json& found, const Text& text, Reporter* rep
 
 bool landmarks(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceLandmarks task{kel_nn::Library(options.root)};
-  return for_each_part(options, reporter, [&](const Part& part) {
+  return for_each_part(options, "pixels,pose,points", reporter, [&](const Part& part) {
     const kel_nn::Landmarks found = found_in_part(part, &task);
     Json json = {{"points", points_json(found.points)}, {"pose", found.pose}};
     if (are_parts(found)) {
@@ -105,7 +107,7 @@ bool landmarks(const CutOutOptions& options, Reporter* reporter) {
 
 bool feature(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
-  return for_each_part(options, reporter, [&](const Part& part) {
+  return for_each_part(options, "feature", reporter, [&](const Part& part) {
     const kel_nn::Feature found = found_in_part(part, &task);
     report(part, {{"feature", found}}, feature_text, reporter);
   });
@@ -113,7 +115,7 @@ bool feature(const CutOutOptions& options, Reporter* reporter) {
 
 bool classify_face(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::FaceClassifier task{kel_nn::Library(options.root)};
-  return for_each_part(options, reporter, [&](const Part& part) {
+  return for_each_part(options, "class,score", reporter, [&](const Part& part) {
     const kel_nn::FaceClass found = found_in_part(part, &task);
     report(part, {{"class", found.id}, {"score", found.score}},
            line("class {class}  score {score:.6f}\n"), reporter);
@@ -122,13 +124,14 @@ bool classify_face(const CutOutOptions& options, Reporter* reporter) {
 
 bool classify_person(const CutOutOptions& options, Reporter* reporter) {
   kel_nn::PersonClassifier task{kel_nn::Library(options.root)};
-  return for_each_part(options, reporter, [&](const Part& part) {
+  return for_each_part(options, "probability", reporter, [&](const Part& part) {
     const float found = found_in_part(part, &task);
     report(part, {{"probability", found}}, line("{probability:.6f}\n"), reporter);
   });
 }
 
 bool compare(const CompareOptions& options, Reporter* reporter) {
+  reporter->begin({"a,b,similarity", {options.picture_a, options.picture_b}, {}});
   const InputSettings settings = told(options.input, reporter);
   const cv::Mat picture_a = load_picture(options.picture_a, settings);
   const cv::Mat picture_b = load_picture(options.picture_b, settings);

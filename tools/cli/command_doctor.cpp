@@ -10,6 +10,7 @@
 #include "files.h"
 #include "model_inspection.h"
 #include "model_search.h"
+#include "progress_bar.h"
 
 namespace kelnn_cli {
 namespace {
@@ -76,7 +77,11 @@ bool doctor(const DoctorOptions& options, Reporter* reporter) {
   std::vector<Inspection> found;
   const std::string root = with_slash(options.root);
   if (options.is_for_board) found = misnamed_models(root);
-  for (const Task& task : tasks()) found.push_back(inspect_model(task, root, machine));
+  ProgressBar progress("doctor", static_cast<int64_t>(tasks().size()), "models");
+  for (const Task& task : tasks()) {
+    found.push_back(inspect_model(task, root, machine));
+    progress.show(static_cast<int64_t>(found.size()));
+  }
   Json models = Json::array();
   std::map<State, size_t> count;
   for (const Inspection& model : found) {

@@ -48,7 +48,7 @@ void watch_motion(const MotionOptions& options, const std::string& input, Drawin
     if (!changed.empty()) shares.push_back(percentage(changed));
     if (const std::optional<bool> is_motion = filter.take(luma.data, size_of(luma))) {
       last = is_motion;
-      walk.report(period_json(input, *frame, *is_motion, shares), period_text);
+      reporter->report_one(period_json(input, *frame, *is_motion, shares), period_text);
       shares.clear();
     }
     walk.draw([&] { return frame_with_changes(frame->pixels, changed, last); });
@@ -130,6 +130,10 @@ bool motion(const MotionOptions& options, Reporter* reporter) {
   const std::vector<std::string> inputs =
       listed(options.inputs, InputKind::kVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
+  reporter->begin({options.wants_sweep ? "input,frames,ratio,period,decisions,motion_decisions"
+                                       : "input,frame,time,motion,changed,changed_max",
+                   inputs,
+                   {}});
   return for_each_input(inputs, reporter, [&](const std::string& input) {
     if (options.wants_sweep) return sweep_motion(options, input, reporter);
     watch_motion(options, input, &drawings, reporter);

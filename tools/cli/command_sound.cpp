@@ -66,14 +66,13 @@ void hear(const CryOptions& options, const std::string& input, kel_nn::CryDetect
         {{"input", input}, {"rate", sound->recorded_rate()}, {"top", sound->recorded_rate() / 2}}));
   }
   ProgressBar progress(input, static_cast<int64_t>(sound->expected_samples() / kSoundRate),
-                       "s of sound", options.wants_progress);
+                       "s of sound");
   std::vector<int16_t> samples = next_window(sound.get());
   uint64_t index = 0;
   for (; samples.size() == kWindowSamples; samples = next_window(sound.get()), ++index) {
     const float probability = cry_probability(samples, detector);
     const bool is_loud = is_loud_enough(samples, options.threshold);
     const double start = options.input.start + static_cast<double>(index * kWindowSeconds);
-    progress.hide();
     reporter->report_one(
         {{"input", input},
          {"window", index},
@@ -87,7 +86,6 @@ void hear(const CryOptions& options, const std::string& input, kel_nn::CryDetect
              (is_loud ? "\n" : ", too quiet for the gate\n")));
     progress.show(static_cast<int64_t>((index + 1) * kWindowSeconds));
   }
-  progress.hide();
   if (!samples.empty()) {
     const double seconds = static_cast<double>(samples.size()) / kSoundRate;
     reporter->report_one(
@@ -138,6 +136,8 @@ void show_features(const FeaturesOptions& options, const std::string& input, Rep
 
 bool cry(const CryOptions& options, Reporter* reporter) {
   const std::vector<std::string> inputs = listed(options.sounds, InputKind::kSounds, true);
+  reporter->begin(
+      {"input,window,start,end,loudness,gate_passed,probability,left_over", inputs, {}});
   kel_nn::CryDetector detector(kel_nn::Library(options.root), options.threshold);
   return for_each_input(inputs, reporter, [&](const std::string& input) {
     hear(options, input, &detector, reporter);

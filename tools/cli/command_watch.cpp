@@ -14,8 +14,14 @@ namespace {
 
 constexpr int kPersonColour = 0, kFaceColour = 1;  // of draw_box()
 
+Json named(const char* name, const Detection& place) {
+  Json json = json_of(place);
+  json["name"] = name;
+  return json;
+}
+
 Json face_json(const WatchedFace& face) {
-  Json json = json_of(face.place);
+  Json json = named("face", face.place);
   if (face.landmarks) {
     json["points"] = points_json(face.landmarks->points);
     json["pose"] = face.landmarks->pose;
@@ -29,7 +35,7 @@ Json event_json(const std::string& input, const Frame& frame, const Sighting& se
   if (seen.is_motion) json["motion"] = *seen.is_motion;
   if (seen.persons) json["persons"] = Json::array();
   for (const Detection& person : seen.persons.value_or(std::vector<Detection>())) {
-    json["persons"].push_back(json_of(person));
+    json["persons"].push_back(named("person", person));
   }
   if (seen.faces) json["faces"] = Json::array();
   for (const WatchedFace& face : seen.faces.value_or(std::vector<WatchedFace>())) {
@@ -44,9 +50,9 @@ std::string event_text(const Json& event) {
   text += "\n";
   const Json none = Json::array();
   for (const Json& person : event.value("persons", none))
-    text += filled(std::string("  person") + kFound, person);
+    text += filled(std::string("  {name}") + kFound, person);
   for (const Json& face : event.value("faces", none))
-    text += filled(std::string("  face") + kFound, face);
+    text += filled(std::string("  {name}") + kFound, face);
   return text;
 }
 
@@ -71,6 +77,7 @@ bool watch(const WatchOptions& options, Reporter* reporter) {
   const std::vector<std::string> inputs =
       listed(options.inputs, InputKind::kVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
+  reporter->begin({"input,frame,time,motion,name,score,x,y,w,h", inputs, {}});
   Watcher watcher(options.root, options.settings, options.is_always_awake,
                   [reporter](const std::string& note) { reporter->complain(note); });
   return for_each_input(inputs, reporter, [&](const std::string& input) {
@@ -81,7 +88,8 @@ bool watch(const WatchOptions& options, Reporter* reporter) {
       const Sighting sighting = watcher.look(frame->pixels);
       is_decided = is_decided || sighting.is_motion;
       walk.draw([&] { return drawn(frame->pixels, sighting); });
-      if (sighting.is_event()) walk.report(event_json(input, *frame, sighting), event_text);
+      if (sighting.is_event())
+        reporter->report_one(event_json(input, *frame, sighting), event_text);
     }
     if (!is_decided) walk.object_to_no_decision(options.settings.period);
   });

@@ -68,13 +68,14 @@ struct FrameOptions {
   int step = 1;       // every how many frames one is looked at
   int64_t limit = 0;  // frames to look at in each input; 0: all
   InputSettings input;
-  bool wants_progress = false;
 };
 
 struct DetectOptions {
   InputList inputs;
   std::vector<std::string> class_names;
-  std::string root, out;
+  std::vector<std::string> only;  // names of classes; none: all
+  float least_score = 0;
+  std::string root, out, crops;
   FrameOptions frames;
 };
 bool detect_faces(const DetectOptions& options, Reporter* reporter);
@@ -108,7 +109,6 @@ struct CryOptions {
   InputSettings input;
   std::string root;
   float threshold = kLowestGate;
-  bool wants_progress = false;
 };
 bool cry(const CryOptions& options, Reporter* reporter);
 

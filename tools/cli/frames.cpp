@@ -41,23 +41,13 @@ std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Tak
 
 }  // namespace
 
-// What is told while frames are read is not told on top of the progress bar.
-InputSettings FrameWalk::settings() {
-  InputSettings settings = told(options_.input, reporter_);
-  settings.tell = [this, complain = settings.tell](const std::string& message) {
-    if (progress_) progress_->hide();
-    complain(message);
-  };
-  return settings;
-}
-
 FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
                      Reporter* reporter, const std::string& label)
     : input_(input),
       reporter_(reporter),
       options_(options),
-      source_(open_input(input, takes, settings())) {
-  progress_.emplace(label, frames_to_pass(*source_, options), "frames", options.wants_progress);
+      source_(open_input(input, takes, told(options.input, reporter))),
+      progress_(label, frames_to_pass(*source_, options), "frames") {
   catch_interruption();
   if (options.input.start > 0) source_->seek(options.input.start);
 }
@@ -69,20 +59,26 @@ FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& 
 }
 
 const Frame* FrameWalk::next() {
-  if (seen_ > 0) progress_->show(frame_.index + 1);
-  if (interruption() && seen_ > 0 && kind() != FrameSource::Kind::kPicture) {
-    progress_->hide();
-    fmt::print(stderr, "kelnn: {}: interrupted after frame {}\n", input_, frame_.index);
+  const bool is_picture = kind() == FrameSource::Kind::kPicture;
+  if (seen_ > 0 && !is_picture) progress_.show(frame_.index + 1);
+  if (interruption() && seen_ > 0 && !is_picture) {
+    reporter_->complain(fmt::format("{}: interrupted after frame {}", input_, frame_.index));
   }
-  const bool is_over =
-      interruption() || (options_.limit > 0 && seen_ == options_.limit) || !read_next();
-  if (is_over && sink_) sink_->finish();
-  if (is_over) return nullptr;
-  ++seen_;
-  return &frame_;
+  if (!interruption() && (options_.limit == 0 || seen_ < options_.limit) && read_next()) {
+    ++seen_;
+    return &frame_;
+  }
+  if (sink_) {
+    const Stopwatch watch(&work_.writing);
+    sink_->finish();
+  }
+  work_.frames = seen_;
+  reporter_->add(work_);
+  return nullptr;
 }
 
 bool FrameWalk::read_next() {
+  const Stopwatch watch(&work_.reading);
   if (seen_ > 0 && !skip(source_.get(), options_.step - 1)) return false;
   if (kind() == FrameSource::Kind::kPicture) return source_->read(&frame_);
   const auto& [start, duration] = std::pair(options_.input.start, options_.input.duration);
@@ -98,8 +94,9 @@ bool FrameWalk::read_next() {
 
 void FrameWalk::object_to_no_decision(int period) {
   if (interruption()) return;
-  settings().object(input_, fmt::format("{} frames, fewer than a period of {}: nothing is decided",
-                                        seen_, period));
+  told(options_.input, reporter_)
+      .object(input_, fmt::format("{} frames, fewer than a period of {}: nothing is decided", seen_,
+                                  period));
 }
 
 Json place_json(const std::string& input, const Frame& frame) {

@@ -2,6 +2,7 @@
 // The way through the frames of an input that the commands on frames have in common.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,6 +15,20 @@
 #include "reporter.h"
 
 namespace kelnn_cli {
+
+// Adds the seconds that it lives.
+class Stopwatch {
+ public:
+  explicit Stopwatch(double* seconds) : seconds_(seconds) {}
+  ~Stopwatch() { *seconds_ += std::chrono::duration<double>(Clock::now() - start_).count(); }
+  Stopwatch(const Stopwatch&) = delete;
+  Stopwatch& operator=(const Stopwatch&) = delete;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  double* seconds_;
+  Clock::time_point start_ = Clock::now();
+};
 
 class FrameWalk {
  public:
@@ -32,26 +47,22 @@ class FrameWalk {
   const Frame* next();
   // The frame with what was found in it, where drawings are wanted.
   void draw(const std::function<cv::Mat()>& drawn) {
+    const Stopwatch watch(&work_.writing);
     if (sink_) sink_->write(drawn());
-  }
-  // Says something of the frame, not on top of the progress bar.
-  void report(const Json& result, const Text& text) {
-    progress_->hide();
-    reporter_->report_one(result, text);
   }
   // At the end, of frames that came to no decision: too few for a period.
   void object_to_no_decision(int period);
 
  private:
-  InputSettings settings();
   bool read_next();
 
   std::string input_;
   Reporter* reporter_;
   std::unique_ptr<FrameSink> sink_;  // none: no drawings are wanted
   FrameOptions options_;
-  std::optional<ProgressBar> progress_;  // none while the input is opened
+  Work work_;
   std::unique_ptr<FrameSource> source_;
+  ProgressBar progress_;
   Frame frame_;
   int64_t seen_ = 0;  // frames that were given
 };

@@ -5,6 +5,7 @@
 #include <opencv2/core/utils/logger.hpp>
 
 #include "options.h"
+#include "progress_bar.h"
 
 int main(int argc, char** argv) {
   using namespace kelnn_cli;
@@ -13,10 +14,14 @@ int main(int argc, char** argv) {
   handle_signals();
   const CommandLine line = parse(argc, argv);
   if (!line.command) return line.exit_code;
-  Reporter reporter(line.wants_json, line.is_verbose);
+  ProgressBar::set(line.report.is_quiet         ? ShowProgress::kNever
+                   : line.report.wants_progress ? ShowProgress::kAlways
+                                                : ShowProgress::kAtTerminals);
+  Reporter reporter(line.report);
   int exit_code = kFailed;
   try {
     exit_code = line.command(&reporter) ? kFine : kFailed;
+    reporter.finish();
   } catch (const UsageError& error) {
     reporter.complain(error);
     exit_code = kBadUsage;

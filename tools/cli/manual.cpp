@@ -4,9 +4,21 @@
 #include <fmt/format.h>
 
 #include "kel_nn.h"
-#include "task_catalogue.h"
 
 namespace kelnn_cli {
+
+std::vector<const CLI::Option*> options_of(const CLI::App& command) {
+  std::vector<const CLI::Option*> options;
+  for (const CLI::Option* option : command.get_options()) {
+    if (!option->get_group().empty() && option != command.get_help_ptr()) options.push_back(option);
+  }
+  for (const CLI::App* group : command.get_subcommands(nullptr)) {
+    if (!group->get_name().empty()) continue;
+    for (const CLI::Option* option : options_of(*group)) options.push_back(option);
+  }
+  return options;
+}
+
 namespace {
 
 // As roff's text: no line is taken for a request, no "-" for a hyphen.
@@ -26,19 +38,6 @@ std::string roff(const std::string& text) {
 std::string paragraph(const std::string& text) {
   const bool is_table = text.find("\n  ") != std::string::npos;
   return fmt::format("{}{}\n{}", is_table ? ".nf\n" : "", roff(text), is_table ? ".fi\n" : "");
-}
-
-// The options of a command, those in its groups too; nothing that is hidden or that every command has.
-std::vector<const CLI::Option*> options_of(const CLI::App& command) {
-  std::vector<const CLI::Option*> options;
-  for (const CLI::Option* option : command.get_options()) {
-    if (!option->get_group().empty() && option != command.get_help_ptr()) options.push_back(option);
-  }
-  for (const CLI::App* group : command.get_subcommands(nullptr)) {
-    if (!group->get_name().empty()) continue;
-    for (const CLI::Option* option : options_of(*group)) options.push_back(option);
-  }
-  return options;
 }
 
 std::string manual_entry(const CLI::Option& option) {
@@ -70,15 +69,6 @@ std::string manual_section(const CLI::App& command) {
   return text + entries;
 }
 
-// "--draw --every ..." of a command.
-std::string words_of(const CLI::App& command) {
-  std::string words = "--help";
-  for (const CLI::Option* option : options_of(command)) {
-    for (const std::string& name : option->get_lnames()) words += " --" + name;
-  }
-  return words;
-}
-
 }  // namespace
 
 std::string manual_page(const CLI::App& app) {
@@ -102,35 +92,6 @@ std::string manual_page(const CLI::App& app) {
          ".SH FILES\n.TP\n.I ~/.local/share/kelnn/models\nThe user's models; "
          "$XDG_DATA_HOME/kelnn/models where that is set.\n"
          ".TP\n.I /usr/share/kelnn/models\nThe models that packages bring.\n";
-}
-
-std::string completion(const CLI::App& app) {
-  std::string commands, cases, keys;
-  for (const CLI::App* command : app.get_subcommands(nullptr)) {
-    commands += (commands.empty() ? "" : " ") + command->get_name();
-    cases += fmt::format("    {}) words=\"{}\" ;;\n", command->get_name(),
-                         words_of(*command) + " --json");
-  }
-  for (const Task& task : tasks()) keys += (keys.empty() ? "" : " ") + std::string(task.key);
-  return fmt::format(R"(# What follows a kelnn on bash's command line.
-_kelnn() {{
-  local cur=${{COMP_WORDS[COMP_CWORD]}} command=${{COMP_WORDS[1]}} words
-  case $command in
-{}    *) words="{}" ;;
-  esac
-  if [[ $COMP_CWORD -eq 1 ]]; then
-    words="{} {}"
-  elif [[ $cur != -* ]]; then
-    case $command in
-      models|pack|unpack) [[ $COMP_CWORD -eq 2 ]] || return 0; words="{}" ;;
-      *) return 0 ;;
-    esac
-  fi
-  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
-}}
-complete -o default -F _kelnn kelnn
-)",
-                     cases, words_of(app), commands, words_of(app), keys);
 }
 
 }  // namespace kelnn_cli

@@ -4,10 +4,18 @@
 
 #include <CLI/App.hpp>
 #include <string>
+#include <vector>
 
 namespace kelnn_cli {
 
 std::string manual_page(const CLI::App& app);  // for man, section 1
-std::string completion(const CLI::App& app);   // for bash-completion
+
+// For shells.
+std::string bash_completion(const CLI::App& app);
+std::string zsh_completion(const CLI::App& app);
+std::string fish_completion(const CLI::App& app);
+
+// Of a command, those in its groups too; nothing that is hidden or that every command has.
+std::vector<const CLI::Option*> options_of(const CLI::App& command);
 
 }  // namespace kelnn_cli

@@ -33,6 +33,7 @@ namespace {
 struct Commands {
   CLI::App* app;
   std::function<bool(Reporter*)>* chosen;
+  ResultPaths* files;
 
   // Parsing fills the options, which live as long as the command does.
   template <typename Options>
@@ -186,11 +187,6 @@ void add_root_to_write(CLI::App* command, std::string* root) {
          "directory, ~/.local/share/kelnn/models");
 }
 
-void add_progress(CLI::App* command, bool* is_wanted) {
-  command->add_flag("--progress", *is_wanted,
-                    "Show on standard error how far it is, also when that is no terminal");
-}
-
 // What inputs there are, by name and in other ways.
 void add_inputs(CLI::App* command, const char* name, InputList* inputs, const char* type,
                 const std::string& help) {
@@ -220,6 +216,19 @@ void add_part(CLI::App* command, InputSettings* input) {
   add_lenient(command, input);
 }
 
+enum Subtitles { kNoSubtitles, kHasSubtitles };
+
+// As files besides the text, or instead of it.
+void add_result_files(const Commands& commands, CLI::App* command, Subtitles subtitles) {
+  option(command, "--csv", &commands.files->csv, "FILE",
+         "Write a table, whose columns are named as with --json; - prints it instead of\n"
+         "the text");
+  if (subtitles == kNoSubtitles) return;
+  option(command, "--vtt", &commands.files->vtt, "OUT",
+         "Write WebVTT, subtitles for players, of what is found; for several inputs a\n"
+         "directory");
+}
+
 void add_frame_options(CLI::App* command, FrameOptions* frames) {
   option(command, "--every", &frames->step, "N", "Look at every Nth frame only")
       ->check(CLI::Range(1, kMaxStep));
@@ -237,7 +246,6 @@ void add_frame_options(CLI::App* command, FrameOptions* frames) {
       ->check(must_be<RawFormat>("PIXELS:WIDTHxHEIGHT or PIXELS:WIDTHxHEIGHT@RATE"));
   option(command, "--limit", &frames->limit, "N", "Look at this many frames of an input at most")
       ->check(CLI::Range(int64_t{1}, kMaxFrames));
-  add_progress(command, &frames->wants_progress);
 }
 
 CLI::Option* add_task(CLI::App* command, std::string* task, const char* help) {
@@ -341,6 +349,7 @@ CLI::App* add_cut_out(const Commands& commands, bool (*run)(const CutOutOptions&
            "Write the picture with the points, as parts of the cut-out from 0 to 1; for\n"
            "several pictures a directory");
   }
+  add_result_files(commands, command, kNoSubtitles);
   add_root(command, &options->root);
   return command;
 }
@@ -356,6 +365,7 @@ void add_cut_outs(const Commands& commands) {
   add_box(command, "--box-a", &options->box_a, "Where the face is in the first picture");
   add_box(command, "--box-b", &options->box_b, "Where the face is in the second picture");
   add_lenient(command, &options->input);
+  add_result_files(commands, command, kNoSubtitles);
   add_root(command, &options->root);
 
   add_cut_out(
@@ -390,25 +400,50 @@ exit code is 1.)";
 std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
                                                   bool (*run)(const DetectOptions&, Reporter*),
                                                   const char* name, const std::string& what,
-                                                  const std::vector<std::string>& class_names) {
+                                                  const std::vector<std::string>& class_names,
+                                                  double threshold) {
   const auto [command, options] = commands.add(
       run, name, "Finds " + what + " in pictures, videos and camera frames.\n" + kDetectorHelp);
   options->class_names = class_names;
   add_inputs(command, "input", &options->inputs, "INPUT", std::string("Pictures. ") + kVideoHelp);
   option(command, "--draw", &options->out, "OUT",
-         "Write the frames with their boxes: a picture, or a video (.avi, .mp4); for\n"
+         "Write the frames with their boxes: a picture, or a video (.mp4, .webm, .avi); for\n"
          "several inputs a directory");
+  option(command, "--save-crops", &options->crops, "DIR",
+         "Write what is in each box as DIR/INPUT-NUMBER.png; of videos as\n"
+         "DIR/INPUT-FRAME-NUMBER.png");
+  option(command, "--conf", &options->least_score, "SCORE",
+         fmt::format("Leave out boxes with lower scores: from {} on, since the library leaves out\n"
+                     "what is below that by itself",
+                     threshold))
+      ->check(CLI::Validator(
+          [threshold](std::string& text) {
+            double score;
+            if (parse_number(text, &score) && score >= threshold && score <= 1)
+              return std::string();
+            return fmt::format(
+                "\"{}\" is not a score from {} to 1; the library itself leaves out "
+                "what is below {}",
+                text, threshold, threshold);
+          },
+          ""));
+  option(command, "--only", &options->only, "CLASS",
+         "Leave out boxes of other classes than this; may be given several times")
+      ->allow_extra_args(false);
+  add_result_files(commands, command, kHasSubtitles);
+  option(command, "--coco", &commands.files->coco, "FILE",
+         "Write the boxes as COCO's JSON, as tools for labels read it");
   add_frame_options(command, &options->frames);
   add_root(command, &options->root);
   return {command, options};
 }
 
 void add_detectors(const Commands& commands) {
-  add_detector(commands, detect_faces, "faces", "the faces", {"face"});
-  add_detector(commands, detect_persons, "persons", "the people", {"person"});
+  add_detector(commands, detect_faces, "faces", "the faces", {"face"}, 0.8);
+  add_detector(commands, detect_persons, "persons", "the people", {"person"}, 0.3);
   const auto [command, options] =
       add_detector(commands, detect_objects, "objects", "objects of four classes",
-                   {"class 0", "class 1", "class 2", "class 3"});
+                   {"class 0", "class 1", "class 2", "class 3"}, 0.3);
   command
       ->add_option_function<std::string>(
           "--classes",
@@ -431,7 +466,7 @@ void add_motion(const Commands& commands) {
   CLI::Option* sweep = command->add_flag("--sweep", options->wants_sweep,
                                          "Count decisions for a grid of ratios and periods");
   option(command, "--draw", &options->out, "OUT",
-         "Write a video (.avi, .mp4) with the changed pixels in red")
+         "Write a video (.mp4, .webm, .avi) with the changed pixels in red")
       ->excludes(sweep);
   option(command, "--ratios", &options->ratios, "A,B,...", "Ratios to try, in per cent")
       ->delimiter(',')
@@ -443,6 +478,7 @@ void add_motion(const Commands& commands) {
       ->check(CLI::Range(1, kMaxPeriod))
       ->needs(sweep)
       ->capture_default_str();
+  add_result_files(commands, command, kHasSubtitles);
   add_frame_options(command, &options->frames);
 }
 
@@ -457,8 +493,9 @@ void add_watch(const Commands& commands) {
   add_motion_settings(command, &options->inputs, &options->settings);
   command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
   option(command, "--draw", &options->out, "OUT",
-         "Write a video (.avi, .mp4) of all frames with what was found; landmarks are\n"
+         "Write a video (.mp4, .webm, .avi) of all frames with what was found; landmarks are\n"
          "drawn as parts of their face's box from 0 to 1");
+  add_result_files(commands, command, kNoSubtitles);
   add_frame_options(command, &options->frames);
   add_root(command, &options->root);
 }
@@ -484,7 +521,7 @@ void add_cry(const Commands& commands) {
          "32768). Less than the default counts as the default")
       ->check(must_be<Amount>("a loudness of 0 or more"))
       ->default_str(fmt::format("{:.0f}", kLowestGate));
-  add_progress(command, &options->wants_progress);
+  add_result_files(commands, command, kHasSubtitles);
   add_root(command, &options->root);
 }
 
@@ -546,7 +583,6 @@ void add_eval(const Commands& commands) {
          "false_alarm_rate<=0.01, ... May be given several times")
       ->allow_extra_args(false)
       ->check(must_be<Requirement>("NAME>=NUMBER or NAME<=NUMBER"));
-  add_progress(command, &settings->wants_progress);
   add_root(command, &settings->root);
 }
 
@@ -572,18 +608,25 @@ CommandLine parse(int argc, char** argv) {
                        fmt::format("kelnn {}.{}.{}", KEL_NN_VERSION_MAJOR, KEL_NN_VERSION_MINOR,
                                    KEL_NN_VERSION_PATCH),
                        "Print the version and exit");
-  app.add_flag("--json", line.wants_json, "Print the result as JSON");
-  app.add_flag("-v,--verbose", line.is_verbose,
+  app.add_flag("--json", line.report.wants_json, "Print the result as JSON");
+  app.add_flag("-v,--verbose", line.report.is_verbose,
                "Show what the library says while all is well, too, on standard error");
+  app.add_flag("-q,--quiet", line.report.is_quiet,
+               "No text, progress or summary; errors and what --json and files get stay");
+  app.add_flag(
+      "--progress", line.report.wants_progress,
+      "Show on standard error how far it is, and a summary, also when that is no terminal");
   app.footer(
       "kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly,\n"
       "130 interrupted (SIGINT), 143 ended (SIGTERM): no file is left half written.");
   for (const auto add : {add_model_files, add_cut_outs, add_eval, add_detectors, add_motion,
                          add_watch, add_cry, add_features}) {
-    add({&app, &line.command});
+    add({&app, &line.command, &line.report.files});
   }
   add_hidden(&app, "--print-manual", manual_page);
-  add_hidden(&app, "--print-completion", completion);
+  add_hidden(&app, "--print-bash-completion", bash_completion);
+  add_hidden(&app, "--print-zsh-completion", zsh_completion);
+  add_hidden(&app, "--print-fish-completion", fish_completion);
   std::string problem;
   bool wrote_nothing = false;
   try {

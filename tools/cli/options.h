@@ -12,7 +12,7 @@ enum ExitCode { kFine = 0, kFailed = 1, kBadUsage = 2 };
 
 struct CommandLine {
   std::function<bool(Reporter*)> command;  // none: nothing is left to do
-  bool wants_json = false, is_verbose = false;
+  ReportOptions report;
   int exit_code = kFine;  // without a command: help was wanted, or the call was wrong and told so
 };
 CommandLine parse(int argc, char** argv);

@@ -5,6 +5,7 @@
 #include <fmt/args.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -14,6 +15,7 @@
 
 #include "files.h"
 #include "library_call.h"
+#include "progress_bar.h"
 
 namespace kelnn_cli {
 namespace {
@@ -79,17 +81,14 @@ void ResultOutput::write(const std::string& text) {
   }
 }
 
-Reporter::Reporter(bool wants_json, bool is_verbose)
-    : wants_json_(wants_json), is_verbose_(is_verbose) {
-  library_lines_.emplace();
-}
+Reporter::Reporter(const ReportOptions& options) : options_(options) { library_lines_.emplace(); }
 
 Reporter::~Reporter() {
-  if (is_verbose_) show_library_lines();
+  if (options_.is_verbose) show_library_lines();
 }
 
 void Reporter::forget_library_lines() {
-  if (is_verbose_) return show_library_lines();
+  if (options_.is_verbose) return show_library_lines();
   library_lines_.reset();  // before there is another one
   library_lines_.emplace();
 }
@@ -102,17 +101,63 @@ void Reporter::show_library_lines() {
   library_lines_.emplace();
 }
 
-void Reporter::report(const Json& result, const Text& text) {
-  if (is_verbose_) show_library_lines();
-  output_.write(wants_json_ ? dumped(result, true) + "\n" : text(result));
+void Reporter::begin(const ResultKind& kind) {
+  const ResultPaths& paths = options_.files;
+  const std::vector<std::string> all = {paths.csv, paths.coco, paths.vtt};
+  const auto printed = std::count_if(all.begin(), all.end(), [](const std::string& path) {
+    return path == "-" || (!path.empty() && is_standard_output(path));
+  });
+  if (printed + options_.wants_json > 1) {
+    throw UsageError("standard output takes one of --json, --csv, --coco and --vtt");
+  }
+  prints_ = printed == 0;
+  files_ = make_result_files(paths, kind);
 }
 
-void Reporter::report_one(const Json& result, const Text& text) {
-  if (is_verbose_) show_library_lines();
-  output_.write(wants_json_ ? dumped(result) + "\n" : text(result));
+void Reporter::add(const Work& work) {
+  work_.frames += work.frames;
+  work_.reading += work.reading;
+  work_.writing += work.writing;
 }
 
-void Reporter::complain(const std::string& message) { fmt::print(stderr, "kelnn: {}\n", message); }
+void Reporter::finish() {
+  for (const auto& file : files_) file->finish();
+  const bool is_wanted = options_.wants_progress || (work_.frames > 1 && isatty(STDERR_FILENO));
+  if (is_wanted && work_.frames > 0 && !options_.is_quiet) sum_up();
+}
+
+void Reporter::sum_up() const {
+  const std::chrono::duration<double> all = std::chrono::steady_clock::now() - start_;
+  const auto part = [&all](double seconds) { return 100 * seconds / all.count(); };
+  const double reading = part(work_.reading), writing = part(work_.writing);
+  ProgressBar::hide();
+  fmt::print(stderr,
+             "kelnn: {} frames, {} found, {:.1f} frames/s; {:.1f} s: reading {:.0f} %, finding "
+             "{:.0f} %, writing {:.0f} %\n",
+             work_.frames, found_, static_cast<double>(work_.frames) / all.count(), all.count(),
+             reading, 100 - reading - writing, writing);
+}
+
+void Reporter::write(const Json& result, const Text& text, bool is_only_one) {
+  if (options_.is_verbose) show_library_lines();
+  for (const auto& file : files_) file->add(result);
+  found_ += result.contains("motion") && result["motion"] == true;
+  for (const char* list : {"boxes", "persons", "faces"}) {
+    if (result.contains(list)) found_ += static_cast<int64_t>(result[list].size());
+  }
+  ProgressBar::hide();
+  if (!prints_ || (options_.is_quiet && !options_.wants_json)) return;
+  output_.write(options_.wants_json ? dumped(result, is_only_one) + "\n" : text(result));
+}
+
+void Reporter::report(const Json& result, const Text& text) { write(result, text, true); }
+
+void Reporter::report_one(const Json& result, const Text& text) { write(result, text, false); }
+
+void Reporter::complain(const std::string& message) {
+  ProgressBar::hide();
+  fmt::print(stderr, "kelnn: {}\n", message);
+}
 
 void Reporter::complain(const std::exception& error) {
   const auto* of_library = dynamic_cast<const kel_nn::Error*>(&error);
@@ -121,7 +166,7 @@ void Reporter::complain(const std::exception& error) {
     return forget_library_lines();
   }
   const std::string message = of_library ? explanation(*of_library) : error.what();
-  if (is_verbose_ || library_lines_->errors() > 0) show_library_lines();
+  if (options_.is_verbose || library_lines_->errors() > 0) show_library_lines();
   complain(message);
 }
 
@@ -151,7 +196,10 @@ InputSettings told(const InputSettings& settings, Reporter* reporter) {
 bool for_each_input(const std::vector<std::string>& inputs, Reporter* reporter,
                     const std::function<void(const std::string&)>& work) {
   bool ok = true;
+  ProgressBar progress("inputs", static_cast<int64_t>(inputs.size()), "inputs");
+  int64_t done = 0;
   for (const std::string& input : inputs) {
+    if (done++ > 0) progress.show(done - 1);
     if (interruption()) {
       reporter->complain(fmt::format("interrupted before {}", input));
       break;

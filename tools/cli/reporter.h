@@ -2,6 +2,7 @@
 // Where a command's results and complaints go, and Ctrl-C, which asks it to end.
 #pragma once
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "input_settings.h"
 #include "kel_nn.hpp"
 #include "report.h"
+#include "result_file.h"
 
 namespace kelnn_cli {
 
@@ -37,11 +39,29 @@ class ResultOutput {
   int descriptor_;
 };
 
+// What is told, and where.
+struct ReportOptions {
+  bool wants_json = false, is_verbose = false, is_quiet = false, wants_progress = false;
+  ResultPaths files;
+};
+
+// What was done with frames, and seconds that went into parts of it.
+struct Work {
+  int64_t frames = 0;
+  double reading = 0, writing = 0;
+};
+
 // Holds back what the library prints until something fails; `is_verbose`: until the next word of the command's own.
 class Reporter {
  public:
-  Reporter(bool wants_json, bool is_verbose);
+  explicit Reporter(const ReportOptions& options);
   ~Reporter();
+
+  // Before the first result: what it is going to be. A UsageError when a file would take the place of an input.
+  void begin(const ResultKind& kind);
+  void add(const Work& work);
+  // After the last one. Without it none of the files appears. Sums up.
+  void finish();
 
   // All that a command has to say.
   void report(const Json& result, const Text& text);
@@ -55,8 +75,16 @@ class Reporter {
  private:
   void show_library_lines();
 
-  bool wants_json_, is_verbose_;
+  void sum_up() const;
+  void write(const Json& result, const Text& text, bool is_only_one);
+
+  ReportOptions options_;
+  bool prints_ = true;  // false: a file goes to standard output
+  Work work_;
+  int64_t found_ = 0;  // boxes and periods with motion
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   ResultOutput output_;
+  std::vector<std::unique_ptr<ResultFile>> files_;
   std::optional<kel_nn::Messages> library_lines_;  // there is always one
   std::set<std::string> unusable_models_;          // tasks
 };

@@ -67,8 +67,7 @@ std::vector<DetectedPicture> look_at(const EvaluationSettings& settings,
                                      const std::vector<LabelledPicture>& pictures) {
   const kel_nn::Library library(settings.root);
   std::optional<Task> task;
-  ProgressBar progress(settings.task, static_cast<int64_t>(pictures.size()), "files",
-                       settings.wants_progress);
+  ProgressBar progress(settings.task, static_cast<int64_t>(pictures.size()), "files");
   int64_t done = 0;
   std::vector<DetectedPicture> found(pictures.size());
   std::vector<size_t> left(pictures.size());

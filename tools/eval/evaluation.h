@@ -20,7 +20,6 @@ namespace kelnn_cli {
 struct EvaluationSettings {
   std::string task, root, data;
   std::string drawings;  // where to draw the worst pictures; none: nowhere
-  bool wants_progress = false;
 };
 
 constexpr size_t kMaxDrawings = 50;
@@ -42,11 +41,10 @@ Evaluation evaluate_cry(const EvaluationSettings& settings);
 
 // ----- What several of them need -----------------------------------------------------------------
 
-// Looks at each file; fewer are done before a bar is read.
+// Looks at each file.
 template <typename Files, typename Look>
 void for_each_file(const EvaluationSettings& settings, const Files& files, const Look& look) {
-  ProgressBar bar(settings.task, static_cast<int64_t>(files.size()), "files",
-                  settings.wants_progress);
+  ProgressBar bar(settings.task, static_cast<int64_t>(files.size()), "files");
   int64_t done = 0;
   for (const auto& file : files) {
     look(file);

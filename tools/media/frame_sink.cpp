@@ -15,7 +15,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr VideoFormat kVideoFormats[] = {{".avi", "mjpeg"}, {".mp4", "mpeg4"}};
+// Browsers play the first two. H.264 takes no odd sizes, VP9 does.
+constexpr VideoFormat kVideoFormats[] = {{".mp4", "libx264 libopenh264 libvpx-vp9 mpeg4"},
+                                         {".webm", "libvpx-vp9 libvpx"},
+                                         {".avi", "mjpeg"}};
 
 const VideoFormat* video_format(const std::string& path) {
   for (const VideoFormat& format : kVideoFormats) {
@@ -46,7 +49,7 @@ class VideoSink : public FrameSink {
  public:
   VideoSink(const std::string& path, double frames_per_second)
       : path_(path), format_(video_format(path)), frames_per_second_(frames_per_second) {
-    if (!format_) throw Failure(path + ": videos are written as .avi or .mp4");
+    if (!format_) throw Failure(path + ": videos are written as .mp4, .webm or .avi");
   }
   void write(const cv::Mat& bgr) override {
     if (!encoder_) {
@@ -70,11 +73,13 @@ class VideoSink : public FrameSink {
 };
 
 // The input's own name, with an extension that can be written.
-std::string file_name_for(const std::string& input, FrameSource::Kind kind) {
-  std::string name = fs::path(input).filename();
-  std::replace(name.begin(), name.end(), ':', '-');  // camera:0
-  if (kind == FrameSource::Kind::kPicture) return is_picture_name(name) ? name : name + ".png";
-  return video_format(name) ? name : name + ".avi";
+std::string picture_name(const std::string& input) {
+  const std::string name = base_name(input);
+  return is_picture_name(name) ? name : name + ".png";
+}
+std::string video_name(const std::string& input) {
+  const std::string name = base_name(input);
+  return video_format(name) ? name : name + kVideoFormats[0].extension;
 }
 
 }  // namespace
@@ -87,47 +92,56 @@ std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per
   return std::make_unique<VideoSink>(path, frames_per_second);
 }
 
-DrawingTarget::DrawingTarget(const std::string& out, const std::vector<std::string>& inputs)
+std::string base_name(const std::string& input) {
+  std::string name = fs::path(input).filename();
+  std::replace(name.begin(), name.end(), ':', '-');  // camera:0
+  return name.empty() ? "stream" : name;             // rtsp://camera/
+}
+
+OutputNames::OutputNames(const std::string& option, const std::string& out,
+                         const std::vector<std::string>& inputs, const std::vector<Name>& names)
     : out_(out) {
+  if (out.empty()) return;
   std::error_code error;
   const bool is_new_name = !fs::exists(out, error) && extension_of(out).empty();
-  is_directory_ = !out.empty() && (out.back() == '/' || fs::is_directory(out, error) ||
-                                   (inputs.size() > 1 && is_new_name));
-  if (!out.empty() && inputs.size() > 1 && !is_directory_) {
-    throw UsageError("--draw " + out + ": of several inputs, drawings go to a directory");
+  is_directory_ = out.back() == '/' || fs::is_directory(out, error) ||
+                  (inputs.size() > 1 && is_new_name && out != "-");
+  if (inputs.size() > 1 && !is_directory_) {
+    throw UsageError(option + " " + out + ": of several inputs, outputs go to a directory");
   }
   std::vector<std::string> outputs;
   for (const std::string& input : inputs) {
-    for (const auto kind : {FrameSource::Kind::kPicture, FrameSource::Kind::kVideo}) {
-      if (!out.empty()) outputs.push_back(path_for(input, kind));
-    }
+    for (const Name& name : names) outputs.push_back(path_for(input, name));
   }
   check_outputs(outputs, inputs);
 }
 
-std::string DrawingTarget::path_for(const std::string& input, FrameSource::Kind kind) const {
-  return is_directory_ ? (fs::path(out_) / file_name_for(input, kind)).string() : out_;
+std::string OutputNames::path_for(const std::string& input, const Name& name) const {
+  return is_directory_ ? (fs::path(out_) / name(input)).string() : out_;
 }
 
-std::string DrawingTarget::claim(const std::string& input, FrameSource::Kind kind) {
-  const std::string path = path_for(input, kind);
-  if (std::find(written_.begin(), written_.end(), path) != written_.end()) {
-    throw Failure(input + ": the drawing of another input has the name " + path + " already");
+std::string OutputNames::claim(const std::string& input, const Name& name) {
+  const std::string path = path_for(input, name);
+  if (std::find(claimed_.begin(), claimed_.end(), path) != claimed_.end()) {
+    throw Failure(input + ": the output of another input has the name " + path + " already");
   }
-  written_.push_back(path);
+  claimed_.push_back(path);
   return path;
 }
+
+DrawingTarget::DrawingTarget(const std::string& out, const std::vector<std::string>& inputs)
+    : outputs_("--draw", out, inputs, {picture_name, video_name}), is_wanted_(!out.empty()) {}
 
 std::unique_ptr<FrameSink> DrawingTarget::open(const std::string& input, const FrameSource& source,
                                                int step) {
   if (source.kind() == FrameSource::Kind::kPicture) return open_picture(input);
-  if (out_.empty()) return nullptr;
-  return make_video(claim(input, source.kind()), std::max(source.frames_per_second() / step, 1.0));
+  if (!is_wanted_) return nullptr;
+  return make_video(outputs_.claim(input, video_name),
+                    std::max(source.frames_per_second() / step, 1.0));
 }
 
 std::unique_ptr<FrameSink> DrawingTarget::open_picture(const std::string& input) {
-  if (out_.empty()) return nullptr;
-  return make_picture(claim(input, FrameSource::Kind::kPicture));
+  return is_wanted_ ? make_picture(outputs_.claim(input, picture_name)) : nullptr;
 }
 
 }  // namespace kelnn_cli

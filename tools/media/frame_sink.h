@@ -2,6 +2,7 @@
 // Writes frames to picture files and video files; which of them, a name's extension says.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <string>
@@ -22,20 +23,42 @@ class FrameSink {
 
 struct VideoFormat {
   const char* extension;
-  const char* encoder;  // FFmpeg's name of it
+  const char* encoders;  // FFmpeg's names, the preferred first, with spaces between them
 };
+
+// What the input is called, where it may stand in a file's name.
+std::string base_name(const std::string& input);
 
 // One frame, in any format that can be written.
 std::unique_ptr<FrameSink> make_picture(const std::string& path);
 
-// .avi (motion JPEG) or .mp4 (MPEG-4).
+// .mp4 and .webm, which browsers play, or .avi; a Failure for another extension.
 std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per_second);
 
-// Which file the frames of each input go to when a command is given --draw OUT.
+// Which file each input's output goes to when a command is given an option like --draw OUT.
+class OutputNames {
+ public:
+  using Name = std::function<std::string(const std::string& input)>;  // in a directory
+
+  // `out` is a file for a single input, and a directory for several; none: nothing is written. A UsageError when an
+  // output, by whichever of its names, would take the place of an input.
+  OutputNames(const std::string& option, const std::string& out,
+              const std::vector<std::string>& inputs, const std::vector<Name>& names);
+
+  // The path that is the input's from now on; a Failure when it is another's already.
+  std::string claim(const std::string& input, const Name& name);
+
+ private:
+  std::string path_for(const std::string& input, const Name& name) const;
+
+  std::string out_;
+  bool is_directory_ = false;
+  std::vector<std::string> claimed_;
+};
+
+// Where frames go with --draw OUT.
 class DrawingTarget {
  public:
-  // `out` is a file for a single input, and a directory for several. None: nothing is drawn. A UsageError when a drawing
-  // would take the place of an input.
   DrawingTarget(const std::string& out, const std::vector<std::string>& inputs);
 
   // Null when nothing is drawn. `step`: every how many of the source's frames one is written.
@@ -43,12 +66,8 @@ class DrawingTarget {
   std::unique_ptr<FrameSink> open_picture(const std::string& input);
 
  private:
-  std::string path_for(const std::string& input, FrameSource::Kind kind) const;
-  std::string claim(const std::string& input, FrameSource::Kind kind);
-
-  std::string out_;
-  bool is_directory_ = false;
-  std::vector<std::string> written_;
+  OutputNames outputs_;
+  bool is_wanted_;
 };
 
 }  // namespace kelnn_cli

@@ -63,8 +63,9 @@ class VideoReader : public FrameSource {
       first_stamp_ = is_sought_ ? stream.start_time : stamp;
     }
     const bool is_stamped = stamp != AV_NOPTS_VALUE && stamp > first_stamp_;
+    const AVRational tick = stream.time_base;  // multiplied first, 3 tenths are 0.3
     const double since_first =
-        is_stamped ? static_cast<double>(stamp - first_stamp_) * av_q2d(stream.time_base) : 0;
+        is_stamped ? static_cast<double>(stamp - first_stamp_) * tick.num / tick.den : 0;
     if (count_ == 0 && is_sought_) {
       next_ = std::llround(since_first * frames_per_second());
     }
