@@ -98,7 +98,7 @@ class Frames:
 def frame_sources(options):
     """Drawn heads before drawn backgrounds; beside rendered persons, before photographs too; photographs of nobody."""
     drawn = Drawn(TRAINING, seed=options.seed, head_count=500)
-    shares: list = [(0.25, Frames(drawn))]
+    shares: list = [(0.15, Frames(drawn))]
     empty: list = []
     if options.photos:
         empty.append((0.7, Photographs(options.photos, ())))
@@ -108,7 +108,7 @@ def frame_sources(options):
     if options.rendered:
         people.append((0.5, Rendered(options.rendered)))
     if len(people) > 1:
-        shares.append((0.55, Frames(Mixed(people))))
+        shares.append((0.65, Frames(Mixed(people))))
     if empty:
         shares.append((0.2, EmptyFrames(Mixed(empty))))
     return Mixed(shares)

@@ -9,7 +9,7 @@ from models.sources.drawn import faces
 from models.sources.drawn.paint import fill_ellipse, fill_polygon, paste, random_color
 
 
-FIGURES = 0.65  # the share of persons who are whole already, where a source has any
+FIGURES = 0.8  # the share of persons who are whole already, where a source has any
 
 
 def scene(rng, source, width, height, least=14, most=None):

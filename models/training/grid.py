@@ -163,11 +163,11 @@ def loss_of(task, module, image, truths):
 def frame_sources(task, options):
     """Drawn ones; photographs as they are; persons and things of all sources before backgrounds of all."""
     drawn = TrainingStock(500, options.seed)
-    shares: list = [(0.45, ComposedFrames(task, drawn))]
+    shares: list = [(0.3, ComposedFrames(task, drawn))]
     parts: list = [(0.2, drawn)]
     if options.photos:
         photographs = Photographs(options.photos, task.classes)
-        shares.append((0.3, PhotoFrames(photographs.all, task.classes)))
+        shares.append((0.4, PhotoFrames(photographs.all, task.classes)))
         parts.append((0.5, photographs))
     if options.empty:
         empty = Empty(options.empty)
@@ -176,7 +176,7 @@ def frame_sources(task, options):
     if getattr(options, "rendered", None):
         parts.append((0.5, Rendered(options.rendered)))
     if len(parts) > 1:
-        shares.append((0.15, ComposedFrames(task, Mixed(parts))))
+        shares.append((0.2, ComposedFrames(task, Mixed(parts))))
     return Mixed(shares)
 
 

@@ -112,3 +112,20 @@ def start_from(module, path, input_shape):
             if bias:
                 layer.bias.copy_(bias[0])
     check_values(module, path, sample)
+
+
+def renormalise(module, images):
+    """Normalisations that were folded away normalise again, by what they see in these images; what comes out stays the same."""
+    def take_over(layer, inputs):
+        seen = inputs[0].detach().float()
+        mean, variance = seen.mean((0, 2, 3)), seen.var((0, 2, 3), unbiased=False)
+        layer.bias.add_((mean - layer.running_mean) * layer.weight / torch.sqrt(layer.running_var + layer.eps))
+        layer.weight.mul_(torch.sqrt((variance + layer.eps) / (layer.running_var + layer.eps)))
+        layer.running_mean.copy_(mean)
+        layer.running_var.copy_(variance)
+
+    hooks = [layer.register_forward_pre_hook(take_over) for layer in module.modules() if isinstance(layer, nn.BatchNorm2d)]
+    with torch.no_grad():
+        module.eval()(images)
+    for hook in hooks:
+        hook.remove()

@@ -64,6 +64,7 @@ def parse(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> argparse
     parser.add_argument("--quick", action="store_true", help="40 steps, to see that everything works; the result is no good")
     parser.add_argument("--steps", type=int, default=recipe.phases[0].steps)
     parser.add_argument("--batch", type=int, default=recipe.batch)
+    parser.add_argument("--rate", type=float, metavar="X", help="of learning, at its height (default: the network's own)")
     parser.add_argument("--seed", type=int, default=recipe.seed)
     parser.add_argument("--device", default="cpu", help="cpu or cuda")
     parser.add_argument("--threads", type=int, default=os.cpu_count())
@@ -80,13 +81,13 @@ def multiplies_bfloat16() -> bool:
 
 def fit(module: Any, batches: Any, phase: Phase, steps: int, options: argparse.Namespace, is_halved: bool) -> Any:
     """The module with the mean of the weights of the last steps, which is less noisy than any of them."""
-    rate = phase.rate / 4 if options.start else phase.rate
+    rate = options.rate or (phase.rate / 4 if options.start else phase.rate)
     learned = [weight for weight in module.parameters() if weight.requires_grad]
     optimizer = torch.optim.AdamW(learned, lr=rate, weight_decay=1e-3)
     schedule = torch.optim.lr_scheduler.OneCycleLR(optimizer, rate, total_steps=steps + 1, pct_start=0.1)
     average = torch.optim.swa_utils.AveragedModel(
         module, avg_fn=lambda mean, new, n: mean + (new - mean) * max(0.005, 10 / (int(n) + 10)), use_buffers=True)
-    module.train(not (phase.keeps_normalisations or options.start))
+    module.train(not phase.keeps_normalisations)
     recent, start = math.nan, time.monotonic()
     told = start
     for step, batch in zip(range(1, steps + 1), batches):
@@ -117,20 +118,28 @@ def run(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> None:
     try:
         if options.start:
             onnx_files.start_from(module, options.start, next(iter(recipe.shapes.values())))
-            kept = {name: weight.clone() for name, weight in module.state_dict().items()}
         batches = iter(torch.utils.data.DataLoader(Batches(recipe, options), batch_size=None, num_workers=options.workers))
+        if options.start:
+            onnx_files.renormalise(module, next(batches)[0])
         is_halved = recipe.is_halved and (options.device != "cpu" or multiplies_bfloat16())
         module = module.to(options.device, memory_format=torch.channels_last if is_halved else torch.contiguous_format)
         for phase in recipe.phases:
             steps = max(1, phase.steps * options.steps // recipe.phases[0].steps)
             module = fit(module, batches, phase, steps, options, is_halved)
-        if options.start and options.keep:
-            with torch.no_grad():
-                for name, weight in module.state_dict().items():
-                    if weight.is_floating_point():
-                        weight.lerp_(kept[name].to(weight.device), options.keep)
     except (table.Invalid, OSError) as error:
         sys.exit(str(error))
     options.out.mkdir(parents=True, exist_ok=True)
+    export(recipe, options, module.to("cpu"))
+    if options.start and options.keep:
+        ends = [recipe.network(), recipe.network()]  # with all normalisations folded away
+        for end, path in zip(ends, (options.out / f"{next(iter(recipe.shapes))}.onnx", options.start)):
+            onnx_files.start_from(end, path, next(iter(recipe.shapes.values())))
+        with torch.no_grad():
+            for weight, kept in zip(*(end.parameters() for end in ends)):
+                weight.lerp_(kept, options.keep)
+        export(recipe, options, ends[0])
+
+
+def export(recipe: Recipe, options: argparse.Namespace, module: Any) -> None:
     for name, shape in recipe.shapes.items():
-        onnx_files.export(module.to("cpu"), str(options.out / f"{name}.onnx"), shape, recipe.outputs)
+        onnx_files.export(module, str(options.out / f"{name}.onnx"), shape, recipe.outputs)

@@ -84,6 +84,18 @@ def test_what_is_kept_of_the_network_to_start_from(made, tmp_path):
     assert np.allclose(away[2], 0, atol=1e-6) and np.allclose(away[1], away[0] / 2, atol=1e-5) and np.abs(away[0]).max() > 1e-4
 
 
+def test_a_network_that_normalises_again_computes_the_same():
+    recipe = importlib.import_module("models.person_detection.train").RECIPE
+    module, images = recipe.network(), torch.randn(4, 3, 128, 128, generator=torch.Generator().manual_seed(1)) * 50
+    run.onnx_files.start_from(module, str(network_of("person_detection")), recipe.shapes["square"])
+    with torch.no_grad():
+        expected = module.eval()(images)
+        run.onnx_files.renormalise(module, images)
+        for found in (module.eval()(images), module.train()(images)):  # by what was seen, by what is seen
+            assert all(torch.allclose(a, b, rtol=1e-3, atol=1e-3) for a, b in zip(expected, found))
+        assert torch.allclose(expected[0], module(images / 2)[0], atol=0.1)  # in another light too, since it normalises
+
+
 def test_the_same_seed_gives_the_same_batches_and_another_one_others(made):
     recipe = importlib.import_module("models.face_landmarks.train").RECIPE
 
