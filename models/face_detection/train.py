@@ -24,6 +24,7 @@ from models.training.run import Phase, Recipe, run
 WIDTH, HEIGHT = FACE_SIZE
 # Shapes of frames: each is scaled to the input without keeping its aspect, and the faces with it.
 FRAMES = ((320, 240), (384, 216), (280, 280), (240, 320), (216, 384))
+RAISED = 0.5  # so much higher is the score of a face than the logarithm of its odds: calibrated for the library's 0.8
 MATCH, IGNORE = 0.45, 0.35  # overlap of an anchor with a face: from here on it is one; below, it is background
 ANCHORS = face_anchors()
 CORNERS = numpy.concatenate([ANCHORS[:, :2] - ANCHORS[:, 2:] / 2, ANCHORS[:, :2] + ANCHORS[:, 2:] / 2], 1)
@@ -75,6 +76,7 @@ def flat(maps, values):
 def loss_of(module, image, labels, wanted):
     outputs = module(image)
     scores, regressions = flat(outputs[0::2], 2), flat(outputs[1::2], 4)
+    scores = torch.stack([scores[..., 0], scores[..., 1] - RAISED], -1)
     is_face = labels == 1
     face_count = is_face.sum().clamp(min=1)
     entropy = functional.cross_entropy(scores.permute(0, 2, 1), labels.clamp(min=0), reduction="none")

@@ -8,7 +8,7 @@ from models.training import grid
 from models.training.run import run
 
 ANCHORS = torch.tensor(PERSON_ANCHORS, dtype=torch.float32)
-RECIPE = grid.recipe("person_detection", grid.Task(ANCHORS, 6, ("person",), compose.person_things), seed=11)
+RECIPE = grid.recipe("person_detection", grid.Task(ANCHORS, 6, ("person",), compose.person_things, margin=0.5), seed=11)
 
 if __name__ == "__main__":
     run(RECIPE)
