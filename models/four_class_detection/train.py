@@ -9,7 +9,7 @@ from models.training import grid
 from models.training.run import run
 
 ANCHORS = torch.tensor(FOUR_CLASS_ANCHORS, dtype=torch.float32)
-RECIPE = grid.recipe("four_class_detection", grid.Task(ANCHORS, 9, KINDS, compose.object_things), seed=12)
+RECIPE = grid.recipe("four_class_detection", grid.Task(ANCHORS, 9, KINDS, compose.object_things, margin=0.6), seed=12)
 
 if __name__ == "__main__":
     run(RECIPE)

@@ -114,8 +114,8 @@ def start_from(module, path, input_shape):
     check_values(module, path, sample)
 
 
-def renormalise(module, images):
-    """Normalisations that were folded away normalise again, by what they see in these images; what comes out stays the same."""
+def renormalise(module, look):
+    """Normalisations that were folded away normalise again, by what they see while look() runs; what comes out stays the same."""
     def take_over(layer, inputs):
         seen = inputs[0].detach().float()
         mean, variance = seen.mean((0, 2, 3)), seen.var((0, 2, 3), unbiased=False)
@@ -125,7 +125,8 @@ def renormalise(module, images):
         layer.running_var.copy_(variance)
 
     hooks = [layer.register_forward_pre_hook(take_over) for layer in module.modules() if isinstance(layer, nn.BatchNorm2d)]
+    module.eval()
     with torch.no_grad():
-        module.eval()(images)
+        look()
     for hook in hooks:
         hook.remove()

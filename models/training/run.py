@@ -120,7 +120,7 @@ def run(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> None:
             onnx_files.start_from(module, options.start, next(iter(recipe.shapes.values())))
         batches = iter(torch.utils.data.DataLoader(Batches(recipe, options), batch_size=None, num_workers=options.workers))
         if options.start:
-            onnx_files.renormalise(module, next(batches)[0])
+            onnx_files.renormalise(module, functools.partial(recipe.phases[0].loss, module, *next(batches)))
         is_halved = recipe.is_halved and (options.device != "cpu" or multiplies_bfloat16())
         module = module.to(options.device, memory_format=torch.channels_last if is_halved else torch.contiguous_format)
         for phase in recipe.phases:
