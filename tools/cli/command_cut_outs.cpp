@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "drawing.h"
+#include "face_extractor.h"
 #include "frames.h"
 #include "library_call.h"
 
@@ -30,9 +31,11 @@ auto found_in_part(const Part& part, Task* task) {
   return task->of(frame_of(part.picture), rect_of(part.rect));
 }
 
+using Place = std::function<cv::Rect(const std::string& path, const cv::Mat&, const Box&)>;
+
 // `found`: the columns of what is found.
 bool for_each_part(const CutOutOptions& options, const std::string& found, Reporter* reporter,
-                   const std::function<void(const Part&)>& look) {
+                   const std::function<void(const Part&)>& look, const Place& place = chosen_part) {
   const std::vector<std::string> pictures = listed(options.pictures, InputKind::kPictures, false);
   DrawingTarget drawings(options.out, pictures);
   reporter->begin({"input,x,y,w,h," + found, pictures, {}});
@@ -44,7 +47,7 @@ bool for_each_part(const CutOutOptions& options, const std::string& found, Repor
     const std::unique_ptr<FrameSink> sink = drawings.open_picture(path);
     cv::Mat drawing = sink ? picture.clone() : cv::Mat();
     for (const Box& box : boxes) {
-      look({path, picture, chosen_part(path, picture, box), is_only_one, &drawing});
+      look({path, picture, place(path, picture, box), is_only_one, &drawing});
     }
     if (!sink) return;
     sink->write(drawing);
@@ -106,11 +109,15 @@ bool landmarks(const CutOutOptions& options, Reporter* reporter) {
 }
 
 bool feature(const CutOutOptions& options, Reporter* reporter) {
-  kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
-  return for_each_part(options, "feature", reporter, [&](const Part& part) {
-    const kel_nn::Feature found = found_in_part(part, &task);
-    report(part, {{"feature", found}}, feature_text, reporter);
-  });
+  FaceExtractor faces(options.root, options.is_ready, told(options.input, reporter).tell);
+  return for_each_part(
+      options, "aligned,feature", reporter,
+      [&](const Part& part) {
+        const ExtractedFeature found = faces.of(part.picture, part.rect);
+        report(part, {{"aligned", found.is_aligned}, {"feature", found.values}}, feature_text,
+               reporter);
+      },
+      [&](const auto&... where) { return faces.place(where...); });
 }
 
 bool classify_face(const CutOutOptions& options, Reporter* reporter) {
@@ -131,16 +138,20 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter) {
 }
 
 bool compare(const CompareOptions& options, Reporter* reporter) {
-  reporter->begin({"a,b,similarity", {options.picture_a, options.picture_b}, {}});
+  reporter->begin({"a,b,aligned,similarity", {options.picture_a, options.picture_b}, {}});
   const InputSettings settings = told(options.input, reporter);
   const cv::Mat picture_a = load_picture(options.picture_a, settings);
   const cv::Mat picture_b = load_picture(options.picture_b, settings);
-  const cv::Rect face_a = chosen_part(options.picture_a, picture_a, options.box_a);
-  const cv::Rect face_b = chosen_part(options.picture_b, picture_b, options.box_b);
-  kel_nn::FaceFeatures task{kel_nn::Library(options.root)};
-  const float similarity = kel_nn::similarity(task.of(frame_of(picture_a), rect_of(face_a)),
-                                              task.of(frame_of(picture_b), rect_of(face_b)));
-  reporter->report({{"a", options.picture_a}, {"b", options.picture_b}, {"similarity", similarity}},
+  FaceExtractor faces(options.root, options.is_ready, settings.tell);
+  const auto extract = [&](const std::string& path, const cv::Mat& picture, const Box& box) {
+    return faces.of(picture, faces.place(path, picture, box));
+  };
+  const ExtractedFeature a = extract(options.picture_a, picture_a, options.box_a);
+  const ExtractedFeature b = extract(options.picture_b, picture_b, options.box_b);
+  reporter->report({{"a", options.picture_a},
+                    {"b", options.picture_b},
+                    {"aligned", a.is_aligned && b.is_aligned},
+                    {"similarity", kel_nn::similarity(a.values, b.values)}},
                    line("{similarity:.6f}\n"));
   return true;
 }

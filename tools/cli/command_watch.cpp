@@ -26,7 +26,10 @@ Json face_json(const WatchedFace& face) {
     json["points"] = points_json(face.landmarks->points);
     json["pose"] = face.landmarks->pose;
   }
-  if (face.features) json["feature"] = *face.features;
+  if (face.features) {
+    json["feature"] = face.features->values;
+    json["aligned"] = face.features->is_aligned;
+  }
   return json;
 }
 

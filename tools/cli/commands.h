@@ -49,6 +49,7 @@ struct CutOutOptions {
   InputSettings input;
   std::vector<Box> boxes;  // of each picture; none: its centre square
   std::string root, out;
+  bool is_ready = false;  // feature: the pictures are crops as its network wants them
 };
 bool landmarks(const CutOutOptions& options, Reporter* reporter);
 bool feature(const CutOutOptions& options, Reporter* reporter);
@@ -58,6 +59,7 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter);
 struct CompareOptions {
   std::string picture_a, picture_b, root;
   Box box_a, box_b;
+  bool is_ready = false;
   InputSettings input;
 };
 bool compare(const CompareOptions& options, Reporter* reporter);

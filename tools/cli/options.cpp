@@ -330,12 +330,27 @@ void add_model_files(const Commands& commands) {
 
 // ----- Cut-outs of pictures
 
-CLI::App* add_cut_out(const Commands& commands, bool (*run)(const CutOutOptions&, Reporter*),
-                      const char* name, const std::string& help, bool can_draw = false) {
+constexpr char kCentreSquare[] =
+    "\nOf each picture the centre square is taken, or each box, and scaled to 112 x 112.\n";
+constexpr char kAlignedFaces[] =
+    "\nThe surest face of a picture is found, or each box taken, its landmarks are found, and it "
+    "is\n"
+    "turned and scaled by them to 112 x 112: aligned. --aligned takes what is ready.\n";
+
+void add_aligned(CLI::App* command, bool* is_ready) {
+  command->add_flag("--aligned", *is_ready,
+                    "The pictures are crops as the network wants them, or have them in their\n"
+                    "centre square or in the boxes");
+}
+
+std::pair<CLI::App*, CutOutOptions*> add_cut_out(const Commands& commands,
+                                                 bool (*run)(const CutOutOptions&, Reporter*),
+                                                 const char* name, const std::string& help,
+                                                 const char* taken = kCentreSquare,
+                                                 bool can_draw = false) {
   const auto [command, options] = commands.add(
       run, name,
-      help +
-          "\nOf each picture the centre square is taken, or each box, and scaled to 112 x 112.\n"
+      help + taken +
           "A picture that cannot be read is complained about, the others are still done, and\n"
           "the exit code is 1. With --json an object a line where there are several.");
   add_inputs(command, "picture", &options->pictures, "FILE",
@@ -351,19 +366,20 @@ CLI::App* add_cut_out(const Commands& commands, bool (*run)(const CutOutOptions&
   }
   add_result_files(commands, command, kNoSubtitles);
   add_root(command, &options->root);
-  return command;
+  return {command, options};
 }
 
 void add_cut_outs(const Commands& commands) {
   const auto [command, options] = commands.add(
       compare, "compare",
-      "Prints how alike two faces are: 1 is the most, -1 the least.\n"
-      "From which value on they are the same person depends on the model. Of each picture the\n"
-      "centre square is taken, or the box, and scaled to 112 x 112 grey pixels.");
+      std::string("Prints how alike two faces are: 1 is the most, -1 the least.\n"
+                  "From which value on they are the same person depends on the model.") +
+          kAlignedFaces);
   argument(command, "a", &options->picture_a, "FILE", "A picture file");
   argument(command, "b", &options->picture_b, "FILE", "Another one");
   add_box(command, "--box-a", &options->box_a, "Where the face is in the first picture");
   add_box(command, "--box-b", &options->box_b, "Where the face is in the second picture");
+  add_aligned(command, &options->is_ready);
   add_lenient(command, &options->input);
   add_result_files(commands, command, kNoSubtitles);
   add_root(command, &options->root);
@@ -375,9 +391,11 @@ void add_cut_outs(const Commands& commands) {
       "model gives them. If all ten values are from 0 to 1 they are taken for parts of the\n"
       "cut-out, 0 its left or top edge and 1 its right or bottom edge, and pixels of the\n"
       "picture are printed as well.",
-      true);
-  add_cut_out(commands, feature, "feature",
-              "Prints the 256 numbers that stand for a face, one a line.");
+      kCentreSquare, true);
+  const auto [features, of_features] =
+      add_cut_out(commands, feature, "feature",
+                  "Prints the 256 numbers that stand for a face, one a line.", kAlignedFaces);
+  add_aligned(features, &of_features->is_ready);
   add_cut_out(commands, classify_face, "classify-face",
               "Tells which of three classes a face belongs to.\n"
               "Prints the class, 0 to 2, and its score (0 to 1), which does not depend on the\n"

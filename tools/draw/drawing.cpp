@@ -54,11 +54,6 @@ cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
   return drawn;
 }
 
-bool are_parts(const kel_nn::Landmarks& landmarks) {
-  return std::all_of(landmarks.points.begin(), landmarks.points.end(),
-                     [](float value) { return value >= 0 && value <= 1; });
-}
-
 std::vector<cv::Point2d> pixels_of(const kel_nn::Landmarks& landmarks, const cv::Rect& part) {
   std::vector<cv::Point2d> pixels;
   for (size_t i = 0; i < landmarks.points.size(); i += 2) {

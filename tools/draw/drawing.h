@@ -22,8 +22,6 @@ cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
 // ----- Landmarks as places in a picture. What a model's values mean is the model's affair; here they are
 // parts of the cut-out: 0, 0 its top left corner and 1, 1 its bottom right corner.
 
-bool are_parts(const kel_nn::Landmarks& landmarks);  // all from 0 to 1
-
 std::vector<cv::Point2d> pixels_of(const kel_nn::Landmarks& landmarks, const cv::Rect& part);
 
 // Those that lie in the picture, as discs.

@@ -59,7 +59,7 @@ void Watcher::load(cv::Size frame_size) {
 WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {
   WatchedFace face = {place, std::nullopt, std::nullopt};
   if (landmarks_) face.landmarks = landmarks_->of(frame_of(bgr), rect_of(place.box));
-  if (features_) face.features = features_->of(frame_of(bgr), rect_of(place.box));
+  if (features_) face.features = feature_of(bgr, place.box, face.landmarks, &*features_);
   return face;
 }
 

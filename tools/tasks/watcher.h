@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "detection.h"
+#include "face_extractor.h"
 #include "motion.h"
 
 namespace kelnn_cli {
@@ -17,7 +18,7 @@ namespace kelnn_cli {
 struct WatchedFace {
   Detection place;
   std::optional<kel_nn::Landmarks> landmarks;
-  std::optional<kel_nn::Feature> features;  // none: no model
+  std::optional<ExtractedFeature> features;  // none: no model
 };
 
 struct Sighting {

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "face_extractor.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "library_call.h"
+#include "report.h"
+
+namespace kelnn_cli {
+
+bool are_parts(const kel_nn::Landmarks& landmarks) {
+  return std::all_of(landmarks.points.begin(), landmarks.points.end(),
+                     [](float value) { return value >= 0 && value <= 1; });
+}
+
+ExtractedFeature feature_of(const cv::Mat& bgr, const cv::Rect& face,
+                            const std::optional<kel_nn::Landmarks>& landmarks,
+                            kel_nn::FaceFeatures* task) {
+  const kel_nn::Frame frame = frame_of(bgr);
+  if (landmarks && are_parts(*landmarks)) {
+    kel_nn::Image upright({112, 112}, KEL_NN_KIT_GREY);
+    try {
+      upright.align(frame, landmarks->in_frame(frame, rect_of(face)));
+      return {task->of(upright), true};
+    } catch (const kel_nn::Error& error) {
+      if (error.kind() != kel_nn::Error::kFrame) throw;  // else five points that are no face's
+    }
+  }
+  return {task->of(frame, rect_of(face)), false};
+}
+
+FaceExtractor::FaceExtractor(const std::string& root, bool is_ready, const Note& note)
+    : library_(root), is_ready_(is_ready), note_(note), features_(library_) {}
+
+cv::Rect FaceExtractor::place(const std::string& path, const cv::Mat& bgr, const Box& box) {
+  if (is_ready_ || box.width != 0) return chosen_part(path, bgr, box);
+  if (!faces_) faces_.emplace(library_);
+  const std::vector<Detection> found = found_in(bgr, &*faces_);
+  if (found.empty()) {
+    throw Failure(path +
+                  ": no face is found. To do: say where it is with a box, X,Y,WIDTH,HEIGHT; or "
+                  "--aligned, if the picture is a face already");
+  }
+  const cv::Rect& face = found.front().box;
+  const std::string where = fmt::format("{},{},{},{}", face.x, face.y, face.width, face.height);
+  if (found.size() > 1) {
+    note_(fmt::format("{}: {} faces; the surest is taken, {}", path, found.size(), where));
+  }
+  return face;
+}
+
+ExtractedFeature FaceExtractor::of(const cv::Mat& bgr, const cv::Rect& face) {
+  if (is_ready_) return {features_.of(frame_of(bgr), rect_of(face)), true};
+  if (!landmarks_) landmarks_.emplace(library_);
+  return feature_of(bgr, face, landmarks_->of(frame_of(bgr), rect_of(face)), &features_);
+}
+
+}  // namespace kelnn_cli
