@@ -165,7 +165,7 @@ def features(run: Run) -> str:
     check(sum(same) / len(same) > sum(other) / len(other), "faces resemble others as much as themselves")
     words = (f"Face features: 256 numbers a face, and how alike two faces are. {len(set(people))} persons, several pictures "
              f"of each side by side. {right} of {len(pairs)} pairs are told right at {SAME_PERSON}.")
-    return page.section("Who is it?", words, [run.typed("compare", *pictures[:2])], page.matrix(pictures, alike))
+    return page.section("Who is it?", words, [run.typed("compare", "--aligned", *pictures[:2])], page.matrix(pictures, alike))
 
 
 def persons_and_things(run: Run) -> str:

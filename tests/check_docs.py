@@ -186,7 +186,7 @@ class Checker:
         if command and not re.search(rf"^ +{command[0]} ", self.help_of() or "", re.MULTILINE):
             self.complain(f"kelnn has no command {command[0]}")
             return
-        text = self.help_of(*command) or ""
+        text = (self.help_of(*command) or "") + (self.help_of() or "")
         for option in options:
             if not re.search(re.escape(option) + r"(?![\w-])", text):
                 self.complain(f"kelnn {' '.join(command)} has no option {option}")

@@ -15,7 +15,7 @@ const std::string kSample = KEL_NN_TEST_SAMPLE_NETWORK;
 class CommandLine : public CommandTest {
  protected:
   double compare(const std::string& a, const std::string& b) {
-    return std::stod(out("compare " + kPictures + a + " " + kPictures + b));
+    return std::stod(out("compare --aligned " + kPictures + a + " " + kPictures + b));
   }
   // $0 is the program.
   CommandResult shell(const std::string& script) const {
@@ -72,8 +72,9 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
 
       {"feature missing.png", 1, "missing.png: No such file"},
       {"feature text", 1, "text: not a picture"},
-      {"feature good.png --box 64,0,60,10", 1, "outside the picture, which is 64 x 48"},
-      {"feature good.png --box -20,0,20,10", 1, "outside the picture"},
+      {"feature good.png", 1, "good.png: no face is found. To do: say where"},
+      {"feature --aligned good.png --box 64,0,60,10", 1, "outside the picture, which is 64 x 48"},
+      {"feature --aligned good.png --box -20,0,20,10", 1, "outside the picture"},
       {"faces good.png other.png --draw a.png", 2, "outputs go to a directory"},
       {"faces good.png other.png --draw text", 2, "outputs go to a directory"},
       {"faces good.png --draw good.png", 2, "take the place of the input"},
@@ -105,8 +106,9 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
   const CommandResult twins = kelnn("faces good.png other/good.png --draw drawn/");
   EXPECT_EQ(twins.exit_code, 1);
   // What faces prints may begin before the picture; of a directory's name the "/" is left out.
-  Json inside = json("feature good.png --box -20,-3,40,60");
+  Json inside = json("feature --aligned good.png --box -20,-3,40,60");
   inside.erase("feature");
+  inside.erase("aligned");
   EXPECT_EQ(inside, Json({{"input", "good.png"}, {"x", 0}, {"y", 0}, {"w", 20}, {"h", 48}}));
   out("faces good.png other.png --draw several");
   EXPECT_EQ(file_count("several"), 2u);
@@ -424,7 +426,7 @@ TEST_F(CommandLine, KnowsWhereModelsAre) {
     };
     const CommandResult packed = run_there({"pack", "face-features", kSample});
     EXPECT_THAT(packed.out, HasSubstr(at + c.directory + kelnn::kFaceFeatureModel)) << packed.err;
-    EXPECT_EQ(run_there({"feature", face}).exit_code, 0);
+    EXPECT_EQ(run_there({"feature", "--aligned", face}).exit_code, 0);
     const CommandResult other = run_there({"classify-face", face});
     EXPECT_EQ(other.exit_code, 1);
     EXPECT_THAT(run_there({"doctor"}).out, Not(HasSubstr("--root")));
@@ -449,19 +451,19 @@ TEST_F(CommandLine, APictureResemblesItsDistortedCopyMoreThanAnother) {
 }
 
 TEST_F(CommandLine, OnlyTheResultGoesToStandardOutput) {
-  const CommandResult result = kelnn("--json compare " + kPictures + "face_b.png " + kPictures +
+  const CommandResult result = kelnn("--json compare --aligned " + kPictures + "face_b.png " + kPictures +
                                      "both_faces.png --box-b 180,50,120,120");
   ASSERT_EQ(result.exit_code, 0);
   EXPECT_GT(Json::parse(result.out).at("similarity"), 0.95);
   EXPECT_EQ(result.err, "") << "what the library says is held back";
-  const std::string call = "feature " + kPictures + "face_a.png";
+  const std::string call = "feature --aligned " + kPictures + "face_a.png";
   EXPECT_THAT(kelnn(call + " -v").err,
               AllOf(HasSubstr("* KELNN v1.3.19 2023/03/07 *"), Not(HasSubstr("\033"))));
   write("broken/" + std::string(kelnn::kFaceFeatureModel),
         text("models/" + std::string(kelnn::kFaceClassifyModel)));
   EXPECT_THAT(kelnn(call + " --root broken").err, HasSubstr("\n[Error]"));
   // The root needs its "/" only where the library itself is asked; a command adds it.
-  const std::string feature = out("feature " + kPictures + "face_a.png --root models");
+  const std::string feature = out("feature --aligned " + kPictures + "face_a.png --root models");
   EXPECT_EQ(std::count(feature.begin(), feature.end(), '\n'), 256);
 }
 

@@ -196,7 +196,7 @@ TEST_F(EvalCommand, FeaturesOfAllPairsAreCompared) {
   label({"file,person", "a.png,\"ann, the first\"", "\"face \"\"b\"\", 1.png\",bob",
          "\"face_a_distorted.png\",\"ann, the first\""});
   const auto compare = [&](const std::string& a, const std::string& b) {
-    return std::stod(out("compare " + kPictures + a + " " + kPictures + b));
+    return std::stod(out("compare --aligned " + kPictures + a + " " + kPictures + b));
   };
   const double same = compare("face_a.png", "face_a_distorted.png"),
                different_a = compare("face_a.png", "face_b.png"),

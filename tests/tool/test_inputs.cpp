@@ -45,14 +45,14 @@ TEST_F(Inputs, AreFilesDirectoriesAndLists) {
   fs::create_directory_symlink(path("d"), path("d/in/circle"));
   fs::create_directory(path("none"));
   const InputNames all = {"d/a.PNG", "d/b.png", "d/in/c.jpg"};
-  EXPECT_EQ(seen("feature d"), all);
+  EXPECT_EQ(seen("feature --aligned d"), all);
   EXPECT_EQ(seen("persons d e.png --limit 1"),
             (InputNames{all[0], all[1], all[2], "d/in/v.avi", "e.png"}));
-  EXPECT_EQ(seen("feature d --glob [ab].* e.png"), (InputNames{all[0], all[1], "e.png"}));
+  EXPECT_EQ(seen("feature --aligned d --glob [ab].* e.png"), (InputNames{all[0], all[1], "e.png"}));
   EXPECT_EQ(seen("motion d d/in/v.avi --period 5"), (InputNames{"d/in/v.avi", "d/in/v.avi"}));
-  EXPECT_EQ(seen("feature e.png -", "odd name.png\nd/in\n"),
+  EXPECT_EQ(seen("feature --aligned e.png -", "odd name.png\nd/in\n"),
             (InputNames{"e.png", "odd name.png", all[2]}));
-  EXPECT_EQ(seen("feature -0", std::string("e.png\0odd name.png\0", 19)),
+  EXPECT_EQ(seen("feature --aligned -0", std::string("e.png\0odd name.png\0", 19)),
             (InputNames{"e.png", "odd name.png"}));
   const CommandResult none = kelnn("faces none e.png");
   EXPECT_EQ(none.exit_code, 1);
@@ -140,8 +140,8 @@ TEST_F(Inputs, WhatWouldMisleadIsAnErrorOrGoesOnWhenThatIsWanted) {
     const char* call;
     const char* told;
   } cases[] = {{"faces half_p.jpg", "half_p.jpg: damaged or cut off"},
-               {"feature half_p.jpg", "half_p.jpg: damaged or cut off"},
-               {"compare p.jpg half_p.jpg", "half_p.jpg: damaged or cut off"},
+               {"feature --aligned half_p.jpg", "half_p.jpg: damaged or cut off"},
+               {"compare --aligned p.jpg half_p.jpg", "half_p.jpg: damaged or cut off"},
                {"faces half_moving.avi", "cut off, "},
                {"motion brief.avi", "brief.avi: 10 frames, fewer than a period of 25"},
                {"motion brief.avi --sweep --periods 5,25 --ratios 1", "fewer than a period of 25"},
@@ -231,8 +231,8 @@ TEST_F(Inputs, AStreamThatIsDroppedIsTakenUpAgain) {
     return run({"/bin/sh", "-c",
                 "rm -f port; mkfifo port; /usr/bin/python3 " KEL_NN_TEST_SUPPORT
                 "/serve_frames.py" +
-                    frames + " >port & read port <port; at=http://127.0.0.1:$port; " + call +
-                    "; code=$?; kill $!; exit $code",
+                    frames + " >port & server=$!; read port <port; at=http://127.0.0.1:$port; " + call +
+                    "; code=$?; kill $server; exit $code",
                 KEL_NN_TEST_PROGRAM});
   };
   const CommandResult live = served("\"$0\" faces $at/live --limit 25");

@@ -49,10 +49,10 @@ TEST_F(Outputs, JsonFollowsItsSchema) {
       {"motion_sweep", "motion --sweep --periods 5 --limit 20 " + kVideo},
       {"watch", "watch --always --limit 30 " + kVideo},
       {"landmarks", "landmarks " + kFace + " patches.png"},
-      {"feature", "feature " + kFace},
+      {"feature", "feature --aligned " + kFace},
       {"face_class", "classify-face " + kFace},
       {"person_class", "classify-person " + kFace},
-      {"comparison", "compare " + kFace + " " + kFaces + " --box-b 180,50,120,120"},
+      {"comparison", "compare --aligned " + kFace + " " + kFaces + " --box-b 180,50,120,120"},
       {"cry", "cry " + kSound},
       {"sound_features", "features --csv f.csv --png f.png " + kSound},
       {"task_list", "models"},
@@ -87,7 +87,7 @@ TEST_F(Outputs, JsonFollowsItsSchema) {
 
 // Floats as floats: no digits but those that give them back.
 TEST_F(Outputs, NumbersHaveTheFewestDigits) {
-  const std::string said = out("feature " + kFace + " --json");
+  const std::string said = out("feature --aligned " + kFace + " --json");
   const Json feature = Json::parse(said).at("feature");
   ASSERT_EQ(feature.size(), 256u);
   for (const Json& number : feature) {

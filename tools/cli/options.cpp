@@ -505,9 +505,9 @@ void add_watch(const Commands& commands) {
       watch, "watch",
       "Looks as a camera would: motion, then people and faces.\n"
       "From a period with motion until one without it looks for people and for faces, and at\n"
-      "each face for its landmarks and features. Prints every frame on which motion was\n"
-      "decided or something was found; with --json an object a line, with the landmarks and\n"
-      "features. Tasks whose model is missing are left out, with a note.");
+      "each face for its landmarks and, aligned by them, its features. Prints every frame on\n"
+      "which motion was decided or something was found; with --json an object a line, with the\n"
+      "landmarks and features. Tasks whose model is missing are left out, with a note.");
   add_motion_settings(command, &options->inputs, &options->settings);
   command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
   option(command, "--draw", &options->out, "OUT",
