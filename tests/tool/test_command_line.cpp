@@ -451,8 +451,8 @@ TEST_F(CommandLine, APictureResemblesItsDistortedCopyMoreThanAnother) {
 }
 
 TEST_F(CommandLine, OnlyTheResultGoesToStandardOutput) {
-  const CommandResult result = kelnn("--json compare --aligned " + kPictures + "face_b.png " + kPictures +
-                                     "both_faces.png --box-b 180,50,120,120");
+  const CommandResult result = kelnn("--json compare --aligned " + kPictures + "face_b.png " +
+                                     kPictures + "both_faces.png --box-b 180,50,120,120");
   ASSERT_EQ(result.exit_code, 0);
   EXPECT_GT(Json::parse(result.out).at("similarity"), 0.95);
   EXPECT_EQ(result.err, "") << "what the library says is held back";
