@@ -13,7 +13,7 @@ import timeit
 from typing import Any, Callable, List, Tuple
 
 import numpy as np
-from numpy.typing import NDArray
+from np.typing import NDArray
 
 import kelnn
 

@@ -3,7 +3,7 @@
 import dataclasses
 from typing import Any, Dict, List, Tuple
 
-import numpy
+import numpy as np
 
 Anchors = Tuple[Tuple[int, int], ...]
 
@@ -19,7 +19,7 @@ def face_anchors() -> Any:
         for row in range(row_count):
             for column in range(columns):
                 rows += [((column + 0.5) / columns, (row + 0.5) / row_count, s / FACE_SIZE[0], s / FACE_SIZE[1]) for s in sizes]
-    return numpy.clip(numpy.array(rows, numpy.float32), 0, 1)
+    return np.clip(np.array(rows, np.float32), 0, 1)
 
 
 STRIDES = (32, 16)  # of a grid detector's outputs

@@ -12,7 +12,7 @@ import sys
 from pathlib import Path
 
 import cv2
-import numpy
+import numpy as np
 
 from models.labels.making import HELD_OUT, save
 from models.scenes import face_crops, face_frames
@@ -29,29 +29,29 @@ MARGIN = 0.18  # of the face box, around it
 
 
 def person(number):
-    return faces.random_identity(numpy.random.default_rng([SEED, number]))
+    return faces.random_identity(np.random.default_rng([SEED, number]))
 
 
 def picture_of(number, view, size, background_seed):
     """The face fills the middle of a square."""
     head, (x, y, w, h), _ = faces.render(person(number), view)
-    rng = numpy.random.default_rng([SEED, number, background_seed])
+    rng = np.random.default_rng([SEED, number, background_seed])
     picture = backgrounds.background(rng, faces.CANVAS, faces.CANVAS, HELD_OUT, clutter=False)
     face_crops.add_shoulders(picture, random_color(rng), 216)
     paste(picture, head)
     side = max(w, h) * (1 + 2 * MARGIN)
-    center = numpy.array([x + w / 2, y + h / 2])
+    center = np.array([x + w / 2, y + h / 2])
     scale = size / side
-    matrix = numpy.float32([[scale, 0, size / 2 - center[0] * scale], [0, scale, size / 2 - center[1] * scale]])
+    matrix = np.float32([[scale, 0, size / 2 - center[0] * scale], [0, scale, size / 2 - center[1] * scale]])
     return cv2.warpAffine(picture, matrix, (size, size), flags=cv2.INTER_AREA, borderMode=cv2.BORDER_REPLICATE)
 
 
 def distort(picture):
     """Brighter, flatter, blurred, moved by five pixels to the right and four up, with noise."""
     grey = cv2.GaussianBlur(cv2.cvtColor(picture, cv2.COLOR_BGR2GRAY), (0, 0), 1.2)
-    moved = numpy.roll(grey, (-4, 5), axis=(0, 1)).astype(float)
-    noise = numpy.random.default_rng(SEED).integers(-8, 9, grey.shape)
-    return numpy.clip(0.7 * moved + 60 + noise, 0, 255).astype(numpy.uint8)
+    moved = np.roll(grey, (-4, 5), axis=(0, 1)).astype(float)
+    noise = np.random.default_rng(SEED).integers(-8, 9, grey.shape)
+    return np.clip(0.7 * moved + 60 + noise, 0, 255).astype(np.uint8)
 
 
 def make_pictures():
@@ -60,13 +60,13 @@ def make_pictures():
              for n, number in enumerate(PERSONS) for name, view in VIEWS.items()}
     face_a, face_b = (picture_of(PERSONS[n], VIEWS["a"], 224, 1) for n in (0, 1))
     distorted = distort(face_a)
-    scene = numpy.full((200, 320, 3), (120, 140, 120), numpy.uint8)
+    scene = np.full((200, 320, 3), (120, 140, 120), np.uint8)
     scene[30:174, 10:154] = cv2.resize(face_a, (144, 144), interpolation=cv2.INTER_AREA)
     scene[50:170, 180:300] = cv2.resize(face_b, (120, 120), interpolation=cv2.INTER_AREA)
     files.update({"face_a.png": face_a, "face_a_distorted.png": distorted, "face_b.png": face_b, "both_faces.png": scene})
     source = Drawn(HELD_OUT, seed=SEED, head_count=30)
     for n, number in enumerate(SCENES):
-        rng = numpy.random.default_rng([SEED, 7, number])
+        rng = np.random.default_rng([SEED, 7, number])
         files[f"scenes/faces_{n + 1}.jpg"] = face_frames.scene(rng, source, 640, 360, least=30)[0]
     for name in ("face_a", "face_a_distorted", "face_b"):
         picture = files[name + ".png"]

@@ -8,7 +8,7 @@ speech.flac   6 s of talk
 import sys
 from pathlib import Path
 
-import numpy
+import numpy as np
 import scipy.signal
 
 from models.labels.making import HELD_OUT, TRAINING, save
@@ -24,16 +24,16 @@ def say(rng, text, variant, pitch, speed=150):
 
 def baby(seed, seconds):
     """From the first burst to the end of the last one before `seconds` are over."""
-    rng = numpy.random.default_rng(seed)
+    rng = np.random.default_rng(seed)
     sound, is_crying = crying.cry(rng, seconds + 2)
-    first = numpy.argmax(is_crying)
-    pauses = numpy.flatnonzero(~is_crying[first:first + int(seconds * RATE)])
+    first = np.argmax(is_crying)
+    pauses = np.flatnonzero(~is_crying[first:first + int(seconds * RATE)])
     sound = sound[first:first + pauses[-1]]
     return room(rng, sound / rms(sound))
 
 
 def evening():
-    rng = numpy.random.default_rng(33)
+    rng = np.random.default_rng(33)
     parts = [  # second, sound, relative to the loudest, in decibels
         (3.3, say(rng, "What a long day. Did you call your sister?", "f3", 45), -9),
         (6.6, say(rng, "Not yet, I will do it after dinner.", "m4", 40), -9),
@@ -41,7 +41,7 @@ def evening():
         (12.2, baby(20, 8.3), 0),
         (21.3, say(rng, "Hush now, everything is all right.", "f3", 50, 130), -8),
         (24.3, home.ring(rng, 2.6, (950, 1000), (24, 26), (1.0, 1.1), (0.5, 0.6)), -12),
-        (27.1, music.music(numpy.random.default_rng(8), 5.8, HELD_OUT), -10),
+        (27.1, music.music(np.random.default_rng(8), 5.8, HELD_OUT), -10),
     ]
     track = 10 ** (-42 / 20) * home.hum(rng, 33.0, TRAINING)
     for second, sound, decibels in parts:
@@ -50,13 +50,13 @@ def evening():
 
 
 def main(directory):
-    rng = numpy.random.default_rng(7)
+    rng = np.random.default_rng(7)
     quiet = 10 ** (-40 / 20) * home.hum(rng, 6.0, TRAINING)
     lines = say(rng, "Good evening. Shall we go for a walk, or is it too cold outside?", "f4", 50)
     for name, pcm in [
             ("evening", evening()),
             ("cry", record(rng, quiet + room(rng, crying.cry(rng, 6.0)[0]), -22)),
-            ("speech", record(rng, quiet + numpy.pad(lines, (RATE // 4, 6 * RATE))[:6 * RATE], -24))]:
+            ("speech", record(rng, quiet + np.pad(lines, (RATE // 4, 6 * RATE))[:6 * RATE], -24))]:
         save(directory / (name + ".flac"), pcm)
 
 

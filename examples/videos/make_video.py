@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 
 import cv2
-import numpy
+import numpy as np
 
 from models.labels.making import HELD_OUT
 from models.scenes import compose
@@ -29,34 +29,34 @@ STEPS_A_SECOND = 1.7
 
 def on_path(seconds):
     times = [point[0] for point in PATH]
-    return [float(numpy.interp(seconds, times, values)) for values in list(zip(*PATH))[1:]]
+    return [float(np.interp(seconds, times, values)) for values in list(zip(*PATH))[1:]]
 
 
 def walk(seconds):
     """A function that puts the legs and arms of a pose where they are at this time of a walk."""
-    swing = 0.0 if STANDS[0] < seconds < STANDS[1] else 0.45 * numpy.sin(numpy.pi * STEPS_A_SECOND * seconds)
+    swing = 0.0 if STANDS[0] < seconds < STANDS[1] else 0.45 * np.sin(np.pi * STEPS_A_SECOND * seconds)
 
     def change(pose):
-        pose.thigh = numpy.array([swing, -swing])
-        pose.knee = numpy.array([max(0.08, -1.1 * swing), max(0.08, 1.1 * swing)])
-        pose.arm = numpy.array([-0.7 * swing, 0.7 * swing])
-        pose.elbow = numpy.array([0.3, 0.3])
-        pose.arm_spread = numpy.array([0.12, 0.12])
+        pose.thigh = np.array([swing, -swing])
+        pose.knee = np.array([max(0.08, -1.1 * swing), max(0.08, 1.1 * swing)])
+        pose.arm = np.array([-0.7 * swing, 0.7 * swing])
+        pose.elbow = np.array([0.3, 0.3])
+        pose.arm_spread = np.array([0.12, 0.12])
         pose.lean = 0.03
     return change
 
 
 def head(seconds, yaw):
     """Looks half-way towards the camera, and smiles when standing before it."""
-    identity = faces.random_identity(numpy.random.default_rng(FACE_SEED))
-    smile = float(numpy.interp(seconds, (STANDS[0], STANDS[0] + 0.5, STANDS[1]), (0.0, 0.9, 0.5)))
-    picture, box, _ = faces.render(identity, faces.View(yaw=numpy.degrees(0.5 * yaw), smile=smile))
+    identity = faces.random_identity(np.random.default_rng(FACE_SEED))
+    smile = float(np.interp(seconds, (STANDS[0], STANDS[0] + 0.5, STANDS[1]), (0.0, 0.9, 0.5)))
+    picture, box, _ = faces.render(identity, faces.View(yaw=np.degrees(0.5 * yaw), smile=smile))
     return picture, box, identity.skin
 
 
 def visitor(seconds):
     x, top, height, yaw = on_path(seconds)
-    rng = numpy.random.default_rng(PERSON_SEED)
+    rng = np.random.default_rng(PERSON_SEED)
     person = people.draw_person(rng, HELD_OUT, DRAWN_PIXELS, "stand", yaw, walk(seconds), head(seconds, yaw))
     factor = height * HEIGHT / DRAWN_PIXELS
     person = cv2.resize(person, None, fx=factor, fy=factor, interpolation=cv2.INTER_AREA)
@@ -64,13 +64,13 @@ def visitor(seconds):
 
 
 def frames():
-    empty = backgrounds.room(numpy.random.default_rng(ROOM_SEED), WIDTH, HEIGHT, HELD_OUT)
-    noise = numpy.random.default_rng(1)
+    empty = backgrounds.room(np.random.default_rng(ROOM_SEED), WIDTH, HEIGHT, HELD_OUT)
+    noise = np.random.default_rng(1)
     for number in range(FRAMES):
         seconds = number / FRAMES_A_SECOND
         there = [visitor(seconds)] if PATH[0][0] <= seconds <= PATH[-1][0] else []
-        picture, _ = compose.compose(empty, there, numpy.random.default_rng(2))
-        yield numpy.clip(picture + noise.normal(0, NOISE, picture.shape), 0, 255).astype(numpy.uint8)
+        picture, _ = compose.compose(empty, there, np.random.default_rng(2))
+        yield np.clip(picture + noise.normal(0, NOISE, picture.shape), 0, 255).astype(np.uint8)
 
 
 if __name__ == "__main__":

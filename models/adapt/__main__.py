@@ -9,7 +9,7 @@ from pathlib import Path
 from typing import Any, Callable, List, Optional, Sequence, Tuple
 
 import cv2
-import numpy
+import numpy as np
 import onnx
 
 from models.adapt import check, found, input as network_input, layouts, runtime
@@ -73,7 +73,7 @@ def read_anchors(given: Optional[str]) -> Any:
     if given is None or given == "task":
         return face_anchors() if given else None
     try:
-        return numpy.loadtxt(Path(given).read_text(encoding="utf-8").replace(",", " ").splitlines(), numpy.float32, ndmin=2)
+        return np.loadtxt(Path(given).read_text(encoding="utf-8").replace(",", " ").splitlines(), np.float32, ndmin=2)
     except (OSError, ValueError) as error:
         raise Refused(f"{given}: {error}") from error
 
@@ -94,12 +94,12 @@ def classes_of(text: Optional[str], there: int, wanted: int) -> List[List[int]]:
 
 
 def pictures(options: argparse.Namespace, channels: int, size: Tuple[int, int]) -> List[Any]:
-    some = list(check.random_pictures(numpy.random.default_rng(1), channels, size, CHECKED_PICTURES))
+    some = list(check.random_pictures(np.random.default_rng(1), channels, size, CHECKED_PICTURES))
     for path in options.pictures:
         picture = cv2.imread(path, cv2.IMREAD_COLOR if channels == 3 else cv2.IMREAD_GRAYSCALE)
         if picture is None:
             raise Refused(f"{path} is no picture")
-        some.append(numpy.atleast_3d(cv2.resize(picture, size))[..., ::-1].transpose(2, 0, 1))
+        some.append(np.atleast_3d(cv2.resize(picture, size))[..., ::-1].transpose(2, 0, 1))
     return some
 
 
@@ -134,8 +134,8 @@ def adapt_detector(network: Network, options: argparse.Namespace) -> Tuple[Any, 
         network.set_outputs({value: f"{('scores', 'regressions')[n % 2]}_{n // 2}" for n, value in enumerate(values)})
 
     def compare(run_before: Any, run_after: Any, preparation: network_input.Preparation, picture: Any) -> int:
-        image = picture[None].astype(numpy.float32) - network_input.MIDDLE
-        larger = numpy.zeros((1, len(picture), whole[1], whole[0]), numpy.float32)
+        image = picture[None].astype(np.float32) - network_input.MIDDLE
+        larger = np.zeros((1, len(picture), whole[1], whole[0]), np.float32)
         larger[..., :size[1], :size[0]] = image
         wanted = found.cut_off(*layout.decode(run_before(preparation.of(larger)), decoding), size, classes)
         outputs = run_after(image)
@@ -153,7 +153,7 @@ def keep_outputs(network: Network, preparation: network_input.Preparation) -> Tu
     before = network.finished()
 
     def compare(run_before: Any, run_after: Any, preparation: network_input.Preparation, picture: Any) -> int:
-        image = picture[None].astype(numpy.float32) - network_input.MIDDLE
+        image = picture[None].astype(np.float32) - network_input.MIDDLE
         for old, new in zip(run_before(preparation.of(image)), run_after(image)):
             if not abs(old - new).max() <= 1e-3 * (1 + abs(old).max()):
                 raise Refused(f"the adapted network's values differ by {abs(old - new).max():g}")

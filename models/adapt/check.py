@@ -3,7 +3,7 @@
 from typing import Any, Callable, Iterable, List, Sequence, Tuple
 
 import cv2
-import numpy
+import numpy as np
 
 from models.adapt.graph import Refused
 
@@ -22,7 +22,7 @@ def runner(model: Any) -> Callable[[Any], List[Any]]:
     names = [one.name for one in model.graph.output]
 
     def run(image: Any) -> List[Any]:
-        network.setInput(numpy.ascontiguousarray(image, numpy.float32))
+        network.setInput(np.ascontiguousarray(image, np.float32))
         try:
             return [found.reshape(shape) for found, shape in zip(network.forward(names), shapes)]
         except cv2.error as error:
@@ -33,22 +33,22 @@ def runner(model: Any) -> Callable[[Any], List[Any]]:
 def random_pictures(rng: Any, channels: int, size: Tuple[int, int], count: int) -> Iterable[Any]:
     """[channels, height, width] of bytes: noise of all sizes, in which no two places are alike."""
     for _ in range(count):
-        picture = numpy.zeros((size[1], size[0], 3))
-        for grain in 2 ** numpy.arange(8):
+        picture = np.zeros((size[1], size[0], 3))
+        for grain in 2 ** np.arange(8):
             noise = rng.normal(size=(size[1] // grain + 2, size[0] // grain + 2, 3))
             picture += cv2.resize(noise, size, interpolation=cv2.INTER_CUBIC)
-        yield numpy.clip(128 + 30 * picture, 0, 255).astype(numpy.uint8).transpose(2, 0, 1)[:channels]
+        yield np.clip(128 + 30 * picture, 0, 255).astype(np.uint8).transpose(2, 0, 1)[:channels]
 
 
 def overlap(box: Any, others: Any) -> Any:
-    inner = numpy.minimum(box[2:], others[:, 2:]) - numpy.maximum(box[:2], others[:, :2])
-    shared = numpy.clip(inner, 0, None).prod(1)
+    inner = np.minimum(box[2:], others[:, 2:]) - np.maximum(box[:2], others[:, :2])
+    shared = np.clip(inner, 0, None).prod(1)
     return shared / ((box[2:] - box[:2]).prod() + (others[:, 2:] - others[:, :2]).prod(1) - shared)
 
 
 def detections(found: Found, threshold: float, most_overlap: float) -> List[Tuple[Any, float, int]]:
     """Above the threshold, the best of those that overlap."""
-    order = [n for n in numpy.argsort(-found[1], kind="stable") if found[1][n] >= threshold]
+    order = [n for n in np.argsort(-found[1], kind="stable") if found[1][n] >= threshold]
     corners = found[0][order]
     kept: List[int] = []
     for n in range(len(order)):

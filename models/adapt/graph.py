@@ -2,7 +2,7 @@
 """A network that is being changed: nodes are added to it as calls."""
 from typing import Any, Callable, Dict, List, Sequence
 
-import numpy
+import numpy as np
 import onnx
 from onnx import helper, numpy_helper, shape_inference
 
@@ -22,8 +22,8 @@ class Network:
         for node in [node for node in self.graph.node if node.op_type == "Constant"]:
             [value] = node.attribute
             found = helper.get_attribute_value(value)
-            tensor = numpy_helper.to_array(found) if value.name == "value" else numpy.array(
-                found, numpy.float32 if "float" in value.name else numpy.int64)
+            tensor = numpy_helper.to_array(found) if value.name == "value" else np.array(
+                found, np.float32 if "float" in value.name else np.int64)
             self.constants[node.output[0]] = tensor
             self.graph.node.remove(node)
         inputs = [one for one in self.graph.input if one.name not in self.constants]
@@ -59,8 +59,8 @@ class Network:
     def constant(self, value: Any, may_be_whole: bool = False) -> str:
         self._count += 1
         name = f"adapted_{self._count}"
-        value = numpy.asarray(value)
-        self.constants[name] = value if may_be_whole and value.dtype == numpy.int64 else value.astype(numpy.float32)
+        value = np.asarray(value)
+        self.constants[name] = value if may_be_whole and value.dtype == np.int64 else value.astype(np.float32)
         return name
 
     def rewrite(self, change: Callable[[Any], Any]) -> None:
@@ -115,5 +115,5 @@ class Network:
     def _store(self) -> None:
         used = {name for node in self.graph.node for name in node.input}
         del self.graph.initializer[:]
-        self.graph.initializer.extend(numpy_helper.from_array(numpy.ascontiguousarray(value), name)
+        self.graph.initializer.extend(numpy_helper.from_array(np.ascontiguousarray(value), name)
                                       for name, value in self.constants.items() if name in used)

@@ -3,7 +3,7 @@
 import dataclasses
 from typing import Any, Sequence, Tuple
 
-import numpy
+import numpy as np
 from onnx import helper
 
 from models.adapt.graph import Network, Refused
@@ -26,7 +26,7 @@ class Preparation:
 
 
 def column(values: Sequence[float]) -> Any:
-    return numpy.array(values, numpy.float32).reshape(-1, 1, 1)
+    return np.array(values, np.float32).reshape(-1, 1, 1)
 
 
 def fix_shape(network: Network, size: Tuple[int, int]) -> Tuple[int, int]:
@@ -53,7 +53,7 @@ def pad(network: Network, size: Tuple[int, int]) -> None:
                       "export the network with that size")
     if any(more):
         shape[3].dim_value, shape[2].dim_value = size
-        _in_front(network, name, "Pad", numpy.array([0, 0, 0, 0, 0, 0, more[1], more[0]]), numpy.float32(0))
+        _in_front(network, name, "Pad", np.array([0, 0, 0, 0, 0, 0, more[1], more[0]]), np.float32(0))
 
 
 def fold(network: Network, preparation: Preparation) -> None:
@@ -69,7 +69,7 @@ def fold(network: Network, preparation: Preparation) -> None:
     channels = network.graph.input[0].type.tensor_type.shape.dim[1].dim_value
     if not {len(preparation.mean), len(preparation.deviation)} <= {1, channels}:
         raise Refused(f"the network has {channels} channels; give one mean and deviation, or as many")
-    scale, shift = (numpy.broadcast_to(one, (channels, 1, 1)) for one in (scale, shift))
+    scale, shift = (np.broadcast_to(one, (channels, 1, 1)) for one in (scale, shift))
     zeros = set((column(preparation.mean) - MIDDLE).reshape(-1).tolist())
     readers = [node for node in network.nodes if name in node.input]
     if all(_can_take(network, node, len(zeros) == 1) for node in readers):
@@ -79,7 +79,7 @@ def fold(network: Network, preparation: Preparation) -> None:
             if any(_attribute(network[value], "pads", [])) and zeros != {0.0}:
                 _pad_before(network, network[value], min(zeros))
         return
-    weights = numpy.eye(channels) * scale[:, 0]
+    weights = np.eye(channels) * scale[:, 0]
     weights = weights[:, ::-1] if preparation.blue_first else weights
     _in_front(network, name, "Conv", weights[..., None, None], shift.reshape(-1), kernel_shape=[1, 1])
 
@@ -99,13 +99,13 @@ def _pad_before(network: Network, node: Any, zero: float) -> None:
     kept = [one for one in node.attribute if one.name != "pads"]
     del node.attribute[:]
     node.attribute.extend(kept)
-    around = numpy.array([0, 0, *pads[:2], 0, 0, *pads[2:]])
-    _in_front(network, node.input[0], "Pad", around, numpy.float32(zero), readers=[node])
+    around = np.array([0, 0, *pads[:2], 0, 0, *pads[2:]])
+    _in_front(network, node.input[0], "Pad", around, np.float32(zero), readers=[node])
 
 
 def _fold_into(network: Network, node: Any, scale: Any, shift: Any, blue_first: bool) -> None:
-    weights = network.constants[node.input[1]].astype(numpy.float64)
-    bias = network.constants[node.input[2]].astype(numpy.float64) if len(node.input) > 2 else 0
+    weights = network.constants[node.input[1]].astype(np.float64)
+    bias = network.constants[node.input[2]].astype(np.float64) if len(node.input) > 2 else 0
     bias = bias + (weights * shift).sum((1, 2, 3))
     weights = weights * scale
     node.input[1:] = [network.constant(weights[:, ::-1] if blue_first else weights), network.constant(bias)]

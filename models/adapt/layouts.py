@@ -6,7 +6,7 @@ Boxes are centre and size in pixels of the network's input; scores are one a cla
 import dataclasses
 from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple
 
-import numpy
+import numpy as np
 
 from models.adapt.graph import Network, Refused
 
@@ -29,12 +29,12 @@ class Layout:
 
 
 def part(network: Network, value: str, start: int, end: int, axis: int = 2) -> str:
-    return network.add("Slice", value, *(numpy.array([one]) for one in (start, end, axis)))
+    return network.add("Slice", value, *(np.array([one]) for one in (start, end, axis)))
 
 
 def side_by_side(network: Network, value: str, count: int) -> str:
     """[1, n, 1] as [1, n, count]."""
-    return network.add("MatMul", value, numpy.ones((1, count)))
+    return network.add("MatMul", value, np.ones((1, count)))
 
 
 def is_at_least(network: Network, value: str, limit: float) -> str:
@@ -50,9 +50,9 @@ def finished(network: Network, scores: str, options: Options) -> str:
 
 def finish(scores: Any, options: Options) -> Any:
     if options.scores == "sigmoid":
-        return 1 / (1 + numpy.exp(-scores))
+        return 1 / (1 + np.exp(-scores))
     if options.scores == "softmax":
-        powers = numpy.exp(scores - scores.max(-1, keepdims=True))
+        powers = np.exp(scores - scores.max(-1, keepdims=True))
         return powers / powers.sum(-1, keepdims=True)
     return scores
 
@@ -107,22 +107,22 @@ def _anchors_shape(shapes: List[List[int]], options: Options) -> Tuple[int, int]
 
 
 def _anchors_nodes(network: Network, outputs: Sequence[str], shapes: List[List[int]], options: Options) -> Tuple[str, str]:
-    anchors, sides = numpy.asarray(options.anchors)[None], numpy.tile(options.size, 2)
+    anchors, sides = np.asarray(options.anchors)[None], np.tile(options.size, 2)
     steps = network.add("Mul", part(network, outputs[1], 0, 2), anchors[..., 2:] * options.variances[0])
     centres = network.add("Add", steps, anchors[..., :2])
     growth = network.add("Exp", network.add("Mul", part(network, outputs[1], 2, 4), options.variances[1]))
     sizes = network.add("Mul", growth, anchors[..., 2:])
     boxes = network.add("Concat", centres, sizes, axis=2)
     scores = finished(network, outputs[0], options)
-    return (network.add("Mul", boxes, numpy.broadcast_to(sides, (1, shapes[1][1], 4))),
+    return (network.add("Mul", boxes, np.broadcast_to(sides, (1, shapes[1][1], 4))),
             part(network, scores, 1, shapes[0][2]))
 
 
 def _anchors_decode(outputs: Sequence[Any], options: Options) -> Tuple[Any, Any]:
-    anchors, places = numpy.asarray(options.anchors), outputs[1][0]
+    anchors, places = np.asarray(options.anchors), outputs[1][0]
     centres = anchors[:, :2] + places[:, :2] * options.variances[0] * anchors[:, 2:]
-    sizes = anchors[:, 2:] * numpy.exp(places[:, 2:] * options.variances[1])
-    return numpy.hstack([centres, sizes]) * numpy.tile(options.size, 2), finish(outputs[0][0], options)[:, 1:]
+    sizes = anchors[:, 2:] * np.exp(places[:, 2:] * options.variances[1])
+    return np.hstack([centres, sizes]) * np.tile(options.size, 2), finish(outputs[0][0], options)[:, 1:]
 
 
 # ----- Heat maps: scores, whose peaks count, sizes and offsets, both in cells
@@ -140,28 +140,28 @@ def _maps_nodes(network: Network, outputs: Sequence[str], shapes: List[List[int]
     rows, columns = shapes[0][2:]
 
     def flat(value: str, channels: int) -> str:
-        return network.add("Reshape", network.add("Transpose", value, perm=[0, 2, 3, 1]), numpy.array([1, count, channels]))
+        return network.add("Reshape", network.add("Transpose", value, perm=[0, 2, 3, 1]), np.array([1, count, channels]))
 
     heat = finished(network, outputs[0], options)
     around = network.add("MaxPool", heat, kernel_shape=[3, 3], pads=[1, 1, 1, 1])
     is_peak = is_at_least(network, network.add("Sub", heat, around), 0)
-    cells = numpy.array([(n % columns, n // columns) for n in range(count)])[None]
+    cells = np.array([(n % columns, n // columns) for n in range(count)])[None]
     centres = network.add("Add", flat(outputs[2], 2), cells)
     boxes = network.add("Concat", centres, flat(outputs[1], 2), axis=2)
-    pixels = numpy.tile((options.size[0] / columns, options.size[1] / rows), 2)
-    return (network.add("Mul", boxes, numpy.broadcast_to(pixels, (1, count, 4))),
+    pixels = np.tile((options.size[0] / columns, options.size[1] / rows), 2)
+    return (network.add("Mul", boxes, np.broadcast_to(pixels, (1, count, 4))),
             flat(network.add("Mul", heat, is_peak), classes))
 
 
 def _maps_decode(outputs: Sequence[Any], options: Options) -> Tuple[Any, Any]:
     heat, sizes, offsets = finish(outputs[0][0], options), outputs[1][0], outputs[2][0]
     _, rows, columns = heat.shape
-    framed = numpy.pad(heat, ((0, 0), (1, 1), (1, 1)), constant_values=-numpy.inf)
-    around = numpy.max([framed[:, y:y + rows, x:x + columns] for y in range(3) for x in range(3)], 0)
-    y, x = numpy.mgrid[:rows, :columns]
-    boxes = numpy.stack([x + offsets[0], y + offsets[1], sizes[0], sizes[1]], -1).reshape(-1, 4)
-    pixels = numpy.tile((options.size[0] / columns, options.size[1] / rows), 2)
-    return boxes * pixels, numpy.moveaxis(numpy.where(heat == around, heat, 0), 0, -1).reshape(len(boxes), -1)
+    framed = np.pad(heat, ((0, 0), (1, 1), (1, 1)), constant_values=-np.inf)
+    around = np.max([framed[:, y:y + rows, x:x + columns] for y in range(3) for x in range(3)], 0)
+    y, x = np.mgrid[:rows, :columns]
+    boxes = np.stack([x + offsets[0], y + offsets[1], sizes[0], sizes[1]], -1).reshape(-1, 4)
+    pixels = np.tile((options.size[0] / columns, options.size[1] / rows), 2)
+    return boxes * pixels, np.moveaxis(np.where(heat == around, heat, 0), 0, -1).reshape(len(boxes), -1)
 
 
 LAYOUTS: Dict[str, Layout] = {

@@ -3,7 +3,7 @@
 import math
 from typing import Any, Optional
 
-import numpy
+import numpy as np
 from onnx import helper
 
 from models.adapt.graph import Network
@@ -53,7 +53,7 @@ def rewrite(network: Network) -> None:
             return None
         weights = network.constants[node.input[1]] * given.get("alpha", 1.0)
         weights = weights if given.get("transB") else weights.T
-        bias = [numpy.broadcast_to(network.constants[name] * given.get("beta", 1.0), (1, len(weights))).reshape(-1)
+        bias = [np.broadcast_to(network.constants[name] * given.get("beta", 1.0), (1, len(weights))).reshape(-1)
                 for name in node.input[2:]]
         return network.add("Gemm", node.input[0], weights, *bias, transB=1)
 
@@ -64,15 +64,15 @@ def rewrite(network: Network) -> None:
         if len(node.input) != 2 or len(constants) != 1 or not known or not all(known[0]):
             return None
         constant = network.constants[constants[0]]
-        shape = list(numpy.broadcast_shapes(known[0], constant.shape))
+        shape = list(np.broadcast_shapes(known[0], constant.shape))
         of_channels = [1, shape[1], 1, 1] if len(shape) == 4 else None
         if constant.size == 1 or [1] * (4 - constant.ndim) + list(constant.shape) == of_channels or (
                 list(constant.shape) == shape and shape[0] == 1):
             return None
-        inputs = [numpy.broadcast_to(constant, shape) if name in constants else name for name in node.input]
+        inputs = [np.broadcast_to(constant, shape) if name in constants else name for name in node.input]
         if shape[0] == 1:
             return network.add(node.op_type, *inputs)
-        one = numpy.array([1, *shape])  # a first axis that is none of pictures
+        one = np.array([1, *shape])  # a first axis that is none of pictures
         inputs = [network.add("Reshape", name, one) if isinstance(name, str) else name[None] for name in inputs]
         return network.add("Reshape", network.add(node.op_type, *inputs), one[1:])
 

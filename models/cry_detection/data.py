@@ -3,7 +3,7 @@
 
 Without --training the held-out set: other seeds, other voices, languages and texts, other instruments, alarms and noises.
 """
-import numpy
+import numpy as np
 
 from models.labels import making, table
 from models.sources.sounds import windows
@@ -11,7 +11,7 @@ from models.sources.sounds.synthetic import Synthetic
 
 
 def examples(seed, count, family):
-    rng, source = numpy.random.default_rng([seed, family == making.HELD_OUT]), Synthetic(family)
+    rng, source = np.random.default_rng([seed, family == making.HELD_OUT]), Synthetic(family)
     for i in range(count):
         pcm, kind = windows.window(rng, source)
         yield f"{i:05}_{kind}.flac", pcm, [[int(kind == "cry"), kind]]

@@ -4,7 +4,7 @@
 For training: feed a network with features(window) and it meets the same bytes on the camera. The arithmetic
 is the library's, operation by operation in the same precision, with the frames of a window side by side.
 
-    pcm = numpy.frombuffer(..., dtype=numpy.int16)     # 48000 samples: 3 s, 16 kHz, mono
+    pcm = np.frombuffer(..., dtype=np.int16)     # 48000 samples: 3 s, 16 kHz, mono
     matrix = features.features(pcm)        # uint8, 297 x 64; None for a window that is too quiet
 """
 import math

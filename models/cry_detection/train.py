@@ -2,7 +2,7 @@
 """Trains the sample network of cry detection: from 297 x 64 bytes, as libkelnn computes them, to two scores."""
 import math
 
-import numpy
+import numpy as np
 import torch
 from torch import nn
 from torch.nn import functional
@@ -37,7 +37,7 @@ class Windows:
         while True:
             pcm, is_cry = windows.training_window(rng, self.source)
             if features.is_loud_enough(pcm):
-                return features.log_energies(pcm).astype(numpy.float16), int(is_cry)
+                return features.log_energies(pcm).astype(np.float16), int(is_cry)
 
 
 def sources(options):
@@ -47,9 +47,9 @@ def sources(options):
 
 def vary(rng, energies, is_cry, width, height):
     """Moved in time and frequency, slower or faster."""
-    rows = (numpy.arange(height) * rng.uniform(0.9, 1.1) + rng.integers(height)).astype(int) % height
-    columns = numpy.clip(numpy.arange(width) + rng.integers(-2, 3), 0, width - 1)
-    return energies[rows[:, None], columns].astype(numpy.float32), is_cry
+    rows = (np.arange(height) * rng.uniform(0.9, 1.1) + rng.integers(height)).astype(int) % height
+    columns = np.clip(np.arange(width) + rng.integers(-2, 3), 0, width - 1)
+    return energies[rows[:, None], columns].astype(np.float32), is_cry
 
 
 def heard(energies, is_cry):

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """Makes frames labelled with faces (class 0), of several sizes and shapes."""
-import numpy
+import numpy as np
 
 from models.labels import making, table
 from models.scenes import face_frames
@@ -14,7 +14,7 @@ def examples(seed, count, family):
     source = Drawn(family, seed=seed)
     for n in range(count):
         width, height = FRAMES[n % len(FRAMES)]
-        picture, boxes = face_frames.scene(numpy.random.default_rng([seed, 1, n]), source, width, height,
+        picture, boxes = face_frames.scene(np.random.default_rng([seed, 1, n]), source, width, height,
                                            LEAST * max(width / 320, height / 240))
         yield f"frame_{n:04}.jpg", picture, [[0] + [f"{v:.1f}" for v in box] for box in boxes]
 

@@ -3,7 +3,7 @@
 import functools
 
 import cv2
-import numpy
+import numpy as np
 import torch
 from torch import nn
 from torch.nn import functional
@@ -27,13 +27,13 @@ FRAMES = ((320, 240), (384, 216), (280, 280), (240, 320), (216, 384))
 RAISED = 0.5  # so much higher is the score of a face than the logarithm of its odds: calibrated for the library's 0.8
 MATCH, IGNORE = 0.45, 0.35  # overlap of an anchor with a face: from here on it is one; below, it is background
 ANCHORS = face_anchors()
-CORNERS = numpy.concatenate([ANCHORS[:, :2] - ANCHORS[:, 2:] / 2, ANCHORS[:, :2] + ANCHORS[:, 2:] / 2], 1)
+CORNERS = np.concatenate([ANCHORS[:, :2] - ANCHORS[:, 2:] / 2, ANCHORS[:, :2] + ANCHORS[:, 2:] / 2], 1)
 
 
 def targets(truths):
     """Of rows of class, left, top, right, bottom, relative to the input. (labels, regressions): 1 a face, 0 background,
     -1 neither."""
-    labels, regressions = numpy.zeros(len(ANCHORS), numpy.int64), numpy.zeros((len(ANCHORS), 4), numpy.float32)
+    labels, regressions = np.zeros(len(ANCHORS), np.int64), np.zeros((len(ANCHORS), 4), np.float32)
     for row in truths[truths[:, 0] == table.IGNORE]:
         labels[boxes.shared(CORNERS, row[1:]) > 0.5 * boxes.area(CORNERS)] = -1
     b = truths[truths[:, 0] != table.IGNORE, 1:]
@@ -46,7 +46,7 @@ def targets(truths):
             labels[anchor], best[anchor] = 1, face
         b = b[best]
         regressions[:, :2] = ((b[:, :2] + b[:, 2:]) / 2 - ANCHORS[:, :2]) / ANCHORS[:, 2:] / CENTRE_VARIANCE
-        regressions[:, 2:] = numpy.log((b[:, 2:] - b[:, :2]) / ANCHORS[:, 2:]) / SIZE_VARIANCE
+        regressions[:, 2:] = np.log((b[:, 2:] - b[:, :2]) / ANCHORS[:, 2:]) / SIZE_VARIANCE
     return labels, regressions
 
 
@@ -124,8 +124,8 @@ def sources(options):
 def vary(rng, picture, labels, width, height):
     """Mirrored at times, scaled without keeping the aspect, in another light."""
     picture, labels = examples.mirrored_at_times(rng, picture, labels)
-    truths = numpy.array([(kind, *boxes.corners(box)) for kind, *box in labels], numpy.float32).reshape(-1, 5)
-    truths[:, 1:] /= numpy.tile(picture.shape[1::-1], 2)
+    truths = np.array([(kind, *boxes.corners(box)) for kind, *box in labels], np.float32).reshape(-1, 5)
+    truths[:, 1:] /= np.tile(picture.shape[1::-1], 2)
     image = examples.as_input(cv2.resize(picture, (width, height), interpolation=cv2.INTER_AREA))
     return examples.relit(rng, image), *targets(truths)
 

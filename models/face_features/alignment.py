@@ -5,7 +5,7 @@ import argparse
 import sys
 
 import kelnn
-import numpy
+import numpy as np
 
 from models.labels.making import HELD_OUT
 from models.scenes import face_crops
@@ -20,28 +20,28 @@ def features(models, seed, count, views):
     found: dict = {"as drawn": [], "box": [], "aligned": []}
     persons, without = [], 0
     for person, crop in face_crops.crops(seed, count, views, HELD_OUT, face_crops.OPEN_COVERS):
-        picture = numpy.ascontiguousarray(crop.whole[..., ::-1])
+        picture = np.ascontiguousarray(crop.whole[..., ::-1])
         faces = detector.detect(picture)
         if not faces:
             without += 1
             continue
         box = faces[0].box
-        corners = numpy.clip([[box.x, box.y], [box.x + box.w, box.y + box.h]], 0, picture.shape[1::-1])
-        points = corners[0] + numpy.reshape(landmarks.of(picture, tuple(box)).points, (5, 2)) * (corners[1] - corners[0])
-        aligned = kelnn.align(picture, points.astype(numpy.float32), (SIDE, SIDE), kelnn.Format.GREY)
-        for name, feature in (("as drawn", features_of.of(numpy.ascontiguousarray(crop.pixels))),
+        corners = np.clip([[box.x, box.y], [box.x + box.w, box.y + box.h]], 0, picture.shape[1::-1])
+        points = corners[0] + np.reshape(landmarks.of(picture, tuple(box)).points, (5, 2)) * (corners[1] - corners[0])
+        aligned = kelnn.align(picture, points.astype(np.float32), (SIDE, SIDE), kelnn.Format.GREY)
+        for name, feature in (("as drawn", features_of.of(np.ascontiguousarray(crop.pixels))),
                               ("box", features_of.of(picture, tuple(box))),
-                              ("aligned", features_of.of(numpy.reshape(aligned, (SIDE, SIDE))))):
+                              ("aligned", features_of.of(np.reshape(aligned, (SIDE, SIDE))))):
             found[name].append(feature.copy())
         persons.append(person)
-    return found, numpy.array(persons), without
+    return found, np.array(persons), without
 
 
 def equal_error_rate(same, different):
-    same, different = numpy.sort(same), numpy.sort(different)
-    thresholds = numpy.unique(numpy.concatenate([same, different]))
-    rejected = numpy.searchsorted(same, thresholds, "right") / len(same)
-    accepted = 1 - numpy.searchsorted(different, thresholds, "right") / len(different)
+    same, different = np.sort(same), np.sort(different)
+    thresholds = np.unique(np.concatenate([same, different]))
+    rejected = np.searchsorted(same, thresholds, "right") / len(same)
+    accepted = 1 - np.searchsorted(different, thresholds, "right") / len(different)
     n = abs(rejected - accepted).argmin()
     return (rejected[n] + accepted[n]) / 2
 
@@ -55,11 +55,11 @@ def main():
     found, persons, without = features(options.models, options.seed, options.count, 5)
     if len(persons) < 2:
         sys.exit("no faces were found")
-    first, second = numpy.triu_indices(len(persons), 1)
+    first, second = np.triu_indices(len(persons), 1)
     same = persons[first] == persons[second]
     print(f"{len(persons)} faces, {without} pictures without one; {same.sum()} same pairs, {(~same).sum()} different ones")
     for name, all_features in found.items():
-        values = numpy.array(all_features)
+        values = np.array(all_features)
         alike = (values[first] * values[second]).sum(1)
         print(f"{name:9} equal error rate {equal_error_rate(alike[same], alike[~same]):.4f}")
 

@@ -8,7 +8,7 @@ drawings it learns to compare alone.
 """
 import collections
 
-import numpy
+import numpy as np
 import torch
 from torch import nn
 from torch.nn import functional
@@ -33,10 +33,10 @@ ENTRIES = len(MEASURES) + len(COLOURS) + sum(len(kinds) for kinds in KINDS.value
 
 def record_of(identity):
     values = [getattr(identity, name) for name in MEASURES]
-    values += [float(numpy.dot(getattr(identity, name), (0.114, 0.587, 0.299))) for name in COLOURS]  # as grey
+    values += [float(np.dot(getattr(identity, name), (0.114, 0.587, 0.299))) for name in COLOURS]  # as grey
     for name, kinds in KINDS.items():
         values += [float(getattr(identity, name) == kind) for kind in kinds]
-    return numpy.array(values)
+    return np.array(values)
 
 
 class Network(nn.Module):
@@ -64,14 +64,14 @@ class Labelled(examples.LabelledCrops):
         person = rng.integers(len(self.of_person))
         rows = list(self.of_person.values())[person]
         views = [self.crop(rows[rng.integers(len(rows))], width)[0] for _ in range(VIEWS)]
-        return views, numpy.full(ENTRIES, numpy.nan), -1 - person
+        return views, np.full(ENTRIES, np.nan), -1 - person
 
 
 class Drawn(source.Drawn):
     def __init__(self, family):
         super().__init__(family)
-        rng = numpy.random.default_rng(2)
-        made = numpy.array([record_of(self.identity(rng)) for _ in range(2000)])
+        rng = np.random.default_rng(2)
+        made = np.array([record_of(self.identity(rng)) for _ in range(2000)])
         self.mean, self.deviation = made.mean(axis=0), made.std(axis=0)
 
     def example(self, rng, width, height):
@@ -86,8 +86,8 @@ def sources(options):
 
 def vary(rng, views, record, person, width, height):
     cut = [examples.moved(rng, view, turn=3.0, scale=0.04, shift=0.03)[0] for view in views]
-    return (numpy.stack([examples.relit(rng, examples.as_input(view)) for view in cut]),
-            numpy.tile(record.astype(numpy.float32), (VIEWS, 1)), numpy.full(VIEWS, person))
+    return (np.stack([examples.relit(rng, examples.as_input(view)) for view in cut]),
+            np.tile(record.astype(np.float32), (VIEWS, 1)), np.full(VIEWS, person))
 
 
 def reading_loss(module, image, record, person):

@@ -2,7 +2,7 @@
 """Trains the sample network of face landmarks: five points as parts of the crop's sides, yaw, pitch and roll in radians."""
 import functools
 
-import numpy
+import numpy as np
 import torch
 from torch import nn
 
@@ -37,8 +37,8 @@ class Network(nn.Module):
 class Labelled(examples.LabelledCrops):
     def example(self, rng, width, height):
         picture, values, (left, top, side) = self.crop(self.rows[rng.integers(len(self.rows))], width)
-        points = (numpy.array(values[:10]).reshape(5, 2) - (left, top)) / side
-        return picture, points, numpy.array(values[10:] or [numpy.nan] * 3)
+        points = (np.array(values[:10]).reshape(5, 2) - (left, top)) / side
+        return picture, points, np.array(values[10:] or [np.nan] * 3)
 
 
 class Drawn(source.Drawn):
@@ -72,8 +72,8 @@ def vary(rng, picture, points, pose, width, height):
     pose = pose + (0, 0, degrees)
     if is_mirrored:
         points, pose = points[MIRRORED], pose * (-1, 1, -1)
-    return (examples.relit(rng, examples.as_input(picture)), (points / width).ravel().astype(numpy.float32),
-            numpy.radians(pose).astype(numpy.float32))
+    return (examples.relit(rng, examples.as_input(picture)), (points / width).ravel().astype(np.float32),
+            np.radians(pose).astype(np.float32))
 
 
 def loss_of(module, image, points, pose):

@@ -3,7 +3,7 @@
 import functools
 
 import cv2
-import numpy
+import numpy as np
 from torch import nn
 from torch.nn import functional
 
@@ -45,7 +45,7 @@ def vary(rng, picture, kind, width, height):
     left, top, right, bottom = rng.integers(0, data.SIZE * 8 // 100, 4)
     part = picture[top:data.SIZE - bottom, left:data.SIZE - right]
     part = cv2.resize(part[:, ::-1] if rng.random() < 0.5 else part, (data.SIZE, data.SIZE))
-    return examples.as_input(camera.degrade(rng, numpy.ascontiguousarray(part), 0.6)), kind
+    return examples.as_input(camera.degrade(rng, np.ascontiguousarray(part), 0.6)), kind
 
 
 def loss_of(module, image, kind):

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What light and a camera do to a picture."""
 import cv2
-import numpy
+import numpy as np
 
 from models.sources.drawn.paint import stroke
 
@@ -21,7 +21,7 @@ def degrade(rng, picture, strength=1.0):
         picture = _motion_blur(rng, picture, int(rng.integers(2, 4 + int(3 * strength))))
     if rng.random() < 0.7:
         sigma = rng.uniform(0, 10) * strength
-        grain = numpy.empty((height, width, 3), numpy.int16)
+        grain = np.empty((height, width, 3), np.int16)
         cv2.setRNGSeed(int(rng.integers(1 << 30)))
         cv2.randn(grain, 0, max(0.3, sigma))
         picture = cv2.add(picture, grain, dtype=cv2.CV_8U)
@@ -33,23 +33,23 @@ def degrade(rng, picture, strength=1.0):
 
 def _exposure(rng, strength):
     """A lookup table for each channel: gamma, gain, white balance."""
-    gamma = numpy.exp(rng.normal(0, 0.25 * strength))
-    gain = numpy.exp(rng.normal(-0.05, 0.15 * strength)) * numpy.exp(rng.normal(0, 0.07 * strength, 3))
-    table = 255 * (numpy.arange(256) / 255)[:, None] ** gamma * gain
-    return numpy.clip(table, 0, 255).astype(numpy.uint8).reshape(1, 256, 3)
+    gamma = np.exp(rng.normal(0, 0.25 * strength))
+    gain = np.exp(rng.normal(-0.05, 0.15 * strength)) * np.exp(rng.normal(0, 0.07 * strength, 3))
+    table = 255 * (np.arange(256) / 255)[:, None] ** gamma * gain
+    return np.clip(table, 0, 255).astype(np.uint8).reshape(1, 256, 3)
 
 
 def _side_light(rng, picture, strength):
     """Darker towards one side, by a gain that is linear in x and y."""
     height, width = picture.shape[:2]
-    corners = numpy.float32(1 + rng.uniform(-0.4, 0.15, (2, 2)) * strength)
+    corners = np.float32(1 + rng.uniform(-0.4, 0.15, (2, 2)) * strength)
     gain = cv2.resize(corners, (width, height), interpolation=cv2.INTER_LINEAR)
     return cv2.multiply(picture, cv2.merge([gain, gain, gain]), dtype=cv2.CV_8U)
 
 
 def _motion_blur(rng, picture, length):
-    kernel = numpy.zeros((2 * length + 1, 2 * length + 1), numpy.float32)
-    angle = rng.uniform(0, numpy.pi)
-    reach = numpy.array([numpy.cos(angle), numpy.sin(angle)]) * length / 2
+    kernel = np.zeros((2 * length + 1, 2 * length + 1), np.float32)
+    angle = rng.uniform(0, np.pi)
+    reach = np.array([np.cos(angle), np.sin(angle)]) * length / 2
     stroke(kernel, [length - reach, length + reach], 1.0, 1)
     return cv2.filter2D(picture, -1, kernel / kernel.sum())

@@ -5,7 +5,7 @@ from pathlib import Path
 from typing import Optional, Sequence
 
 import cv2
-import numpy
+import numpy as np
 
 from models.labels.making import TRAINING, save
 from models.scenes import camera
@@ -22,10 +22,10 @@ def main(arguments: Optional[Sequence[str]] = None) -> None:
     parser.add_argument("out", metavar="FILE", type=Path)
     parser.add_argument("--seed", type=int, default=0)
     options = parser.parse_args(arguments)
-    rng = numpy.random.default_rng(options.seed)
+    rng = np.random.default_rng(options.seed)
     source, drawn = Rendered(options.rendered), Drawn(TRAINING)
     tiles = [tile(rng, source, drawn, number % 2 == 0) for number in range(COUNT * COUNT)]
-    save(options.out, numpy.vstack([numpy.hstack(tiles[n:n + COUNT]) for n in range(0, COUNT * COUNT, COUNT)]), quality=85)
+    save(options.out, np.vstack([np.hstack(tiles[n:n + COUNT]) for n in range(0, COUNT * COUNT, COUNT)]), quality=85)
 
 
 def tile(rng, source, drawn, is_bust):
@@ -36,10 +36,10 @@ def tile(rng, source, drawn, is_bust):
     picture = source.picture(name)
     scale = 2 * SIDE / max(picture.shape[:2]) * (1 if is_bust else 0.95)
     picture = cv2.resize(picture, None, fx=scale, fy=scale, interpolation=cv2.INTER_LINEAR)
-    ground = drawn.background(rng, 2 * SIDE, 2 * SIDE).astype(numpy.float32)
+    ground = drawn.background(rng, 2 * SIDE, 2 * SIDE).astype(np.float32)
     left, top = SIDE - picture.shape[1] // 2, 2 * SIDE - picture.shape[0]
     paste(ground, picture, left, top)
-    shown = cv2.resize(camera.degrade(rng, ground.astype(numpy.uint8), 0.6), (SIDE, SIDE), interpolation=cv2.INTER_AREA)
+    shown = cv2.resize(camera.degrade(rng, ground.astype(np.uint8), 0.6), (SIDE, SIDE), interpolation=cv2.INTER_AREA)
     if source.shows_face(values):
         at = (values[1:15] * scale / 2).reshape(-1, 2)
         at[[0, *range(2, 7)]] += (left / 2, top / 2)

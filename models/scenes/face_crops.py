@@ -4,10 +4,10 @@ import dataclasses
 from typing import Any
 
 import cv2
-import numpy
+import numpy as np
 
 from models.scenes import camera
-from models.sources.drawn.paint import fill_polygon, paste, random_color
+from models.sources.drawn.paint import fill_polygon, paste, any_colour
 from models.sources.drawn.source import Drawn
 
 SIZE = 112
@@ -33,7 +33,7 @@ def crops(seed, identities, views, family, covers):
     """`views` crops of each of `identities` persons, with the person's number; the same seed gives the same crops."""
     source = Drawn(family)
     for person in range(identities):
-        rng = numpy.random.default_rng([seed, person])
+        rng = np.random.default_rng([seed, person])
         identity = source.identity(rng)
         for _ in range(views):
             yield person, crop_of(rng, source, identity, covers)
@@ -43,7 +43,7 @@ def crop_of(rng, source, identity, covers):
     head, box, points, pose, cover = source.portrait(rng, identity, covers)
     size = len(head)
     picture = source.background(rng, size, size)
-    add_shoulders(picture, random_color(rng), 215 + rng.uniform(-8, 8))
+    add_shoulders(picture, any_colour(rng), 215 + rng.uniform(-8, 8))
     paste(picture, head)
     return _crop(rng, picture, box, points, pose, cover)
 
@@ -51,9 +51,9 @@ def crop_of(rng, source, identity, covers):
 def crop_of_figure(rng, source):
     """Of a source's figure with its points before a background; the way it looks is known of it too."""
     figure, box, points, pose = source.figure_with_points(rng)
-    picture = source.background(rng, figure.shape[1], figure.shape[0]).astype(numpy.float32)
+    picture = source.background(rng, figure.shape[1], figure.shape[0]).astype(np.float32)
     paste(picture, figure)
-    return _crop(rng, picture.clip(0, 255).astype(numpy.uint8), box, points, pose, "none")
+    return _crop(rng, picture.clip(0, 255).astype(np.uint8), box, points, pose, "none")
 
 
 def _crop(rng, picture, box, points, pose, cover):
@@ -61,16 +61,16 @@ def _crop(rng, picture, box, points, pose, cover):
         picture = _far_away(rng, picture)
     picture = camera.degrade(rng, picture, 0.9)
     left, top, right, bottom = _cut(rng, box)
-    matrix = numpy.array([[SIZE / (right - left), 0, -left * SIZE / (right - left)],
-                          [0, SIZE / (bottom - top), -top * SIZE / (bottom - top)]], numpy.float32)
+    matrix = np.array([[SIZE / (right - left), 0, -left * SIZE / (right - left)],
+                       [0, SIZE / (bottom - top), -top * SIZE / (bottom - top)]], np.float32)
     cut = cv2.warpAffine(picture, matrix, (SIZE, SIZE), flags=cv2.INTER_LINEAR, borderMode=cv2.BORDER_REPLICATE)
     parts = (points - (left, top)) / (right - left, bottom - top)
-    return Crop(cv2.cvtColor(cut, cv2.COLOR_BGR2GRAY), parts.astype(numpy.float32), numpy.float32(pose),
+    return Crop(cv2.cvtColor(cut, cv2.COLOR_BGR2GRAY), parts.astype(np.float32), np.float32(pose),
                 CLASS_OF_COVER[cover], picture)
 
 
-def add_shoulders(picture, color, y):
-    fill_polygon(picture, [(-20, 256), (40, y + 12), (95, y), (161, y), (216, y + 12), (276, 256)], color)
+def add_shoulders(picture, colour, y):
+    fill_polygon(picture, [(-20, 256), (40, y + 12), (95, y), (161, y), (216, y + 12), (276, 256)], colour)
 
 
 def _far_away(rng, picture):

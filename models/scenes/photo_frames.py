@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Labelled frames from photographs as they are: cut, or four of them side by side."""
 import cv2
-import numpy
+import numpy as np
 
 from models.labels import boxes, table
 
@@ -21,7 +21,7 @@ class PhotoFrames:
         if rng.random() < 0.6:
             return self._one(rng, width, height)
         middle = (rng.uniform(0.35, 0.65, 2) * (width, height)).astype(int)
-        frame, labels = numpy.zeros((height, width, 3), numpy.uint8), []
+        frame, labels = np.zeros((height, width, 3), np.uint8), []
         for left, right in ((0, middle[0]), (middle[0], width)):
             for top, bottom in ((0, middle[1]), (middle[1], height)):
                 frame[top:bottom, left:right], found = self._one(rng, right - left, bottom - top)
@@ -35,16 +35,16 @@ class PhotoFrames:
         photograph, labels = rows[rng.integers(len(rows))]
         picture = photograph.pixels()
         scale = min(picture.shape[1] / width, picture.shape[0] / height) * rng.uniform(0.45, 1)
-        size = numpy.array((width, height)) * scale
+        size = np.array((width, height)) * scale
         left, top = rng.uniform(0, 1, 2) * (picture.shape[1::-1] - size)
-        matrix = numpy.array([[1 / scale, 0, -left / scale], [0, 1 / scale, -top / scale]])
+        matrix = np.array([[1 / scale, 0, -left / scale], [0, 1 / scale, -top / scale]])
         if scale > 1:
             picture = cv2.blur(picture, (round(scale), round(scale)))
         cut = cv2.warpAffine(picture, matrix, (width, height), flags=cv2.INTER_LINEAR, borderMode=cv2.BORDER_REPLICATE)
         kept = []
         for kind, *box in labels:
-            whole = (numpy.array(boxes.corners(box)) - (left, top, left, top)) / scale
-            seen = numpy.clip(whole, 0, (width, height) * 2)
+            whole = (np.array(boxes.corners(box)) - (left, top, left, top)) / scale
+            seen = np.clip(whole, 0, (width, height) * 2)
             share = boxes.area(seen) / boxes.area(whole)
             if share > 0:
                 kept.append((kind if share > 0.5 else table.IGNORE, *seen[:2], *(seen[2:] - seen[:2])))

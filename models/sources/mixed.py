@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """What a source of pictures gives, and one source of several.
 
-Everything random comes from the numpy.random.Generator `rng` that the caller gives. Cut-outs are BGRA, of bytes.
+Everything random comes from the np.random.Generator `rng` that the caller gives. Cut-outs are BGRA, of bytes.
 """
 from typing import Any, Protocol, Sequence, Tuple
 
-import numpy
+import numpy as np
 
 
 class Source(Protocol):
@@ -29,10 +29,10 @@ class Mixed:
         able = [(share, source) for share, source in self._shares if hasattr(source, name)] if name[0] != "_" else []
         if not able:
             raise AttributeError(f"no source has {name}")
-        ends = numpy.cumsum([share for share, _ in able])
+        ends = np.cumsum([share for share, _ in able])
 
         def one(rng: Any, *arguments: Any) -> Any:
-            chosen = numpy.searchsorted(ends, rng.uniform(0, ends[-1]), side="right")
+            chosen = np.searchsorted(ends, rng.uniform(0, ends[-1]), side="right")
             return getattr(able[chosen][1], name)(rng, *arguments)
         return one
 

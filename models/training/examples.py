@@ -4,7 +4,7 @@
 A source of examples has example(rng, width, height); what it gives may be used several times, varied each time.
 """
 import cv2
-import numpy
+import numpy as np
 import torch
 
 from models.labels import boxes, table
@@ -24,7 +24,7 @@ class Batches(torch.utils.data.IterableDataset):
     def __iter__(self):
         cv2.setNumThreads(1)
         recipe, options, process = self.recipe, self.options, torch.utils.data.get_worker_info()
-        rng = numpy.random.default_rng([options.seed, process.id if process else 0])
+        rng = np.random.default_rng([options.seed, process.id if process else 0])
         stocks = {shape: Stock(recipe.stock // max(1, options.workers), recipe.fresh) for shape in recipe.shapes.values()}
         while True:
             shape = recipe.shapes[rng.choice(list(recipe.shapes))]
@@ -35,7 +35,7 @@ class Batches(torch.utils.data.IterableDataset):
 
 def collate(examples):
     """Fields of one shape side by side, others in a list."""
-    fields = [[torch.as_tensor(numpy.asarray(value)) for value in field] for field in zip(*examples)]
+    fields = [[torch.as_tensor(np.asarray(value)) for value in field] for field in zip(*examples)]
     return [torch.stack(field) if len({value.shape for value in field}) == 1 else field for field in fields]
 
 
@@ -56,13 +56,13 @@ class LabelledFrames:
     def example(self, rng, width, height):
         path, labels = self.rows[rng.integers(len(self.rows))]
         picture = read_picture(path)
-        part = numpy.array(picture.shape[:2]) * rng.uniform(0.6, 1, 2) // 1
+        part = np.array(picture.shape[:2]) * rng.uniform(0.6, 1, 2) // 1
         top, left = (rng.uniform(0, 1, 2) * (picture.shape[:2] - part) // 1).astype(int)
         bottom, right = (top, left) + part.astype(int)
         kept = []
         for kind, *box in labels:
-            whole = numpy.array(boxes.corners(box)) - (left, top, left, top)
-            seen = numpy.clip(whole, 0, (right - left, bottom - top) * 2)
+            whole = np.array(boxes.corners(box)) - (left, top, left, top)
+            seen = np.clip(whole, 0, (right - left, bottom - top) * 2)
             share = boxes.area(seen) / boxes.area(whole)
             if share > 0:
                 kept.append((kind if share > 0.5 else table.IGNORE, *seen[:2], *(seen[2:] - seen[:2])))
@@ -90,11 +90,11 @@ class LabelledCrops:
         return cv2.resize(square, (size, size), interpolation=cv2.INTER_LINEAR), row[1][0], (left, top, side)
 
 
-def moved(rng, picture, points=numpy.zeros((0, 2)), turn=4.0, scale=0.06, shift=0.035):
+def moved(rng, picture, points=np.zeros((0, 2)), turn=4.0, scale=0.06, shift=0.035):
     """The same crop cut a little elsewhere, turned (degrees), mirrored at times: picture, points in it, degrees, mirrored."""
     size = picture.shape[0]
     degrees = rng.normal(0, turn)
-    matrix = cv2.getRotationMatrix2D((size / 2, size / 2), -degrees, numpy.exp(rng.normal(0, scale)))
+    matrix = cv2.getRotationMatrix2D((size / 2, size / 2), -degrees, np.exp(rng.normal(0, scale)))
     matrix[:, 2] += rng.normal(0, shift * size, 2)
     picture = cv2.warpAffine(picture, matrix, (size, size), borderMode=cv2.BORDER_REPLICATE)
     points = points @ matrix[:, :2].T + matrix[:, 2]
@@ -106,16 +106,16 @@ def mirrored_at_times(rng, picture, labels):
     if rng.random() < 0.5:
         return picture, labels
     width = picture.shape[1]
-    return numpy.ascontiguousarray(picture[:, ::-1]), [(kind, width - x - w, y, w, h) for kind, x, y, w, h in labels]
+    return np.ascontiguousarray(picture[:, ::-1]), [(kind, width - x - w, y, w, h) for kind, x, y, w, h in labels]
 
 
 def as_input(picture):
     """What the runtime shows the network: channels, height, width, red first, each byte less 128."""
     picture = picture[..., None] if picture.ndim == 2 else picture
-    return numpy.ascontiguousarray(picture[..., ::-1].transpose(2, 0, 1), numpy.float32) - 128
+    return np.ascontiguousarray(picture[..., ::-1].transpose(2, 0, 1), np.float32) - 128
 
 
 def relit(rng, image):
     """An input in another light, with noise."""
     light = image * rng.uniform(0.7, 1.25) + rng.normal(0, 13, (len(image), 1, 1))
-    return numpy.clip(light + rng.normal(0, rng.uniform(0.1, 5), image.shape), -128, 127).astype(numpy.float32)
+    return np.clip(light + rng.normal(0, rng.uniform(0.1, 5), image.shape), -128, 127).astype(np.float32)

@@ -4,7 +4,7 @@ import os
 import sys
 
 import cv2
-import numpy
+import numpy as np
 import onnx
 import torch
 from onnx import numpy_helper
@@ -57,8 +57,8 @@ def check_values(module, path, sample):
     names = [output.name for output in onnx.load(path).graph.output]
     for name, ours, theirs in zip(names, [expected] if torch.is_tensor(expected) else expected, network.forward(names)):
         ours = ours.numpy()
-        error = numpy.abs(ours - theirs.reshape(ours.shape)).max()
-        if not error <= 1e-3 * (1 + numpy.abs(ours).max()):
+        error = np.abs(ours - theirs.reshape(ours.shape)).max()
+        if not error <= 1e-3 * (1 + np.abs(ours).max()):
             sys.exit(f"{path}: output {name} differs by {error:g} between OpenCV and torch")
 
 

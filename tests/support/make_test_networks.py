@@ -6,14 +6,14 @@ Each network shows one thing, and its outputs can be worked out in the head: x i
 import os
 import sys
 
-import numpy
+import numpy as np
 from onnx import TensorProto, helper, numpy_helper
 
 node = helper.make_node
 
 
 def save(name, nodes, inputs, outputs, weights={}, kind=TensorProto.FLOAT, weights_as_inputs=False):
-    tensors = [value if isinstance(value, TensorProto) else numpy_helper.from_array(numpy.asarray(value), key)
+    tensors = [value if isinstance(value, TensorProto) else numpy_helper.from_array(np.asarray(value), key)
                for key, value in weights.items()]
     infos = [helper.make_tensor_value_info(key, kind, shape) for key, shape in inputs]
     if weights_as_inputs:
@@ -27,7 +27,7 @@ def save(name, nodes, inputs, outputs, weights={}, kind=TensorProto.FLOAT, weigh
 
 
 def constant(value):
-    return numpy.array([value], numpy.float32)
+    return np.array([value], np.float32)
 
 
 os.makedirs(sys.argv[1], exist_ok=True)
@@ -35,7 +35,7 @@ SHAPE = [1, 3, 2, 5]  # 5 wide, 2 high, 3 channels
 X = [("x", SHAPE)]
 
 # What loads.
-identity = numpy.eye(3, dtype=numpy.float32).reshape(3, 3, 1, 1)
+identity = np.eye(3, dtype=np.float32).reshape(3, 3, 1, 1)
 save("identity", [node("Conv", ["x", "w"], ["y"], kernel_shape=[1, 1])], X, [("y", SHAPE)], {"w": identity})
 save("weights_as_inputs", [node("Add", ["x", "one"], ["y"])], X, [("y", SHAPE)], {"one": constant(1)},
      weights_as_inputs=True)
@@ -54,12 +54,12 @@ save("ranks", [node("Flatten", ["x"], ["rank2"], axis=1), node("GlobalAveragePoo
      [node("Reshape", ["x", "to_" + key], [key]) for key in reshapes],
      X, [("rank2", [1, 30]), ("rank3", reshapes["rank3"]), ("means", [1, 3, 1, 1]), ("rank1", [30]),
          ("wide_rank3", reshapes["wide_rank3"]), ("rows_rank2", reshapes["rows_rank2"])],
-     {"to_" + key: numpy.array(shape, numpy.int64) for key, shape in reshapes.items()})
+     {"to_" + key: np.array(shape, np.int64) for key, shape in reshapes.items()})
 # Enough arithmetic for threads and vector units to get into each other's way.
-random = numpy.random.RandomState(7)
+random = np.random.RandomState(7)
 layers, weights, channels = [], {}, 3
 for i, width in enumerate([16, 24, 8]):
-    weights[f"w{i}"] = random.randn(width, channels, 3, 3).astype(numpy.float32) / 50
+    weights[f"w{i}"] = random.randn(width, channels, 3, 3).astype(np.float32) / 50
     source = "x" if i == 0 else f"r{i - 1}"
     layers += [node("Conv", [source, f"w{i}"], [f"c{i}"], kernel_shape=[3, 3], pads=[1, 1, 1, 1]),
                node("Relu", [f"c{i}"], [f"r{i}"])]
@@ -68,7 +68,7 @@ save("convolutions", layers, [("x", [1, 3, 48, 64])], [("r2", [1, 8, 48, 64])], 
 
 # Cry detection's shape. No cry: 0; cry: how much the upper half of the channels ever exceeds its means, less the lower
 # half, in bytes.
-halves = numpy.zeros((64, 2), numpy.float32)
+halves = np.zeros((64, 2), np.float32)
 halves[:32, 1], halves[32:, 1] = -1 / 32, 1 / 32
 save("high_or_low", [node("MaxPool", ["x"], ["loudest"], kernel_shape=[297, 1]),
                      node("Flatten", ["loudest"], ["channels"], axis=1), node("MatMul", ["channels", "halves"], ["y"])],
@@ -89,7 +89,7 @@ save("misspelt_operator", [node("Rleu", ["x"], ["y"])], X, [("y", SHAPE)])
 save("missing_value", [node("Add", ["x", "nobody"], ["y"])], X, [("y", SHAPE)])
 save("constant_output", relu, X, [("y", SHAPE), ("one", [1])], {"one": constant(1)})
 save("rank5_output", [node("Reshape", ["x", "to"], ["y"])], X, [("y", [1, 3, 2, 5, 1])],
-     {"to": numpy.array([1, 3, 2, 5, 1], numpy.int64)})
+     {"to": np.array([1, 3, 2, 5, 1], np.int64)})
 short = numpy_helper.from_array(identity, "w")
 short.raw_data = short.raw_data[:-1]
 empty = numpy_helper.from_array(identity[:, :, :, :0], "w")
@@ -115,7 +115,7 @@ def seen(cell_rows, cell_columns, name):
 
 def head(source, output, values):
     """Node and weights of an output, one row a channel: its factors of red, green and blue, and a constant."""
-    rows = numpy.array(values, numpy.float32)
+    rows = np.array(values, np.float32)
     return (node("Conv", [source, output + "_w", output + "_b"], [output], kernel_shape=[1, 1]),
             {output + "_w": rows[:, :3].reshape(-1, 3, 1, 1).copy(), output + "_b": rows[:, 3].copy()})
 
@@ -129,7 +129,7 @@ def sees(*colours):
 
 
 def size(factor, wanted, anchor):
-    return [0, 0, 0, factor * numpy.log(wanted / anchor)]
+    return [0, 0, 0, factor * np.log(wanted / anchor)]
 
 
 def grid_detector(name, width, height, anchors, last_values):
@@ -171,7 +171,7 @@ save("persons_values_outside",
      [node("Conv", [f"pooled_{n}", "w"], [f"cells_{n}"], kernel_shape=[1, 1]) for n in (32, 16)] +
      [node("Transpose", [f"cells_{n}"], [f"y_{n}"], perm=[0, 2, 3, 1]) for n in (32, 16)],
      [("x", [1, 3, 256, 416])], [("y_32", [1, 8, 13, 18]), ("y_16", [1, 16, 26, 18])],
-     {"w": numpy.ones([18, 3, 1, 1], numpy.float32)})
+     {"w": np.ones([18, 3, 1, 1], np.float32)})
 
 # Faces: red patches of 32 x 24 around a cell of level 1, blue ones of 64 x 60 around one of level 3. The cells of
 # levels 2 and 3 are rounded up to 8 and 4 rows, of 30 and 60 pixels.
@@ -198,7 +198,7 @@ def brightness_reader(name, channels, outputs):
     """Outputs that are linear in the mean of each channel, which is its brightness less 128."""
     nodes, weights = [node("GlobalAveragePool", ["x"], ["means"])], {}
     for output, values in outputs.items():
-        rows = numpy.array(values, numpy.float32)
+        rows = np.array(values, np.float32)
         nodes.append(node("Conv", ["means", output + "_w", output + "_b"], [output], kernel_shape=[1, 1]))
         weights[output + "_w"] = rows[:, :channels].reshape(-1, channels, 1, 1).copy()
         weights[output + "_b"] = rows[:, channels].copy()

@@ -7,7 +7,7 @@ import sys
 from pathlib import Path
 
 import cv2
-import numpy
+import numpy as np
 
 from models.labels.making import HELD_OUT, save
 from models.scenes import camera, compose
@@ -45,7 +45,7 @@ def draw_thing(rng, what, x, feet, height, pose_and_yaw, picture_width, picture_
 
 
 def draw(width, height, background, seed, things):
-    rng = numpy.random.default_rng(seed)
+    rng = np.random.default_rng(seed)
     behind = background(rng, width, height, HELD_OUT)
     placed = [draw_thing(rng, *thing[:4], thing[4:], width, height) for thing in things]
     return camera.degrade(rng, compose.compose(behind, placed, rng)[0], 0.25)

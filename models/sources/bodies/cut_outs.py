@@ -9,7 +9,7 @@ from pathlib import Path
 from typing import Any, Optional, Sequence, Tuple
 
 import cv2
-import numpy
+import numpy as np
 
 from models.labels.making import save
 from models.labels.pictures import read_picture
@@ -28,22 +28,22 @@ MOST_TURNED = 65  # degrees
 def camera(rng: Any, whoever: person.Person, kind: str) -> render.Camera:
     """From a doorbell's height to a ceiling's, near and far; mostly from the front."""
     middle = whoever.points.mean(axis=0)
-    azimuth = rng.normal(0, 0.5) if kind == BUST or rng.random() < 0.5 else rng.uniform(-numpy.pi, numpy.pi)
+    azimuth = rng.normal(0, 0.5) if kind == BUST or rng.random() < 0.5 else rng.uniform(-np.pi, np.pi)
     height = rng.normal(0.08, 0.2) if kind == BUST or rng.random() < 0.5 else rng.uniform(-0.1, 0.8)
-    away = numpy.array([numpy.sin(azimuth) * numpy.cos(height), numpy.sin(height), numpy.cos(azimuth) * numpy.cos(height)])
+    away = np.array([np.sin(azimuth) * np.cos(height), np.sin(height), np.cos(azimuth) * np.cos(height)])
     width, rows = SIZES[kind]
     if kind == BUST:
-        share, high = rng.uniform(0.25, 0.5), numpy.ptp(whoever.face[:, 1])  # of the picture's rows; of the face
+        share, high = rng.uniform(0.25, 0.5), np.ptp(whoever.face[:, 1])  # of the picture's rows; of the face
         below = rng.uniform(0.2, 1) * (0.5 / share - 0.8) * high  # so much that nothing of the head is cut off
         target = middle + (rng.normal(0, 0.3), -below, 0)
-        distance = numpy.exp(rng.uniform(numpy.log(6), numpy.log(40)))
+        distance = np.exp(rng.uniform(np.log(6), np.log(40)))
         scale = rows * share * distance / high
         return render.Camera(target + away * distance, target, scale, rng.normal(0, 0.06))
     places = whoever.vertices[:, :3]
     target = (places.min(axis=0) + places.max(axis=0)) / 2
     distance = rng.uniform(20, 90)
     seen = render.Camera(target + away * distance, target, 1.0, rng.normal(0, 0.04))
-    reach = numpy.abs(seen.project(places, (0, 0))).max(axis=0)
+    reach = np.abs(seen.project(places, (0, 0))).max(axis=0)
     seen.scale = float(min(width / 2 / reach[0], rows / 2 / reach[1])) * 0.98
     return seen
 
@@ -52,28 +52,28 @@ def light(rng: Any, towards: Any) -> render.Light:
     """Sun, lamps, a window, a dull day; at night infrared from the camera."""
     seed, pattern, gloss = rng.uniform(0, 9), int(rng.choice([0, 0, 0, 1, 2, 3])), rng.uniform(0.01, 0.12)
     if rng.random() < 0.08:
-        sun, sky, ground = (numpy.full(3, level) for level in (rng.uniform(0.6, 1.2), 0.1, 0.05))
+        sun, sky, ground = (np.full(3, level) for level in (rng.uniform(0.6, 1.2), 0.1, 0.05))
         return render.Light(towards, sun, sky, ground, gloss, seed, pattern)
-    direction = towards / numpy.linalg.norm(towards) + rng.normal(0, 0.8, 3) * (1, 0.5, 1) + (0, 0.6, 0)
-    sun = rng.uniform(0.1, 1.1) * numpy.exp(rng.normal(0, 0.12) * numpy.array([1, 0, -1]))
-    sky = rng.uniform(0.25, 0.7) * numpy.exp(rng.normal(0, 0.1) * numpy.array([-1, 0, 1]))
+    direction = towards / np.linalg.norm(towards) + rng.normal(0, 0.8, 3) * (1, 0.5, 1) + (0, 0.6, 0)
+    sun = rng.uniform(0.1, 1.1) * np.exp(rng.normal(0, 0.12) * np.array([1, 0, -1]))
+    sky = rng.uniform(0.25, 0.7) * np.exp(rng.normal(0, 0.1) * np.array([-1, 0, 1]))
     return render.Light(direction, sun, sky, sky * rng.uniform(0.4, 0.9), gloss, seed, pattern)
 
 
 def angles(head: Any, seen: render.Camera) -> Tuple[float, ...]:
     """Yaw (positive: to the picture's right), pitch (down), roll (clockwise) in degrees, as the camera sees the head."""
     turned = seen.axes() @ head
-    yaw, pitch = numpy.arctan2(turned[0, 2], turned[2, 2]), numpy.arctan2(-turned[1, 2], numpy.hypot(turned[0, 2], turned[2, 2]))
-    level = numpy.array([numpy.cos(yaw), 0, -numpy.sin(yaw)])  # where the head's left would be without a roll
-    roll = numpy.arctan2(-turned[1, 0], turned[:, 0] @ level)
-    return tuple(numpy.degrees((yaw, pitch, roll)))
+    yaw, pitch = np.arctan2(turned[0, 2], turned[2, 2]), np.arctan2(-turned[1, 2], np.hypot(turned[0, 2], turned[2, 2]))
+    level = np.array([np.cos(yaw), 0, -np.sin(yaw)])  # where the head's left would be without a roll
+    roll = np.arctan2(-turned[1, 0], turned[:, 0] @ level)
+    return tuple(np.degrees((yaw, pitch, roll)))
 
 
 def view(rng: Any, renderer: render.Renderer, whoever: person.Person, kind: str) -> Tuple[Any, list]:
     """A tight cut-out; of its face the share that is seen, box, points, angles."""
     seen, size = camera(rng, whoever, kind), SIZES[kind]
     picture, parts = renderer.render(whoever.vertices, whoever.triangles, seen, light(rng, seen.eye - seen.target), size)
-    x, y, w, h = cv2.boundingRect((picture[..., 3] > 127).astype(numpy.uint8))
+    x, y, w, h = cv2.boundingRect((picture[..., 3] > 127).astype(np.uint8))
     if kind == WHOLE:
         x, y, w, h = max(x - 1, 0), max(y - 1, 0), w + 2, h + 2
     else:
@@ -103,7 +103,7 @@ class Rendered:
                     raise Invalid(f"{path}:1: the columns have to be {','.join(COLUMNS)}")
                 for name, _, kind, *texts in lines:
                     try:
-                        values = numpy.array(texts, float)
+                        values = np.array(texts, float)
                     except ValueError as error:
                         raise Invalid(f"{path}:{lines.line_num}: {error}") from error
                     self.rows.append((name, kind, values))
@@ -113,7 +113,7 @@ class Rendered:
 
     @staticmethod
     def shows_face(values: Any) -> bool:
-        return bool(values[0] >= LEAST_SEEN and values[4] >= LEAST_FACE and numpy.abs(values[15:17]).max() < MOST_TURNED)
+        return bool(values[0] >= LEAST_SEEN and values[4] >= LEAST_FACE and np.abs(values[15:17]).max() < MOST_TURNED)
 
     def picture(self, name: str) -> Any:
         return read_picture(self.directory / name, cv2.IMREAD_UNCHANGED)
@@ -147,7 +147,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> None:
         lines = csv.writer(file, lineterminator="\n")
         lines.writerow(COLUMNS)
         for number in range(options.count):
-            rng = numpy.random.default_rng([options.seed, number])
+            rng = np.random.default_rng([options.seed, number])
             kind = BUST if number % 2 else WHOLE
             whoever = bodies.person(rng, kind == BUST)
             for n in range(options.views):

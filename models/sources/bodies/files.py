@@ -9,14 +9,14 @@ import json
 from pathlib import Path
 from typing import Any, Dict, List, Tuple
 
-import numpy
+import numpy as np
 import scipy.sparse
 from scipy.spatial.transform import Rotation
 
 from models.labels.table import Invalid
 
 SAME_NAMES = 0.5  # the share of a pose's joints that have to be bones of the skeleton
-UPRIGHT = numpy.array([[1.0, 0, 0], [0, 0, 1], [0, -1, 0]])  # poses have z up
+UPRIGHT = np.array([[1.0, 0, 0], [0, 0, 1], [0, -1, 0]])  # poses have z up
 
 
 def _reader(read: Any) -> Any:
@@ -41,7 +41,7 @@ class Mesh:
 
     def of(self, wanted: Any) -> Any:
         """The faces of those groups of which `wanted` says so."""
-        return self.faces[numpy.isin(self.groups, [n for n, name in enumerate(self.names) if wanted(name)])]
+        return self.faces[np.isin(self.groups, [n for n, name in enumerate(self.names) if wanted(name)])]
 
 
 @_reader
@@ -57,7 +57,7 @@ def read_mesh(path: Path) -> Mesh:
             corners = [int(value.split("/")[0]) - 1 for value in values]
             faces.append((corners + corners[-1:])[:4])
             groups.append(len(names) - 1)
-    mesh = Mesh(numpy.array(places), numpy.array(faces).reshape(-1, 4), numpy.array(groups), names)
+    mesh = Mesh(np.array(places), np.array(faces).reshape(-1, 4), np.array(groups), names)
     if not len(places) or not len(faces) or mesh.faces.min() < 0 or mesh.faces.max() >= len(places):
         raise ValueError("no vertices, no faces, or faces of vertices that are not there")
     return mesh
@@ -67,8 +67,8 @@ def read_mesh(path: Path) -> Mesh:
 def read_target(path: Path, count: int) -> Tuple[Any, Any]:
     """Vertices, and where each one goes at a weight of 1. Those of the very average have no lines."""
     rows = [line.split() for line in path.read_text(encoding="utf-8").splitlines() if line and line[0] != "#"]
-    vertices = numpy.array([row[0] for row in rows], int)
-    moves = numpy.array([row[1:4] for row in rows], float).reshape(-1, 3)
+    vertices = np.array([row[0] for row in rows], int)
+    moves = np.array([row[1:4] for row in rows], float).reshape(-1, 3)
     if len(vertices) and not 0 <= vertices.min() <= vertices.max() < count:
         raise ValueError(f"a vertex that the mesh does not have, of {count}")
     return vertices, moves
@@ -118,11 +118,11 @@ def read_clothes(path: Path, count: int) -> Clothes:
             rows.append(numbers if len(numbers) == 9 else [numbers[0]] * 3 + [1, 0, 0, 0, 0, 0])
         else:
             part = part if part != "verts" or not rows else ""
-    table = numpy.array(rows, float).reshape(-1, 9)
+    table = np.array(rows, float).reshape(-1, 9)
     mesh = read_mesh(path.parent / name)
     if len(table) != len(mesh.places):
         raise ValueError(f"{len(table)} vertices are tied, {name} has {len(mesh.places)}")
-    on = scipy.sparse.csr_matrix((table[:, 3:6].ravel(), (numpy.repeat(range(len(table)), 3), table[:, :3].ravel().astype(int))),
+    on = scipy.sparse.csr_matrix((table[:, 3:6].ravel(), (np.repeat(range(len(table)), 3), table[:, :3].ravel().astype(int))),
                                  shape=(len(table), count))
     return Clothes(mesh, on, table[:, 6:], [scales[axis] for axis in "xyz"], _ranges(hidden))
 
@@ -137,7 +137,7 @@ def _ranges(words: List[str]) -> Any:
         else:
             found += range(found[-1] + 1, int(word) + 1) if is_range else [int(word)]
             is_range = False
-    return numpy.array(found, int)
+    return np.array(found, int)
 
 
 @dataclasses.dataclass
@@ -150,10 +150,10 @@ class Skeleton:
     def matrices(self, body: Any, turns: Dict[str, Any]) -> Any:
         """[bones, 3, 4]: where each bone carries a place, when bones turn (3 x 3) about their heads."""
         heads = self.heads @ body
-        whole = numpy.zeros((len(self.names), 4, 4))
+        whole = np.zeros((len(self.names), 4, 4))
         for bone, (name, parent) in enumerate(zip(self.names, self.parents)):
-            turn = numpy.eye(4)
-            turn[:3, :3] = turns.get(name, numpy.eye(3))
+            turn = np.eye(4)
+            turn[:3, :3] = turns.get(name, np.eye(3))
             turn[:3, 3] = heads[bone] - turn[:3, :3] @ heads[bone]
             whole[bone] = turn if parent < 0 else whole[parent] @ turn
         return whole[:, :3]
@@ -162,12 +162,12 @@ class Skeleton:
 def skin(places: Any, weights: Any, matrices: Any) -> Any:
     """Each place where its bones carry it."""
     blended = (weights @ matrices.reshape(-1, 12)).reshape(-1, 3, 4)
-    return numpy.einsum("nij,nj->ni", blended[:, :, :3], places) + blended[:, :, 3]
+    return np.einsum("nij,nj->ni", blended[:, :, :3], places) + blended[:, :, 3]
 
 
 def normalised(weights: Any) -> Any:
-    total = numpy.asarray(weights.sum(axis=1)).ravel()
-    return scipy.sparse.diags(1 / numpy.where(total > 0, total, 1)) @ weights
+    total = np.asarray(weights.sum(axis=1)).ravel()
+    return scipy.sparse.diags(1 / np.where(total > 0, total, 1)) @ weights
 
 
 @_reader
@@ -183,8 +183,8 @@ def read_skeleton(path: Path, count: int) -> Skeleton:
         names += ready
         waiting = [name for name in waiting if name not in ready]
     of_bones = [content["joints"][bones[name]["head"]] for name in names]
-    rows = numpy.repeat(range(len(names)), [len(vertices) for vertices in of_bones])
-    heads = scipy.sparse.csr_matrix((numpy.ones(len(rows)), (rows, numpy.concatenate(of_bones))), shape=(len(names), count))
+    rows = np.repeat(range(len(names)), [len(vertices) for vertices in of_bones])
+    heads = scipy.sparse.csr_matrix((np.ones(len(rows)), (rows, np.concatenate(of_bones))), shape=(len(names), count))
     weights_path = path.parent / content["weights_file"]
     given = json.loads(weights_path.read_text(encoding="utf-8"))["weights"]
     tied = [(int(vertex), bone, weight) for bone, name in enumerate(names) for vertex, weight in given.get(name, ())]

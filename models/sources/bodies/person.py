@@ -5,18 +5,18 @@ import functools
 from pathlib import Path
 from typing import Any, Dict, List
 
-import numpy
+import numpy as np
 from scipy.spatial.transform import Rotation
 
 from models.labels.table import Invalid
 from models.sources.bodies import files, render
 
 FACE, OTHER = 1, 2  # parts
-SKINS = numpy.array([(0.80, 0.55, 0.44), (0.72, 0.47, 0.36), (0.62, 0.38, 0.27), (0.48, 0.28, 0.18), (0.33, 0.18, 0.11),
-                     (0.20, 0.11, 0.07), (0.11, 0.06, 0.04), (0.75, 0.52, 0.38), (0.66, 0.44, 0.30)])
-HAIRS = numpy.array([(0.02, 0.015, 0.012), (0.04, 0.025, 0.018), (0.10, 0.05, 0.03), (0.20, 0.11, 0.05), (0.45, 0.30, 0.14),
-                     (0.30, 0.10, 0.04), (0.35, 0.34, 0.33), (0.65, 0.64, 0.62)])
-IRISES = numpy.array([(0.06, 0.03, 0.015), (0.10, 0.06, 0.03), (0.10, 0.14, 0.20), (0.08, 0.13, 0.07)])
+SKINS = np.array([(0.80, 0.55, 0.44), (0.72, 0.47, 0.36), (0.62, 0.38, 0.27), (0.48, 0.28, 0.18), (0.33, 0.18, 0.11),
+                  (0.20, 0.11, 0.07), (0.11, 0.06, 0.04), (0.75, 0.52, 0.38), (0.66, 0.44, 0.30)])
+HAIRS = np.array([(0.02, 0.015, 0.012), (0.04, 0.025, 0.018), (0.10, 0.05, 0.03), (0.20, 0.11, 0.05), (0.45, 0.30, 0.14),
+                  (0.30, 0.10, 0.04), (0.35, 0.34, 0.33), (0.65, 0.64, 0.62)])
+IRISES = np.array([(0.06, 0.03, 0.015), (0.10, 0.06, 0.03), (0.10, 0.14, 0.20), (0.08, 0.13, 0.07)])
 TEETH = (0.6, 0.56, 0.48)
 AGES = ("baby", "child", "young", "old")
 # In the unchanged mesh, tenths of a metre.
@@ -27,7 +27,7 @@ FACE_ROOMS = ("head", "nose", "eyes", "mouth", "chin", "cheek", "forehead", "eye
 
 
 def is_face(rest: Any) -> Any:
-    x, y, z = numpy.abs(rest[:, 0]), rest[:, 1], rest[:, 2]
+    x, y, z = np.abs(rest[:, 0]), rest[:, 1], rest[:, 2]
     return (y > CHIN) & (y < FOREHEAD) & (x < CHEEK) & (z > TEMPLE)
 
 
@@ -57,11 +57,11 @@ class Bodies:
         self.skin_faces = self.mesh.of(lambda name: name == "body")
         self.eye_faces = self.mesh.of(lambda name: name in ("helper-l-eye", "helper-r-eye"))
         self.teeth_faces = self.mesh.of(lambda name: name.endswith("teeth"))
-        lids = [numpy.unique(self.mesh.of(lambda name, side=side: name == f"helper-{side}-eye")) for side in "rl"]
+        lids = [np.unique(self.mesh.of(lambda name, side=side: name == f"helper-{side}-eye")) for side in "rl"]
         self.pupils = [of_eye[self.rest[of_eye, 2] > 1.33] for of_eye in lids]
-        self.marks = [int(numpy.linalg.norm(self.rest[:13380] - mark, axis=1).argmin())
+        self.marks = [int(np.linalg.norm(self.rest[:13380] - mark, axis=1).argmin())
                       for mark in (NOSE_TIP, MOUTH_LEFT, MOUTH_RIGHT)]
-        used = numpy.unique(self.skin_faces)
+        used = np.unique(self.skin_faces)
         self.face = used[is_face(self.rest[used])]
 
     def _paths(self, pattern: str) -> List[Path]:
@@ -82,7 +82,7 @@ class Bodies:
     def shape(self, rng: Any, sex: float, age: str, race: str) -> Any:
         """The body at rest."""
         def between(names: Any) -> Any:  # weights of two neighbours of three
-            value = numpy.clip(rng.normal(0, 0.45), -1, 1)
+            value = np.clip(rng.normal(0, 0.45), -1, 1)
             return {names[1]: 1 - abs(value), names[2] if value > 0 else names[0]: abs(value)}
 
         targets = []
@@ -128,7 +128,7 @@ class Bodies:
         for bone in ("upperarm01", "lowerarm01", "upperleg01", "lowerleg01", "spine03", "shoulder01"):
             for side in (".L", ".R") if bone != "spine03" else ("",):
                 turn = Rotation.from_rotvec(rng.normal(0, 0.09, 3)).as_matrix()
-                turns[bone + side] = turn @ turns.get(bone + side, numpy.eye(3))
+                turns[bone + side] = turn @ turns.get(bone + side, np.eye(3))
         head = Rotation.from_euler("yxz", rng.normal(0, (22, 9, 6)), degrees=True)
         half = Rotation.from_rotvec(head.as_rotvec() / 2).as_matrix()
         for bone in ("neck02", "head"):
@@ -143,7 +143,7 @@ class Bodies:
         matrices = self.skeleton.matrices(body, self.turns(rng, is_bust))
         skinned = files.skin(body, self.skeleton.weights, matrices)
         parts: list = []
-        hidden = numpy.zeros(self.count, bool)
+        hidden = np.zeros(self.count, bool)
         for path, kind in self._wear(rng, sex, age):
             worn, weights, within = self.clothes(path)
             hidden[worn.hidden] = True
@@ -152,12 +152,12 @@ class Bodies:
             material = {"hair": render.HAIR, "brow": render.HAIR, "cloth": render.CLOTH, "plain": render.PLAIN}[kind]
             colour = self._cloth_colour(rng, rest) if kind == "cloth" else dull(rng) if kind == "plain" else None
             parts.append((files.skin(fitted, weights, matrices), worn.mesh.faces, rest, colour, material,
-                          within if material == render.HAIR else numpy.ones(len(rest)), kind))
+                          within if material == render.HAIR else np.ones(len(rest)), kind))
         skin_colour, hair_colour = SKINS[rng.integers(len(SKINS))] * rng.uniform(0.85, 1.15), HAIRS[rng.integers(len(HAIRS))]
         colours = self._skin_colours(rng, skin_colour)
         seen = self.skin_faces[~hidden[self.skin_faces].all(axis=1)]
         iris = IRISES[rng.integers(len(IRISES))]
-        everything: list = [(skinned, faces, self.rest, colour, material, numpy.ones(self.count), kind)
+        everything: list = [(skinned, faces, self.rest, colour, material, np.ones(self.count), kind)
                             for faces, colour, material, kind in ((seen, colours, render.SKIN, "skin"),
                                                                   (self.eye_faces, iris, render.EYE, "eye"),
                                                                   (self.teeth_faces, TEETH, render.PLAIN, "skin"))]
@@ -167,33 +167,33 @@ class Bodies:
     def _joined(self, parts: Any, skinned: Any, matrices: Any) -> Person:
         vertices, triangles, base = [], [], 0
         for places, faces, rest, colour, material, within, kind in parts:
-            rows = numpy.empty((len(places), sum(render.WIDTHS)))
+            rows = np.empty((len(places), sum(render.WIDTHS)))
             rows[:, 0:3], rows[:, 3:6], rows[:, 6:9], rows[:, 9:12] = places, normals(places, faces), rest, colour
             rows[:, 12], rows[:, 14] = material, within
-            rows[:, 13] = numpy.where(is_face(rest), FACE, OTHER) if kind in ("skin", "eye", "brow") else OTHER
+            rows[:, 13] = np.where(is_face(rest), FACE, OTHER) if kind in ("skin", "eye", "brow") else OTHER
             vertices.append(rows)
             triangles += [base + faces[:, :3], base + faces[faces[:, 2] != faces[:, 3]][:, (0, 2, 3)]]
             base += len(places)
         points = [skinned[pupil].mean(axis=0) for pupil in self.pupils] + [skinned[mark] for mark in self.marks]
-        return Person(numpy.concatenate(vertices), numpy.concatenate(triangles), skinned[self.face], numpy.array(points),
+        return Person(np.concatenate(vertices), np.concatenate(triangles), skinned[self.face], np.array(points),
                       matrices[self.skeleton.names.index("head"), :, :3])
 
     def _skin_colours(self, rng: Any, skin: Any) -> Any:
         rest = self.rest
-        colours = numpy.tile(skin, (self.count, 1))
+        colours = np.tile(skin, (self.count, 1))
         x, y, z = rest.T
-        lips = numpy.clip(1.6 - 1.6 * ((x / 0.30) ** 2 + ((y - 6.61) / 0.125) ** 2), 0, 1) * (z > 1.3)
-        red = skin * (0.85, 0.5, 0.5) if rng.random() < 0.75 else numpy.array((0.45, 0.03, 0.05))
+        lips = np.clip(1.6 - 1.6 * ((x / 0.30) ** 2 + ((y - 6.61) / 0.125) ** 2), 0, 1) * (z > 1.3)
+        red = skin * (0.85, 0.5, 0.5) if rng.random() < 0.75 else np.array((0.45, 0.03, 0.05))
         colours += lips[:, None] * rng.uniform(0.4, 1) * (red - skin)
-        cheeks = numpy.exp(-((numpy.abs(x) - 0.5) ** 2 + (y - 6.95) ** 2) / 0.05) * (z > 0.7) * rng.uniform(0, 0.3)
+        cheeks = np.exp(-((np.abs(x) - 0.5) ** 2 + (y - 6.95) ** 2) / 0.05) * (z > 0.7) * rng.uniform(0, 0.3)
         colours += cheeks[:, None] * (skin * (1.0, 0.6, 0.6) - skin)
-        sockets = numpy.exp(-((numpy.abs(x) - 0.31) ** 2 / 0.03 + (y - 7.25) ** 2 / 0.012)) * (z > 1) * rng.uniform(0.05, 0.4)
+        sockets = np.exp(-((np.abs(x) - 0.31) ** 2 / 0.03 + (y - 7.25) ** 2 / 0.012)) * (z > 1) * rng.uniform(0.05, 0.4)
         colours *= 1 - sockets[:, None]
         if rng.random() < 0.25:  # a beard's shadow
-            up = 6.9 + 0.25 * numpy.clip((0.9 - z) / 0.5, 0, 1)  # higher towards the ears
-            beard = numpy.clip((up - y) / 0.12, 0, 1) * numpy.clip((y - 5.9) / 0.2, 0, 1) * (z > 0.3) * (1 - lips)
+            up = 6.9 + 0.25 * np.clip((0.9 - z) / 0.5, 0, 1)  # higher towards the ears
+            beard = np.clip((up - y) / 0.12, 0, 1) * np.clip((y - 5.9) / 0.2, 0, 1) * (z > 0.3) * (1 - lips)
             colours *= 1 - beard[:, None] * rng.uniform(0.2, 0.75)
-        cavity = (numpy.abs(x) < 0.3) & (y > 6.38) & (y < 6.9) & (z < 1.33) & (z > 0.3)
+        cavity = (np.abs(x) < 0.3) & (y > 6.38) & (y < 6.9) & (z < 1.33) & (z > 0.3)
         colours[cavity] = (0.06, 0.015, 0.015)
         return colours
 
@@ -215,13 +215,13 @@ class Bodies:
 
     def _cloth_colour(self, rng: Any, rest: Any) -> Any:
         """Another above the waist than below."""
-        return numpy.where(rest[:, 1:2] > WAIST + rng.normal(0, 0.15), dull(rng), dull(rng))
+        return np.where(rest[:, 1:2] > WAIST + rng.normal(0, 0.15), dull(rng), dull(rng))
 
 
 def dull(rng: Any) -> Any:
     """A cloth's colour: seldom a loud one."""
     grey = rng.uniform(0.02, 0.8) ** 1.5
-    return numpy.clip(grey + rng.normal(0, 0.25 if rng.random() < 0.4 else 0.04, 3) * (0.3 + grey), 0.01, 0.9)
+    return np.clip(grey + rng.normal(0, 0.25 if rng.random() < 0.4 else 0.04, 3) * (0.3 + grey), 0.01, 0.9)
 
 
 def walk(rng: Any) -> Dict[str, Any]:
@@ -249,21 +249,21 @@ def both_sides(name: str) -> List[str]:
 
 def normals(places: Any, faces: Any) -> Any:
     """Of vertices, the mean of their faces'."""
-    across = numpy.cross(places[faces[:, 2]] - places[faces[:, 0]], places[faces[:, 3]] - places[faces[:, 1]])
+    across = np.cross(places[faces[:, 2]] - places[faces[:, 0]], places[faces[:, 3]] - places[faces[:, 1]])
     flat = (faces[:, 2] == faces[:, 3])
-    across[flat] = numpy.cross(places[faces[flat, 1]] - places[faces[flat, 0]], places[faces[flat, 2]] - places[faces[flat, 0]])
-    total = numpy.stack([sum(numpy.bincount(faces[:, corner], across[:, axis], len(places)) for corner in range(4))
-                         for axis in range(3)], 1)
-    return total / numpy.maximum(numpy.linalg.norm(total, axis=1, keepdims=True), 1e-9)
+    across[flat] = np.cross(places[faces[flat, 1]] - places[faces[flat, 0]], places[faces[flat, 2]] - places[faces[flat, 0]])
+    total = np.stack([sum(np.bincount(faces[:, corner], across[:, axis], len(places)) for corner in range(4))
+                      for axis in range(3)], 1)
+    return total / np.maximum(np.linalg.norm(total, axis=1, keepdims=True), 1e-9)
 
 
 def inside(faces: Any, count: int) -> Any:
     """0 at the border of a sheet, 0.5 next to it, 1 further in."""
-    edges = numpy.sort(numpy.concatenate([faces[:, (a, b)] for a, b in ((0, 1), (1, 2), (2, 3), (3, 0))]), axis=1)
+    edges = np.sort(np.concatenate([faces[:, (a, b)] for a, b in ((0, 1), (1, 2), (2, 3), (3, 0))]), axis=1)
     edges = edges[edges[:, 0] != edges[:, 1]]
-    single, times = numpy.unique(edges, axis=0, return_counts=True)
-    depth = numpy.ones(count)
-    border = numpy.unique(single[times == 1])
-    near = numpy.unique(single[numpy.isin(single, border).any(axis=1)])
+    single, times = np.unique(edges, axis=0, return_counts=True)
+    depth = np.ones(count)
+    border = np.unique(single[times == 1])
+    near = np.unique(single[np.isin(single, border).any(axis=1)])
     depth[near], depth[border] = 0.6, 0.0
     return depth

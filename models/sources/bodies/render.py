@@ -5,7 +5,7 @@ from typing import Any, Tuple
 
 import cv2
 import moderngl
-import numpy
+import numpy as np
 
 # What a vertex has: place, normal, place in the unchanged mesh, colour, material, part, distance from the border of a sheet.
 FIELDS = ("place", "normal", "rest", "colour", "material", "part", "inside")
@@ -94,24 +94,24 @@ class Camera:
 
     def axes(self) -> Any:
         """Rows: right, up, towards the camera."""
-        back = numpy.subtract(self.eye, self.target)
-        back = back / numpy.linalg.norm(back)
-        right = numpy.cross((0, 1, 0), back)
-        right /= numpy.linalg.norm(right)
-        up = numpy.cross(back, right)
-        c, s = numpy.cos(self.roll), numpy.sin(self.roll)
-        return numpy.array([c * right + s * up, c * up - s * right, back])
+        back = np.subtract(self.eye, self.target)
+        back = back / np.linalg.norm(back)
+        right = np.cross((0, 1, 0), back)
+        right /= np.linalg.norm(right)
+        up = np.cross(back, right)
+        c, s = np.cos(self.roll), np.sin(self.roll)
+        return np.array([c * right + s * up, c * up - s * right, back])
 
     def project(self, places: Any, size: Tuple[int, int]) -> Any:
         """Pixels [n, 2] of places [n, 3], from the left and from the top of a picture of this size."""
-        seen = (numpy.atleast_2d(places) - self.eye) @ self.axes().T
-        return numpy.array(size) / 2 + seen[:, :2] * (self.scale, -self.scale) / -seen[:, 2:]
+        seen = (np.atleast_2d(places) - self.eye) @ self.axes().T
+        return np.array(size) / 2 + seen[:, :2] * (self.scale, -self.scale) / -seen[:, 2:]
 
     def matrix(self, size: Tuple[int, int], near: float = 1.0, far: float = 1000.0) -> Any:
         axes = self.axes()
-        view = numpy.eye(4)
-        view[:3, :3], view[:3, 3] = axes, -axes @ numpy.asarray(self.eye, float)
-        lens = numpy.zeros((4, 4))
+        view = np.eye(4)
+        view[:3, :3], view[:3, 3] = axes, -axes @ np.asarray(self.eye, float)
+        lens = np.zeros((4, 4))
         lens[0, 0], lens[1, 1] = 2 * self.scale / size[0], 2 * self.scale / size[1]
         lens[2, 2:] = -(far + near) / (far - near), -2 * far * near / (far - near)
         lens[3, 2] = -1
@@ -148,17 +148,17 @@ class Renderer:
         target.use()
         target.clear()
         self.context.enable(moderngl.DEPTH_TEST)
-        for name, value in (("eye", camera.eye), ("sun", light.direction / numpy.linalg.norm(light.direction)),
+        for name, value in (("eye", camera.eye), ("sun", light.direction / np.linalg.norm(light.direction)),
                             ("sun_colour", light.colour), ("sky", light.sky), ("ground", light.ground)):
             self.program[name] = tuple(map(float, value))
         self.program["gloss"], self.program["seed"], self.program["pattern"] = light.gloss, light.seed, float(light.pattern)
         self.program["seen"].write(camera.matrix(size).T.astype("f4").tobytes())
-        buffers = [self.context.buffer(numpy.ascontiguousarray(vertices, "f4")),
-                   self.context.buffer(numpy.ascontiguousarray(triangles, "i4"))]
+        buffers = [self.context.buffer(np.ascontiguousarray(vertices, "f4")),
+                   self.context.buffer(np.ascontiguousarray(triangles, "i4"))]
         array = self.context.vertex_array(self.program, [(buffers[0], " ".join(f"{w}f" for w in WIDTHS), *FIELDS)], buffers[1])
         array.render()
-        pixels = numpy.frombuffer(target.read(components=4, attachment=0), numpy.uint8).reshape(large[1], large[0], 4)[::-1]
-        parts = numpy.frombuffer(target.read(components=1, attachment=1, alignment=1), numpy.uint8).reshape(large[::-1])[::-1]
+        pixels = np.frombuffer(target.read(components=4, attachment=0), np.uint8).reshape(large[1], large[0], 4)[::-1]
+        parts = np.frombuffer(target.read(components=1, attachment=1, alignment=1), np.uint8).reshape(large[::-1])[::-1]
         for thing in (array, *buffers):
             thing.release()
         return smaller(pixels, size), parts.copy()
@@ -166,8 +166,8 @@ class Renderer:
 
 def smaller(pixels: Any, size: Tuple[int, int]) -> Any:
     """RGBA that covers a pixel or not, to BGRA whose colour is that of what covers it."""
-    alpha = pixels[..., 3:].astype(numpy.float32)
+    alpha = pixels[..., 3:].astype(np.float32)
     share = cv2.resize(alpha, size, interpolation=cv2.INTER_AREA)
     colour = cv2.resize(pixels[..., 2::-1] * (alpha / 255), size, interpolation=cv2.INTER_AREA)
-    colour /= numpy.maximum(share, 1e-3)[..., None] / 255
-    return numpy.dstack([colour, share]).round().clip(0, 255).astype(numpy.uint8)
+    colour /= np.maximum(share, 1e-3)[..., None] / 255
+    return np.dstack([colour, share]).round().clip(0, 255).astype(np.uint8)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """Draws faces. An Identity is who it is, a View how it is seen; render() gives pixels, box and points.
-`rng` is a numpy.random.Generator.
+`rng` is a np.random.Generator.
 
 Coordinates of a head: x to the picture's right, y down, both from -1 to 1 across the front of the face
 (x = -1 and 1: its edges; y = -1: hairline, y = 1: chin), z towards the viewer. The face box reaches from
@@ -10,7 +10,7 @@ import dataclasses
 import functools
 
 import cv2
-import numpy
+import numpy as np
 
 from models.sources.drawn.paint import fill_polygon, stroke
 
@@ -96,15 +96,15 @@ class View:
 
 
 def _angle(rng, deviation):
-    return float(numpy.clip(rng.normal(0, deviation), -2.4 * deviation, 2.4 * deviation))
+    return float(np.clip(rng.normal(0, deviation), -2.4 * deviation, 2.4 * deviation))
 
 
 def random_view(rng, amount=1.0, covers=("none",)):
     """How somebody is seen; `amount` scales pose and expression."""
     return View(yaw=_angle(rng, 17 * amount), pitch=_angle(rng, 9 * amount), roll=_angle(rng, 7 * amount),
                 smile=float(rng.uniform(-0.6, 1.0)), mouth_open=float(max(0, rng.normal(-0.1, 0.4))),
-                eyes_open=float(numpy.clip(rng.normal(0.95, 0.2), 0.1, 1.2)), brows=float(rng.normal(0, 0.5)),
-                gaze=float(rng.uniform(-1, 1)), light=float(rng.uniform(-numpy.pi, numpy.pi)), shade=float(rng.uniform(0, 0.6)),
+                eyes_open=float(np.clip(rng.normal(0.95, 0.2), 0.1, 1.2)), brows=float(rng.normal(0, 0.5)),
+                gaze=float(rng.uniform(-1, 1)), light=float(rng.uniform(-np.pi, np.pi)), shade=float(rng.uniform(0, 0.6)),
                 cover=covers[rng.integers(len(covers))])
 
 
@@ -113,26 +113,26 @@ class Head:
 
     def __init__(self, identity, view):
         self.id = identity
-        yaw, pitch, roll = (numpy.radians(a) for a in (view.yaw, view.pitch, view.roll))
+        yaw, pitch, roll = (np.radians(a) for a in (view.yaw, view.pitch, view.roll))
         self.yaw, self.pitch = yaw, pitch
-        self.roll = numpy.array([[numpy.cos(roll), -numpy.sin(roll)], [numpy.sin(roll), numpy.cos(roll)]])
+        self.roll = np.array([[np.cos(roll), -np.sin(roll)], [np.sin(roll), np.cos(roll)]])
 
     def project(self, points, lift=0.0):
         """Face coordinates to canvas pixels; `lift`: above the surface of the head, such as a nose."""
-        p = numpy.atleast_2d(numpy.asarray(points, float))
+        p = np.atleast_2d(np.asarray(points, float))
         half_width = self.id.width
         x, y = p[:, 0] * half_width, p[:, 1]
-        round_x, round_y = numpy.maximum(0.0, 1.0 - p[:, 0] ** 2 * 0.9), numpy.maximum(0.15, 1.0 - 0.45 * y ** 2)
-        z = 0.62 * numpy.sqrt(round_x) * numpy.sqrt(round_y) + lift
-        turned_x = x * numpy.cos(self.yaw) + z * numpy.sin(self.yaw)
-        z = z * numpy.cos(self.yaw) - x * numpy.sin(self.yaw)
-        turned_y = y * numpy.cos(self.pitch) + z * numpy.sin(self.pitch) * 0.8
-        return (numpy.stack([turned_x, turned_y], 1) @ self.roll.T) * HALF_HEIGHT + CENTRE
+        round_x, round_y = np.maximum(0.0, 1.0 - p[:, 0] ** 2 * 0.9), np.maximum(0.15, 1.0 - 0.45 * y ** 2)
+        z = 0.62 * np.sqrt(round_x) * np.sqrt(round_y) + lift
+        turned_x = x * np.cos(self.yaw) + z * np.sin(self.yaw)
+        z = z * np.cos(self.yaw) - x * np.sin(self.yaw)
+        turned_y = y * np.cos(self.pitch) + z * np.sin(self.pitch) * 0.8
+        return (np.stack([turned_x, turned_y], 1) @ self.roll.T) * HALF_HEIGHT + CENTRE
 
     def flat(self, points):
         """Points of the outline: they turn with the head in the plane, not around it."""
-        p = numpy.atleast_2d(numpy.asarray(points, float)) * (self.id.width, 1.0)
-        p = p + (0.12 * numpy.sin(self.yaw), 0.10 * numpy.sin(self.pitch))
+        p = np.atleast_2d(np.asarray(points, float)) * (self.id.width, 1.0)
+        p = p + (0.12 * np.sin(self.yaw), 0.10 * np.sin(self.pitch))
         return (p @ self.roll.T) * HALF_HEIGHT + CENTRE
 
 
@@ -140,9 +140,9 @@ def render(identity, view, size=None):
     """The head as BGRA of CANVAS x CANVAS pixels (or size x size), its box (x, y, w, h) and its five points:
     left eye, right eye, nose tip, left and right mouth corner as seen in the picture."""
     head = Head(identity, view)
-    image = numpy.zeros((CANVAS, CANVAS, 3), numpy.uint8)
+    image = np.zeros((CANVAS, CANVAS, 3), np.uint8)
     image[:] = identity.skin
-    alpha = numpy.zeros((CANVAS, CANVAS), numpy.uint8)
+    alpha = np.zeros((CANVAS, CANVAS), np.uint8)
     outline = head.flat(_outline(identity))
     _neck(head, image, alpha)
     _back_hair(head, image, alpha)
@@ -154,10 +154,10 @@ def render(identity, view, size=None):
     _hair(head, image, alpha)
     if view.cover != "none":
         COVERS[view.cover](head, view, image, alpha)
-    around = numpy.concatenate([outline, ears])
+    around = np.concatenate([outline, ears])
     low, high = around.min(axis=0), around.max(axis=0)
-    box = numpy.array([low[0], low[1], high[0] - low[0], high[1] - low[1]])
-    bgra = numpy.dstack([image, alpha])
+    box = np.array([low[0], low[1], high[0] - low[0], high[1] - low[1]])
+    bgra = np.dstack([image, alpha])
     if size and size != CANVAS:
         bgra = cv2.resize(bgra, (size, size), interpolation=cv2.INTER_AREA)
         box, points = box * size / CANVAS, points * size / CANVAS
@@ -168,7 +168,7 @@ def render(identity, view, size=None):
 
 
 def _jitter(rng, colour, amount):
-    return tuple(int(numpy.clip(c + rng.integers(-amount, amount + 1), 0, 255)) for c in colour)
+    return tuple(int(np.clip(c + rng.integers(-amount, amount + 1), 0, 255)) for c in colour)
 
 
 def _darker(colour, factor):
@@ -181,17 +181,17 @@ def _both(image, alpha, points, colour):
 
 
 def _arc(cx, cy, rx, ry, start=0.0, end=360.0, tilt=0.0, count=32):
-    t = numpy.radians(numpy.linspace(start, end, count))
-    x, y = rx * numpy.cos(t), ry * numpy.sin(t)
-    return numpy.stack([cx + x * numpy.cos(tilt) - y * numpy.sin(tilt), cy + x * numpy.sin(tilt) + y * numpy.cos(tilt)], 1)
+    t = np.radians(np.linspace(start, end, count))
+    x, y = rx * np.cos(t), ry * np.sin(t)
+    return np.stack([cx + x * np.cos(tilt) - y * np.sin(tilt), cy + x * np.sin(tilt) + y * np.cos(tilt)], 1)
 
 
 def _outline(identity):
-    t = numpy.linspace(0, 2 * numpy.pi, 72, endpoint=False)
-    exponent = numpy.where(numpy.sin(t) > 0, identity.jaw, identity.forehead)
-    x = numpy.sign(numpy.cos(t)) * numpy.abs(numpy.cos(t)) ** (2 / exponent)
-    y = numpy.sign(numpy.sin(t)) * numpy.abs(numpy.sin(t)) ** (2 / exponent)
-    return numpy.stack([x * numpy.where(y > 0, 1 - 0.12 * y, 1), y], 1)
+    t = np.linspace(0, 2 * np.pi, 72, endpoint=False)
+    exponent = np.where(np.sin(t) > 0, identity.jaw, identity.forehead)
+    x = np.sign(np.cos(t)) * np.abs(np.cos(t)) ** (2 / exponent)
+    y = np.sign(np.sin(t)) * np.abs(np.sin(t)) ** (2 / exponent)
+    return np.stack([x * np.where(y > 0, 1 - 0.12 * y, 1), y], 1)
 
 
 def _neck(head, image, alpha):
@@ -202,22 +202,22 @@ def _neck(head, image, alpha):
 def _ears(head, image, alpha):
     seen = []
     for side in (-1, 1):
-        away = numpy.sin(head.yaw) * side  # the ear on the side to which the head turns goes behind it
+        away = np.sin(head.yaw) * side  # the ear on the side to which the head turns goes behind it
         r = head.id.ear * max(0.25, 1 - 1.4 * max(0, away))
         ear = head.flat(_arc(side * 1.0, 0.02, r * 0.75, head.id.ear * 1.1))
         _both(image, alpha, ear, _darker(head.id.skin, 0.88))
         seen.append(ear)
-    return numpy.concatenate(seen)
+    return np.concatenate(seen)
 
 
 def _shade(image, outline, view):
-    low, high = numpy.floor(outline.min(axis=0)).astype(int), numpy.ceil(outline.max(axis=0)).astype(int)
+    low, high = np.floor(outline.min(axis=0)).astype(int), np.ceil(outline.max(axis=0)).astype(int)
     x0, y0, x1, y1 = max(0, low[0]), max(0, low[1]), min(CANVAS, high[0]), min(CANVAS, high[1])
-    ys, xs = numpy.mgrid[y0:y1, x0:x1].astype(numpy.float32)
-    along = ((xs - CENTRE) * numpy.cos(view.light) + (ys - CENTRE) * numpy.sin(view.light)) / HALF_HEIGHT
+    ys, xs = np.mgrid[y0:y1, x0:x1].astype(np.float32)
+    along = ((xs - CENTRE) * np.cos(view.light) + (ys - CENTRE) * np.sin(view.light)) / HALF_HEIGHT
     factor = 1.0 - view.shade * 0.5 * (0.5 + 0.5 * along)
     part = image[y0:y1, x0:x1]
-    part[:] = numpy.clip(part * factor[..., None], 0, 255).astype(numpy.uint8)
+    part[:] = np.clip(part * factor[..., None], 0, 255).astype(np.uint8)
 
 
 def _features(head, view, image):
@@ -237,7 +237,7 @@ def _features(head, view, image):
     points["mouth"] = _mouth(head, view, image)
     if i.glasses != "none":
         _glasses(head, image, i.glasses, (30, 30, 30), None)
-    return numpy.array([points["left"], points["right"], points["nose"], *points["mouth"]])
+    return np.array([points["left"], points["right"], points["nose"], *points["mouth"]])
 
 
 def _eye(head, view, image, side):
@@ -254,8 +254,8 @@ def _eye(head, view, image, side):
     lid = head.project(_arc(side * i.eye_x, i.eye_y, i.eye_width * 1.05, max(0.014, open_height * 1.05), 180, 360, tilt))
     _line(image, lid, (20, 20, 20), 3)
     y = i.eye_y - i.brow_gap - 0.05 * view.brows
-    xs = numpy.linspace(-1, 1, 9)
-    brow = numpy.stack([side * i.eye_x + xs * i.eye_width * 1.25, y + i.brow_tilt * 0.25 * xs * side + 0.035 * xs ** 2], 1)
+    xs = np.linspace(-1, 1, 9)
+    brow = np.stack([side * i.eye_x + xs * i.eye_width * 1.25, y + i.brow_tilt * 0.25 * xs * side + 0.035 * xs ** 2], 1)
     _line(image, head.project(brow), _darker(i.hair_colour, 0.75), i.brow_thickness * HALF_HEIGHT)
     return head.project([(side * i.eye_x, i.eye_y)])[0]
 
@@ -265,9 +265,9 @@ def _nose(head, image, local):
     tip = head.project([(0, i.nose_y)], lift=0.16)[0]
     bridge = head.project([(-0.03, i.eye_y)], lift=0.05)[0]
     wings = head.project([(-i.nose_width, i.nose_y + 0.05), (i.nose_width, i.nose_y + 0.05)], lift=0.03)
-    _fill(image, numpy.array([bridge, wings[0], tip + (0, 3), wings[1]]), _darker(local, 0.92))
-    _line(image, numpy.array([bridge, tip]), _darker(local, 0.72), 2)
-    _line(image, numpy.array([wings[0], tip + (0, 4), wings[1]]), _darker(local, 0.55), 3)
+    _fill(image, np.array([bridge, wings[0], tip + (0, 3), wings[1]]), _darker(local, 0.92))
+    _line(image, np.array([bridge, tip]), _darker(local, 0.72), 2)
+    _line(image, np.array([wings[0], tip + (0, 4), wings[1]]), _darker(local, 0.55), 3)
     return tip
 
 
@@ -275,19 +275,19 @@ def _mouth(head, view, image):
     i = head.id
     w = i.mouth_width * (1 + 0.15 * max(0, view.smile))
     curve = -0.09 * view.smile
-    xs = numpy.linspace(-1, 1, 15)
+    xs = np.linspace(-1, 1, 15)
     line = i.mouth_y - curve * (1 - xs ** 2)
     gap = 0.16 * min(1.0, view.mouth_open) * (1 - xs ** 2)
-    upper = numpy.stack([xs * w, line - i.lip * (1 - xs ** 2)], 1)
-    lower = numpy.stack([xs * w, line + gap + i.lip * 1.2 * (1 - xs ** 2)], 1)
-    _fill(image, head.project(numpy.concatenate([upper, lower[::-1]]), 0.04), i.lips)
-    inside = numpy.concatenate([numpy.stack([xs * w * 0.9, line], 1), numpy.stack([xs * w * 0.9, line + gap], 1)[::-1]])
+    upper = np.stack([xs * w, line - i.lip * (1 - xs ** 2)], 1)
+    lower = np.stack([xs * w, line + gap + i.lip * 1.2 * (1 - xs ** 2)], 1)
+    _fill(image, head.project(np.concatenate([upper, lower[::-1]]), 0.04), i.lips)
+    inside = np.concatenate([np.stack([xs * w * 0.9, line], 1), np.stack([xs * w * 0.9, line + gap], 1)[::-1]])
     if view.mouth_open > 0.15:
         _fill(image, head.project(inside, 0.04), (40, 30, 70))
-        teeth = numpy.stack([xs * w * 0.75, line + gap * 0.35], 1)
-        _fill(image, head.project(numpy.concatenate([numpy.stack([xs * w * 0.75, line], 1), teeth[::-1]]), 0.04), (235, 238, 240))
+        teeth = np.stack([xs * w * 0.75, line + gap * 0.35], 1)
+        _fill(image, head.project(np.concatenate([np.stack([xs * w * 0.75, line], 1), teeth[::-1]]), 0.04), (235, 238, 240))
     else:
-        _line(image, head.project(numpy.stack([xs * w, line], 1), 0.04), _darker(i.lips, 0.5), 2)
+        _line(image, head.project(np.stack([xs * w, line], 1), 0.04), _darker(i.lips, 0.5), 2)
     return head.project([(-w, i.mouth_y), (w, i.mouth_y)], 0.04)
 
 
@@ -297,9 +297,9 @@ def _beard(head, image):
     if i.beard in ("full", "stubble"):
         low = _outline(i)
         low = low[low[:, 1] > 0.15]
-        low = low[numpy.argsort(low[:, 0])]
-        area = numpy.concatenate([low, [(0.75, 0.2), (0.45, i.mouth_y - 0.16), (0, i.mouth_y - 0.2), (-0.45, i.mouth_y - 0.16),
-                                        (-0.75, 0.2)]])
+        low = low[np.argsort(low[:, 0])]
+        area = np.concatenate([low, [(0.75, 0.2), (0.45, i.mouth_y - 0.16), (0, i.mouth_y - 0.2), (-0.45, i.mouth_y - 0.16),
+                                     (-0.75, 0.2)]])
         before = image.copy()
         _fill(image, head.flat(area), colour)
         if i.beard == "stubble":
@@ -317,11 +317,11 @@ def _glasses(head, image, kind, frame, lens):
     for side in (-1, 1):
         r = 0.19
         ring = _arc(side * i.eye_x, i.eye_y, r / i.width, r) if kind == "round" else \
-            numpy.array([(-0.27, -0.13), (0.27, -0.13), (0.24, 0.16), (-0.24, 0.16)]) + (side * i.eye_x, i.eye_y)
+            np.array([(-0.27, -0.13), (0.27, -0.13), (0.24, 0.16), (-0.24, 0.16)]) + (side * i.eye_x, i.eye_y)
         ring = head.project(ring, 0.08)
         if lens is not None:
             _fill(image, ring, lens)
-        _line(image, numpy.concatenate([ring, ring[:1]]), frame, 4)
+        _line(image, np.concatenate([ring, ring[:1]]), frame, 4)
         rings.append(ring)
     _line(image, head.project([(-i.eye_x + 0.22, i.eye_y), (i.eye_x - 0.22, i.eye_y)], 0.1), frame, 4)
 
@@ -330,7 +330,7 @@ def _back_hair(head, image, alpha):
     if head.id.hair in ("long", "curly"):
         points = _arc(0, -0.15, 1.28, 1.12, 180, 360)
         low = 1.25 if head.id.hair == "long" else 0.45
-        _both(image, alpha, head.flat(numpy.concatenate([points, [(1.25, low), (-1.25, low)]])),
+        _both(image, alpha, head.flat(np.concatenate([points, [(1.25, low), (-1.25, low)]])),
               _darker(head.id.hair_colour, 0.8))
     if head.id.hair == "bun":
         _both(image, alpha, head.flat(_arc(0, -1.2, 0.4, 0.32)), head.id.hair_colour)
@@ -345,12 +345,12 @@ def _hair(head, image, alpha):
     if i.hair == "parted":
         edge = [(left, -0.15), (0.9, -0.5), (0.35, i.fringe - 0.15), (-0.5, i.fringe - 0.05), (-0.9, -0.3), (right, -0.1)]
     elif i.hair == "curly":
-        xs = numpy.linspace(left, right, 14)
+        xs = np.linspace(left, right, 14)
         edge = [(x, i.fringe + (0.1 if k % 2 else -0.05) + 0.35 * abs(x) ** 3) for k, x in enumerate(xs)]
     else:
         edge = [(left, -0.1), (0.92, -0.35), (0.6, i.fringe), (0, i.fringe - 0.08), (-0.6, i.fringe), (-0.92, -0.35),
                 (right, -0.1)]
-    _both(image, alpha, head.flat(numpy.concatenate([top, edge])), i.hair_colour)
+    _both(image, alpha, head.flat(np.concatenate([top, edge])), i.hair_colour)
 
 
 # ----- What covers a face --------------------------------------------------------------------------
@@ -372,9 +372,9 @@ def _sunglasses(head, view, image, alpha):
 
 def _cap(head, view, image, alpha):
     colour = [(150, 60, 40), (50, 50, 160), (60, 110, 60), (40, 40, 40)][int(abs(view.gaze) * 3.99)]
-    _both(image, alpha, head.flat(numpy.concatenate([_arc(0, -0.45, 1.15, 0.85, 180, 360), [(1.15, -0.42), (-1.15, -0.42)]])),
+    _both(image, alpha, head.flat(np.concatenate([_arc(0, -0.45, 1.15, 0.85, 180, 360), [(1.15, -0.42), (-1.15, -0.42)]])),
           colour)
-    _both(image, alpha, head.flat(_arc(0.2 * numpy.sin(head.yaw), -0.42, 1.05, 0.15)), _darker(colour, 0.7))
+    _both(image, alpha, head.flat(_arc(0.2 * np.sin(head.yaw), -0.42, 1.05, 0.15)), _darker(colour, 0.7))
 
 
 def _scarf(head, view, image, alpha):

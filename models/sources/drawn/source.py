@@ -3,7 +3,7 @@
 import collections
 import functools
 
-import numpy
+import numpy as np
 
 from models.labels.making import TRAINING
 from models.sources.drawn import backgrounds, faces, objects, people
@@ -43,7 +43,7 @@ class Drawn:
 
 
 def draw_head(seed, number):
-    rng = numpy.random.default_rng([seed, number])
+    rng = np.random.default_rng([seed, number])
     return faces.render(faces.random_identity(rng), faces.random_view(rng, covers=COVERS))[:2]
 
 

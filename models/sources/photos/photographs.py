@@ -17,7 +17,7 @@ from pathlib import Path
 from typing import Any, List, Optional, Sequence, Tuple
 
 import cv2
-import numpy
+import numpy as np
 
 from models.labels import table
 from models.labels.boxes import corners as box_corners, iou
@@ -50,7 +50,7 @@ class Photograph:
         rows, columns = self.pixels().shape[:2]
         rules = [(name, box) for name, box in self.boxes if LOOKALIKES.get(name, name) in classes]
         return [(classes.index(name) if name in classes and max(box[2:]) >= SMALL else table.IGNORE,
-                 *(numpy.round(box * (columns, rows, columns, rows), 1))) for name, box in rules]
+                 *(np.round(box * (columns, rows, columns, rows), 1))) for name, box in rules]
 
 
 @functools.lru_cache(512)
@@ -71,7 +71,7 @@ def read(directory: Any) -> List[Photograph]:
         boxes = _lines(directory / "boxes" / f"{path.stem}.txt", len(classes), lambda n: n == 4)
         if boxes is None:
             continue
-        things = [(classes[kind], numpy.array([*(box[:2] - box[2:] / 2), *box[2:]])) for kind, box in boxes]
+        things = [(classes[kind], np.array([*(box[:2] - box[2:] / 2), *box[2:]])) for kind, box in boxes]
         lines = _lines(directory / "outlines" / f"{path.stem}.txt", sys.maxsize, lambda n: n >= 6 and n % 2 == 0)
         found.append(Photograph(path, things, _named([line.reshape(-1, 2) for _, line in lines or []], things)))
     return found
@@ -84,8 +84,8 @@ def _lines(path: Path, class_count: int, is_right: Any) -> Optional[List[Tuple[i
     for number, line in enumerate(path.read_text().splitlines(), 1):
         try:
             kind, *texts = line.split()
-            values = numpy.array(texts, float)
-            if not (0 <= int(kind) < class_count and is_right(len(values)) and numpy.isfinite(values).all()):
+            values = np.array(texts, float)
+            if not (0 <= int(kind) < class_count and is_right(len(values)) and np.isfinite(values).all()):
                 raise ValueError
         except ValueError as error:
             raise table.Invalid(f"{path}:{number}: not a class and its place in numbers") from error
@@ -95,10 +95,10 @@ def _lines(path: Path, class_count: int, is_right: Any) -> Optional[List[Tuple[i
 
 def _named(outlines: List[Any], things: List[Shape]) -> List[Shape]:
     """Those that fill a thing's box."""
-    places = numpy.array([box_corners(box) for _, box in things]).reshape(-1, 4)
+    places = np.array([box_corners(box) for _, box in things]).reshape(-1, 4)
     found = []
     for outline in outlines:
-        shared = iou(places, numpy.array([*outline.min(axis=0), *outline.max(axis=0)]))
+        shared = iou(places, np.array([*outline.min(axis=0), *outline.max(axis=0)]))
         if len(things) and shared.max() > 0.8:
             found.append((things[shared.argmax()][0], outline))
     return found
@@ -168,15 +168,15 @@ class Photographs:
 def cut_out(picture: Any, outline: Any) -> Any:
     """BGRA, tight around what the outline holds, or None if that is small."""
     rows, columns = picture.shape[:2]
-    points = numpy.round(outline * (columns, rows)).astype(numpy.int32)
+    points = np.round(outline * (columns, rows)).astype(np.int32)
     x, y, w, h = cv2.boundingRect(points)
     x, y = max(x, 0), max(y, 0)
     if max(w, h) < LEAST_SIDE or min(w, h) < LEAST_SIDE // 4:
         return None
-    mask = numpy.zeros((rows, columns), numpy.uint8)
+    mask = np.zeros((rows, columns), np.uint8)
     cv2.fillPoly(mask, [points], 255)
     mask = cv2.GaussianBlur(mask, (0, 0), 0.8)
-    return numpy.dstack([picture, mask])[y:y + h, x:x + w].copy()
+    return np.dstack([picture, mask])[y:y + h, x:x + w].copy()
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> None:

@@ -4,7 +4,7 @@
 Bursts of 0.3 to 1.8 s between breaths, a fundamental of 300 to 700 Hz that rises and falls, strong harmonics under the
 resonances of a short vocal tract, vibrato, and rough phases (subharmonics, jitter, noise).
 """
-import numpy
+import numpy as np
 
 from models.sources.sounds.signal import (RATE, chance, length_of, curve, noise, slope, band, resonances, tones,
                                           fade, add, rms)
@@ -30,8 +30,8 @@ class Baby:
 def cry(rng, seconds):
     """Crying from one baby, and where it can be heard."""
     baby = Baby(rng)
-    track = numpy.zeros(length_of(seconds))
-    is_crying = numpy.zeros(len(track), bool)
+    track = np.zeros(length_of(seconds))
+    is_crying = np.zeros(len(track), bool)
     at = length_of(rng.uniform(0, 0.5))
     while at < len(track):
         burst = cry_burst(rng, baby) * rng.uniform(0.45, 1)
@@ -48,29 +48,29 @@ def cry(rng, seconds):
 
 def melody(rng, baby, samples):
     """The pitch of one burst, in Hz."""
-    at = numpy.linspace(0, 1, samples)
+    at = np.linspace(0, 1, samples)
     peak = rng.uniform(0.1, 0.7)
-    arch = numpy.where(at < peak, at / peak, (1 - at) / (1 - peak))
+    arch = np.where(at < peak, at / peak, (1 - at) / (1 - peak))
     if chance(rng, 0.2):  # a second arch
-        arch = numpy.maximum(arch * 0.8, 0.8 - numpy.abs(at - rng.uniform(0.5, 0.9)) * 4)
-    arch = numpy.sin(numpy.pi / 2 * arch)
+        arch = np.maximum(arch * 0.8, 0.8 - np.abs(at - rng.uniform(0.5, 0.9)) * 4)
+    arch = np.sin(np.pi / 2 * arch)
     fall = rng.uniform(0, 0.25) * at ** 3
     pitch = baby.pitch * rng.uniform(0.92, 1.1) * (1 + baby.rise * rng.uniform(0.5, 1.4) * arch - fall)
-    seconds = numpy.arange(samples) / RATE
-    pitch *= 1 + baby.vibrato * numpy.sin(2 * numpy.pi * (baby.vibrato_hz * seconds + rng.random()))
+    seconds = np.arange(samples) / RATE
+    pitch *= 1 + baby.vibrato * np.sin(2 * np.pi * (baby.vibrato_hz * seconds + rng.random()))
     return pitch * (1 + baby.jitter * noise(rng, samples, band(1, 40)))
 
 
 def rough_phase(rng, samples):
     """0 to 1: where in a burst the voice breaks."""
     centre, width = rng.uniform(0.1, 0.9), rng.uniform(0.15, 0.6)
-    return (1.5 - numpy.abs(numpy.linspace(0, 1, samples) - centre) / width * 2).clip(0, 1)
+    return (1.5 - np.abs(np.linspace(0, 1, samples) - centre) / width * 2).clip(0, 1)
 
 
 def cry_burst(rng, baby):
     samples = length_of((baby.burst * rng.uniform(0.65, 1.35)))
     pitch = melody(rng, baby, samples)
-    rough = rough_phase(rng, samples) if chance(rng, baby.hoarse) else numpy.zeros(samples)
+    rough = rough_phase(rng, samples) if chance(rng, baby.hoarse) else np.zeros(samples)
     is_chaotic = chance(rng, 0.5)
     if is_chaotic:
         pitch = pitch * (1 + 0.05 * rough * noise(rng, samples, band(20, 300)))
@@ -80,15 +80,15 @@ def cry_burst(rng, baby):
     sound = tones(pitch, lambda hz: tract(hz) * tilt(hz))
     if not is_chaotic:  # every second or third period is stronger
         period = rng.choice([2, 3])
-        sound *= 1 + 0.8 * rough * numpy.cos(2 * numpy.pi * numpy.cumsum(pitch) / RATE / period)
+        sound *= 1 + 0.8 * rough * np.cos(2 * np.pi * np.cumsum(pitch) / RATE / period)
     still = resonances([(1100 * baby.tract, 300), (3000 * baby.tract, 600), (5000 * baby.tract, 1200)], 0.1)
     sound = sound / rms(sound) + (baby.breath + 0.4 * rough) * noise(rng, samples, still)
     envelope = fade(samples, rng.uniform(0.02, 0.12), rng.uniform(0.05, 0.25))
     envelope *= curve(rng, samples, 0.15, 0.7, 1)
     if chance(rng, baby.sob):
-        seconds = numpy.arange(samples) / RATE
+        seconds = np.arange(samples) / RATE
         depth, hz = rng.uniform(0.3, 0.8), rng.uniform(6, 11)
-        envelope *= 1 - depth * (0.5 + 0.5 * numpy.sin(2 * numpy.pi * hz * seconds))
+        envelope *= 1 - depth * (0.5 + 0.5 * np.sin(2 * np.pi * hz * seconds))
     return sound * envelope
 
 
@@ -96,6 +96,6 @@ def inhalation(rng, baby):
     samples = length_of(rng.uniform(0.1, 0.3))
     sound = noise(rng, samples, resonances([(1500 * baby.tract, 500), (3500 * baby.tract, 900)], 0.1))
     if chance(rng, 0.25):  # voiced
-        pitch = numpy.linspace(1.2, 1.7, samples) * baby.pitch
+        pitch = np.linspace(1.2, 1.7, samples) * baby.pitch
         sound = 0.5 * sound + tones(pitch, resonances([(1200 * baby.tract, 400)]), 8)
     return sound * rng.uniform(0.03, 0.2) * fade(samples, 0.05, 0.05)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """Alarms and what is heard in a home, in two families."""
-import numpy
+import numpy as np
 
 from models.labels.making import HELD_OUT, TRAINING
 from models.sources.sounds.music import bell
@@ -15,16 +15,16 @@ def beeps(rng, seconds, hz, on, off, count=1, rest=0.0):
     weight = rng.uniform(-24, -3)
 
     def group():
-        beep = tones(numpy.full(length_of(on), pitch), slope(weight), 8)
+        beep = tones(np.full(length_of(on), pitch), slope(weight), 8)
         beep = beep / rms(beep) * fade(len(beep), 0.005, 0.01)
-        return numpy.concatenate([beep, numpy.zeros(length_of(off))] * count)
+        return np.concatenate([beep, np.zeros(length_of(off))] * count)
     return repeat(rng, seconds, group, (rest, rest + 0.01))
 
 
 def sweep(rng, seconds, hz, turns_a_second, shape):
     low, high = sorted(rng.uniform(*hz, 2))
-    at = numpy.arange(length_of(seconds)) / RATE * rng.uniform(*turns_a_second) + rng.random()
-    position = {"wail": 0.5 - 0.5 * numpy.cos(2 * numpy.pi * at), "two tones": 1.0 * (at % 1 < 0.5),
+    at = np.arange(length_of(seconds)) / RATE * rng.uniform(*turns_a_second) + rng.random()
+    position = {"wail": 0.5 - 0.5 * np.cos(2 * np.pi * at), "two tones": 1.0 * (at % 1 < 0.5),
                 "saw": at % 1}[shape]
     weight = rng.uniform(-15, -3)
     return tones(low + (1.3 * high - low) * position, slope(weight), 12)
@@ -36,8 +36,8 @@ def ring(rng, seconds, hz, turns_a_second, on, off):
     turns, factor, rings = rng.uniform(*turns_a_second), rng.uniform(1.05, 1.35), rng.uniform(*on)
 
     def make():
-        at = numpy.arange(length_of(rings)) / RATE
-        sound = tones(pitch * numpy.where(at * turns % 1 < 0.5, 1, factor), slope(-6), 6)
+        at = np.arange(length_of(rings)) / RATE
+        sound = tones(pitch * np.where(at * turns % 1 < 0.5, 1, factor), slope(-6), 6)
         return sound * fade(len(sound), 0.01, 0.02)
     return repeat(rng, seconds, make, off)
 
@@ -46,7 +46,7 @@ def doorbell(rng, seconds):
     pitch = rng.uniform(400, 800)
 
     def make():
-        return numpy.concatenate([bell(rng, p, length_of(0.7)) for p in (pitch, pitch * 0.8)])
+        return np.concatenate([bell(rng, p, length_of(0.7)) for p in (pitch, pitch * 0.8)])
     return repeat(rng, seconds, make, (0.5, 2))
 
 
@@ -88,20 +88,20 @@ def water(rng, seconds, colour, drops):
     track *= curve(rng, samples, 0.1, 0.6, 1)
     for at in rng.integers(0, samples, int(drops * seconds)):
         n = length_of(0.03)
-        bubble = tones(numpy.linspace(1, 1.4, n) * rng.uniform(500, 2500), slope(-12), 2)
-        add(track, at, 0.8 * rng.random() * bubble * numpy.exp(-numpy.linspace(0, 5, n)))
+        bubble = tones(np.linspace(1, 1.4, n) * rng.uniform(500, 2500), slope(-12), 2)
+        add(track, at, 0.8 * rng.random() * bubble * np.exp(-np.linspace(0, 5, n)))
     return track
 
 
 def struck(rng, low, high, decay, modes):
     """One knock on something with a few resonances."""
     n = length_of(6 / decay)
-    at = numpy.arange(n) / RATE
-    sound = numpy.zeros(n)
+    at = np.arange(n) / RATE
+    sound = np.zeros(n)
     for _ in range(modes):
-        wave = rng.uniform(0.2, 1) * numpy.sin(2 * numpy.pi * rng.uniform(low, high) * at + rng.uniform(0, 6))
-        sound += wave * numpy.exp(-at * decay * rng.uniform(0.6, 1.6))
-    return sound + 0.5 * noise(rng, n) * numpy.exp(-at * decay * 5)
+        wave = rng.uniform(0.2, 1) * np.sin(2 * np.pi * rng.uniform(low, high) * at + rng.uniform(0, 6))
+        sound += wave * np.exp(-at * decay * rng.uniform(0.6, 1.6))
+    return sound + 0.5 * noise(rng, n) * np.exp(-at * decay * 5)
 
 
 def knocks(rng, seconds, low, high, decay, modes, gap):
@@ -125,7 +125,7 @@ def rustle(rng, seconds):
 
 def washing(rng, seconds):
     samples = length_of(seconds)
-    swing = 1 + 0.8 * numpy.sin(2 * numpy.pi * rng.uniform(0.6, 2.5) * numpy.arange(samples) / RATE)
+    swing = 1 + 0.8 * np.sin(2 * np.pi * rng.uniform(0.6, 2.5) * np.arange(samples) / RATE)
     return noise(rng, samples, slope(-6)) * swing + 0.4 * motor(rng, seconds, (40, 90), -3)
 
 
@@ -155,4 +155,4 @@ def hum(rng, seconds, family):
     mains = 50 if family == TRAINING else 60
     samples = length_of(seconds)
     track = noise(rng, samples, slope(rng.uniform(-6, 1)))
-    return track + rng.uniform(0, 2) * tones(numpy.full(samples, mains * 1.0), slope(rng.uniform(-6, 0)), 12)
+    return track + rng.uniform(0, 2) * tones(np.full(samples, mains * 1.0), slope(rng.uniform(-6, 0)), 12)

@@ -2,7 +2,7 @@
 """Recorded sounds of a labelled directory, as a source of windows for training."""
 import math
 
-import numpy
+import numpy as np
 import scipy.ndimage
 import scipy.signal
 import soundfile
@@ -26,7 +26,7 @@ class Recordings:
             if is_cry:
                 self.cries.append((sound, where_loud(sound)))
             else:
-                self.kinds.setdefault(kind, []).append((sound, numpy.zeros(len(sound), bool)))
+                self.kinds.setdefault(kind, []).append((sound, np.zeros(len(sound), bool)))
         if self.cries:
             self.cry = lambda rng, length: cut(rng, self.cries, length)
         if self.kinds:
@@ -46,11 +46,11 @@ def read(path):
 def where_loud(sound):
     """For each sample, whether it belongs to the crying rather than to the pauses."""
     power = scipy.ndimage.uniform_filter1d(sound.astype(float) ** 2, FRAME)
-    return power > numpy.percentile(power, 95) * 10 ** (-FAINTEST / 10)
+    return power > np.percentile(power, 95) * 10 ** (-FAINTEST / 10)
 
 
 def cut(rng, sounds, length):
     """A window of one of them, which is repeated if it is shorter."""
     sound, is_crying = sounds[rng.integers(len(sounds))]
     at = rng.integers(0, max(1, len(sound) - length))
-    return numpy.resize(sound[at:], length), numpy.resize(is_crying[at:], length)
+    return np.resize(sound[at:], length), np.resize(is_crying[at:], length)

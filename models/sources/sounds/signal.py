@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """Sound as numpy arrays of floats, 16 kHz, mono: what all sounds are made of, and the way to the microphone.
 
-`rng` is a numpy.random.Generator.
+`rng` is a np.random.Generator.
 """
-import numpy
+import numpy as np
 import scipy.fft
 import scipy.ndimage
 import scipy.signal
@@ -22,7 +22,7 @@ def length_of(seconds):
 def curve(rng, samples, seconds_between, low, high):
     """A smooth random curve through a new value every so many seconds."""
     knots = rng.uniform(low, high, max(2, int(samples / RATE / seconds_between) + 2))
-    return scipy.ndimage.map_coordinates(knots, [numpy.linspace(0, len(knots) - 1, samples)], order=1)
+    return scipy.ndimage.map_coordinates(knots, [np.linspace(0, len(knots) - 1, samples)], order=1)
 
 
 def filtered(sound, gain):
@@ -42,11 +42,11 @@ def noise(rng, samples, gain=None):
 
 
 def slope(decibels_per_octave):
-    return lambda hz: (numpy.maximum(hz, 30) / 1000) ** (decibels_per_octave / 6.02)
+    return lambda hz: (np.maximum(hz, 30) / 1000) ** (decibels_per_octave / 6.02)
 
 
 def band(low, high):
-    return lambda hz: 1 / numpy.sqrt(1 + (low / numpy.maximum(hz, 1)) ** 4) / numpy.sqrt(1 + (hz / high) ** 4)
+    return lambda hz: 1 / np.sqrt(1 + (low / np.maximum(hz, 1)) ** 4) / np.sqrt(1 + (hz / high) ** 4)
 
 
 def resonances(formants, floor=0.03):
@@ -56,8 +56,8 @@ def resonances(formants, floor=0.03):
 
 def tones(pitch, gain, count=60):
     """A sum of harmonics; `pitch` in Hz for each sample, `gain` of the frequency."""
-    first = numpy.exp(2j * numpy.pi * numpy.cumsum(pitch) / RATE)
-    turn, sound = first.copy(), numpy.zeros(len(pitch))
+    first = np.exp(2j * np.pi * np.cumsum(pitch) / RATE)
+    turn, sound = first.copy(), np.zeros(len(pitch))
     for harmonic in range(1, count + 1):
         hz = pitch * harmonic
         if hz.min() > 7800:
@@ -69,9 +69,9 @@ def tones(pitch, gain, count=60):
 
 def fade(samples, attack, release):
     """An envelope with rounded ends, in seconds."""
-    at = numpy.arange(samples) / RATE
+    at = np.arange(samples) / RATE
     end = samples / RATE - at
-    return numpy.sin(numpy.pi / 2 * numpy.minimum(1, numpy.minimum(at / attack, end / release)).clip(0)) ** 2
+    return np.sin(np.pi / 2 * np.minimum(1, np.minimum(at / attack, end / release)).clip(0)) ** 2
 
 
 def add(track, at, sound):
@@ -82,7 +82,7 @@ def add(track, at, sound):
 
 def repeat(rng, seconds, make, gap):
     """Sounds of `make()` one after the other, `gap` (low, high) seconds between them."""
-    track, at = numpy.zeros(length_of(seconds)), length_of(rng.uniform(0, 0.5))
+    track, at = np.zeros(length_of(seconds)), length_of(rng.uniform(0, 0.5))
     while at < len(track):
         sound = make()
         add(track, at, sound)
@@ -91,7 +91,7 @@ def repeat(rng, seconds, make, gap):
 
 
 def rms(sound):
-    return numpy.sqrt(numpy.mean(numpy.square(sound)) + 1e-12)
+    return np.sqrt(np.mean(np.square(sound)) + 1e-12)
 
 
 def room(rng, sound):
@@ -99,9 +99,9 @@ def room(rng, sound):
     if chance(rng, 0.25):
         return sound
     samples = length_of(rng.uniform(0.1, 0.5))
-    decay = numpy.exp(-numpy.linspace(0, 6.9, samples))
+    decay = np.exp(-np.linspace(0, 6.9, samples))
     echo = noise(rng, samples, band(100, rng.uniform(2000, 7000))) * decay
-    echo *= rng.uniform(0.1, 0.8) / numpy.sqrt(numpy.sum(echo ** 2))
+    echo *= rng.uniform(0.1, 0.8) / np.sqrt(np.sum(echo ** 2))
     echo[0] = 1
     return scipy.signal.fftconvolve(sound, echo)[:len(sound)]
 
@@ -109,12 +109,12 @@ def room(rng, sound):
 def record(rng, sound, decibels):
     """16-bit samples of that root mean square, in decibels below full scale; a microphone colours them."""
     knots = rng.uniform(-6, 6, 8)
-    octaves = numpy.linspace(6, 13, 8)
+    octaves = np.linspace(6, 13, 8)
     low, high = rng.uniform(40, 250), rng.uniform(4500, 9000)
 
     def gain(hz):
-        decibels_at = numpy.interp(numpy.log2(numpy.maximum(hz, 1)), octaves, knots)
+        decibels_at = np.interp(np.log2(np.maximum(hz, 1)), octaves, knots)
         return 10 ** (decibels_at / 20) * band(low, high)(hz)
     sound = filtered(sound, gain)
     scaled = sound / rms(sound) * 32768 * 10 ** (decibels / 20)
-    return numpy.round(scaled + rng.normal(0, 2, len(scaled))).clip(-32768, 32767).astype(numpy.int16)
+    return np.round(scaled + rng.normal(0, 2, len(scaled))).clip(-32768, 32767).astype(np.int16)

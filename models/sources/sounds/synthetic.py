@@ -2,7 +2,7 @@
 """Windows of made sounds, for a source of windows.py."""
 import collections
 
-import numpy
+import numpy as np
 
 from models.sources.mixed import Stock
 from models.sources.sounds import crying, home, music, voices
@@ -36,4 +36,4 @@ class Synthetic:
         if kind == "cry":
             return crying.cry(rng, SECONDS)
         sound = OTHERS[kind](rng, SECONDS, self.family)
-        return sound, numpy.zeros(len(sound), bool)
+        return sound, np.zeros(len(sound), bool)

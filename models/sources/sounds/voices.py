@@ -2,7 +2,7 @@
 """Speech by espeak-ng, singing, barks and meows, in two families that share neither voice, language nor text."""
 import subprocess
 
-import numpy
+import numpy as np
 import scipy.ndimage
 import scipy.signal
 
@@ -58,7 +58,7 @@ def spoken(language, variant, pitch, speed, text):
     command = ["espeak-ng", "-v", "%s+%s" % (language, variant), "-p", str(pitch), "-s", str(speed)]
     done = subprocess.run(command + ["--stdout", text], stdout=subprocess.PIPE, check=True)
     header = 44  # says nothing that is not known, and not the length
-    return numpy.frombuffer(done.stdout[header:], numpy.int16) / 32768.0
+    return np.frombuffer(done.stdout[header:], np.int16) / 32768.0
 
 
 def sentence(rng, family):
@@ -97,18 +97,18 @@ def singing(rng, seconds, family):
     key = rng.uniform(130, 420)
     vibrato_hz, vibrato = rng.uniform(4.5, 7), rng.uniform(0, 0.015)
     samples = length_of(seconds)
-    pitch, envelope = numpy.zeros(samples), numpy.zeros(samples)
-    formants = numpy.zeros((3, samples))
+    pitch, envelope = np.zeros(samples), np.zeros(samples)
+    formants = np.zeros((3, samples))
     at = 0
     while at < samples:
         n = min(length_of(rng.choice([0.2, 0.3, 0.4, 0.6, 0.9]) * rng.uniform(0.95, 1.05)), samples - at)
         pitch[at:at + n] = key * 2 ** (rng.choice(SCALES[family]) / 12)
-        formants[:, at:at + n] = numpy.array(VOWELS[family][rng.integers(3)])[:, None] * rng.uniform(1, 1.2)
+        formants[:, at:at + n] = np.array(VOWELS[family][rng.integers(3)])[:, None] * rng.uniform(1, 1.2)
         envelope[at:at + n] = 0 if chance(rng, 0.08) else rng.uniform(0.6, 1) * fade(n, 0.03, 0.05)
         at += n
     pitch = scipy.ndimage.uniform_filter1d(pitch, 640, mode="nearest")  # glides
     formants = scipy.ndimage.uniform_filter1d(formants, 1600, axis=1, mode="nearest")
-    pitch *= 1 + vibrato * numpy.sin(2 * numpy.pi * vibrato_hz * numpy.arange(samples) / RATE)
+    pitch *= 1 + vibrato * np.sin(2 * np.pi * vibrato_hz * np.arange(samples) / RATE)
     gain = resonances(list(zip(formants, (120, 150, 250))), 0.02)
     tilt = slope(rng.uniform(-9, -3))
     sound = tones(pitch, lambda hz: gain(hz) * tilt(hz), 40)
@@ -119,10 +119,10 @@ def animal(low, high, glide, formants, duration, rough):
     """A maker of short calls: `glide` is the pitch over the call, a factor at equal steps of time."""
     def call(rng):
         samples = length_of(rng.uniform(*duration))
-        at = numpy.linspace(0, len(glide) - 1, samples)
-        pitch = rng.uniform(low, high) * numpy.interp(at, range(len(glide)), glide)
+        at = np.linspace(0, len(glide) - 1, samples)
+        pitch = rng.uniform(low, high) * np.interp(at, range(len(glide)), glide)
         pitch *= 1 + rough * 0.05 * noise(rng, samples, band(20, 200))
-        bent = [(numpy.interp(at, numpy.linspace(0, len(glide) - 1, len(c)), c) * rng.uniform(0.9, 1.1), w)
+        bent = [(np.interp(at, np.linspace(0, len(glide) - 1, len(c)), c) * rng.uniform(0.9, 1.1), w)
                 for c, w in formants]
         sound = tones(pitch, resonances(bent))
         sound = sound / rms(sound) + rough * noise(rng, samples, resonances([(bent[0][0].mean(), 500)], 0.1))
@@ -146,8 +146,8 @@ MEOW = {
 
 def barks(rng, seconds, family):
     def make():
-        bark, pause = BARK[family](rng), numpy.zeros(length_of(rng.uniform(0.05, 0.3)))
-        return numpy.concatenate([bark, pause] * rng.integers(1, 4))
+        bark, pause = BARK[family](rng), np.zeros(length_of(rng.uniform(0.05, 0.3)))
+        return np.concatenate([bark, pause] * rng.integers(1, 4))
     return repeat(rng, seconds, make, (0.2, 1.2))
 
 

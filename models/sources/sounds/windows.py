@@ -4,7 +4,7 @@
 A window is a cry when crying is heard in it for at least half a second and nothing else in it is louder on average; it
 is none when there is no crying at all. Windows in between are not made.
 """
-import numpy
+import numpy as np
 
 from models.sources.sounds.signal import RATE, chance, filtered, noise, record, rms, room, slope
 
@@ -25,7 +25,7 @@ def audible(rng, is_cry, cut, *kind):
                 return sound / rms(sound)
         elif is_crying.sum() >= LEAST_CRYING:
             if chance(rng, 0.3):
-                heard = numpy.cumsum(is_crying)
+                heard = np.cumsum(is_crying)
                 if chance(rng, 0.5):
                     heard = heard[-1] - heard
                 kept = heard <= rng.integers(LEAST_CRYING, heard.max() + 1)
@@ -62,5 +62,5 @@ def training_window(rng, source):
     pcm = record(rng, sound + floor, rng.uniform(-52, -4))
     if chance(rng, 0.5):
         end = rng.uniform(3400, 4000)
-        pcm = numpy.round(filtered(pcm.astype(float), lambda hz: hz < end)).clip(-32768, 32767).astype(numpy.int16)
+        pcm = np.round(filtered(pcm.astype(float), lambda hz: hz < end)).clip(-32768, 32767).astype(np.int16)
     return pcm, is_cry
