@@ -216,10 +216,10 @@ void add_part(CLI::App* command, InputSettings* input) {
   add_lenient(command, input);
 }
 
-enum Subtitles { kNoSubtitles, kHasSubtitles };
+enum HasSubtitles { kNoSubtitles, kWithSubtitles };
 
 // As files besides the text, or instead of it.
-void add_result_files(const Commands& commands, CLI::App* command, Subtitles subtitles) {
+void add_result_files(const Commands& commands, CLI::App* command, HasSubtitles subtitles) {
   option(command, "--csv", &commands.files->csv, "FILE",
          "Write a table, whose columns are named as with --json; - prints it instead of\n"
          "the text");
@@ -448,7 +448,7 @@ std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
   option(command, "--only", &options->only, "CLASS",
          "Leave out boxes of other classes than this; may be given several times")
       ->allow_extra_args(false);
-  add_result_files(commands, command, kHasSubtitles);
+  add_result_files(commands, command, kWithSubtitles);
   option(command, "--coco", &commands.files->coco, "FILE",
          "Write the boxes as COCO's JSON, as tools for labels read it");
   add_frame_options(command, &options->frames);
@@ -496,7 +496,7 @@ void add_motion(const Commands& commands) {
       ->check(CLI::Range(1, kMaxPeriod))
       ->needs(sweep)
       ->capture_default_str();
-  add_result_files(commands, command, kHasSubtitles);
+  add_result_files(commands, command, kWithSubtitles);
   add_frame_options(command, &options->frames);
 }
 
@@ -539,7 +539,7 @@ void add_cry(const Commands& commands) {
          "32768). Less than the default counts as the default")
       ->check(must_be<Amount>("a loudness of 0 or more"))
       ->default_str(fmt::format("{:.0f}", kLowestGate));
-  add_result_files(commands, command, kHasSubtitles);
+  add_result_files(commands, command, kWithSubtitles);
   add_root(command, &options->root);
 }
 
