@@ -13,7 +13,7 @@ import timeit
 from typing import Any, Callable, List, Tuple
 
 import numpy as np
-from np.typing import NDArray
+from numpy.typing import NDArray
 
 import kelnn
 

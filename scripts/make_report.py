@@ -21,7 +21,7 @@ from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, TypeVar
 
 import numpy as np
 import soundfile
-from np.typing import NDArray
+from numpy.typing import NDArray
 from PIL import Image, ImageDraw
 
 import kelnn

@@ -6,7 +6,7 @@ from typing import Iterator
 
 import numpy as np
 import pytest
-from np.typing import NDArray
+from numpy.typing import NDArray
 from PIL import Image  # type: ignore[import]
 
 import kelnn

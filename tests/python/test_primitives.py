@@ -6,7 +6,7 @@ from typing import Any, Tuple
 import numpy as np
 import pytest
 from c_library import C, CenterNetParam, YoloParam, pointer
-from np.typing import NDArray
+from numpy.typing import NDArray
 
 import kelnn
 

@@ -8,7 +8,7 @@ import numpy as np
 import pytest
 from c_library import FaceResult, Feature, Handle, Result, Size, as_detections, boxes, detected, pointer
 from conftest import EXAMPLES, scene
-from np.typing import NDArray
+from numpy.typing import NDArray
 
 import kelnn
 

@@ -13,7 +13,7 @@ from typing import Any, Callable, Dict, List
 import numpy as np
 import pytest
 from conftest import scene
-from np.typing import NDArray
+from numpy.typing import NDArray
 
 import kelnn
 from kelnn import __main__ as command_line
