@@ -81,9 +81,9 @@ endif()
 if(TARGET kelnn_models)
   kelnn_package(models kelnn-models science COMPONENTS models ARCHITECTURE all DESCRIPTION
 "neural-network tasks for small cameras: sample networks
-A small network for each task of libkelnn. They are trained on drawings, show
-that everything works and do not know real people or things. The one for cries
-has also heard real babies. models-licences.txt says what they learnt from.")
+A small network for each task of libkelnn. They show that everything works, are
+trained on drawings and on a few photographs, rendered people and recordings,
+and miss most of what is real. models-licences.txt says what they learnt from.")
 endif()
 if(TARGET kelnn_python)
   # The module is built for one minor version of Python.

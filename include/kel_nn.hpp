@@ -1003,9 +1003,10 @@ class SoundFeatures {
 class MotionFilter : public Task {
  public:
   /** Needs no model. `ratio`: from how many changed pixels on a frame votes for motion, in per cent
-   *  of the halved frame; `period`: frames in a period. kel_nn_pir_filter_process() tells more.
+   *  of the halved frame (docs/inputs.md has the recordings that 0.3 was chosen by); `period`:
+   *  frames in a period. kel_nn_pir_filter_process() tells more.
    */
-  explicit MotionFilter(const Library& library, float ratio = 1.0f, int period = 25)
+  explicit MotionFilter(const Library& library, float ratio = 0.3f, int period = 25)
       : Task(library, slot<kel_nn_pir_filter_deinit>(), "motion"), ratio_(ratio), period_(period) {}
 
   /** Takes a luma plane of size.w * size.h bytes. At the end of a period: whether there was motion;

@@ -307,8 +307,8 @@ INTRODUCTION = """<p>Every task of libkelnn, run on this machine through its Pyt
 over another runtime. The command line does the same; its commands can be pasted into a shell in the root of the source tree,
 as they stand where kelnn is installed, else after this line:</p>
 <pre>PATHS</pre>
-<p class="note">The networks are samples, trained on drawings, so that every task shows a result. They do not know real people
-or things: bring your own networks for those. The one for cries has also heard real babies.</p>"""
+<p class="note">The networks are samples, trained on drawings and a little that is real, so that every task shows a result. They
+miss most real people and things: bring your own networks for those. The one for cries hears four in five real babies.</p>"""
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> None:
