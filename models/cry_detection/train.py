@@ -13,7 +13,7 @@ from models.sources.sounds import windows
 from models.sources.sounds.recordings import Recordings
 from models.sources.sounds.synthetic import Synthetic
 from models.training import examples
-from models.training.layers import MeanAndMaximum, trunk
+from models.training.layers import GlobalPooling, trunk
 from models.training.run import Phase, Recipe, run
 
 DECIBEL = math.log(10) / 10  # as a natural logarithm of energy
@@ -24,7 +24,7 @@ MARGIN = 1.75
 
 
 def network():
-    return nn.Sequential(trunk(1, (16, 32, 48, 64, 96, 96), (2, 2, 2, 1, 2, 1)), MeanAndMaximum(), nn.Linear(192, 2))
+    return nn.Sequential(trunk(1, (16, 32, 48, 64, 96, 96), (2, 2, 2, 1, 2, 1)), GlobalPooling(), nn.Linear(192, 2))
 
 
 class Windows:

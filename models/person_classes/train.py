@@ -12,14 +12,14 @@ from models.person_classes import data
 from models.scenes import camera
 from models.sources.drawn.source import TrainingStock
 from models.training import examples
-from models.training.layers import MeanAndMaximum, Surroundings, convolution
+from models.training.layers import GlobalPooling, DepthwiseContext, convolution
 from models.training.run import Phase, Recipe, run
 
 
 def network():
     """Down to 7 x 7 places; what is seen on average decides, and what is seen at all."""
     return nn.Sequential(convolution(3, 16, 2), convolution(16, 24, 2), convolution(24, 32, 2), convolution(32, 40),
-                         Surroundings(40), convolution(40, 48, 2), convolution(48, 64), Surroundings(64), MeanAndMaximum(),
+                         DepthwiseContext(40), convolution(40, 48, 2), convolution(48, 64), DepthwiseContext(64), GlobalPooling(),
                          nn.Linear(128, 2))
 
 

@@ -25,7 +25,7 @@ from models.sources.mixed import Mixed
 from models.sources.photos.photographs import Empty, Photographs
 from models.tasks import GRID_SIZES, STRIDES
 from models.training import examples
-from models.training.layers import Surroundings, convolution
+from models.training.layers import DepthwiseContext, convolution
 from models.training.run import Phase, Recipe
 
 SHAPES = {name: (3, height, width) for name, (width, height) in GRID_SIZES.items()}
@@ -43,16 +43,16 @@ class Task:
 
 
 class GridNetwork(nn.Module):
-    """Plain 3 x 3 convolutions down to stride 32; what is seen there is given back to stride 16."""
+    """Plain 3 x 3 convolutions down to stride 32; what is seen there is upsampled to stride 16."""
 
     def __init__(self, task):
         super().__init__()
         self.to_8 = nn.Sequential(convolution(3, 12, 2), convolution(12, 20, 2), convolution(20, 32, 2))
         self.at_8 = convolution(32, 32)
         self.to_16 = convolution(32, 40, 2)
-        self.at_16 = nn.Sequential(convolution(40, 40), Surroundings(40))
+        self.at_16 = nn.Sequential(convolution(40, 40), DepthwiseContext(40))
         self.to_32 = convolution(40, 48, 2)
-        self.at_32 = nn.Sequential(convolution(48, 48, dilation=2), Surroundings(48))
+        self.at_32 = nn.Sequential(convolution(48, 48, dilation=2), DepthwiseContext(48))
         self.back = convolution(48, 24, size=1)
         self.joined = convolution(64, 40, size=1)
         outputs = 3 * task.values
@@ -69,8 +69,8 @@ class GridNetwork(nn.Module):
         sixteenth = sixteenth + self.at_16(sixteenth)
         last = self.to_32(sixteenth)
         last = last + self.at_32(last)
-        seen_from_afar = functional.interpolate(self.back(last), scale_factor=2, mode="nearest")
-        near = self.joined(torch.cat([sixteenth, seen_from_afar], 1))
+        upsampled = functional.interpolate(self.back(last), scale_factor=2, mode="nearest")
+        near = self.joined(torch.cat([sixteenth, upsampled], 1))
         with torch.autocast(near.device.type, enabled=False):  # boxes need more than eight bits
             return self.head_32(last.float()), self.head_16(near.float())
 
@@ -154,9 +154,9 @@ def loss_of(task, module, image, truths):
             total = total + 1.5 * functional.cross_entropy(chosen[:, 5:], truth[number, 0].long(), reduction="sum")
         target[cell], weight[cell] = 1.0, 1.0
         logit = values[..., 4] + task.margin
-        surprise = (logit.sigmoid().detach() - target).abs() ** 1.5  # what is settled counts little
+        focal_weight = (logit.sigmoid().detach() - target).abs() ** 1.5  # what is settled counts little
         cross_entropy = functional.binary_cross_entropy_with_logits(logit, target, reduction="none")
-        total = total + 2 * (weight * surprise * cross_entropy).sum()
+        total = total + 2 * (weight * focal_weight * cross_entropy).sum()
     return total / max(1, int(wanted.sum()))
 
 

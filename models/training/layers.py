@@ -19,16 +19,16 @@ def face_trunk(widths):
     return trunk(1, widths, (2, 2, 1, 2, 1, 2, 1))
 
 
-class MeanAndMaximum(nn.Module):
-    """What is seen in all cells on average, and what is seen at all."""
+class GlobalPooling(nn.Module):
+    """Global average and global maximum pooling, side by side."""
 
     def forward(self, cells):
         return torch.flatten(torch.cat([nn.functional.adaptive_avg_pool2d(cells, 1),
                                         nn.functional.adaptive_max_pool2d(cells, 1)], 1), 1)
 
 
-class Surroundings(nn.Module):
-    """Adds what is seen two cells around, for few weights."""
+class DepthwiseContext(nn.Module):
+    """A depthwise context block: 5 x 5 depthwise and 1 x 1, added to what comes in."""
 
     def __init__(self, channels):
         super().__init__()
