@@ -46,6 +46,13 @@ TEST_F(FaceDetection, PutsAnchorsIntoTheFrame) {
     float cx, cy, w, h;  // in a frame of 640 x 480
   } cases[] = {
       {"first of all", 0, 0, {}, 8, 8, 20, 20},
+      {"level 0, the second size", 0, 1, {}, 8, 8, 32, 32},
+      {"level 0, the third", 0, 2, {}, 8, 8, 48, 48},
+      {"level 1", 1, 0, {}, 16, 16, 64, 64},
+      {"level 1, the second size", 1, 1, {}, 16, 16, 96, 96},
+      {"level 2", 2, 0, {}, 32, 30, 128, 128},
+      {"level 3", 3, 0, {}, 64, 60, 256, 256},
+      {"level 3, the second size", 3, 1, {}, 64, 60, 384, 384},
       {"last of level 2", 2, 159, {}, 608, 450, 192, 192},
       {"last of level 3: higher than the frame", 3, 59, {}, 576, 420, 512, 480},
       {"moved to the centre of the frame", 3, 23, {0, 1.25f, 0, 0}, 320, 240, 512, 480},
