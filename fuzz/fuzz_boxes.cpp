@@ -5,11 +5,6 @@
 
 using namespace kelnn_fuzz;
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  silence();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
   const int type = input.yes()   ? KEL_NN_NMS_HARD

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the detectors make of any outputs of their networks, beside the plain twins.
 #include "support/input.h"
-#include "support/model_directory.h"
 #include "support/networks.h"
 #include "support/plain_boxes.h"
 #include "support/plain_detectors.h"
 #include "support/scripted_runtime.h"
+#include "support/tasks.h"
 
 using namespace kelnn_fuzz;
 using namespace kelnn_test;
@@ -15,7 +15,7 @@ namespace {
 constexpr kel_nn_size_t kInputs[] = {{416, 256}, {320, 320}, {256, 416}},
                         kFrames[] = {{640, 360}, {480, 480}, {360, 640}};
 
-kel_nn_handle_t handle;
+const kel_nn_handle_t handle = handle_with_models();
 std::vector<uint8_t> image(416 * 320 * 3, 130);
 
 // Puts the input's values where networks find something; the rest finds nothing.
@@ -102,15 +102,6 @@ void grids(Input& input, const PlainGrid& detector, int* loaded, Init init, Proc
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  silence();
-  static const TemporaryDirectory models;
-  write_model_files(models);
-  kel_nn_set_model_root_dir(models.with_slash().c_str());
-  handle = kel_nn_handle_create();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static int loaded[2] = {-1, -1};

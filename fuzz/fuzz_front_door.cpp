@@ -31,11 +31,6 @@ kel_nn::Frame frame_of(Input& input, std::vector<uint8_t>* pixels) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  silence();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
   std::vector<uint8_t> pixels;

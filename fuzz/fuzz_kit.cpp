@@ -13,11 +13,6 @@ bool is_code(int code) { return code <= 0 && code > -16; }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  silence();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
   kel_nn_kit_frame_t frame = {};

@@ -12,7 +12,10 @@ using namespace kelnn_test;
 
 namespace {
 
-const TemporaryDirectory* directory;
+const TemporaryDirectory& directory() {
+  static const TemporaryDirectory models;
+  return models;
+}
 
 // The plain words of the rule, a byte at a time.
 std::vector<uint8_t> plain_decode(const std::vector<uint8_t>& file, size_t header,
@@ -72,7 +75,8 @@ void load(Input& input) {
   if (input.number(0, 7) == 0) runtime.fail_next_load = input.number(1, 99);
   if (input.number(0, 7) == 0) runtime.fail_dry_run = true;
   const size_t length = input.yes() ? 3000 : input.number<size_t>(0, 3100);
-  directory->write("model.bin", std::string(length, 'm'));
+  kel_nn_set_model_root_dir(directory().with_slash().c_str());
+  directory().write("model.bin", std::string(length, 'm'));
 
   kel_nn_graph graph = {};
   const bool is_scrambled = input.yes();
@@ -107,14 +111,6 @@ void load(Input& input) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  silence();
-  static const TemporaryDirectory temporary;
-  directory = &temporary;
-  kel_nn_set_model_root_dir(temporary.with_slash().c_str());
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);

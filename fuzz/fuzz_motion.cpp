@@ -7,13 +7,7 @@
 
 using namespace kelnn_fuzz;
 
-static kel_nn_handle_t handle;
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  silence();
-  handle = kel_nn_handle_create();
-  return 0;
-}
+static const kel_nn_handle_t handle = kel_nn_handle_create();
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);

@@ -2,9 +2,9 @@
 // Cry detection fed with chunks of any length, and the audio front end with any settings; the features of whole windows
 // beside the plain twin.
 #include "support/input.h"
-#include "support/model_directory.h"
 #include "support/plain_filter_bank.h"
 #include "support/scripted_runtime.h"
+#include "support/tasks.h"
 
 using namespace kelnn_fuzz;
 using namespace kelnn_test;
@@ -12,7 +12,7 @@ using namespace kelnn_test;
 namespace {
 
 constexpr uint32_t kWindow = 48000;
-kel_nn_handle_t handle;
+const kel_nn_handle_t handle = handle_with_models();
 
 std::vector<int16_t> samples(Input& input, size_t count) {
   std::vector<int16_t> pattern(input.number<size_t>(1, 100));
@@ -79,15 +79,6 @@ void settings(Input& input) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  silence();
-  static const TemporaryDirectory models;
-  write_model_files(models);
-  kel_nn_set_model_root_dir(models.with_slash().c_str());
-  handle = kel_nn_handle_create();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
