@@ -53,8 +53,9 @@ class Table : public ResultFile {
     std::istringstream keys(columns);
     std::vector<std::string> names;
     for (std::string key; std::getline(keys, key, ',');) {
-      keys_.push_back(key);
-      for (const std::string& name : columns_of(key)) names.push_back(name);
+      const std::vector<std::string> columns = columns_of(key);
+      keys_.emplace_back(key, columns.size());
+      names.insert(names.end(), columns.begin(), columns.end());
     }
     write(fmt::format("{}\n", fmt::join(names, ",")), &file_);
   }
@@ -71,8 +72,8 @@ class Table : public ResultFile {
  private:
   std::string line(const Json& result, const Json& part) const {
     std::vector<std::string> cells;
-    for (const std::string& key : keys_) {
-      const size_t end = cells.size() + columns_of(key).size();
+    for (const auto& [key, width] : keys_) {
+      const size_t end = cells.size() + width;
       const Json value = part.contains(key) ? part[key] : result.value(key, Json());
       const Json numbers = value.flatten();  // a list of pairs is a list of numbers
       for (const Json& number : numbers) cells.push_back(cell(number));
@@ -82,7 +83,7 @@ class Table : public ResultFile {
   }
 
   Successor file_;
-  std::vector<std::string> keys_;
+  std::vector<std::pair<std::string, size_t>> keys_;  // each with its number of columns
 };
 
 // ----- Labels as COCO has them
