@@ -64,6 +64,17 @@ struct CompareOptions {
 };
 bool compare(const CompareOptions& options, Reporter* reporter);
 
+// ----- Faces that are known by name
+
+struct EnrollOptions {
+  std::string name, gallery, root;
+  InputList pictures;
+  Box box;  // of each picture; none: the surest face
+  InputSettings input;
+  bool is_ready = false, wants_list = false, is_removal = false;
+};
+bool enroll(const EnrollOptions& options, Reporter* reporter);
+
 // ----- Frames of pictures, videos and cameras
 
 struct FrameOptions {
@@ -103,6 +114,14 @@ struct WatchOptions {
   bool is_always_awake = false;
 };
 bool watch(const WatchOptions& options, Reporter* reporter);
+
+struct WhoOptions {
+  InputList inputs;
+  std::string gallery, root, out;
+  float threshold = 0.55f;  // where the sample network's error rates are equal: models/face_features
+  FrameOptions frames;
+};
+bool who(const WhoOptions& options, Reporter* reporter);
 
 // ----- Sound
 

@@ -17,6 +17,7 @@
 
 #include "commands.h"
 #include "frame_source.h"
+#include "gallery.h"
 #include "kel_nn.h"
 #include "kel_nn_kit.h"
 #include "manual.h"
@@ -188,8 +189,8 @@ void add_root_to_write(CLI::App* command, std::string* root) {
 }
 
 // What inputs there are, by name and in other ways.
-void add_inputs(CLI::App* command, const char* name, InputList* inputs, const char* type,
-                const std::string& help) {
+CLI::Option* add_inputs(CLI::App* command, const char* name, InputList* inputs, const char* type,
+                        const std::string& help) {
   CLI::Option* names = argument(command, name, &inputs->names, type, help);
   option(command, "--glob", &inputs->glob, "PATTERN",
          "What to take of a directory, by name: '*.raw', 'cam?_*.mp4'. Without it: what has\n"
@@ -199,6 +200,7 @@ void add_inputs(CLI::App* command, const char* name, InputList* inputs, const ch
                  "Take the names on standard input, too, each of which a zero byte ends, as\n"
                  "find -print0 writes them")
       ->each([names](const std::string&) { names->required(false); });
+  return names;
 }
 
 void add_lenient(CLI::App* command, InputSettings* input) {
@@ -518,6 +520,63 @@ void add_watch(const Commands& commands) {
   add_root(command, &options->root);
 }
 
+// ----- Faces that are known by name
+
+void add_gallery(CLI::App* command, std::string* gallery) {
+  *gallery = gallery_of_user();
+  option(command, "--gallery", gallery, "FILE",
+         "The gallery. Without it the user's, ~/.local/share/kelnn/gallery.db");
+}
+
+void add_galleries(const Commands& commands) {
+  const auto [enroll, known] = commands.add(
+      kelnn_cli::enroll, "enroll",
+      "Makes a face known by name, from pictures of it, for kelnn who.\n"
+      "The surest face of each picture is taken, or what is in the box, and its features, aligned\n"
+      "by its landmarks, are kept in a gallery, a file of SQLite that you alone may read. Several\n"
+      "pictures of a person, in different light and from different sides, are better than one.\n"
+      "A gallery belongs to the model that it was begun with.");
+  CLI::Option* name = argument(enroll, "name", &known->name, "NAME", "Who it is");
+  CLI::Option* pictures =
+      add_inputs(enroll, "picture", &known->pictures, "FILE",
+                 "Picture files, directories of them, - for a list of those on standard input");
+  add_box(enroll, "--box", &known->box, "Where the face is in each picture, as faces prints it");
+  add_aligned(enroll, &known->is_ready);
+  CLI::Option* list =
+      enroll->add_flag("--list", known->wants_list, "Enroll nobody; show who is known");
+  list->excludes(name)->each([name, pictures](const std::string&) {
+    name->required(false);
+    pictures->required(false);
+  });
+  enroll->add_flag("--remove", known->is_removal, "Forget the person instead")
+      ->excludes(pictures)
+      ->excludes(list)
+      ->each([pictures](const std::string&) { pictures->required(false); });
+  add_lenient(enroll, &known->input);
+  add_gallery(enroll, &known->gallery);
+  add_root(enroll, &known->root);
+
+  const auto [who, asked] = commands.add(
+      kelnn_cli::who, "who",
+      "Tells whose faces are in pictures, videos and camera frames.\n"
+      "Each face is found, aligned and compared with every face that kelnn enroll has made known;\n"
+      "one that is like none of them is \"unknown\". Prints the name of the nearest, how alike they\n"
+      "are (1 is the most) and where it is; with --json an object a line for each frame.");
+  add_inputs(who, "input", &asked->inputs, "INPUT", std::string("Pictures. ") + kVideoHelp);
+  option(who, "--threshold", &asked->threshold, "SIMILARITY",
+         "How alike faces of one person have to be, from -1 to 1: kelnn eval face-features\n"
+         "measures what is right for a network")
+      ->check(CLI::Range(-1.0, 1.0))
+      ->capture_default_str();
+  option(who, "--draw", &asked->out, "OUT",
+         "Write the frames with boxes and names: a picture, or a video (.mp4, .webm, .avi); for\n"
+         "several inputs a directory");
+  add_result_files(commands, who, kWithSubtitles);
+  add_frame_options(who, &asked->frames);
+  add_gallery(who, &asked->gallery);
+  add_root(who, &asked->root);
+}
+
 // ----- Sound
 
 constexpr char kSoundHelp[] =
@@ -638,7 +697,7 @@ CommandLine parse(int argc, char** argv) {
       "kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly,\n"
       "130 interrupted (SIGINT), 143 ended (SIGTERM): no file is left half written.");
   for (const auto add : {add_model_files, add_cut_outs, add_eval, add_detectors, add_motion,
-                         add_watch, add_cry, add_features}) {
+                         add_watch, add_galleries, add_cry, add_features}) {
     add({&app, &line.command, &line.report.files});
   }
   add_hidden(&app, "--print-manual", manual_page);

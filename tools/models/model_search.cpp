@@ -25,9 +25,8 @@ std::string variable(const char* name) {
 }
 
 std::string own_directory() {
-  const fs::path data = variable("XDG_DATA_HOME"), home = variable("HOME");
-  if (data.is_absolute()) return data / "kelnn/models/";  // others are to be ignored
-  return home.empty() ? "" : home / ".local/share/kelnn/models/";
+  const std::string data = user_directory();
+  return data.empty() ? "" : data + "models/";
 }
 
 std::string installed_directory() {
@@ -48,6 +47,12 @@ bool holds_a_model(const std::string& root) {
 }
 
 }  // namespace
+
+std::string user_directory() {
+  const fs::path data = variable("XDG_DATA_HOME"), home = variable("HOME");
+  if (data.is_absolute()) return data / "kelnn/";  // others are to be ignored
+  return home.empty() ? "" : home / ".local/share/kelnn/";
+}
 
 std::string models_to_read() {
   const Places at = places();

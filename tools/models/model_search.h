@@ -7,6 +7,9 @@
 
 namespace kelnn_cli {
 
+// Where kelnn keeps what is the user's own, with a "/" at the end; empty for somebody without a home.
+std::string user_directory();
+
 // Both are roots as the library takes them, with a "/" at the end.
 std::string models_to_read();   // if there are none: where packages put them
 std::string models_to_write();  // never the packages' directory; "./" for somebody without a home

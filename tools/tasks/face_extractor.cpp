@@ -34,10 +34,14 @@ ExtractedFeature feature_of(const cv::Mat& bgr, const cv::Rect& face,
 FaceExtractor::FaceExtractor(const std::string& root, bool is_ready, const Note& note)
     : library_(root), is_ready_(is_ready), note_(note), features_(library_) {}
 
+std::vector<Detection> FaceExtractor::faces(const cv::Mat& bgr) {
+  if (!faces_) faces_.emplace(library_);
+  return found_in(bgr, &*faces_);
+}
+
 cv::Rect FaceExtractor::place(const std::string& path, const cv::Mat& bgr, const Box& box) {
   if (is_ready_ || box.width != 0) return chosen_part(path, bgr, box);
-  if (!faces_) faces_.emplace(library_);
-  const std::vector<Detection> found = found_in(bgr, &*faces_);
+  const std::vector<Detection> found = faces(bgr);
   if (found.empty()) {
     throw Failure(path +
                   ": no face is found. To do: say where it is with a box, X,Y,WIDTH,HEIGHT; or "

@@ -7,7 +7,9 @@
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "detection.h"
 #include "kel_nn.hpp"
 #include "picture.h"
 
@@ -35,6 +37,7 @@ class FaceExtractor {
 
   // Where the face is: in the box, if one is given; else the surest that is found. Throws Failure.
   cv::Rect place(const std::string& path, const cv::Mat& bgr, const Box& box);
+  std::vector<Detection> faces(const cv::Mat& bgr);  // all, the surest first
   ExtractedFeature of(const cv::Mat& bgr, const cv::Rect& face);
 
  private:

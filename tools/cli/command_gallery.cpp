@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: Apache-2.0
+// kelnn enroll and kelnn who: faces that are known by name, and whose they are.
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "drawing.h"
+#include "face_extractor.h"
+#include "files.h"
+#include "frames.h"
+#include "gallery.h"
+#include "task_catalogue.h"
+
+namespace kelnn_cli {
+namespace {
+
+constexpr char kUnknown[] = "unknown";
+
+std::string feature_network(const std::string& root) {
+  return with_slash(root) + find_task("face-features")->file_name;
+}
+
+bool list_people(const std::string& path, Reporter* reporter) {
+  Json people = Json::array();
+  for (const auto& [name, faces] : Gallery(path, Gallery::Use::kRead).people()) {
+    people.push_back({{"name", name}, {"faces", faces}});
+  }
+  reporter->report({{"gallery", path}, {"people", people}}, [](const Json& all) {
+    std::string text;
+    for (const Json& person : all["people"]) text += filled("{name}  {faces}\n", person);
+    return text;
+  });
+  return true;
+}
+
+bool remove_person(const EnrollOptions& options, Reporter* reporter) {
+  Gallery gallery(options.gallery, Gallery::Use::kWrite);
+  const int count = gallery.remove(options.name);
+  if (count == 0) throw Failure(options.gallery, fmt::format("knows no \"{}\"", options.name));
+  gallery.keep();
+  reporter->report({{"name", options.name}, {"removed", count}},
+                   line("{name}: {removed} faces removed\n"));
+  return true;
+}
+
+std::vector<Json> named(const Gallery& gallery, float threshold, const cv::Mat& bgr,
+                        FaceExtractor* faces) {
+  std::vector<Json> all;
+  for (const Detection& face : faces->faces(bgr)) {
+    const Match match = gallery.nearest(faces->of(bgr, face.box).values);
+    Json json = json_of(face);
+    json["name"] = match.similarity > threshold ? match.name : kUnknown;
+    json["similarity"] = match.similarity;
+    all.push_back(json);
+  }
+  return all;
+}
+
+cv::Mat drawn(const cv::Mat& bgr, const Json& boxes) {
+  cv::Mat picture = bgr.clone();
+  for (const Json& box : boxes) {
+    draw_box(&picture, {box["x"], box["y"], box["w"], box["h"]},
+             filled("{name} {similarity:.2f}", box), box["name"] == kUnknown ? 0 : 1);
+  }
+  return picture;
+}
+
+}  // namespace
+
+bool enroll(const EnrollOptions& options, Reporter* reporter) {
+  if (options.wants_list) return list_people(options.gallery, reporter);
+  if (options.is_removal) return remove_person(options, reporter);
+  if (options.name == kUnknown) throw UsageError("\"unknown\" is what nobody is called");
+  const std::vector<std::string> pictures = listed(options.pictures, InputKind::kPictures, false);
+  reporter->begin({"input,name,x,y,w,h", pictures, {}});
+  check_outputs({options.gallery}, pictures);
+  const InputSettings settings = told(options.input, reporter);
+  FaceExtractor faces(options.root, options.is_ready, settings.tell);
+  Gallery gallery(options.gallery, Gallery::Use::kWrite, feature_network(options.root));
+  catch_interruption();  // the gallery is left as it was, without a journal
+  bool is_changed = false;
+  const bool ok = for_each_input(pictures, reporter, [&](const std::string& path) {
+    const cv::Mat picture = load_picture(path, settings);
+    const cv::Rect place = faces.place(path, picture, options.box);
+    const bool is_new = gallery.add(options.name, path, faces.of(picture, place).values);
+    is_changed = is_changed || is_new;
+    Json result = {{"input", path}, {"name", options.name}};
+    result.update(json_of(place));
+    result["new"] = is_new;
+    reporter->report_one(result, [&](const Json& json) {
+      return filled("{input}: {name}  x {x}, y {y}, {w} x {h}", json) +
+             (is_new ? "\n" : ", which is known already\n");
+    });
+  });
+  if (is_changed && !interruption()) gallery.keep();
+  return ok;
+}
+
+bool who(const WhoOptions& options, Reporter* reporter) {
+  const std::vector<std::string> inputs =
+      listed(options.inputs, InputKind::kPicturesAndVideos, !options.frames.input.raw.empty());
+  DrawingTarget drawings(options.out, inputs);
+  const InputSettings settings = told(options.frames.input, reporter);
+  const Gallery gallery(options.gallery, Gallery::Use::kRead, feature_network(options.root));
+  if (gallery.is_empty()) throw Failure(options.gallery, "knows nobody");
+  FaceExtractor faces(options.root, false, settings.tell);
+  reporter->begin({"input,frame,time,width,height,name,similarity,score,x,y,w,h", inputs, {}});
+  return for_each_input(inputs, reporter, [&](const std::string& input) {
+    FrameWalk walk(input, FrameWalk::Takes::kAll, options.frames, reporter, &drawings);
+    const bool is_picture = walk.kind() == FrameSource::Kind::kPicture;
+    while (const Frame* frame = walk.next()) {
+      Json result = place_json(input, *frame);
+      result["width"] = frame->pixels.cols;
+      result["height"] = frame->pixels.rows;
+      result["boxes"] = named(gallery, options.threshold, frame->pixels, &faces);
+      walk.draw([&] { return drawn(frame->pixels, result["boxes"]); });
+      reporter->report_one(result, [&](const Json& json) {
+        std::string text = filled(is_picture ? "{input}" : kPlace, json) + ":\n";
+        for (const Json& box : json["boxes"])
+          text += filled("  {name} {similarity:.2f}  x {x}, y {y}, {w} x {h}\n", box);
+        return text;
+      });
+    }
+  });
+}
+
+}  // namespace kelnn_cli
