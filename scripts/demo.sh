@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Shows libkelnn at work, from nothing: installs what is missing, builds, packs the sample networks, runs every
-# task on the sample pictures, video and sounds and writes a page with the results. Fails when a task fails or
-# does not see what the samples show.
+# task on the sample pictures, video and sounds, and the detectors on photographs of Debian's packages, and writes a page
+# with the results. Fails when a task fails or does not see what the samples show.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/sample_networks.sh
@@ -24,7 +24,7 @@ quietly() {
 }
 
 step "1. Install and build"
-scripts/install_packages.sh build
+scripts/install_packages.sh build photographs
 mkdir -p "$build"
 quietly cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_UNITY_BUILD=ON -DKEL_NN_DOCS=OFF
 quietly cmake --build "$build" --target kelnn_cli compare_faces kelnn_python

@@ -5,6 +5,7 @@
 #   test    what scripts/test.sh needs on top
 #   data    what scripts/evaluate_models.sh needs on top, to draw pictures and make sounds
 #   train   what scripts/train_models.sh needs on top of those
+#   photographs  photographs for the page of scripts/demo.sh
 #   docs    what scripts/document.sh needs
 #   packages what scripts/install.sh needs on top of build and docs
 #   notebook what executes examples/first_steps.ipynb as Jupyter does, on top of build and test
@@ -24,6 +25,7 @@ declare -A groups=(
           python3-jsonschema fish zsh python3-pip python3-matplotlib mypy jq"
   [data]="python3-opencv python3-scipy python3-moderngl libegl1 libgl1 libgl1-mesa-dri espeak-ng"
   [train]="python3-torch gnome-backgrounds mate-backgrounds ukui-wallpapers"
+  [photographs]="opencv-doc python3-skimage"
   [docs]="doxygen doxygen-awesome-css"
   [packages]="dpkg-dev file"
   [notebook]="python3-nbconvert python3-ipykernel"
@@ -35,7 +37,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint notebook packages test train" >&2
+    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint notebook packages photographs test train" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true

@@ -40,6 +40,7 @@ class Task:
     classes: tuple
     layout: Callable  # a function of compose.py
     margin: float = 0.0  # so much lower is the logit of "there is something" than its odds are: calibrated for the library's 0.3
+    channels: tuple = (12, 20, 32, 40, 48, 24, 40)  # of the convolutions to stride 8, at 16, at 32, back from there, joined
 
 
 class GridNetwork(nn.Module):
@@ -47,17 +48,18 @@ class GridNetwork(nn.Module):
 
     def __init__(self, task):
         super().__init__()
-        self.to_8 = nn.Sequential(convolution(3, 12, 2), convolution(12, 20, 2), convolution(20, 32, 2))
-        self.at_8 = convolution(32, 32)
-        self.to_16 = convolution(32, 40, 2)
-        self.at_16 = nn.Sequential(convolution(40, 40), DepthwiseContext(40))
-        self.to_32 = convolution(40, 48, 2)
-        self.at_32 = nn.Sequential(convolution(48, 48, dilation=2), DepthwiseContext(48))
-        self.back = convolution(48, 24, size=1)
-        self.joined = convolution(64, 40, size=1)
+        at_2, at_4, at_8, at_16, at_32, back, joined = task.channels
+        self.to_8 = nn.Sequential(convolution(3, at_2, 2), convolution(at_2, at_4, 2), convolution(at_4, at_8, 2))
+        self.at_8 = convolution(at_8, at_8)
+        self.to_16 = convolution(at_8, at_16, 2)
+        self.at_16 = nn.Sequential(convolution(at_16, at_16), DepthwiseContext(at_16))
+        self.to_32 = convolution(at_16, at_32, 2)
+        self.at_32 = nn.Sequential(convolution(at_32, at_32, dilation=2), DepthwiseContext(at_32))
+        self.back = convolution(at_32, back, size=1)
+        self.joined = convolution(at_16 + back, joined, size=1)
         outputs = 3 * task.values
-        self.head_32 = nn.Conv2d(48, outputs, 1)
-        self.head_16 = nn.Conv2d(40, outputs, 1)
+        self.head_32 = nn.Conv2d(at_32, outputs, 1)
+        self.head_16 = nn.Conv2d(joined, outputs, 1)
         for head in (self.head_32, self.head_16):  # at first nothing is anywhere
             nn.init.normal_(head.weight, std=0.01)
             nn.init.zeros_(head.bias)

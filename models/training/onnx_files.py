@@ -1,7 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
-"""From a trained module to a network's file, and from the file back to a module to go on with."""
+"""From a trained module to a network's file, and from the file back to a module to go on with.
+
+As a program: what the networks named cost, or all of models/
+"""
+import math
 import os
 import sys
+import time
+from pathlib import Path
 
 import cv2
 import numpy as np
@@ -35,8 +41,7 @@ def export(module, path, input_shape, output_names):
     if size > MAX_BYTES:
         sys.exit(f"{path} has {size} bytes, more than {MAX_BYTES}")
     check_values(module, path, sample)
-    print(f"{path}: {size} bytes, {weight_count(path)} weights, "
-          f"{multiply_adds(module, sample) / 1e6:.1f} million multiply-adds")
+    print(f"{path}: {size} bytes, {cost(path)}")
 
 
 def _copy_shared_weights(graph):
@@ -68,10 +73,32 @@ def weight_count(path):
                if weight.data_type == onnx.TensorProto.FLOAT)
 
 
-def multiply_adds(module, sample):
-    """Of one run, counted over convolutions and fully connected layers."""
-    return sum(layer.weight.numel() * (output.shape[2:].numel() if output.dim() == 4 else 1)
-               for layer, output in _run(module, sample, WITH_WEIGHTS))
+def multiply_adds(path):
+    """Of one run, of convolutions and fully connected layers."""
+    graph = onnx.shape_inference.infer_shapes(onnx.load(path)).graph
+    shapes = {value.name: [size.dim_value for size in value.type.tensor_type.shape.dim]
+              for value in (*graph.value_info, *graph.output)}
+    weights = {weight.name: math.prod(weight.dims) for weight in graph.initializer}
+    return sum(weights[node.input[1]] * math.prod(shapes[node.output[0]][2:])
+               for node in graph.node if node.op_type in ("Conv", "Gemm", "MatMul"))
+
+
+def cost(path):
+    """As cards say it."""
+    return f"{weight_count(path):,} weights, {multiply_adds(path) / 1e6:.1f} million multiply-adds"
+
+
+def milliseconds(path, runs=50):
+    """Of a run on one core of this machine: the median."""
+    cv2.setNumThreads(1)
+    network, times = cv2.dnn.readNetFromONNX(str(path)), []
+    shape = [size.dim_value for size in onnx.load(path).graph.input[0].type.tensor_type.shape.dim]
+    for _ in range(runs):
+        network.setInput(np.zeros(shape, np.float32))
+        start = time.perf_counter()
+        network.forward(network.getUnconnectedOutLayersNames())
+        times.append(time.perf_counter() - start)
+    return 1e3 * np.median(times)
 
 
 def _run(module, sample, kinds):
@@ -87,7 +114,8 @@ def _run(module, sample, kinds):
 
 
 def start_from(module, path, input_shape):
-    """Takes over a file's weights. Normalisations were folded in it: they become its biases and nothing else."""
+    """Takes over a file's weights, also of a network with fewer channels: what is new then begins at random, and nothing
+    that was there looks at it yet. Normalisations were folded in the file: they become its biases and nothing else."""
     graph = onnx.load(path).graph
     tensors = {weight.name: torch.from_numpy(numpy_helper.to_array(weight).copy()) for weight in graph.initializer}
     nodes = [[tensors[name] for name in node.input[1:]] for node in graph.node if node.op_type in ("Conv", "Gemm", "MatMul")]
@@ -100,17 +128,19 @@ def start_from(module, path, input_shape):
             if not isinstance(layer, WITH_WEIGHTS):
                 continue
             weight, *bias = nodes.pop(0)
-            weight = weight if weight.shape == layer.weight.shape else weight.T
-            if weight.shape != layer.weight.shape:
+            weight = weight if isinstance(layer, nn.Conv2d) or weight.shape == layer.weight.shape else weight.T
+            outputs, inputs = weight.shape[:2]
+            if weight.shape[2:] != layer.weight.shape[2:] or any(a > b for a, b in zip(weight.shape, layer.weight.shape)):
                 sys.exit(f"{path}: {tuple(weight.shape)} where the network has {tuple(layer.weight.shape)}")
-            layer.weight.copy_(weight)
+            layer.weight[:outputs] = 0
+            layer.weight[:outputs, :inputs] = weight
             if isinstance(following, nn.BatchNorm2d):
                 following.running_mean.zero_()
                 following.running_var.fill_(1 - following.eps)
                 following.weight.fill_(1)
                 layer = following
             if bias:
-                layer.bias.copy_(bias[0])
+                layer.bias[:outputs] = bias[0]
     check_values(module, path, sample)
 
 
@@ -130,3 +160,8 @@ def renormalise(module, look):
         look()
     for hook in hooks:
         hook.remove()
+
+
+if __name__ == "__main__":
+    for name in sys.argv[1:] or sorted(map(str, Path(__file__).parents[1].glob("*/*.onnx"))):
+        print(f"{os.path.relpath(name)}: {os.path.getsize(name) / 1e3:.0f} kB, {cost(name)}, {milliseconds(name):.1f} ms")

@@ -61,6 +61,7 @@ def parse(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> argparse
     parser.add_argument("--start", metavar="FILE.onnx", help="goes on from this network, at a quarter of the rate")
     parser.add_argument("--keep", type=float, default=0.0, metavar="SHARE",
                         help="of the weights of --start in the result, which forgets less of what that knew (default: 0)")
+    parser.add_argument("--keep-of", metavar="FILE.onnx", help="keeps that share of this network instead")
     parser.add_argument("--quick", action="store_true", help="40 steps, to see that everything works; the result is no good")
     parser.add_argument("--steps", type=int, default=recipe.phases[0].steps)
     parser.add_argument("--batch", type=int, default=recipe.batch)
@@ -124,15 +125,15 @@ def run(recipe: Recipe, arguments: Optional[Sequence[str]] = None) -> None:
         is_halved = recipe.is_halved and (options.device != "cpu" or multiplies_bfloat16())
         module = module.to(options.device, memory_format=torch.channels_last if is_halved else torch.contiguous_format)
         for phase in recipe.phases:
-            steps = max(1, phase.steps * options.steps // recipe.phases[0].steps)
+            steps = options.steps and max(1, phase.steps * options.steps // recipe.phases[0].steps)
             module = fit(module, batches, phase, steps, options, is_halved)
     except (table.Invalid, OSError) as error:
         sys.exit(str(error))
     options.out.mkdir(parents=True, exist_ok=True)
     export(recipe, options, module.to("cpu"))
-    if options.start and options.keep:
+    if options.keep and (options.keep_of or options.start):
         ends = [recipe.network(), recipe.network()]  # with all normalisations folded away
-        for end, path in zip(ends, (options.out / f"{next(iter(recipe.shapes))}.onnx", options.start)):
+        for end, path in zip(ends, (options.out / f"{next(iter(recipe.shapes))}.onnx", options.keep_of or options.start)):
             onnx_files.start_from(end, path, next(iter(recipe.shapes.values())))
         with torch.no_grad():
             for weight, kept in zip(*(end.parameters() for end in ends)):

@@ -67,8 +67,16 @@ def test_two_steps_from_the_committed_network_on_labelled_data(name, made, tmp_p
         assert [output.name for output in new.output] == [output.name for output in old.output]
         assert [list(w.dims) for w in new.initializer] == [list(w.dims) for w in old.initializer]
         assert new.initializer[0].raw_data != old.initializer[0].raw_data
+
+
+@pytest.mark.parametrize("name", NETWORKS)
+def test_cards_say_what_networks_cost(name):
+    """And it is what a camera has room and time for."""
     card = (ROOT / "models" / name / "README.md").read_text()
-    assert f"{run.onnx_files.weight_count(network_of(name)):,} weights" in card
+    for path in (ROOT / "models" / name).glob("*.onnx"):
+        assert path.stat().st_size <= run.onnx_files.MAX_BYTES and run.onnx_files.multiply_adds(path) < 300e6
+    for words in run.onnx_files.cost(network_of(name)).split(", "):
+        assert words in card
 
 
 def test_what_is_kept_of_the_network_to_start_from(made, tmp_path):
@@ -82,6 +90,18 @@ def test_what_is_kept_of_the_network_to_start_from(made, tmp_path):
         away.append(np.concatenate([np.ravel(onnx.numpy_helper.to_array(b) - onnx.numpy_helper.to_array(a))
                                     for a, b in zip(old, new)]).astype(float))
     assert np.allclose(away[2], 0, atol=1e-6) and np.allclose(away[1], away[0] / 2, atol=1e-5) and np.abs(away[0]).max() > 1e-4
+
+
+def test_the_script_that_trains_goes_on_from_what_it_made_and_ends_in_the_network():
+    command = [ROOT / "scripts" / "train_models.sh", "--list", "--material", "/tmp"]
+    lines = subprocess.run(command, check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout.splitlines()
+    made, last = set(), {}
+    for _, _, module, *arguments in map(str.split, (line for line in lines if ".train " in line)):
+        options = run.parse(importlib.import_module(module).RECIPE, arguments)
+        assert {Path(file).parent for file in (options.start, options.keep_of) if file} <= made
+        made.add(options.out)
+        last[module.split(".")[1]] = options.out
+    assert last == {name: Path("models") / name for name in NETWORKS}
 
 
 def test_a_network_that_normalises_again_computes_the_same():
