@@ -11,10 +11,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                    : input.yes() ? KEL_NN_NMS_WEIGHTED
                                  : input.number(-2, 3);
   const float threshold = input.yes() ? 0.3f : input.any_float();
-  std::vector<kel_nn_box_t> boxes(input.number<size_t>(0, 160));
+  std::vector<kel_nn_box_t> boxes;
   bool is_usual =
       !std::isnan(threshold) && (type == KEL_NN_NMS_HARD || type == KEL_NN_NMS_WEIGHTED);
-  for (kel_nn_box_t& box : boxes) {
+  while (input.remaining_bytes() > 0 && boxes.size() < 160) {
+    kel_nn_box_t box = {};
     float* const fields[] = {&box.cx, &box.cy, &box.w, &box.h, &box.score};
     for (float* field : fields) {
       *field = input.yes() ? static_cast<float>(input.number(-20, 20)) : input.any_float();
@@ -22,6 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     box.score += 0.0f;  // 0 and -0 are equal, and may come in any order
     box.class_id = input.number(-1, 4);
+    boxes.push_back(box);
   }
   for (size_t i = 1; i < boxes.size() && i < 8; ++i) {
     const float iou = nn_calcu_iou(&boxes[0], &boxes[i]);

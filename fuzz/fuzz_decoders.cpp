@@ -7,23 +7,23 @@ using namespace kelnn_fuzz;
 
 namespace {
 
-// What is left of `boxes` when it has `places`, and what must not be touched behind them.
-constexpr size_t kMostBoxes = 16 * 16 * 4;
-
 template <class Param>
 void usual_geometry(Input& input, int* stride, Param* param) {
   *stride = 1 << input.number(0, 5);
-  param->input_w = input.number(1, 16) * *stride;
-  param->input_h = input.number(1, 16) * *stride;
+  const int most = input.number(0, 7) == 0 ? 16 : 4;  // cells to a side
+  param->input_w = input.number(1, most) * *stride;
+  param->input_h = input.number(1, most) * *stride;
   param->img_w = input.number(0, 4096);
   param->img_h = input.number(0, 4096);
   param->class_num = input.number(1, 12);
 }
 
+// `most`: what a map of that size can have.
 template <class Param, class Decode, class Plain>
-void compare(const std::vector<float>& map, int stride, const Param& param, size_t places,
-             Decode decode, Plain plain) {
-  std::vector<kel_nn_box_t> boxes(std::max<size_t>(places, 1)), all(kMostBoxes);
+void compare(Input& input, const std::vector<float>& map, int stride, const Param& param,
+             size_t most, Decode decode, Plain plain) {
+  const size_t places = input.number<size_t>(0, most);
+  std::vector<kel_nn_box_t> boxes(std::max<size_t>(places, 1)), all(most);
   const int count = decode(map.data(), stride, &param, boxes.data(), static_cast<uint32_t>(places));
   const int wanted = plain(map.data(), stride, param, all.data());
   EXPECT(count >= 0 && static_cast<size_t>(count) <= boxes.size() && count <= wanted);
@@ -54,7 +54,7 @@ void yolov3(Input& input) {
   const size_t values = static_cast<size_t>(param.anchor_num) * (5 + param.class_num);
   const size_t cells = static_cast<size_t>(param.input_w / stride) * (param.input_h / stride);
   const std::vector<float> map = input.floats(cells * values);
-  compare(map, stride, param, input.number<size_t>(0, kMostBoxes), kel_nn_yolov3_postprocess,
+  compare(input, map, stride, param, cells * param.anchor_num, kel_nn_yolov3_postprocess,
           kelnn_test::plain_yolov3);
   hostile(input, &param, kel_nn_yolov3_postprocess);
 }
@@ -68,7 +68,7 @@ void centernet(Input& input) {
   const size_t values = param.class_num + 4 * (param.reg_max + 1);
   const size_t cells = static_cast<size_t>(param.input_w / stride) * (param.input_h / stride);
   const std::vector<float> map = input.floats(cells * values);
-  compare(map, stride, param, input.number<size_t>(0, kMostBoxes), kel_nn_centernet_postprocess,
+  compare(input, map, stride, param, cells, kel_nn_centernet_postprocess,
           kelnn_test::plain_centernet);
   hostile(input, &param, kel_nn_centernet_postprocess);
 }

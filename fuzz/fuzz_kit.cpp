@@ -18,8 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   kel_nn_kit_frame_t frame = {};
   frame.format = static_cast<kel_nn_kit_format_t>(input.number(0, 4));
   const bool is_nv12 = frame.format == KEL_NN_KIT_NV12 || frame.format == KEL_NN_KIT_NV12_FULL;
-  frame.width = input.number(1, 160);
-  frame.height = input.number(1, 160);
+  frame.width = input.side(160);
+  frame.height = input.side(160);
   const int row =
       is_nv12 ? (frame.width + 1) / 2 * 2 : frame.width * (frame.format == KEL_NN_KIT_GREY ? 1 : 3);
   frame.stride = row + (input.yes() ? input.number(0, 40) : 0);
@@ -32,8 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     frame.height = input.ConsumeIntegral<int>() | 0x40000000;  // refused: the data are not
 
   kel_nn_kit_image_t image = {};
-  image.width = input.number(1, 130);
-  image.height = input.number(1, 130);
+  image.width = input.side(130);
+  image.height = input.side(130);
   image.format =
       input.yes() ? KEL_NN_KIT_RGB : static_cast<kel_nn_kit_format_t>(input.number(0, 4));
   const size_t bytes =

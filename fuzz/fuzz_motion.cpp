@@ -11,7 +11,7 @@ static const kel_nn_handle_t handle = kel_nn_handle_create();
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  const int width = input.number(4, 70), height = input.number(4, 40);
+  const int width = 3 + input.side(67), height = 3 + input.side(37);
   EXPECT(kel_nn_pir_filter_init(handle, width, height) == 0);
   auto plain = std::make_unique<kelnn_test::PlainPirFilter>(width, height);
   const int period = input.number(1, 6);

@@ -7,14 +7,14 @@ using namespace kelnn_fuzz;
 
 namespace {
 
-int side(Input& input) { return input.yes() ? input.number(1, 24) : input.number(1, 300); }
+constexpr int kMostSide = 300;
 
 void with_strides(Input& input) {
   constexpr decltype(&resize_bilinear_c1) kResize[] = {resize_bilinear_c1, resize_bilinear_c2,
                                                        resize_bilinear_c3, resize_bilinear_c4};
   const int channels = input.number(1, 4);
-  const int source_width = side(input), source_height = side(input), width = side(input),
-            height = side(input);
+  const int source_width = input.side(kMostSide), source_height = input.side(kMostSide),
+            width = input.side(kMostSide), height = input.side(kMostSide);
   const int source_stride = source_width * channels + input.number(0, 9),
             stride = width * channels + input.number(0, 9);
   // Not more than the last row's pixels: what is read or written behind them is seen.
@@ -33,8 +33,8 @@ void with_strides(Input& input) {
 }
 
 void nv12(Input& input) {
-  const int source_width = side(input), source_height = side(input), width = side(input),
-            height = side(input);
+  const int source_width = input.side(kMostSide), source_height = input.side(kMostSide),
+            width = input.side(kMostSide), height = input.side(kMostSide);
   const auto size = [](int w, int h) { return static_cast<size_t>(w) * (h + h / 2); };
   const std::vector<uint8_t> source = input.bytes(size(source_width, source_height));
   std::vector<uint8_t> resized(size(width, height), 0xa5);

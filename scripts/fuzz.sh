@@ -17,6 +17,9 @@ case "${1:-}" in
   -*) sed -n '3,/^set/{/^set/!s/^# \{0,1\}//p}' "$0"; [ "$1" = --help ] || exit 2; exit ;;
 esac
 target=${1:-} seconds=${2:-60}
+# What was freed long ago, and how each block came to be, is not worth half of all executions. What is said of a fault stays.
+export ASAN_OPTIONS=${ASAN_OPTIONS:-malloc_context_size=2:quarantine_size_mb=2}
+[ ! -w /dev/shm ] || export TMPDIR=/dev/shm
 [ -f build/$preset/build.ninja ] || cmake --preset $preset >/dev/null
 if [ -n "$target" ]; then
   programs=(fuzz_"$target")

@@ -34,6 +34,8 @@ class Input : public FuzzedDataProvider {
     return ConsumeIntegralInRange<Number>(low, high);
   }
   bool yes() { return ConsumeBool(); }
+  // Of a picture: most are small, so that many are tried, and some are as long as they may be.
+  int side(int most) { return number(1, number(0, 7) == 0 ? most : 24); }
   // Any bits: huge ones, infinities and what is not a number among them.
   float any_float() {
     const uint32_t bits = ConsumeIntegral<uint32_t>();
