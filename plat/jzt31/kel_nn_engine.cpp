@@ -23,7 +23,8 @@ namespace {
 
 namespace runtime = kelnn::runtime;
 
-constexpr unsigned char kZeroPoint = 128;  // the image's byte that is the network's 0
+constexpr unsigned char kZeroPoint = 128;    // the image's byte that is the network's 0
+constexpr size_t kMaxImageSize = INT32_MAX;  // bytes: the runtime counts in ints
 constexpr size_t kNoSize = static_cast<size_t>(-1);
 
 jzdl::BaseNet* network(kel_nn_graph_t graph) { return static_cast<jzdl::BaseNet*>(graph->net); }
@@ -96,6 +97,7 @@ Trailer read_trailer(const jzdl::Mat<float>& output) {
   const size_t total = runtime::element_count(output);
   if (total == 0) return {false, 0, 0, nullptr};
   const float* values = runtime::data(output);
+  if (reinterpret_cast<uintptr_t>(values) % alignof(float) != 0) return {false, 0, 0, nullptr};
   const float declared = values[total - 1];
   if (declared < 0.0f) {  // No outputs. Data beyond the last element is not there to be copied.
     return {true, 0, declared > -1.0f ? total - 1 : total, nullptr};
@@ -206,6 +208,8 @@ int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled
   const bool has_shape = shape.size() == 3 && shape[0] > 0 && shape[1] > 0 && shape[2] > 0;
   KEL_NN_FAIL_INIT_IF(!has_shape, "Invalid input shape.");
   const size_t width = shape[0], height = shape[1], channels = shape[2];
+  const size_t image_size = product(product(width, height), channels);
+  KEL_NN_FAIL_INIT_IF(image_size > kMaxImageSize, "Invalid input shape.");
 
   jzdl::Mat<float> output;
   dry_run(graph, shape[0], shape[1], shape[2], &output);
@@ -213,7 +217,6 @@ int kel_nne_graph_init(kel_nn_graph_t graph, kel_nn_model_t model, int scrambled
   KEL_NN_FAIL_INIT_IF(!trailer.valid, "Invalid output layout in %zu values.",
                       runtime::element_count(output));
   graph->output_data = allocate_output_data(trailer.value_count);
-  const size_t image_size = product(product(width, height), channels);
   KEL_NN_FAIL_INIT_IF(!graph->output_data ||
                           !allocate_run_memory(graph->output_data, trailer.value_count, image_size),
                       "Out of memory.");

@@ -40,7 +40,8 @@ T* data(const jzdl::Mat<T>& matrix) {
 }
 template <typename T>
 size_t element_count(const jzdl::Mat<T>& matrix) {
-  return matrix.data ? size_t(matrix.w) * size_t(matrix.h) * size_t(matrix.c) : 0;
+  const bool has_elements = matrix.data && matrix.w > 0 && matrix.h > 0 && matrix.c > 0;
+  return has_elements ? size_t(matrix.w) * size_t(matrix.h) * size_t(matrix.c) : 0;
 }
 
 }  // namespace runtime

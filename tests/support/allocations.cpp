@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 // AddressSanitizer fills and guards blocks itself, and would not see what happens beside ours.
 #if defined(__has_feature)
@@ -32,8 +33,11 @@ namespace {
 long g_count = 0, g_live = 0;
 long g_first_refused = 0, g_last_refused = -1;
 
+void (*g_call)() = nullptr;
+
 bool may_allocate() {
   ++g_count;
+  if (g_call) std::exchange(g_call, nullptr)();
   return g_count < g_first_refused || g_count > g_last_refused;
 }
 
@@ -150,6 +154,7 @@ namespace kelnn_test {
 
 long allocation_count() { return g_count; }
 long live_blocks() { return g_live; }
+void call_at_next_allocation(void (*call)()) { g_call = call; }
 
 NoMemory::NoMemory(long first, long last) {
   g_first_refused = g_count + first;

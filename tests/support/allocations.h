@@ -21,6 +21,9 @@ class NoMemory {
   NoMemory& operator=(const NoMemory&) = delete;
 };
 
+// Called once, before the next request is answered.
+void call_at_next_allocation(void (*call)());
+
 }  // namespace kelnn_test
 
 #endif  // KEL_NN_TESTS_ALLOCATIONS_H_

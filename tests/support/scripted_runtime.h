@@ -14,6 +14,9 @@ struct Output {
   std::vector<float> values;
 };
 
+enum class Call { kNone, kCreate, kLoad, kInputShape, kInput, kRun };
+enum class Matrix { kWhole, kWithoutData, kNegative, kMisaligned };
+
 struct ScriptedRuntime {
   // What to play.
   std::vector<int> input_shape = {1, 1, 1};  // width, height, channels
@@ -27,6 +30,8 @@ struct ScriptedRuntime {
   bool fail_create = false;
   int fail_next_load = 0, fail_next_input = 0, fail_next_run = 0;
   bool fail_dry_run = false;  // every input() and run() fails, but a run still delivers its output
+  Call throws = Call::kNone;  // as memory that runs out in it does
+  Matrix gives = Matrix::kWhole;
 
   // What happened.
   int networks_alive = 0, runs = 0, last_layer = 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The model root directory, and descrambling from memory and from files.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -123,6 +124,20 @@ TEST_F(ModelFiles, ArgumentsAreCheckedInOrder) {
   // A file with fewer bytes than it says, as the kernel's are; what was taken for them is given back.
   EXPECT_EQ(decode_file("/sys/devices/system/cpu/online", 1, "k"), "(none)");
   EXPECT_THAT(printed_messages()[0], testing::StartsWith("[Error]Read file "));
+}
+
+// Somebody shortens the file after it has been measured, when memory for it is asked for.
+TEST_F(ModelFiles, AFileMayShrinkWhileItIsRead) {
+  static std::string path;
+  static int64_t length;
+  for (const int64_t left : {0, 999, 1000, 1001, 9000, 65535}) {
+    SCOPED_TRACE(left);
+    path = directory_.write("m", std::string(65536, 'm'));
+    length = left;
+    kelnn_test::call_at_next_allocation([] { EXPECT_EQ(truncate(path.c_str(), length), 0); });
+    EXPECT_EQ(decode_file(path, 1000, "k"), "(none)");
+    expect_file_error("Read file error");
+  }
 }
 
 TEST_F(ModelFiles, AKeyIsNeededOnlyToDescramble) {

@@ -206,6 +206,20 @@ class NetworkTask : public TaskTest, public WithParamInterface<Task> {
     EXPECT_EQ(task.process(handle, {null}, &results), code);
     EXPECT_EQ(std::memcmp(&results, &untouched, sizeof(results)), 0);
   }
+  // Loads, runs three times, releases.
+  bool live() {
+    bool works = task.init(handle) == 0;
+    for (int call = 0; works && call < 3; ++call) {
+      Written results;
+      works = task.process(handle, {-1}, &results) == 0;
+    }
+    task.deinit(handle);
+    return works;
+  }
+  void expect_nothing_left() {
+    EXPECT_EQ(live_blocks(), live_before_ + 1);  // the handle
+    EXPECT_EQ(runtime.networks_alive, 0);
+  }
   const Task& task = GetParam();
 };
 
@@ -267,19 +281,8 @@ TEST_P(NetworkTask, SaysWhyItFailsAndLeavesTheResultsAlone) {
                          std::to_string(task.input[1] + 1)));
 }
 
-// Loaded, run three times, released: whichever allocation is refused on the way, nothing is left of it, and the next life
-// is whole.
+// Whichever allocation is refused in a life, nothing is left of it, and the next one is whole.
 TEST_P(NetworkTask, LivesOnAfterEveryAllocationThatIsRefused) {
-  const auto live = [&] {
-    bool works = task.init(handle) == 0;
-    for (int call = 0; works && call < 3; ++call) {
-      Written results;
-      works = task.process(handle, {-1}, &results) == 0;
-    }
-    task.deinit(handle);
-    return works;
-  };
-  const long live_before = live_blocks();
   bool was_refused = true;
   for (int refused = 1; was_refused; ++refused) {
     SCOPED_TRACE(refused);
@@ -292,11 +295,73 @@ TEST_P(NetworkTask, LivesOnAfterEveryAllocationThatIsRefused) {
     }
     const std::vector<std::string> said = printed_messages();
     EXPECT_TRUE(works || (was_refused && Value(said, Contains(StartsWith("[Error]")))));
-    EXPECT_EQ(live_blocks(), live_before);
-    EXPECT_EQ(runtime.networks_alive, 0);
+    expect_nothing_left();
     EXPECT_TRUE(live());
     printed();
     ASSERT_LT(refused, 100);
+  }
+}
+
+// So it is with whatever the runtime does, from the beginning or from the first call on.
+TEST_P(NetworkTask, LivesOnAfterEveryFaultOfTheRuntime) {
+  const struct {
+    const char* name;
+    void (*happens)(ScriptedRuntime* runtime);
+  } kFaults[] = {
+      {"no network", [](ScriptedRuntime* r) { r->fail_create = true; }},
+      {"refuses the model", [](ScriptedRuntime* r) { r->fail_next_load = 3; }},
+      {"refuses the image", [](ScriptedRuntime* r) { r->fail_next_input = 3; }},
+      {"fails to run", [](ScriptedRuntime* r) { r->fail_next_run = -3; }},
+      {"fails always", [](ScriptedRuntime* r) { r->fail_dry_run = true; }},
+      {"no shape", [](ScriptedRuntime* r) { r->input_shape = {}; }},
+      {"a negative shape",
+       [](ScriptedRuntime* r) {
+         r->input_shape = {-416, -256, 3};
+       }},
+      {"another shape",
+       [](ScriptedRuntime* r) {
+         r->input_shape = {8, 8, 1};
+       }},
+      {"a shape beyond memory",
+       [](ScriptedRuntime* r) {
+         r->input_shape = {99999, 99999, 3};
+       }},
+      {"a shape beyond numbers", [](ScriptedRuntime* r) { r->input_shape.assign(3, INT_MAX); }},
+      {"no output", [](ScriptedRuntime* r) { r->output = {}; }},
+      {"an output less", [](ScriptedRuntime* r) { --r->output.back(); }},
+      {"outputs without end", [](ScriptedRuntime* r) { r->output.back() = INFINITY; }},
+      {"an output of another shape", [](ScriptedRuntime* r) { r->play(r->input_shape, {{1}}); }},
+      {"values without data", [](ScriptedRuntime* r) { r->gives = Matrix::kWithoutData; }},
+      {"a negative number of them", [](ScriptedRuntime* r) { r->gives = Matrix::kNegative; }},
+      {"values at an odd address", [](ScriptedRuntime* r) { r->gives = Matrix::kMisaligned; }},
+#ifndef __mips__  // built without the tables for it: the program ends
+      {"throws", [](ScriptedRuntime* r) { r->throws = Call::kCreate; }},
+      {"throws when it loads", [](ScriptedRuntime* r) { r->throws = Call::kLoad; }},
+      {"throws for the shape", [](ScriptedRuntime* r) { r->throws = Call::kInputShape; }},
+      {"throws at an image", [](ScriptedRuntime* r) { r->throws = Call::kInput; }},
+      {"throws when it runs", [](ScriptedRuntime* r) { r->throws = Call::kRun; }},
+#endif
+  };
+  for (const bool is_late : {false, true}) {
+    for (const auto& fault : kFaults) {
+      SCOPED_TRACE(fault.name + std::string(is_late ? ", late" : ""));
+      if (is_late) init();
+      fault.happens(&runtime);
+      // Thrown in the dry run, these would leave its image behind.
+      const bool is_in_run = runtime.throws == Call::kInput || runtime.throws == Call::kRun;
+      if (!is_late && is_in_run) runtime.throws = Call::kNone;
+      try {
+        Written results;
+        if (is_late || task.init(handle) == 0) task.process(handle, {-1}, &results);
+      } catch (const std::bad_alloc&) {
+        EXPECT_NE(runtime.throws, Call::kNone);
+      }
+      task.deinit(handle);
+      expect_nothing_left();
+      runtime = ScriptedRuntime();
+      play(-1);
+      EXPECT_TRUE(live());
+    }
   }
 }
 
