@@ -145,11 +145,12 @@ class SoundFile final : public Sound {
     const auto made = static_cast<size_t>(src_callback_read(
         resampler_.get(), ratio(), static_cast<long>(sound->size()), sound->data()));
     check_resampler(src_error(resampler_.get()));
+    if (made > 0) last_ = (*sound)[made - 1];
     if (!is_end_) return made;
     // Roundings may leave a sample too few or too many; 3 seconds are to be a window.
     const auto all = static_cast<uint64_t>(std::llround(static_cast<double>(taken_) * ratio()));
     const size_t left = std::min<size_t>(sound->size(), all > given_ ? all - given_ : 0);
-    for (size_t i = made; i < left; ++i) (*sound)[i] = i > 0 ? (*sound)[i - 1] : 0.0f;
+    for (size_t i = made; i < left; ++i) (*sound)[i] = last_;
     return left;
   }
 
@@ -159,6 +160,7 @@ class SoundFile final : public Sound {
   std::unique_ptr<SoundTrack> track_;
   std::unique_ptr<SRC_STATE, Close> resampler_;  // none: the file has our rate
   std::vector<float> frames_, block_ = std::vector<float>(4096);
+  float last_ = 0;  // of what the resampler made
   size_t left_ = SIZE_MAX;          // samples to give
   uint64_t taken_ = 0, given_ = 0;  // samples that the resampler took, and that were read
 };
