@@ -27,8 +27,10 @@ namespace fs = std::filesystem;
 
 int g_standard_output = STDOUT_FILENO;
 
-// Names of files in the making, a video and a few pictures at most; one that finds no room is not removed by a signal.
-std::atomic<const char*> g_temporaries[8];
+// Names of files in the making, a video, tables and a picture at most, and of the directories that were made for them; one
+// that finds no room is not removed by a signal.
+constexpr size_t kMostTemporaries = 32;
+std::atomic<const char*> g_temporaries[kMostTemporaries];
 
 void exchange(const char* from, const char* to) {
   for (std::atomic<const char*>& name : g_temporaries) {
@@ -97,12 +99,18 @@ Successor::Successor(const std::string& path) : path_(path) {
   } else {
     if (exists) before_ = status;
     target_ = target;
-    for (fs::path missing = directory_of(target_); !fs::exists(missing, error);
+    // Where nothing may be looked up, not even the last one is there.
+    for (fs::path missing = directory_of(target_);
+         !fs::exists(missing, error) && missing != directory_of(missing);
          missing = directory_of(missing)) {
       made_.push_back(missing);
     }
+    for (const std::string& directory : made_) exchange(nullptr, directory.c_str());
     fs::create_directories(directory_of(target_), error);
-    if (error) fail(directory_of(target_), error.value());
+    if (error) {
+      remove_directories();
+      fail(directory_of(target_), error.value());
+    }
     // Not mkostemp(), whose files do not obey the process's mask.
     std::random_device random;
     own_path_ =
@@ -122,15 +130,16 @@ Successor::Successor(const std::string& path) : path_(path) {
 
 // Those that others have put something into meanwhile stay.
 void Successor::remove_directories() const {
-  for (const std::string& directory : made_) rmdir(directory.c_str());
+  for (const std::string& directory : made_) {
+    rmdir(directory.c_str());
+    exchange(directory.c_str(), nullptr);
+  }
 }
 
 Successor::~Successor() {
   close(descriptor_);
-  if (is_temporary_) {
-    unlink(own_path_.c_str());
-    remove_directories();
-  }
+  if (is_temporary_) unlink(own_path_.c_str());
+  remove_directories();  // those that are empty
   exchange(own_path_.c_str(), nullptr);
 }
 
@@ -185,8 +194,10 @@ void check_outputs(const std::vector<std::string>& outputs,
 }
 
 void remove_temporary_files() {
-  for (const std::atomic<const char*>& name : g_temporaries) {
-    if (const char* path = name.load()) unlink(path);
+  for (size_t depth = 0; depth < kMostTemporaries; ++depth) {  // directories once they are empty
+    for (const std::atomic<const char*>& name : g_temporaries) {
+      if (const char* path = name.load()) std::remove(path);
+    }
   }
 }
 

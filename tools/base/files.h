@@ -50,7 +50,7 @@ bool is_standard_output(const std::string& path);
 // A UsageError where an output would take the place of an input, by whatever names. "-" is standard input.
 void check_outputs(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);
 
-// Of every Successor; for signal handlers before the process ends.
+// Of every Successor, and their directories; for signal handlers before the process ends.
 void remove_temporary_files();
 
 // A directory as users type it, made a root that file names can be appended to.

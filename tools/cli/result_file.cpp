@@ -21,7 +21,14 @@ namespace fs = std::filesystem;
 
 std::string path_of(const std::string& path) { return path == "-" ? "/dev/stdout" : path; }
 
-void write(const std::string& text, Successor* file) { file->write({text.begin(), text.end()}); }
+// What does not fit once is not whole any more, whatever other inputs there are.
+void write(const std::string& text, Successor* file) {
+  try {
+    file->write({text.begin(), text.end()});
+  } catch (const Failure& failure) {
+    throw OutputFailure(failure.what());
+  }
+}
 
 // ----- A table
 
