@@ -6,9 +6,9 @@ from models.scenes import face_crops
 VIEWS = 5
 
 
-def examples(seed, count, family):
+def examples(seed, count, family, part="pixels"):
     for n, (person, crop) in enumerate(face_crops.crops(seed, count, VIEWS, family, face_crops.OPEN_COVERS)):
-        yield f"person_{person:03}_{n % VIEWS}.png", crop.pixels, [[f"person_{person:03}"]]
+        yield f"person_{person:03}_{n % VIEWS}.png", getattr(crop, part), [[f"person_{person:03}"]]
 
 
 if __name__ == "__main__":

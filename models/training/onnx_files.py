@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """From a trained module to a network's file, and from the file back to a module to go on with.
 
-As a program: what the networks named cost, or all of models/
+As a program: what the networks named cost, or all of models/.
 """
 import math
 import os

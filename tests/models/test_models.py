@@ -4,6 +4,7 @@
 KEL_NN_TEST_TOOL is kelnn, KEL_NN_TEST_MODELS the packed sample networks, "" where no kelnn was built.
 """
 import importlib
+import itertools
 import json
 import os
 import re
@@ -12,6 +13,7 @@ import subprocess
 import sys
 from pathlib import Path
 
+import cv2
 import numpy as np
 import onnx
 import pytest
@@ -53,6 +55,22 @@ def test_what_is_made_is_what_eval_reads(name, made):
     figures = json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
     empty = len(re.findall(r",,,,,$", (made(name) / "labels.csv").read_text(), re.MULTILINE))
     assert figures[NETWORKS[name]] == lines - empty > 0
+
+
+def test_whole_pictures_of_faces_are_compared_as_kelnn_compare_does(monkeypatch, tmp_path):
+    monkeypatch.setattr(sys, "argv", ["whole", str(tmp_path), "--count", "1"])
+    runpy.run_module("models.face_features.whole", run_name="__main__")
+
+    def said(*words):
+        command = [os.environ["KEL_NN_TEST_TOOL"], *words, "--root", os.environ["KEL_NN_TEST_MODELS"] + "/", "--json"]
+        done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        return json.loads(done.stdout) if done.returncode == 0 else None
+    cv2.imwrite(str(tmp_path / "grey.png"), np.full((200, 200, 3), 90, np.uint8))
+    (tmp_path / "labels.csv").open("a").write("grey.png,nobody\n")
+    figures = said("eval", "face-features-whole", "--data", str(tmp_path))
+    alike = [said("compare", *map(str, pair))["similarity"] for pair in itertools.combinations(sorted(tmp_path.glob("p*.png")), 2)]
+    assert figures["without_face"] == 1 and figures["same_pairs"] == len(alike) == 10
+    assert np.isclose(figures["mean_same_similarity"], np.mean(alike), atol=1e-5)
 
 
 @pytest.mark.parametrize("name", NETWORKS)
@@ -212,7 +230,6 @@ def test_a_box_that_trains_the_grid_is_the_box_that_the_library_decodes():
 
 def test_parts_of_labelled_frames_keep_boxes_on_what_they_are_around(tmp_path):
     """White boxes on black: wherever the part is cut, a whole box is white, and a box of which little is left is ignored."""
-    import cv2
     picture = np.zeros((120, 160, 3), np.uint8)
     rows = [[0, 10, 20, 30, 40], [1, 100, 60, 50, 50]]
     for _, x, y, w, h in rows:

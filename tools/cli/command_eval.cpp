@@ -35,6 +35,11 @@ constexpr EvaluatedTask kTasks[] = {
      "pictures, same_pairs, different_pairs, equal_error_rate, equal_error_threshold, "
      "true_accept_rate, mean_same_similarity, mean_different_similarity",
      evaluate_features},
+    {"face-features-whole",
+     "pictures, same_pairs, different_pairs, equal_error_rate, equal_error_threshold, "
+     "true_accept_rate, mean_same_similarity, mean_different_similarity, without_face, "
+     "equal_error_rate_of_boxes",
+     evaluate_whole_faces},
     {"face-classes", "pictures, accuracy", evaluate_face_classes},
     {"person-classes", "pictures, accuracy", evaluate_person_classes},
     {"cry-detection",

@@ -633,6 +633,8 @@ and a file labels.csv, comma separated, whose first line names the columns:
                                         corners, left ones first; yaw,pitch,roll in degrees
                                         may follow
   face-features   file,person           every pair of pictures is compared
+  face-features-whole                   the same of whole photographs: the surest face of each
+                                        is found and aligned
   face-classes    file,class            0, 1 or 2
   person-classes  file,class            0 a person, 1 not
   cry-detection   file,cry,kind         1 a cry in every 3 s, 0 in none; the kind is any word

@@ -7,6 +7,7 @@
 
 #include "drawing.h"
 #include "evaluation.h"
+#include "face_extractor.h"
 #include "figures.h"
 #include "library_call.h"
 #include "picture.h"
@@ -83,7 +84,8 @@ cv::Mat drawn(const LabelledFace& face, const kel_nn::Landmarks& found) {
 
 // ----- Features
 
-constexpr size_t kPerson = 1;  // the column
+const LabelColumns kPersonColumns = {{"file", "person"}, {}};
+constexpr size_t kPerson = 1;
 
 struct Similarities {
   std::vector<float> same, different;
@@ -100,6 +102,19 @@ Similarities compare(const std::vector<LabelRow>& rows,
     }
   }
   return all;
+}
+
+Json report_of(const EvaluationSettings& settings, const Similarities& all, size_t picture_count) {
+  const SimilarityFigures figures = similarity_figures(all.same, all.different);
+  Json report = begin_report(settings, picture_count);
+  report.update({{"same_pairs", all.same.size()},
+                 {"different_pairs", all.different.size()},
+                 {"equal_error_rate", figures.equal_error_rate},
+                 {"equal_error_threshold", figures.equal_error_threshold},
+                 {"true_accept_rate", figures.true_accept_rate},
+                 {"mean_same_similarity", figures.mean_same},
+                 {"mean_different_similarity", figures.mean_different}});
+  return report;
 }
 
 // ----- Classes
@@ -171,7 +186,7 @@ Evaluation evaluate_landmarks(const EvaluationSettings& settings) {
 }
 
 Evaluation evaluate_features(const EvaluationSettings& settings) {
-  const Labels labels = read_labels(settings.data, {{"file", "person"}, {}}, RowsPerFile::kOne);
+  const Labels labels = read_labels(settings.data, kPersonColumns, RowsPerFile::kOne);
   kel_nn::FaceFeatures task{kel_nn::Library(settings.root)};
   std::vector<kel_nn::Feature> all;
   for_each_file(settings, labels.rows, [&](const LabelRow& row) {
@@ -179,16 +194,30 @@ Evaluation evaluate_features(const EvaluationSettings& settings) {
     all.push_back(task.of(frame_of(square.picture), rect_of(square.part)));
     check_are_numbers(all.back(), square.path);
   });
-  const auto [same, different] = compare(labels.rows, all);
-  const SimilarityFigures figures = similarity_figures(same, different);
-  Json report = begin_report(settings, all.size());
-  report.update({{"same_pairs", same.size()},
-                 {"different_pairs", different.size()},
-                 {"equal_error_rate", figures.equal_error_rate},
-                 {"equal_error_threshold", figures.equal_error_threshold},
-                 {"true_accept_rate", figures.true_accept_rate},
-                 {"mean_same_similarity", figures.mean_same},
-                 {"mean_different_similarity", figures.mean_different}});
+  return {report_of(settings, compare(labels.rows, all), all.size())};
+}
+
+Evaluation evaluate_whole_faces(const EvaluationSettings& settings) {
+  const Labels labels = read_labels(settings.data, kPersonColumns, RowsPerFile::kOne);
+  FaceExtractor extractor(settings.root, false, {});
+  std::vector<LabelRow> with_face;
+  std::vector<kel_nn::Feature> aligned, of_boxes;
+  for_each_file(settings, labels.rows, [&](const LabelRow& row) {
+    const std::string path = path_of(settings.data, row.file());
+    const cv::Mat picture = load_picture(path);
+    const std::vector<Detection> faces = extractor.faces(picture);
+    if (faces.empty()) return;
+    with_face.push_back(row);
+    aligned.push_back(extractor.of(picture, faces.front().box).values);
+    of_boxes.push_back(extractor.of_box(picture, faces.front().box));
+    check_are_numbers(aligned.back(), path);
+    check_are_numbers(of_boxes.back(), path);
+  });
+  const Similarities boxes = compare(with_face, of_boxes);
+  Json report = report_of(settings, compare(with_face, aligned), labels.rows.size());
+  report.update({{"without_face", labels.rows.size() - with_face.size()},
+                 {"equal_error_rate_of_boxes",
+                  similarity_figures(boxes.same, boxes.different).equal_error_rate}});
   return {report};
 }
 

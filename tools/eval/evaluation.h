@@ -35,6 +35,7 @@ template <typename Task, int kClassCount>  // kel_nn::FaceDetector, PersonDetect
 Evaluation evaluate_detector(const EvaluationSettings& settings);
 Evaluation evaluate_landmarks(const EvaluationSettings& settings);
 Evaluation evaluate_features(const EvaluationSettings& settings);
+Evaluation evaluate_whole_faces(const EvaluationSettings& settings);  // found and aligned first
 Evaluation evaluate_face_classes(const EvaluationSettings& settings);
 Evaluation evaluate_person_classes(const EvaluationSettings& settings);
 Evaluation evaluate_cry(const EvaluationSettings& settings);

@@ -56,9 +56,13 @@ cv::Rect FaceExtractor::place(const std::string& path, const cv::Mat& bgr, const
 }
 
 ExtractedFeature FaceExtractor::of(const cv::Mat& bgr, const cv::Rect& face) {
-  if (is_ready_) return {features_.of(frame_of(bgr), rect_of(face)), true};
+  if (is_ready_) return {of_box(bgr, face), true};
   if (!landmarks_) landmarks_.emplace(library_);
   return feature_of(bgr, face, landmarks_->of(frame_of(bgr), rect_of(face)), &features_);
+}
+
+kel_nn::Feature FaceExtractor::of_box(const cv::Mat& bgr, const cv::Rect& face) {
+  return features_.of(frame_of(bgr), rect_of(face));
 }
 
 }  // namespace kelnn_cli

@@ -39,6 +39,7 @@ class FaceExtractor {
   cv::Rect place(const std::string& path, const cv::Mat& bgr, const Box& box);
   std::vector<Detection> faces(const cv::Mat& bgr);  // all, the surest first
   ExtractedFeature of(const cv::Mat& bgr, const cv::Rect& face);
+  kel_nn::Feature of_box(const cv::Mat& bgr, const cv::Rect& face);  // as it is, not aligned
 
  private:
   kel_nn::Library library_;
