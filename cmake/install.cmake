@@ -2,7 +2,7 @@
 # cmake --install [--component NAME]. Everything that is installed finds everything else from where it lies, so that the
 # whole may be moved.
 #
-#   library       libkelnn.so.1; on a PC its runtime, in a directory of the library's own
+#   library       libkelnn.so.1; in a directory of the library's own the recorder and, on a PC, the runtime
 #   development   the C header, libkelnn.so, libkelnn.a, kelnn.pc, the CMake package
 #   kit           libkelnn_kit.a, its header and the C++ header, kelnn-kit.pc
 #   tool          kelnn, its modules, its man page and what completes its words in a shell (tools/CMakeLists.txt)
@@ -45,6 +45,10 @@ install(TARGETS ${kelnn_targets} EXPORT kelnnTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES include/kel_nn.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+if(TARGET kelnn_record)
+  install(TARGETS kelnn_record LIBRARY DESTINATION ${kelnn_private_libdir} COMPONENT library)
+endif()
 
 set_target_properties(kelnn_kit PROPERTIES EXPORT_NAME kit)
 set_target_properties(kelnn_cpp PROPERTIES EXPORT_NAME cpp)

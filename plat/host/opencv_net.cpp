@@ -30,6 +30,7 @@
 #include "model_container.h"
 #include "onnx_graph.h"
 #include "runtime_errors.h"
+#include "wrap_networks.h"
 
 namespace kelnn_host {
 namespace {
@@ -302,13 +303,22 @@ class OpenCvNet : public jzdl::BaseNet {
 
 }  // namespace
 
+static jzdl::BaseNet* (*g_wrap)(jzdl::BaseNet*) = nullptr;
+
+__attribute__((visibility("default"))) void wrap_networks(jzdl::BaseNet* (*wrap)(jzdl::BaseNet*)) {
+  g_wrap = wrap;
+}
+
 __attribute__((visibility("default"))) const char* last_refusal() { return t_refusal.c_str(); }
 
 }  // namespace kelnn_host
 
 namespace jzdl {
 
-BaseNet* net_create() { return new (std::nothrow) kelnn_host::OpenCvNet; }
+BaseNet* net_create() {
+  BaseNet* const net = new (std::nothrow) kelnn_host::OpenCvNet;
+  return net && kelnn_host::g_wrap ? kelnn_host::g_wrap(net) : net;
+}
 
 void net_destory(BaseNet* net) { delete net; }
 

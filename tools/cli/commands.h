@@ -141,6 +141,15 @@ struct FeaturesOptions {
 };
 bool features(const FeaturesOptions& options, Reporter* reporter);
 
+// ----- Recordings from the field
+
+struct ReplayOptions {
+  std::vector<std::string> recordings;  // files and directories
+  bool runs_networks = false;
+  std::string root, out;  // models to run; where pictures and sounds go
+};
+bool replay(const ReplayOptions& options, Reporter* reporter);
+
 // ----- Evaluation
 
 // "accuracy>=0.95" or "false_alarm_rate<=0.01".

@@ -665,6 +665,26 @@ void add_eval(const Commands& commands) {
   add_root(command, &settings->root);
 }
 
+// ----- Recordings from the field
+
+void add_replay(const Commands& commands) {
+  const auto [command, options] = commands.add(
+      kelnn_cli::replay, "replay",
+      "Makes the calls of a recording again and compares what they give.\n"
+      "A recording is what libkelnn_record.so wrote on a camera: docs/recording.md. Its calls\n"
+      "are made through the library of this PC, over the outputs of networks as recorded or,\n"
+      "with --run-networks, over this PC's models. Tells the first call that gives another\n"
+      "value, and where; the exit code is then 1. A torn or damaged end is dropped and told.");
+  argument(command, "recording", &options->recordings, "FILE|DIR",
+           "Recordings in their order, or the directory that they are in");
+  command->add_flag("--run-networks", options->runs_networks,
+                    "Run the networks too; needs a recording of whole inputs");
+  option(command, "--export", &options->out, "DIR",
+         "Write what the tasks were given as pictures and sounds, and what they found as\n"
+         "labels.csv, in a directory for each task; needs a recording of whole inputs");
+  add_root(command, &options->root);
+}
+
 // For the build, which installs what it prints.
 void add_hidden(CLI::App* app, const char* name, std::string (*text)(const CLI::App&)) {
   app->add_flag_callback(name,
@@ -699,7 +719,7 @@ CommandLine parse(int argc, char** argv) {
       "kelnn COMMAND --help tells more. Exit codes: 0 fine, 1 failed, 2 called wrongly,\n"
       "130 interrupted (SIGINT), 143 ended (SIGTERM): no file is left half written.");
   for (const auto add : {add_model_files, add_cut_outs, add_eval, add_detectors, add_motion,
-                         add_watch, add_galleries, add_cry, add_features}) {
+                         add_watch, add_galleries, add_cry, add_features, add_replay}) {
     add({&app, &line.command, &line.report.files});
   }
   add_hidden(&app, "--print-manual", manual_page);

@@ -53,6 +53,10 @@ for task in face-detection face-landmarks face-features face-classes person-dete
   grep -qE "^result $task +[0-9a-f]{8}  [1-9]" build/board.txt || { cat build/board.txt >&2; fail "no result of $task"; }
 done
 cmp build/pc.txt build/board.txt
+# The recording holds every call, and each gave the same here; also where the PC runs the networks itself.
+grep -qE '^([0-9]+) calls: \1 compared, 0 skipped, 0 lost, 0 missing$' "$work/commands.log" || { tail "$work/commands.log" >&2; fail "the replay"; }
+kelnn replay --run-networks --root build/camera/models build/recording >"$work/replay.txt" || { cat "$work/replay.txt" >&2; fail "the replay of networks"; }
+grep -qE '^([0-9]+) calls: \1 compared' "$work/replay.txt"
 # A film in which everything moves.
 for _ in 1 2 3 4 5 6; do cat build/frame.nv12; tail -c +5000 build/frame.nv12; head -c 4999 build/frame.nv12; done >"$CAMERA/kelnn/film.nv12"
 ssh $BOARD 'cd kelnn && LD_LIBRARY_PATH=lib ./camera_loop models 640 360 film.nv12' >build/loop.txt 2>"$work/loop.log"
