@@ -2,6 +2,7 @@
 // What comes out of kelnn for other programs: JSON after its schema, tables, labels, subtitles, crops.
 #include <charconv>
 
+#include "recording_format.h"
 #include "support/command_test.h"
 
 namespace {
@@ -35,6 +36,15 @@ TEST_F(Outputs, JsonFollowsItsSchema) {
   labels("classes", "file,class\n" + kFace + ",0\n");
   labels("cries", "file,cry,kind\n" + kSound + ",1,cry\n");
   write("noise.raw", text_of(kSound).substr(0, 20000));
+  kelnn_record::Record call;  // no handle was destroyed without an error
+  call.begin("kel_nn_handle_destroy", {1, 0, 0, 0, 0, 0});
+  call.add_integer(kelnn_record::Kind::kArgument, "handle", 0);
+  call.add_integer(kelnn_record::Kind::kResult, "returned", 0);
+  const std::string bytes(reinterpret_cast<const char*>(call.bytes().data()), call.bytes().size());
+  const uint32_t front[] = {1, 1, static_cast<uint32_t>(bytes.size()),
+                            kelnn_record::check_of(bytes.data(), bytes.size())};
+  write("differing.rec",
+        "KELNNREC" + std::string(reinterpret_cast<const char*>(front), sizeof(front)) + bytes);
   cv::Mat patches = grey_frame({640, 360});
   paint(&patches, on_grid(patches.size(), {kRed, 6, 3}), kRed);
   save("patches.png", patches);
@@ -68,6 +78,7 @@ TEST_F(Outputs, JsonFollowsItsSchema) {
       {"people", "enroll --list --gallery g.db"},
       {"detections", "who " + kPictures + "both_faces.png --gallery g.db"},
       {"removed", "enroll anna --remove --gallery g.db"},
+      {"replay", "replay differing.rec"},
       {"detector_evaluation", "eval face-detection --data boxes"},
       {"landmarks_evaluation", "eval face-landmarks --data points"},
       {"features_evaluation", "eval face-features --data persons"},

@@ -42,7 +42,7 @@ std::vector<std::string> recordings(const std::vector<std::string>& named) {
 }
 
 Json told(const Difference& difference) {
-  return {{"call", difference.call},         {"time", difference.time},
+  return {{"call", difference.call},         {"began", difference.time},
           {"function", difference.function}, {"value", difference.value},
           {"recorded", difference.recorded}, {"replayed", difference.replayed}};
 }
@@ -55,7 +55,7 @@ std::string replay_text(const Json& result) {
     text += filled("{exported} pictures and sounds exported\n", result);
   if (!result.contains("difference")) return text + "every compared call gives what was recorded\n";
   const Json& difference = result["difference"];
-  const time_t time = static_cast<time_t>(difference["time"].get<double>());
+  const time_t time = static_cast<time_t>(difference["began"].get<double>());
   return text + filled("{differing} differ; the first:\n", result) +
          fmt::format("call {}, {}, at {:%Y-%m-%d %H:%M:%S} UTC\n",
                      difference["call"].get<uint64_t>(), difference["function"].get<std::string>(),
