@@ -55,6 +55,7 @@ class Call {
       : record_(record), settings_(settings), memory_(memory) {}
 
   void begin(const char* name, uint64_t number) {
+    digested_ = nullptr;
     if (record_) record_->begin(name, {number, microseconds(CLOCK_REALTIME), 0, 0, 0, 0});
   }
   Memory* memory() { return memory_; }
@@ -105,7 +106,7 @@ class Call {
   // It was run; or that failed.
   void ran(const void* input, size_t input_size, const float* outputs, size_t count) {
     if (!record_) return;
-    record_->add_digest(Kind::kNetwork, "network_input", Type::kBytes, input, input_size);
+    add(false, Kind::kNetwork, "network_input", Type::kBytes, input, input_size);
     add(settings_.has_whole_outputs, Kind::kNetwork, "network_outputs", Type::kFloats, outputs,
         4 * count);
   }
@@ -139,13 +140,20 @@ class Call {
  private:
   void add(bool is_whole, Kind kind, const char* name, Type type, const void* data, size_t size) {
     if (is_whole) return record_->add(kind, name, type, data, size);
-    record_->add_digest(kind, name, type, data, size);
+    // Most networks are shown the very block that the task was given.
+    if (data != digested_ || size != digest_.size) {
+      digest_ = {Digest::of(data, size), static_cast<uint32_t>(size), type, {}};
+      digested_ = data;
+    }
+    record_->add(kind, name, Type::kDigest, &digest_, sizeof(digest_));
   }
 
   Record* record_ = nullptr;
   Settings settings_;
   Memory* memory_ = nullptr;
   uint64_t start_ = 0;
+  const void* digested_ = nullptr;  // the last block of this call
+  DigestField digest_ = {};
 };
 
 // ----- Forms of calls ----------------------------------------------------------------------------

@@ -24,25 +24,27 @@ class Digest {
  public:
   static uint64_t of(const void* data, size_t size) {
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
-    uint32_t lane[4] = {0x6b656c6eu, 0x6e726563u, 0x6f726431u, 0x64696773u};
-    size_t left = size;
-    for (; left >= 16; left -= 16, bytes += 16) {
+    uint32_t a = 0x6b656c6eu, b = 0x6e726563u, c = 0x6f726431u, d = 0x64696773u;  // the lanes
+    const auto take = [&](const void* block) {
       uint32_t word[4];
-      std::memcpy(word, bytes, sizeof(word));
-      for (int i = 0; i < 4; ++i) lane[i] = rotated(lane[i] ^ word[i]) * 0x9e3779b1u;
-    }
+      std::memcpy(word, block, sizeof(word));
+      a = step(a, word[0]), b = step(b, word[1]), c = step(c, word[2]), d = step(d, word[3]);
+    };
+    size_t left = size;
+    for (; left >= 16; left -= 16, bytes += 16) take(bytes);
     if (left > 0) {
-      uint32_t word[4] = {};
-      std::memcpy(word, bytes, left);
-      for (int i = 0; i < 4; ++i) lane[i] = rotated(lane[i] ^ word[i]) * 0x9e3779b1u;
+      uint8_t last[16] = {};
+      std::memcpy(last, bytes, left);
+      take(last);
     }
-    uint64_t digest = size;
-    for (int i = 0; i < 4; ++i) digest = mixed(digest ^ lane[i]);
-    return digest;
+    return mixed(mixed(mixed(mixed(size ^ a) ^ b) ^ c) ^ d);
   }
 
  private:
-  static uint32_t rotated(uint32_t x) { return x << 13 | x >> 19; }
+  static uint32_t step(uint32_t lane, uint32_t word) {
+    const uint32_t x = lane ^ word;
+    return (x << 13 | x >> 19) * 0x9e3779b1u;
+  }
   static uint64_t mixed(uint64_t x) {
     x = (x ^ x >> 31) * 0x9fb21c651e98df25u;
     return x ^ x >> 29;
@@ -178,10 +180,6 @@ class Record {
     buffer_.add(&header, sizeof(header));
     buffer_.add(name, name_size);
     buffer_.add(value, size);
-  }
-  void add_digest(Kind kind, const char* name, Type type, const void* value, size_t size) {
-    const DigestField field = {Digest::of(value, size), static_cast<uint32_t>(size), type, {}};
-    add(kind, name, Type::kDigest, &field, sizeof(field));
   }
   void add_integer(Kind kind, const char* name, int32_t value) {
     add(kind, name, Type::kIntegers, &value, sizeof(value));
