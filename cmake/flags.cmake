@@ -25,6 +25,14 @@ if(CMAKE_CXX_FLAGS MATCHES "-fsanitize")
   set(kelnn_sanitized ON)
 endif()
 
+# What ships is hardened; docs/security.md says why the board's build has no more than the linker's part.
+set(kelnn_hardened_link -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+target_link_options(kelnn_flags INTERFACE ${kelnn_hardened_link})
+if(NOT KEL_NN_SMALL AND NOT kelnn_sanitized)
+  target_compile_options(kelnn_flags INTERFACE -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+endif()
+
 # A shared library must name all it needs, except what Clang's sanitizers bring along with the program.
 set(kelnn_no_undefined -Wl,--no-undefined)
 if(kelnn_sanitized AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")

@@ -55,6 +55,12 @@ set_target_properties(kelnn_cpp PROPERTIES EXPORT_NAME cpp)
 install(TARGETS kelnn_kit kelnn_cpp EXPORT kelnnKitTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT kit
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(TARGET kelnn_kit_verify)
+  set_target_properties(kelnn_kit_verify PROPERTIES EXPORT_NAME kit_verify)
+  install(TARGETS kelnn_kit_verify EXPORT kelnnKitTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT kit
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES include/kel_nn_kit_verify.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT kit)
+endif()
 install(FILES include/kel_nn_kit.h include/kel_nn.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT kit)
 
 # pkg-config

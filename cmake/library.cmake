@@ -76,7 +76,7 @@ if(KEL_NN_PC OR KEL_NN_RUNTIME_SDK)
   target_include_directories(kelnn PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(kelnn PRIVATE ${kelnn_runtime} m)
   # The map keeps instantiated standard templates from being exported beside the interface.
-  target_link_options(kelnn PRIVATE ${kelnn_no_undefined} -Wl,--as-needed -Wl,--gc-sections
+  target_link_options(kelnn PRIVATE ${kelnn_hardened_link} ${kelnn_no_undefined} -Wl,--as-needed -Wl,--gc-sections
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/libkelnn.map)
   if(KEL_NN_SMALL)  # The compiler's start files run constructors, and there are none.
     target_link_options(kelnn PRIVATE -nostartfiles)

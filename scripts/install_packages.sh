@@ -18,7 +18,7 @@ declare -A groups=(
   [build]="ca-certificates cmake ninja-build g++ libopencv-dnn-dev libopencv-imgcodecs-dev libopencv-imgproc-dev
            libopencv-videoio-dev libavcodec-dev libavformat-dev libavutil-dev libswresample-dev libswscale-dev libpng-dev
            libturbojpeg0-dev libonnx-dev libprotobuf-dev protobuf-compiler
-           zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libsqlite3-dev libcli11-dev libfmt-dev nlohmann-json3-dev
+           zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libsodium-dev libsqlite3-dev libcli11-dev libfmt-dev nlohmann-json3-dev
            python3 python3-dev python3-numpy python3-onnx python3-pil python3-soundfile pybind11-dev"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest

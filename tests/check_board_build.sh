@@ -14,6 +14,8 @@ cmake -S "$source_dir" -B "$work/build" -G Ninja -DKEL_NN_WERROR=ON -DKEL_NN_RUN
   -DCMAKE_TOOLCHAIN_FILE="$source_dir/cmake/mipsel-linux-gnu.cmake" -DCMAKE_SKIP_RPATH=ON  # no path of the build counts
 cmake --build "$work/build"
 "$source_dir/tests/check_library.sh" "$work/build/libkelnn.so"
+"$source_dir/tests/check_recorder.sh" "$work/build/libkelnn_record.so"
+"$source_dir/tests/check_hardening.sh" "$work/build/libkelnn.so" "$work/build/libkelnn_record.so"
 readelf -h "$work/build/libkelnn.so" | grep -q 'Machine:.*MIPS'
 mipsel-linux-gnu-size "$work/build/libkelnn.so"
 "$source_dir/tests/install/firmware.sh" "$work/build" "$work/sdk" "$work/firmware"

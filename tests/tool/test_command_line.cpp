@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include "kel_nn.h"
+#include "kel_nn_kit_verify.h"
 #include "kel_nn_model_files.h"
 #include "support/command_test.h"
 
@@ -399,6 +400,119 @@ TEST_F(CommandLine, DoctorSaysWhatIsWrongAndWhatToDo) {
   const Json report = json("doctor --root fine/");
   EXPECT_EQ(report.at("ok"), true);
   EXPECT_EQ(report.at("models").size(), 12u);
+}
+
+// Whatever is done to a signed directory is refused, and the file is named; by the kit too, which the doctor asks.
+TEST_F(CommandLine, ASignedDirectoryIsAsItWasOrRefused) {
+  const auto set_up = [this](const std::string& directory) {
+    for (const char* file : {"one.bin", "two.bin"})
+      write(directory + "/" + file, std::string(5000, file[0]));
+  };
+  set_up("signed");
+  set_up("another");
+  write("another/three.bin", "3");
+  out("sign --new-key key");
+  out("sign --new-key stranger");
+  out("sign --key key another");
+  EXPECT_THAT(out("sign --key key signed"), HasSubstr("signed/kelnn-models.sig: 2 files signed"));
+  EXPECT_EQ(fs::status(path("key")).permissions(), fs::perms(0600));
+  const std::string signature = text("signed/kelnn-models.sig");
+  const auto turned = [](std::string content, size_t byte) {
+    content[byte] ^= 1;
+    return content;
+  };
+  const std::string cut_off = signature.substr(0, signature.size() - 1), two(5000, 't');
+  const struct {
+    const char* name;
+    std::function<void(const std::string&)> tamper;  // given the directory, with "/"
+    const char* problem;
+  } cases[] = {
+      {"nothing", [](const std::string&) {}, ""},
+      {"signed again", [&](const std::string&) { out("sign --key key tampered"); }, ""},
+      {"changed", [&](const std::string& d) { write(d + "two.bin", turned(two, 4999)); },
+       "two.bin: has been changed"},
+      {"longer", [&](const std::string& d) { write(d + "two.bin", two + "t"); },
+       "two.bin: has been changed"},
+      {"missing", [&](const std::string& d) { fs::remove(path(d + "one.bin")); },
+       "one.bin: is missing"},
+      {"added", [&](const std::string& d) { write(d + "three.bin", ""); },
+       "three.bin: has been added"},
+      {"a directory added", [&](const std::string& d) { fs::create_directory(path(d + "more")); },
+       "more: has been added"},
+      {"renamed",
+       [&](const std::string& d) { fs::rename(path(d + "one.bin"), path(d + "One.bin")); },
+       "one.bin: is missing"},
+      {"exchanged", [&](const std::string& d) { write(d + "one.bin", two); },
+       "one.bin: has been changed"},
+      {"a directory instead",
+       [&](const std::string& d) {
+         fs::remove(path(d + "one.bin"));
+         fs::create_directory(path(d + "one.bin"));
+       },
+       "one.bin: has been changed"},
+      {"of another directory",
+       [&](const std::string& d) {
+         write(d + "kelnn-models.sig", text("another/kelnn-models.sig"));
+       },
+       "three.bin: is missing"},
+      {"by a stranger", [&](const std::string&) { out("sign --key stranger tampered"); },
+       "kelnn-models.sig: not signed by this key"},
+      {"no signature", [&](const std::string& d) { fs::remove(path(d + "kelnn-models.sig")); },
+       "kelnn-models.sig: is missing"},
+      {"list changed",
+       [&](const std::string& d) { write(d + "kelnn-models.sig", turned(signature, 20)); },
+       "kelnn-models.sig: not signed"},
+      {"signature changed",
+       [&](const std::string& d) {
+         write(d + "kelnn-models.sig", turned(signature, signature.size() - 2));
+       },
+       "kelnn-models.sig: not signed"},
+      {"cut off", [&](const std::string& d) { write(d + "kelnn-models.sig", cut_off); },
+       "kelnn-models.sig: not signed"},
+      {"empty", [&](const std::string& d) { write(d + "kelnn-models.sig", ""); },
+       "kelnn-models.sig: cut off"},
+      {"endless",
+       [&](const std::string& d) { write(d + "kelnn-models.sig", std::string(300000, 'k')); },
+       "kelnn-models.sig: too long"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    fs::remove_all(path("tampered"));
+    fs::copy(path("signed"), path("tampered"));
+    c.tamper("tampered/");
+    const Json found =
+        Json::parse(kelnn("doctor --board --json --verify key.pub --root tampered").out);
+    const std::string problem = found.at("models").empty() ? found.at("problem") : Json("");
+    EXPECT_THAT(problem, HasSubstr(c.problem));
+    EXPECT_EQ(problem.empty(), *c.problem == '\0');
+    EXPECT_EQ(found.at("models").empty(), *c.problem != '\0');  // nothing of it was looked at
+    char said[200];
+    EXPECT_EQ(kel_nn_kit_verify_models(path("tampered").c_str(),
+                                       text("key.pub").substr(19, 64).c_str(), said, sizeof(said)),
+              *c.problem ? -1 : 0);
+  }
+  // As loaded by the library: models that are fine, in a directory that is.
+  fs::copy(path("models"), path("fine"));
+  out("sign --key key fine");
+  EXPECT_THAT(out("doctor --verify key.pub --root fine"), HasSubstr("12 ok"));
+  fs::permissions(path("stranger"), fs::perms(0640));
+  fs::create_directory(path("nothing"));
+  write("half.pub", text("key.pub").substr(0, 60));
+  write("taken.pub", "");
+  expect_refused(
+      {{"sign --new-key key", 1, "key"},
+       {"sign --new-key taken", 1, "taken.pub: File exists"},
+       {"sign --key stranger signed", 1, "stranger: others may read or write the secret key"},
+       {"sign --key key.pub signed", 1, "key.pub: "},
+       {"sign --key key nothing", 1, "there is nothing to sign"},
+       {"sign --key key nowhere", 1, "nowhere/: No such file"},
+       {"sign signed", 2, "--key is required"},
+       {"doctor --verify half.pub --root signed", 1, "half.pub: not a kelnn public key"},
+       {"doctor --verify key --root signed", 1, "key: not a kelnn public key"}});
+  EXPECT_FALSE(fs::exists(path("taken")));
+  for (const char* wrong : {"", "00", "zz"})
+    EXPECT_EQ(kel_nn_kit_verify_models("x", wrong, nullptr, 0), -1);
+  EXPECT_EQ(kel_nn_kit_verify_models(nullptr, "00", nullptr, 0), -1);
 }
 
 // Without a root: what $KELNN_MODELS names, else the user's directory. Packed there, found there.

@@ -79,6 +79,8 @@ TEST_F(Outputs, JsonFollowsItsSchema) {
       {"detections", "who " + kPictures + "both_faces.png --gallery g.db"},
       {"removed", "enroll anna --remove --gallery g.db"},
       {"replay", "replay differing.rec"},
+      {"keys_made", "sign --new-key key"},
+      {"signed", "sign --key key new"},
       {"detector_evaluation", "eval face-detection --data boxes"},
       {"landmarks_evaluation", "eval face-landmarks --data points"},
       {"features_evaluation", "eval face-features --data persons"},

@@ -76,6 +76,20 @@ bool doctor(const DoctorOptions& options, Reporter* reporter) {
   const Machine machine = options.is_for_board ? Machine::kBoard : Machine::kPc;
   std::vector<Inspection> found;
   const std::string root = with_slash(options.root);
+  const std::string unsigned_because =
+      options.public_key.empty() ? ""
+                                 : signature_problem(root.empty() ? "." : root, options.public_key);
+  if (!unsigned_because.empty()) {  // nothing of it is loaded
+    const Finding finding = {unsigned_because,
+                             "put the directory back as it was signed, or sign it: kelnn sign"};
+    const Json diagnosis = {{"root", root},
+                            {"ok", false},
+                            {"models", Json::array()},
+                            {"problem", finding.problem},
+                            {"to_do", finding.to_do}};
+    reporter->report(diagnosis, diagnosis_text);
+    return false;
+  }
   if (options.is_for_board) found = misnamed_models(root);
   ProgressBar progress("doctor", static_cast<int64_t>(tasks().size()), "models");
   for (const Task& task : tasks()) {

@@ -36,8 +36,15 @@ struct UnpackOptions {
 };
 bool unpack(const UnpackOptions& options, Reporter* reporter);
 
+struct SignOptions {
+  std::string key, new_key, root;
+};
+bool sign(const SignOptions& options, Reporter* reporter);
+// What keeps the directory from being the one that was signed; none: it is.
+std::string signature_problem(const std::string& directory, const std::string& public_key_path);
+
 struct DoctorOptions {
-  std::string root;
+  std::string root, public_key;
   bool is_for_board = false;
 };
 bool doctor(const DoctorOptions& options, Reporter* reporter);

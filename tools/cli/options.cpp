@@ -318,6 +318,21 @@ void add_model_files(const Commands& commands) {
   argument(unpack, "-o,--output", &unpacked->output, "FILE", "The file to write");
   add_root(unpack, &unpacked->root);
 
+  const auto [sign, signing] = commands.add(
+      kelnn_cli::sign, "sign",
+      "Signs a directory of models (Ed25519), so that it can be verified where it is used.\n"
+      "The signature covers the names, sizes and digests of all files in it and is written beside\n"
+      "them. kelnn doctor --verify checks it, and on a camera kel_nn_kit_verify_models() does.");
+  CLI::Option* key = option(sign, "--key", &signing->key, "FILE", "The secret key to sign with");
+  CLI::Option* directory = option(sign, "directory", &signing->root, "DIR", "The models' directory");
+  option(sign, "--new-key", &signing->new_key, "FILE",
+         "Sign nothing; make a secret key, FILE, that only its owner may read, and FILE.pub to\n"
+         "verify with. Neither may exist")
+      ->excludes(key->required())
+      ->excludes(directory)
+      ->each([key](const std::string&) { key->required(false); });
+  signing->root = models_to_write();
+
   const auto [doctor, examined] = commands.add(
       kelnn_cli::doctor, "doctor",
       "Says what is wrong with a directory of models, and what to do.\n"
@@ -327,6 +342,8 @@ void add_model_files(const Commands& commands) {
   doctor->add_flag(
       "--board", examined->is_for_board,
       "The board's models, which cannot be loaded here: look at names, sizes and labels");
+  option(doctor, "--verify", &examined->public_key, "KEY.pub",
+         "Refuse the directory unless it is as it was when it was signed with this key's pair");
   add_root(doctor, &examined->root);
 }
 
