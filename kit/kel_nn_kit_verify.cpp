@@ -11,9 +11,9 @@
 #include <dirent.h>
 #include <sodium.h>
 #include <stdarg.h>
-#include <stdio.h>
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
