@@ -240,10 +240,12 @@ const std::map<std::string, Player::Function>& Player::functions() {
                                        const kel_nn_handle_t made =
                                            handle_create(call, kel_nn_handle_create);
                                        kel_nn_handle_t& known = p->handles_[p->integer("handle")];
+                                       p->release(known);
                                        if (known) kel_nn_handle_destroy(known);
                                        known = made;
                                      }};
     table["kel_nn_handle_destroy"] = {"", Role::kOther, [](Player* p, Call* call) {
+                                        p->release(p->handle());
                                         of_handle(call, kel_nn_handle_destroy, p->handle());
                                         p->handles_.erase(p->integer("handle"));
                                       }};
@@ -424,16 +426,24 @@ void Player::begin_session() {
   kel_nn_set_model_root_dir(directory_.c_str());
 }
 
+// The library leaves a handle's models to their _deinit; an application that forgot one should not cost memory here.
+void Player::release(kel_nn_handle_t handle) {
+  for (const auto deinit :
+       {kel_nn_facedet_deinit, kel_nn_persondet_deinit, kel_nn_4clsdet_deinit,
+        kel_nn_facercg_deinit, kel_nn_facelm_deinit, kel_nn_face_classify_deinit,
+        kel_nn_person_classify_deinit, kel_nn_crydet_deinit}) {
+    if (handle) deinit(handle);
+  }
+}
+
 void Player::end_session() {
   entry_ = nullptr;
   for (const auto& [id, handle] : handles_) {
-    for (const auto deinit :
-         {kel_nn_facedet_deinit, kel_nn_persondet_deinit, kel_nn_4clsdet_deinit,
-          kel_nn_facercg_deinit, kel_nn_facelm_deinit, kel_nn_face_classify_deinit,
-          kel_nn_person_classify_deinit, kel_nn_pir_filter_deinit, kel_nn_crydet_deinit}) {
-      if (handle) deinit(handle);
+    release(handle);
+    if (handle) {
+      kel_nn_pir_filter_deinit(handle);
+      kel_nn_handle_destroy(handle);
     }
-    kel_nn_handle_destroy(handle);
   }
   handles_.clear();
   for (const auto& [id, graph] : graphs_) kel_nne_graph_deinit(graph.get());

@@ -57,6 +57,7 @@ class Player {
 
   void begin_session();
   void end_session();
+  static void release(kel_nn_handle_t handle);
   void note_gap(uint64_t number);
   bool can_be_made(const Function& function) const;
   void follow(const Function& function);
