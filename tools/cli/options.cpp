@@ -324,7 +324,8 @@ void add_model_files(const Commands& commands) {
       "The signature covers the names, sizes and digests of all files in it and is written beside\n"
       "them. kelnn doctor --verify checks it, and on a camera kel_nn_kit_verify_models() does.");
   CLI::Option* key = option(sign, "--key", &signing->key, "FILE", "The secret key to sign with");
-  CLI::Option* directory = option(sign, "directory", &signing->root, "DIR", "The models' directory");
+  CLI::Option* directory =
+      option(sign, "directory", &signing->root, "DIR", "The models' directory");
   option(sign, "--new-key", &signing->new_key, "FILE",
          "Sign nothing; make a secret key, FILE, that only its owner may read, and FILE.pub to\n"
          "verify with. Neither may exist")
