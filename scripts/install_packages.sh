@@ -5,7 +5,7 @@
 #   test    what scripts/test.sh needs on top
 #   data    what scripts/evaluate_models.sh needs on top, to draw pictures and make sounds
 #   train   what scripts/train_models.sh needs on top of those
-#   photographs  photographs for the page of scripts/demo.sh
+#   photographs  photographs for the page of scripts/demo.sh, and the video of scripts/fine_tune_street.sh
 #   docs    what scripts/document.sh needs
 #   packages what scripts/install.sh needs on top of build and docs
 #   notebook what executes examples/first_steps.ipynb as Jupyter does, on top of build and test

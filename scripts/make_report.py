@@ -333,7 +333,7 @@ over another runtime. The command line does the same; its commands can be pasted
 as they stand where kelnn is installed, else after this line:</p>
 <pre>PATHS</pre>
 <p class="note">The networks are samples, trained on drawings and a little that is real, so that every task shows a result. They
-miss most real people and things: bring your own networks for those. The one for cries hears four in five real babies.</p>"""
+miss most real people and things: bring your own networks for those. The one for cries hears six in seven real babies.</p>"""
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> None:

@@ -25,7 +25,8 @@ done
 
 # How each network in models/ was made, run by run: a name for what comes out, then arguments of models/NETWORK/train.py; its
 # recipe there has the seed, the examples and their shares. The last run gives the network. Capitals stand for material, without
-# which a run is left out (PHOTOS brings EMPTY, desktop backgrounds, with it); @NAME is what an earlier run gave.
+# which a run is left out (PHOTOS brings EMPTY, desktop backgrounds, with it); ALONE is a run for when there is none; @NAME is what
+# an earlier run gave.
 runs_of() {  # NETWORK
   case $1 in
     face_detection) cat <<RUNS ;;  # 2 hours on two cores
@@ -51,9 +52,11 @@ second --start @first --steps 2000 --seed 13 --keep 0.25 --keep-of @drawn PHOTOS
 third --start @second --steps 800 --rate 0.0008 --seed 23 --keep 0.5 PHOTOS
 mixed --start @third --steps 0 --keep 0.2 --keep-of @drawn PHOTOS
 RUNS
-    cry_detection) cat <<RUNS ;;  # 40 minutes
-made
-real SOUNDS
+    cry_detection) cat <<RUNS ;;  # 40 minutes; the first two runs had 16 to 96 channels
+alone ALONE
+first SOUNDS
+second --start @first --share 0.65 --steps 1400 --rate 0.002 --seed 61 SOUNDS
+third --start @second --steps 2600 --rate 0.003 --seed 62 SOUNDS
 RUNS
     *) echo drawn ;;  # 5 to 40 minutes
   esac
@@ -72,7 +75,7 @@ for line in "${sample_networks[@]}"; do
   [ $# -eq 0 ] || [[ " $* " == *" $name "* ]] || continue
   [ "$mode" = --list ] || printf '\n=== %s\n' "$name"
   mapfile -t runs < <(runs_of "$name" | while read -r run; do
-    [[ -n "$material" || "$run" != *[A-Z]* ]] && echo "$run"
+    [[ "$run" = *[A-Z]* && "${run##* }" != ALONE && -z "$material" || "${run##* }" = ALONE && -n "$material" ]] || echo "$run"
   done)
   for number in "${!runs[@]}"; do
     read -r result run <<<"${runs[number]}"
@@ -83,7 +86,7 @@ for line in "${sample_networks[@]}"; do
       is_rendered=1
       [ -e "$rendered" ] || python models.sources.bodies.cut_outs "$material/bodies" "$rendered" --count "$([ "$mode" = --quick ] && echo 8 || echo 960)"
     fi
-    run=${run//SOUNDS/--data $parts/training} run=${run//RENDERED/--rendered $rendered}
+    run=${run/ALONE/} run=${run//SOUNDS/--data $parts/training} run=${run//RENDERED/--rendered $rendered}
     run=${run//PHOTOS/--photos $material/scenes EMPTY} run=${run//EMPTY/--empty \/usr\/share\/backgrounds}
     file=network
     [[ "$name" != person_detection && "$name" != four_class_detection ]] || file=square

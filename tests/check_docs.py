@@ -220,7 +220,8 @@ class Checker:
             self.complain(f"{name} cannot be executed")
         text = path.read_text()
         for module in re.findall(r" -m (models[\w.]*)", text):  # what has its options
-            text += (ROOT / module.replace(".", "/") / "__main__.py").read_text()
+            file = ROOT / module.replace(".", "/")
+            text += (file / "__main__.py" if file.is_dir() else file.with_suffix(".py")).read_text()
         for module, names in re.findall(r"^from (models[\w.]*) import ([\w, ]+)$", text, re.MULTILINE):
             for imported in [module, *(f"{module}.{part}" for part in names.split(", "))]:
                 file = ROOT / (imported.replace(".", "/") + ".py")

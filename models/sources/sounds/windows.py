@@ -48,14 +48,15 @@ def window(rng, source):
 
 
 def training_window(rng, source):
-    """A harder recording, of a source's cry() and other(): samples, and whether it is a cry.
+    """A recording of a source's cry() and other(): samples, and whether it is a cry.
 
-    Other sounds may be as loud as the crying, everything whispers or is clipped, and half of it ends at 4 kHz, as
-    telephones and many recorders do.
+    A third are one sound alone; the others are harder: other sounds may be as loud as the crying. Everything whispers or
+    is clipped, and half of it ends at 4 kHz, as telephones and many recorders do.
     """
-    is_cry = chance(rng, 0.4)
-    sound = room(rng, audible(rng, is_cry, source.cry if is_cry else source.other))
-    for _ in range(rng.integers(0, 3)):
+    is_cry, is_alone = chance(rng, 0.4), chance(rng, 1 / 3)
+    sound = audible(rng, is_cry, source.cry if is_cry else source.other)
+    sound = sound if is_alone else room(rng, sound)
+    for _ in range(0 if is_alone else rng.integers(0, 3)):
         decibels = rng.uniform(-35, 0) if is_cry else rng.uniform(-30, 6)
         sound = sound + 10 ** (decibels / 20) * room(rng, audible(rng, False, source.other))
     floor = noise(rng, WINDOW, slope(rng.uniform(-6, 1))) * 10 ** (rng.uniform(-60, -15) / 20)
