@@ -96,7 +96,7 @@ void hear(const CryOptions& options, const std::string& input, kel_nn::CryDetect
 }
 
 // Of several sounds, files in the directories that the options name.
-FeaturesOptions options_of(const std::string& input, FeaturesOptions options) {
+FeaturesOptions options_for(const std::string& input, FeaturesOptions options) {
   const std::string name = fs::path(input).filename();
   if (!options.png.empty()) options.png = fs::path(options.png) / (name + ".png");
   if (!options.csv.empty()) options.csv = fs::path(options.csv) / (name + ".csv");
@@ -149,7 +149,7 @@ bool features(const FeaturesOptions& options, Reporter* reporter) {
   std::map<std::string, FeaturesOptions> own;
   std::set<std::string> outputs;
   for (const std::string& input : inputs) {
-    own[input] = inputs.size() > 1 ? options_of(input, options) : options;
+    own[input] = inputs.size() > 1 ? options_for(input, options) : options;
     check_outputs({own[input].png, own[input].csv}, inputs);
     if (!outputs.insert(own[input].png + own[input].csv).second) {
       throw UsageError(input, "what is made of another input has the same name");
