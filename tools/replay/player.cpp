@@ -237,12 +237,10 @@ const std::map<std::string, Player::Function>& Player::functions() {
     };
 
     table["kel_nn_handle_create"] = {"", Role::kOther, [](Player* p, Call* call) {
-                                       const kel_nn_handle_t made =
-                                           handle_create(call, kel_nn_handle_create);
                                        kel_nn_handle_t& known = p->handles_[p->integer("handle")];
                                        p->release(known);
                                        if (known) kel_nn_handle_destroy(known);
-                                       known = made;
+                                       known = handle_create(call, kel_nn_handle_create);
                                      }};
     table["kel_nn_handle_destroy"] = {"", Role::kOther, [](Player* p, Call* call) {
                                         p->release(p->handle());
