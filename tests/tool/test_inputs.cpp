@@ -231,17 +231,22 @@ TEST_F(Inputs, AStreamThatIsDroppedIsTakenUpAgain) {
     return run({"/bin/sh", "-c",
                 "rm -f port; mkfifo port; /usr/bin/python3 " KEL_NN_TEST_SUPPORT
                 "/serve_frames.py" +
-                    frames + " >port & server=$!; read port <port; at=http://127.0.0.1:$port; " + call +
-                    "; code=$?; kill $server; exit $code",
+                    frames +
+                    " >port & server=$!; read port other <port; at=http://127.0.0.1:$port; "
+                    "rtsp=rtsp://127.0.0.1:$other; " +
+                    call + "; code=$?; kill $server; exit $code",
                 KEL_NN_TEST_PROGRAM});
   };
-  const CommandResult live = served("\"$0\" faces $at/live --limit 25");
-  EXPECT_EQ(live.exit_code, 0) << live.err;
-  EXPECT_EQ(std::count(live.out.begin(), live.out.end(), '\n'), 25);
-  EXPECT_THAT(live.out, HasSubstr("/live frame 24 at "));
-  const size_t told = live.err.find("/live: the stream was dropped");
-  EXPECT_NE(told, std::string::npos) << live.err;
-  EXPECT_EQ(live.err.find("dropped", told + 30), std::string::npos) << "once";
+  for (const std::string camera : {"$at/live", "$rtsp/live"}) {
+    SCOPED_TRACE(camera);
+    const CommandResult live = served("\"$0\" faces " + camera + " --limit 25");
+    EXPECT_EQ(live.exit_code, 0) << live.err;
+    EXPECT_EQ(std::count(live.out.begin(), live.out.end(), '\n'), 25);
+    EXPECT_THAT(live.out, HasSubstr("/live frame 24 at "));
+    const size_t told = live.err.find("/live: the stream was dropped");
+    EXPECT_NE(told, std::string::npos) << live.err;
+    EXPECT_EQ(live.err.find("dropped", told + 30), std::string::npos) << "once";
+  }
   // It waits; the end may be asked for.
   const CommandResult ended = served(
       "{ env --default-signal=INT \"$0\" faces $at/live >seen & sleep 3; kill -INT $!; wait $!; }");
