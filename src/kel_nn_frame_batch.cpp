@@ -23,8 +23,8 @@ constexpr int kSpan = (kLanes - 1) * kFrameShift + kFrameSize;  // samples of a 
 
 // What all batches of a window share.
 struct Tables {
-  Twiddle stage[kPoints];      // of the stage with distance d: from element d on, one for each step
   Twiddle split[kPoints / 2];  // one for each bin, from 1 on
+  Twiddle stage[kPoints];      // of the stage with distance d: from element d on, one for each step
   uint8_t reversed[kPoints];   // the number with its bits in reverse
   int8_t lower_channel[kPoints + 2];  // of each bin, from 1 on; then one that is no channel
 };
@@ -80,8 +80,8 @@ bool fill_lower_channels(const kel_nn_fbank_info_t& info, Tables* tables) {
 }
 
 bool fill_tables(const kel_nn_fbank_info_t& info, Tables* tables) {
-  fill_twiddles(tables);
   fill_reversed(tables);
+  fill_twiddles(tables);
   return fill_lower_channels(info, tables);
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 
 namespace kelnn_test {
 namespace {
@@ -22,16 +23,18 @@ class FailuresToStandardError : public ::testing::EmptyTestEventListener {
 
 }  // namespace
 
-std::vector<std::string> messages(const std::string& printed) {
+std::vector<std::string> messages(const std::string& printed, bool with_functions) {
   std::vector<std::string> found;
-  for (size_t at = 0; at < printed.size();) {
-    const size_t end = std::min(printed.find('\n', at), printed.size());
-    std::string line = printed.substr(at, end - at);
+  std::istringstream lines(printed);
+  std::string function;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t name = line.find("': "), start = line.find("function: '");
+    if (name != line.npos && start != line.npos)
+      function = line.substr(start + 11, name - start - 11) + ": ";
     for (const char* tag : {"[Error]", "[Warning]", "[Info]"}) {
-      const size_t start = line.find(tag);
-      if (start != std::string::npos) found.push_back(line.substr(start));
+      const size_t text = line.find(tag);
+      if (text != line.npos) found.push_back((with_functions ? function : "") + line.substr(text));
     }
-    at = end + 1;
   }
   return found;
 }

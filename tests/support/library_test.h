@@ -20,8 +20,8 @@
 namespace kelnn_test {
 
 // The message of every reported line in `printed`: "[Error]...", "[Warning]...", "[Info]...",
-// without colours and locations.
-std::vector<std::string> messages(const std::string& printed);
+// without colours and locations; or with the function in front, "f: [Error]...".
+std::vector<std::string> messages(const std::string& printed, bool with_functions = false);
 
 // The whole of a located line as it must be printed, with any line number: source path, function
 // and tagged message in the given colour ("31" error, "33" warning).
@@ -35,6 +35,7 @@ class LibraryTest : public ::testing::Test {
   ~LibraryTest() override { EXPECT_EQ(live_blocks(), live_before_); }
   std::string printed() { return capture_.take(); }
   std::vector<std::string> printed_messages() { return messages(printed()); }
+  std::vector<std::string> printed_reports() { return messages(printed(), true); }
   // One error has been printed, and nothing else.
   void expect_error(const std::string& path, const std::string& function,
                     const std::string& message) {

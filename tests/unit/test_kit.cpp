@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <complex>
 #include <random>
 
 #include "kel_nn_grid_detector.h"
@@ -187,60 +188,38 @@ TEST(KitLetterbox, PlacesTheFrameAndPadsAroundIt) {
   }
 }
 
-// Rectangles go through the letterbox as formulas, back once exactly and once through the library.
-TEST(KitRoundTrip, IsOffByHalfAPixelAtMostPlusTheDetectorsRounding) {
-  const kel_nn_size_t frame_sizes[] = {
-      {640, 360},  {641, 359},   {1280, 720}, {1920, 1080}, {1000, 333},  {640, 480},  {1280, 1024},
-      {1601, 901}, {97, 61},     {416, 256},  {200, 151},   {2304, 1296}, {480, 480},  {321, 321},
-      {100, 100},  {1080, 1920}, {359, 641},  {75, 131},    {481, 640},   {1999, 2000}};
+// Rectangles go through the letterbox as formulas, and back through the library: half a pixel at most and the detector's
+// rounding.
+TEST(KitRoundTrip, IsOffBy3PixelsAtMost) {
   std::mt19937 random(20230307);
   const auto below = [&](int limit) { return static_cast<int>(random() % unsigned(limit)); };
-  double worst_place = 0, worst_box = 0;
-  for (const kel_nn_size_t& frame_size : frame_sizes) {
-    SCOPED_TRACE(Message() << frame_size.w << " x " << frame_size.h);
-    const kel_nn_size_t input = kel_nn_kit_detector_input(frame_size.w, frame_size.h);
+  const kel_nn_size_t frames[] = {{640, 360}, {641, 359}, {1920, 1080}, {640, 480},  {1280, 1024},
+                                  {97, 61},   {416, 256}, {2304, 1296}, {480, 480},  {100, 100},
+                                  {359, 641}, {75, 131},  {481, 640},   {1999, 2000}};
+  for (const kel_nn_size_t& frame : frames) {
+    SCOPED_TRACE(Message() << frame.w << " x " << frame.h);
+    const kel_nn_size_t input = kel_nn_kit_detector_input(frame.w, frame.h);
     kel_nn_kit_rect_t from, to;
-    ASSERT_EQ(kel_nn_kit_letterbox_rects(frame_size, input, &from, &to), 0);
-    const double scale = 1.0 * std::max(input.w, input.h) / std::max(frame_size.w, frame_size.h);
-    const struct {
-      int from, from_size, to, to_size;
-      double pad;
-    } axes[] = {{from.x, from.w, to.x, to.w, (input.w - scale * frame_size.w) / 2},
-                {from.y, from.h, to.y, to.h, (input.h - scale * frame_size.h) / 2}};
-    const bool is_cut = std::min(axes[0].pad, axes[1].pad) < -1e-3;
-    const double bound = (is_cut ? 0.5 : std::min(0.5, 0.5 / scale)) + 1.0 / 64 + 1e-3;
-    const int shortest = static_cast<int>(std::ceil(3 / scale));
+    ASSERT_EQ(kel_nn_kit_letterbox_rects(frame, input, &from, &to), 0);
+    const double scale = 1.0 * std::max(input.w, input.h) / std::max(frame.w, frame.h);
+    const int shortest = std::max(2, static_cast<int>(std::ceil(3 / scale)));
     for (int i = 0; i < 500; ++i) {
-      double truth[2][2];                  // by axis: first and last edge
-      float seen_centre[2], seen_size[2];  // what a detector that saw the image would report
-      for (int k : {0, 1}) {
-        const auto& axis = axes[k];
-        const int length = shortest + below(axis.from_size - shortest);
-        const int start = axis.from + below(axis.from_size - length + 1);
-        double seen[2];
-        for (int edge : {0, 1}) {
-          truth[k][edge] = start + edge * length;
-          seen[edge] = axis.to + (truth[k][edge] - axis.from) / axis.from_size * axis.to_size;
-          const double off = std::fabs((seen[edge] - axis.pad) / scale - truth[k][edge]);
-          ASSERT_LE(off, bound);
-          worst_place = std::max(worst_place, off);
-        }
-        seen_centre[k] = static_cast<float>((seen[0] + seen[1]) / 2);
-        seen_size[k] = static_cast<float>(seen[1] - seen[0]);
-      }
-      kel_nn_box_t box = {seen_centre[0], seen_centre[1], seen_size[0], seen_size[1], 1.0f, 0};
-      kelnn::map_to_frame(&box, 1, frame_size, input, &box);
-      const float centre[] = {box.cx, box.cy}, size[] = {box.w, box.h};
-      for (int corner = 0; corner < 4; ++corner) {  // the centre of the two was rounded down
-        const int k = corner / 2, edge = corner % 2;
-        const double found = std::floor(centre[k] + (edge - 0.5) * size[k] + 0.5);
-        worst_box = std::max(worst_box, std::fabs(found - truth[k][edge]));
-      }
+      const int w = shortest + below(from.w - shortest), h = shortest + below(from.h - shortest);
+      const int x = from.x + below(from.w - w + 1), y = from.y + below(from.h - h + 1);
+      const float across = 1.0f * to.w / from.w, down = 1.0f * to.h / from.h;
+      kel_nn_box_t box = {to.x + (x - from.x + w * 0.5f) * across,
+                          to.y + (y - from.y + h * 0.5f) * down,
+                          w * across,
+                          h * down,
+                          1,
+                          0};  // what a detector would report
+      kelnn::map_to_frame(&box, 1, frame, input, &box);
+      const kel_nn_kit_rect_t found = kel_nn_kit_rect_of_box(&box);
+      for (const int off :
+           {found.x - x, found.y - y, found.x + found.w - x - w, found.y + found.h - y - h})
+        ASSERT_LE(std::abs(off), 3);
     }
   }
-  RecordProperty("worst_place", std::to_string(worst_place));
-  RecordProperty("worst_box", std::to_string(worst_box));
-  EXPECT_LE(worst_box, 3.0);
 }
 
 // ----- Formats -----------------------------------------------------------------------------------
@@ -406,27 +385,18 @@ std::vector<float> points_at(const Turn& turn) {
 
 // From the centred points' products, as complex numbers: frame = turn * image.
 Turn plain_fit(const std::vector<float>& points, double scale) {
-  double middle[4] = {}, along = 0, across = 0, extent = 0;
-  for (int k : {0, 1}) {
-    for (int i = 0; i < 5; ++i) {
-      middle[k] += points[2 * i + k];
-      middle[2 + k] += kAligned[2 * i + k] * scale;
-    }
-  }
-  for (double& sum : middle) sum /= 5;
+  using Place = std::complex<double>;
+  const auto here = [&](int i) { return Place(points[2 * i], points[2 * i + 1]); };
+  const auto there = [&](int i) { return Place(kAligned[2 * i], kAligned[2 * i + 1]) * scale; };
+  Place middle_here, middle_there, product;
+  double extent = 0;
+  for (int i = 0; i < 5; ++i) middle_here += here(i) / 5.0, middle_there += there(i) / 5.0;
   for (int i = 0; i < 5; ++i) {
-    const double x = points[2 * i] - middle[0], y = points[2 * i + 1] - middle[1];
-    const double u = kAligned[2 * i] * scale - middle[2],
-                 v = kAligned[2 * i + 1] * scale - middle[3];
-    along += x * u + y * v;
-    across += x * v - y * u;
-    extent += x * x + y * y;
+    product += std::conj(here(i) - middle_here) * (there(i) - middle_there);
+    extent += std::norm(here(i) - middle_here);
   }
-  const double square = along * along + across * across;
-  Turn turn = {along * extent / square, -across * extent / square, 0, 0};
-  turn.left = middle[0] - turn.x(middle[2], middle[3]);
-  turn.top = middle[1] - turn.y(middle[2], middle[3]);
-  return turn;
+  const Place turn = extent / product, left_top = middle_here - turn * middle_there;
+  return {turn.real(), turn.imag(), left_top.real(), left_top.imag()};
 }
 
 // A channel of a plane between its four pixels.
@@ -434,13 +404,13 @@ int plain_sample(const kel_nn_size_t& size, double x, double y, const Sample& sa
   x = std::min(std::max(x - 0.5, 0.0), size.w - 1.0);
   y = std::min(std::max(y - 0.5, 0.0), size.h - 1.0);
   const int left = static_cast<int>(x), top = static_cast<int>(y);
-  const int right = std::min(left + 1, size.w - 1), bottom = std::min(top + 1, size.h - 1);
-  const double fx = x - left, fy = y - top;
-  const double upper =
-      sample(left, top, channel) + (sample(right, top, channel) - sample(left, top, channel)) * fx;
-  const double lower = sample(left, bottom, channel) +
-                       (sample(right, bottom, channel) - sample(left, bottom, channel)) * fx;
-  return static_cast<int>(upper + (lower - upper) * fy + 0.5);
+  const auto along = [&](int row) {
+    const int first = sample(left, row, channel),
+              second = sample(std::min(left + 1, size.w - 1), row, channel);
+    return first + (second - first) * (x - left);
+  };
+  const double upper = along(top), lower = along(std::min(top + 1, size.h - 1));
+  return static_cast<int>(upper + (lower - upper) * (y - top) + 0.5);
 }
 
 const Turn kTurns[] = {
@@ -518,9 +488,8 @@ TEST(KitAlignment, RefusesPointsOfNoFace) {
 
 // ----- Memory and arguments ----------------------------------------------------------------------
 
-// Every way from a format to a format, of a whole frame and of a single column of it, which is
-// doubled.
-TEST(KitMemory, NothingIsAllocatedOnceScratchHasGrown) {
+// Every way from a format to a format, of a whole frame and of a single column of it, which is doubled.
+TEST(KitMemory, NothingIsAllocatedOnceScratchHasGrownAndWithoutMemoryACallFails) {
   kel_nn_kit_scratch_t scratch = {nullptr, 0};
   for (const bool has_grown : {false, true}) {
     for (int way = 0; way < 5 * 3 * 2; ++way) {
@@ -534,16 +503,9 @@ TEST(KitMemory, NothingIsAllocatedOnceScratchHasGrown) {
     }
   }
   EXPECT_GE(scratch.size, 3u * 41 * 25);
-  kel_nn_kit_scratch_free(&scratch);
-}
-
-TEST(KitMemory, WithoutMemoryACallFailsAndTheNextOneWorks) {
   const Frame frame(KEL_NN_KIT_NV12, 64, 36, 0, noise);
-  kel_nn_kit_scratch_t scratch = {nullptr, 0};
-  for (kel_nn_kit_scratch_t* kept :
-       std::initializer_list<kel_nn_kit_scratch_t*>{nullptr, &scratch}) {
-    Image small(20, 10, KEL_NN_KIT_RGB, kept), large(40, 20, KEL_NN_KIT_RGB, kept);
-    ASSERT_EQ(kel_nn_kit_scale(&frame.frame, &small), 0);
+  for (kel_nn_kit_scratch_t* kept : {static_cast<kel_nn_kit_scratch_t*>(nullptr), &scratch}) {
+    Image large(80, 50, KEL_NN_KIT_RGB, kept);
     {
       const kelnn_test::NoMemory no_memory;
       EXPECT_EQ(kel_nn_kit_letterbox(&frame.frame, &large), KEL_NN_KIT_NO_MEMORY);

@@ -13,35 +13,35 @@ using kelnn_test::LibraryTest;
 using kelnn_test::live_blocks;
 using kelnn_test::TemporaryDirectory;
 
-constexpr char kModelFilesSource[] = "src/kel_nn_utils.cpp";
-
 // The model, and "(none)" when nothing is returned and nothing stored.
-std::string take(size_t size, uint8_t* buffer) {
-  const std::string model = buffer ? std::string(reinterpret_cast<char*>(buffer), size) : "(none)";
+template <typename Decode>
+std::string decoded(Decode decode) {
+  uint8_t* buffer = nullptr;
+  const size_t size = decode(&buffer);
   EXPECT_TRUE(buffer || size == 0);
+  const std::string model = buffer ? std::string(reinterpret_cast<char*>(buffer), size) : "(none)";
   std::free(buffer);
   return model;
 }
 std::string decode(const std::string& file, size_t encode_size, const char* key) {
-  uint8_t* buffer = nullptr;
   const auto* bytes = reinterpret_cast<const uint8_t*>(file.data());
-  const size_t n = kel_nn_model_xor_decode(bytes, &buffer, file.size(), encode_size, key);
-  return take(n, buffer);
+  return decoded([&](uint8_t** out) {
+    return kel_nn_model_xor_decode(bytes, out, file.size(), encode_size, key);
+  });
 }
 std::string decode_file(const std::string& path, size_t encode_size, const char* key) {
-  uint8_t* buffer = nullptr;
-  const size_t n = kel_nn_model_xor_decode_from_file(path.c_str(), &buffer, encode_size, key);
-  return take(n, buffer);
+  return decoded([&](uint8_t** out) {
+    return kel_nn_model_xor_decode_from_file(path.c_str(), out, encode_size, key);
+  });
 }
 
 class ModelFiles : public LibraryTest {
  protected:
-  void expect_memory_error(const std::string& message) {
-    expect_error(kModelFilesSource, "kel_nn_model_xor_decode", message);
+  // From memory, or the same from a file.
+  void expect_memory_error(const std::string& message, const std::string& from = "") {
+    expect_error("src/kel_nn_utils.cpp", "kel_nn_model_xor_decode" + from, message);
   }
-  void expect_file_error(const std::string& message) {
-    expect_error(kModelFilesSource, "kel_nn_model_xor_decode_from_file", message);
-  }
+  void expect_file_error(const std::string& message) { expect_memory_error(message, "_from_file"); }
   TemporaryDirectory directory_;
 };
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The banner, the handle, and how a failure is reported.
 
+#include <thread>
+
 #include "kel_nn_handle.h"
 #include "kel_nn_log.h"
 #include "support/library_test.h"
@@ -47,6 +49,22 @@ TEST_F(LibraryTest, AFunctionIsShownInOneSpelling) {
     kelnn::report_error("a.cpp", spelt.c_str(), 1, "text");
     expect_error("a.cpp", shown, "text");
   }
+}
+
+TEST_F(LibraryTest, ALineIsPrintedUnderTheLockOfItsStream) {
+  const auto is_free = [] {  // to another thread
+    bool free = false;
+    std::thread([&] {
+      free = ftrylockfile(stdout) == 0;
+      if (free) funlockfile(stdout);
+    }).join();
+    return free;
+  };
+  flockfile(stdout);
+  kelnn::report_error("a.cpp", "f", 1, "text");
+  EXPECT_FALSE(is_free());
+  funlockfile(stdout);
+  EXPECT_TRUE(is_free());
 }
 
 // Programs of older builds rely on where the graphs lie.
