@@ -121,6 +121,9 @@ class GridDetection : public TaskTest, public testing::WithParamInterface<int> {
     network.for_each_anchor([&](float* values) {
       for (int i = 0; i < network.values_per_anchor; ++i) values[i] = normal(random);
       values[4] += bias;
+      // Of classes many are equal, and some not a number.
+      for (int i = 5; i < network.values_per_anchor; ++i)
+        values[i] = random() % 9 ? std::floor(2 * values[i]) : NAN;
     });
     return network;
   }
@@ -234,29 +237,6 @@ TEST_P(FourClassDetection, CandidatesHaveTheBitsOfThePlainLoops) {
     expected.resize(
         plain_decode_grids(detector.plain, kLandscape, outputs, input, expected.data()));
     EXPECT_TRUE(same_boxes(boxes, expected));
-  }
-}
-
-TEST_P(FourClassDetection, ReportsTheFirstClassThatNoOtherExceeds) {
-  const struct {
-    std::vector<float> values;
-    int class_id;
-  } cases[] = {
-      {{0.1f, 0.9f, 0.9f, 0.2f}, 1}, {{0.5f, 0.5f, 0.5f, 0.5f}, 0},
-      {{-3, -2, -1, -0.5f}, 3},      {{0, 0, 7, 1}, 2},
-      {{NAN, 1, 2, 3}, 0},           {{1, 2, 3, NAN}, 0},
-      {{1, NAN, 3, 2}, 0},           {{-1, -2, -3, INFINITY}, 3},
-  };
-  GridNetwork network(values(), kLandscape);
-  init({640, 360}, network);
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.values));
-    float* anchor = network.anchor(1, 7, 3, 2);
-    anchor[4] = 2.0f;
-    std::copy(c.values.begin(), c.values.end(), anchor + 5);
-    const auto boxes = detect(network, {640, 360});
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(boxes[0].class_id, c.class_id);
   }
 }
 

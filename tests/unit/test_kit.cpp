@@ -188,8 +188,7 @@ TEST(KitLetterbox, PlacesTheFrameAndPadsAroundIt) {
   }
 }
 
-// Rectangles go through the letterbox as formulas, and back through the library: half a pixel at most and the detector's
-// rounding.
+// Rectangles go through the letterbox as formulas, and back through the library with the detector's rounding.
 TEST(KitRoundTrip, IsOffBy3PixelsAtMost) {
   std::mt19937 random(20230307);
   const auto below = [&](int limit) { return static_cast<int>(random() % unsigned(limit)); };
