@@ -3,7 +3,7 @@
 
 Writes two ports, in a line: of HTTP and of RTSP. What is asked for as /live by HTTP is a stream of JPEGs, the FILEs; the first
 time it ends in the middle, the second time the connection breaks at once, then all of them come, and the last of them until
-nobody listens. Other paths are files. By RTSP as many grey frames come in the same way, each lighter than the one before.
+nobody listens. /sound is a beep of 16 kHz in the same way: 2 seconds, nothing, 100 seconds. Other paths are files. By RTSP as many grey frames come in the same way, each lighter than the one before.
 """
 import http.server
 import itertools
@@ -43,6 +43,9 @@ class HttpCamera(http.server.SimpleHTTPRequestHandler):
         pass
 
     def do_GET(self) -> None:
+        if self.path == "/sound":
+            self.beep({"half": 2, "nothing": 0}.get(next(self.kinds, "all"), 100))
+            return
         if self.path != "/live":
             super().do_GET()
             return
@@ -54,6 +57,14 @@ class HttpCamera(http.server.SimpleHTTPRequestHandler):
             frame = FILES[number]
             self.wfile.write(b"--frame\r\nContent-Type: image/jpeg\r\nContent-Length: %d\r\n\r\n%b\r\n" % (len(frame), frame))
             self.wfile.flush()
+
+
+    def beep(self, seconds: int) -> None:
+        if seconds:
+            self.send_response(200)
+            self.end_headers()
+            self.wfile.write(struct.pack("<4sI8sIHHIIHH4sI", b"RIFF", 2**32 - 1, b"WAVEfmt ", 16, 1, 1, 16000, 32000, 2, 16,
+                                         b"data", 2**32 - 1) + struct.pack("<8h", *[8000] * 4, *[-8000] * 4) * 2000 * seconds)
 
 
 class RtspCamera(socketserver.StreamRequestHandler):

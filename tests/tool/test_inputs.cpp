@@ -247,6 +247,10 @@ TEST_F(Inputs, AStreamThatIsDroppedIsTakenUpAgain) {
     EXPECT_NE(told, std::string::npos) << live.err;
     EXPECT_EQ(live.err.find("dropped", told + 30), std::string::npos) << "once";
   }
+  const CommandResult heard = served("\"$0\" cry $at/sound --duration 9 --json");
+  EXPECT_EQ(heard.exit_code, 0) << heard.err;
+  EXPECT_EQ(std::count(heard.out.begin(), heard.out.end(), '\n'), 3) << heard.out;
+  EXPECT_THAT(heard.err, HasSubstr("/sound: the stream was dropped"));
   // It waits; the end may be asked for.
   const CommandResult ended = served(
       "{ env --default-signal=INT \"$0\" faces $at/live >seen & sleep 3; kill -INT $!; wait $!; }");

@@ -2,7 +2,7 @@
 // The sound of a video, of a stream, and of formats that libsndfile does not know.
 #include <algorithm>
 
-#include "stream_reader.h"
+#include "reconnection.h"
 
 namespace kelnn_cli {
 namespace {
@@ -67,13 +67,57 @@ class Track : public SoundTrack {
   std::string problem_;  // none: the stream's
 };
 
+// A server's sound without an end: what is missing while it is not there is left out.
+class LiveTrack : public SoundTrack {
+ public:
+  LiveTrack(const std::string& url, const InputSettings& settings, std::unique_ptr<Track> track)
+      : again_(url, settings),
+        rate_(track->rate()),
+        channels_(track->channels()),
+        track_(std::move(track)) {}
+
+  int rate() const override { return rate_; }
+  int channels() const override { return channels_; }
+  int64_t frames() const override { return 0; }
+  size_t read(float* samples, size_t count) override {
+    for (size_t done = 0;;) {
+      std::string dropped = "it ended";
+      if (track_) {
+        const size_t read =
+            track_->read(samples + done * static_cast<size_t>(channels_), count - done);
+        if (read > 0) again_.note_success();
+        done += read;
+        if (!track_->problem().empty()) dropped = track_->problem();
+      }
+      if (done == count || !problem_.empty() || again_.is_over()) return done;
+      track_.reset();
+      if (auto reader = again_.wait_and_open(AVMEDIA_TYPE_AUDIO, dropped)) {
+        track_ = std::make_unique<Track>(std::move(reader));
+        const bool is_same = track_->rate() == rate_ && track_->channels() == channels_;
+        if (!is_same) problem_ = "it came back with another rate or other channels";
+        if (!is_same) return done;
+      }
+    }
+  }
+  std::string problem() const override { return problem_; }
+
+ private:
+  Reconnection again_;
+  int rate_, channels_;
+  std::unique_ptr<Track> track_;  // none: the server has not come back
+  std::string problem_;
+};
+
 }  // namespace
 
 std::unique_ptr<SoundTrack> open_track(const std::string& path, const InputSettings& settings,
                                        std::string* why_not) {
   auto reader = StreamReader::open(path, AVMEDIA_TYPE_AUDIO, settings, why_not);
   if (!reader || reader->stream()->codecpar->ch_layout.nb_channels < 1) return nullptr;
-  return std::make_unique<Track>(std::move(reader));
+  const bool is_live = Reconnection::is_needed_for(*reader);
+  auto track = std::make_unique<Track>(std::move(reader));
+  if (!is_live) return track;
+  return std::make_unique<LiveTrack>(path, settings, std::move(track));
 }
 
 }  // namespace kelnn_cli

@@ -4,11 +4,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <thread>
 #include <utility>
 
+#include "reconnection.h"
 #include "report.h"
-#include "stream_reader.h"
 
 namespace kelnn_cli {
 namespace {
@@ -117,8 +116,7 @@ class VideoReader : public FrameSource {
   double seconds_ = 0;
 };
 
-// A server's stream without an end: when it ends nevertheless it is asked for again, after waits that grow. Time is the
-// clock's, since nobody knows what went by meanwhile.
+// A server's stream without an end. Time is the clock's, since nobody knows what went by while it was not there.
 class LiveStream : public FrameSource {
  public:
   LiveStream(const std::string& url, const InputSettings& settings,
@@ -146,48 +144,30 @@ class LiveStream : public FrameSource {
 
  private:
   using Clock = std::chrono::steady_clock;
-  using Wait = std::chrono::milliseconds;
-  static constexpr Wait kFirstWait{500}, kLongestWait{60000}, kNap{50};
 
   template <typename Take>
   bool take(Take taken) {
     for (std::string problem = "it ended";;) {
       try {
         if (reader_ && taken()) {
-          wait_ = kFirstWait;
+          again_.note_success();
           return true;
         }
       } catch (const Failure& failure) {
         problem = failure.problem();
       }
-      if (is_over()) return false;
-      if (reader_ && wait_ == kFirstWait && settings_.tell) {
-        settings_.tell(url_ + ": the stream was dropped (" + problem +
-                       "); it is asked for again until it is there");
-      }
-      if (!reopen()) return false;
+      if (again_.is_over()) return false;
+      reader_.reset();
+      auto reader = again_.wait_and_open(AVMEDIA_TYPE_VIDEO, problem);
+      if (reader) reader_ = std::make_unique<VideoReader>(url_, settings_, std::move(reader));
     }
-  }
-
-  bool is_over() const { return settings_.is_over && settings_.is_over(); }
-
-  bool reopen() {
-    reader_.reset();
-    const Clock::time_point end = Clock::now() + wait_;
-    while (Clock::now() < end && !is_over()) std::this_thread::sleep_for(kNap);
-    wait_ = std::min(2 * wait_, kLongestWait);
-    std::string why_not;
-    auto reader =
-        is_over() ? nullptr : StreamReader::open(url_, AVMEDIA_TYPE_VIDEO, settings_, &why_not);
-    if (reader) reader_ = std::make_unique<VideoReader>(url_, settings_, std::move(reader));
-    return !is_over();
   }
 
   std::string url_;
   InputSettings settings_;
+  Reconnection again_{url_, settings_};
   double rate_;
   std::unique_ptr<VideoReader> reader_;  // none: the server has not come back
-  Wait wait_ = kFirstWait;
   int64_t next_ = 0;
   Clock::time_point start_;
 };
@@ -198,7 +178,7 @@ std::unique_ptr<FrameSource> open_video(const std::string& path, const InputSett
                                         std::string* why_not) {
   auto reader = StreamReader::open(path, AVMEDIA_TYPE_VIDEO, settings, why_not);
   if (!reader) return nullptr;
-  const bool is_live = reader->is_of_server() && reader->input()->duration <= 0;
+  const bool is_live = Reconnection::is_needed_for(*reader);
   auto video = std::make_unique<VideoReader>(path, settings, std::move(reader));
   if (!is_live) return video;
   return std::make_unique<LiveStream>(path, settings, std::move(video));
