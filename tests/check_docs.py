@@ -248,6 +248,12 @@ class Checker:
         if last not in shown:
             self.complain(f"README.md has no command '{last}'")
 
+    def check_size(self) -> None:
+        self.where = "README.md"
+        for size in re.findall(r"\*\*([\d,]+ bytes)\*\*", self.pages[ROOT / self.where].prose):
+            if size not in self.pages[ROOT / "docs/resources.md"].prose:
+                self.complain(f"docs/resources.md has measured another size than {size}")
+
     def check(self) -> int:
         for page in self.pages.values():
             self.check_links(page)
@@ -258,6 +264,7 @@ class Checker:
                 self.check_command(command.split(" #")[0] if not command.startswith("#") else "")
         self.check_messages()
         self.check_ci()
+        self.check_size()
         return self.failures
 
 
