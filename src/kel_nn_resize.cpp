@@ -9,11 +9,7 @@
 // Both work on tiles of columns: the scratch is small whatever the width, and not from the heap.
 #include "kel_nn_resize.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
-#include <limits>
 
 #include "kel_nn.h"
 #include "kel_nn_compiler.h"

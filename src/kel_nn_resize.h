@@ -61,10 +61,7 @@ class Axis {
 
  private:
   // Rounds half up. In single precision, what is just below a half would become one.
-  static int fixed_point(float weight) {
-    constexpr double kHalf = 0.5;
-    return static_cast<int>(weight * kOne + kHalf);
-  }
+  static int fixed_point(float weight) { return static_cast<int>(weight * kOne + 0.5); }
 
   int source_size_;
   int step_;  // 0: not a whole number

@@ -75,15 +75,12 @@ KEL_NN_AVX2 void scale_row(const uint8_t* source, const Block<kParts>* blocks, i
 // The int16_t in between is what makes the compiler multiply 16 bits by 16.
 KEL_NN_AVX2 void blend_blocks(const int16_t* scaled0, const int16_t* scaled1, int16_t b0,
                               int16_t b1, uint8_t* __restrict row, int block_count) {
-  for (int block = 0; block < block_count; ++block) {
+  for (; block_count > 0; --block_count, scaled0 += kBlock, scaled1 += kBlock, row += kBlock) {
     for (int i = 0; i < kBlock; ++i) {
       const int16_t upper = static_cast<int16_t>((scaled0[i] * b0) >> 16);
       const int16_t lower = static_cast<int16_t>((scaled1[i] * b1) >> 16);
       row[i] = static_cast<uint8_t>((upper + lower + 2) >> 2);
     }
-    scaled0 += kBlock;
-    scaled1 += kBlock;
-    row += kBlock;
   }
 }
 
