@@ -157,9 +157,11 @@ thread_local std::string t_refusal;
 
 // Of what OpenCV says, what tells something: not its version, its files and its functions.
 std::string plain_text(const std::string& said) {
+  constexpr size_t kMostSaid =
+      4000;  // names in a network may be long, and each character takes stack
   static const std::regex noise(
       R"(OpenCV\([^)]*\) \S+ error: \([^)]*\) | in function '[^']*'|\n> $|^> |onnx_node!)");
-  return std::regex_replace(said, noise, "");
+  return std::regex_replace(said.substr(0, kMostSaid), noise, "");
 }
 
 // Imports the model and runs it once on a blank image: what OpenCV cannot run is refused here, and

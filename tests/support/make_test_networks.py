@@ -85,6 +85,8 @@ save("huge_input", relu, [("x", [1, 2**31, 2**31, 4])], [("y", [1, 2**31, 2**31,
 save("two_inputs", [node("Add", ["x", "z"], ["y"])], X + [("z", SHAPE)], [("y", SHAPE)])
 save("no_input", [node("Relu", ["w"], ["y"])], [], [("y", [1])], {"w": constant(1)})
 save("unknown_operator", [node("Nonsense", ["x"], ["y"], name="nose", domain="elsewhere")], X, [("y", SHAPE)])
+save("endless_name", [node("Nonsense", ["x"], ["y"], name=" in function '" + 300000 * "e", domain="elsewhere")], X,
+     [("y", SHAPE)])
 save("misspelt_operator", [node("Rleu", ["x"], ["y"])], X, [("y", SHAPE)])
 save("missing_value", [node("Add", ["x", "nobody"], ["y"])], X, [("y", SHAPE)])
 save("constant_output", relu, X, [("y", SHAPE), ("one", [1])], {"one": constant(1)})

@@ -246,6 +246,7 @@ TEST_F(CommandLine, PackChangesTheModelForOneThatFitsOrNotAtAll) {
        "unknown_operator.onnx: OpenCV cannot import or run the network: Node "
        "[Nonsense@elsewhere]:(nose) "
        "parse error: Can't create layer \"nose\" of type \"elsewhere.Nonsense\"\n"},
+      {"face-features", kNetworks + "endless_name.onnx", "cannot import or run the network"},
       {"face-features", kNetworks + "misspelt_operator.onnx", "No Op registered for Rleu"},
       {"face-features", kNetworks + "identity.onnx",
        "the input is [1, 3, 2, 5] instead of [1, 1, 112, 112]"},

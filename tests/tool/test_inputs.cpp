@@ -90,8 +90,9 @@ TEST_F(Inputs, RawFramesAreTheSameFromAPipe) {
   const CommandResult cut = kelnn("persons -" + raw, bgr.substr(0, bgr.size() - 1));
   EXPECT_EQ(cut.exit_code, 1);
   EXPECT_THAT(cut.err, HasSubstr("-: damaged or cut off, 5 frames were read"));
+  const std::string endless = "nv12:64x48@1." + std::string(100000, '5');
   for (const char* wrong :
-       {"nv12", "yuy2:64x48", "nv12:64", "nv12:64x", "nv12:0x48", "rgb:64x48@0"}) {
+       {"nv12", "yuy2:64x48", "nv12:64", "nv12:64x", "nv12:0x48", "rgb:64x48@0", endless.c_str()}) {
     expect_refused({{std::string("motion - --raw ") + wrong, 2, "is not PIXELS:WIDTHxHEIGHT"}});
   }
 }

@@ -105,7 +105,7 @@ struct RawFormat {
 };
 bool parse(const std::string& text, RawFormat* format) {
   static const std::regex form(
-      R"((nv12|i420|grey|rgb|bgr):(\d{1,5})x(\d{1,5})(?:@(\d{1,4}(?:\.\d+)?))?)");
+      R"((nv12|i420|grey|rgb|bgr):(\d{1,5})x(\d{1,5})(?:@(\d{1,4}(?:\.\d{1,9})?))?)");  // a star would take a stack as deep as the text is long
   const std::map<std::string, const char*> in_ffmpeg = {
       {"nv12", "nv12"}, {"i420", "yuv420p"}, {"grey", "gray"}, {"rgb", "rgb24"}, {"bgr", "bgr24"}};
   std::smatch part;
@@ -578,7 +578,8 @@ void add_galleries(const Commands& commands) {
       kelnn_cli::who, "who",
       "Tells whose faces are in pictures, videos and camera frames.\n"
       "Each face is found, aligned and compared with every face that kelnn enroll has made known;\n"
-      "one that is like none of them is \"unknown\". Prints the name of the nearest, how alike they\n"
+      "one that is like none of them is \"unknown\". Prints the name of the nearest, how alike "
+      "they\n"
       "are (1 is the most) and where it is; with --json an object a line for each frame.");
   add_inputs(who, "input", &asked->inputs, "INPUT", std::string("Pictures. ") + kVideoHelp);
   option(who, "--threshold", &asked->threshold, "SIMILARITY",

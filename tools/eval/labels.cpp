@@ -113,7 +113,8 @@ Labels read_labels(const std::string& directory, const LabelColumns& columns,
     if (!is_new && rows_per_file == RowsPerFile::kOne) {
       row.fail(fmt::format("{} has been in line {}", row.file(), earlier->second));
     }
-    if (is_new && !fs::is_regular_file(path_of(directory, row.file()))) {
+    std::error_code error;  // of a name that is too long
+    if (is_new && !fs::is_regular_file(path_of(directory, row.file()), error)) {
       row.fail(fmt::format("there is no file \"{}\"", row.file()));
     }
     labels.rows.push_back(row);
