@@ -11,6 +11,7 @@
 #   notebook what executes examples/first_steps.ipynb as Jupyter does, on top of build and test
 #   digests what scripts/digests.sh needs on top of build and test: compilers for other processors
 #   lint    what scripts/lint.sh needs on top
+#   coverage what scripts/coverage.sh needs on top of build and test
 # Silent when everything is there. Needs root only when something is missing.
 set -euo pipefail
 
@@ -30,6 +31,7 @@ declare -A groups=(
   [packages]="dpkg-dev file"
   [notebook]="python3-nbconvert python3-ipykernel"
   [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
+  [coverage]="llvm-14"
   [lint]="clang-format clang-tidy flake8 mypy"
 )
 
@@ -37,7 +39,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build data digests docs lint notebook packages photographs test train" >&2
+    echo "install_packages.sh: no group '$group'; there are: build coverage data digests docs lint notebook packages photographs test train" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true
