@@ -29,7 +29,7 @@ from collections.abc import Iterator
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LIBRARY = ("src", "plat/jzt31")
-COPIED = ("CMakeLists.txt", "CMakePresets.json", "cmake", "include", "kit", "plat", "src", "tests")
+COPIED = ("CMakeLists.txt", "CMakePresets.json", "cmake", "include", "kit", "plat", "record", "src", "tests")
 FLAGS = ["-O1", "-w", "-g0"]
 FIRST = 4  # so many of the tests that noticed the last faults in a file are run before all others
 MEMORY = 4 << 30
@@ -243,7 +243,7 @@ class Worker:
                 try:
                     code = subprocess.run(
                         [program, f"--gtest_filter={wanted}", "--gtest_fail_fast", "--gtest_brief=0", "--gtest_color=no"],
-                        stdout=file, stderr=subprocess.DEVNULL, timeout=max(5, 5 * self.seconds.get(suite, 1)), cwd=self.home,
+                        stdout=file, stderr=subprocess.DEVNULL, timeout=max(20, 10 * self.seconds.get(suite, 1)), cwd=self.home,
                         preexec_fn=limited, env={**os.environ, "TMPDIR": str(self.home)},
                     ).returncode  # fmt: skip
                 except subprocess.TimeoutExpired:

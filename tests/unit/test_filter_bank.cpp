@@ -4,6 +4,7 @@
 #include <cfloat>
 
 #include "kel_nn_log_energy.h"
+#include "kel_nn_rotation.h"
 #include "support/library_test.h"
 #include "support/plain_filter_bank.h"
 
@@ -113,6 +114,14 @@ TEST(Fft, HasTheBitsOfThePlainLoops) {
       ASSERT_EQ(ours, plain);
     }
   }
+}
+
+TEST(Fft, TurnsByAnglesOfFifteenDigits) {
+  kelnn::Rotation split = kelnn::split_rotation(1024), stage = kelnn::stage_rotation(2048, false);
+  split.advance();
+  stage.advance();
+  EXPECT_EQ(split.now().im, std::sin(3.14159265358979 / 1024));
+  EXPECT_EQ(stage.now().im, std::sin(6.28318530717959 / 2048));
 }
 
 TEST(Fft, LeavesLengthsThatAreNoPowersOfTwoAlone) {
