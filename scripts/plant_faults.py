@@ -162,7 +162,7 @@ class Build:
                 shutil.copytree(source, self.tree / name)
             else:
                 shutil.copy(source, self.tree / name)
-        run(["cmake", "--preset", "gcc", "-DKEL_NN_PC=OFF", "-DKEL_NN_BENCH=OFF", "-DKEL_NN_INSTALL=OFF", "-DKEL_NN_RECORDER=OFF",
+        run(["cmake", "--preset", "gcc", "-DKEL_NN_PC=OFF", "-DKEL_NN_BENCH=OFF", "-DKEL_NN_INSTALL=OFF", "-DKEL_NN_SMALL=OFF",
              "-DCMAKE_UNITY_BUILD=OFF"], self.tree)  # a fault in a header has few tests compiled again
         run(["ninja", "-C", self.folder, "kelnn_unit_tests"])
         self.commands: dict[str, list[str]] = {}  # by object, relative to the build folder
