@@ -550,6 +550,9 @@ class Task {
  */
 class FaceDetector : public Task {
  public:
+  /** The library leaves out faces up to this score. */
+  static constexpr float kLeastScore = 0.8f;
+
   /** Loads the model. `frame_size`: of the frames, if it is known. */
   explicit FaceDetector(const Library& library, Size frame_size = {0, 0})
       : Task(library, slot<kel_nn_facedet_deinit>(), "face-detection"), frame_size_(frame_size) {
@@ -588,6 +591,9 @@ class FaceDetector : public Task {
 /** What the detectors with a model for each orientation of frames have in common. */
 class GridDetector : public Task {
  public:
+  /** The library leaves out what scores less than this. */
+  static constexpr float kLeastScore = 0.3f;
+
   /** What is in a frame. One of another orientation than the one before loads its model, or throws.
    */
   std::vector<Detection> detect(const Frame& frame) {
@@ -1002,11 +1008,16 @@ class SoundFeatures {
  */
 class MotionFilter : public Task {
  public:
+  /** In per cent; docs/inputs.md has the recordings that it was chosen by. */
+  static constexpr float kUsualRatio = 0.3f;
+  /** In frames: a second. */
+  static constexpr int kUsualPeriod = 25;
+
   /** Needs no model. `ratio`: from how many changed pixels on a frame votes for motion, in per cent
-   *  of the halved frame (docs/inputs.md has the recordings that 0.3 was chosen by); `period`:
-   *  frames in a period. kel_nn_pir_filter_process() tells more.
+   *  of the halved frame; `period`: frames in a period. kel_nn_pir_filter_process() tells more.
    */
-  explicit MotionFilter(const Library& library, float ratio = 0.3f, int period = 25)
+  explicit MotionFilter(const Library& library, float ratio = kUsualRatio,
+                        int period = kUsualPeriod)
       : Task(library, slot<kel_nn_pir_filter_deinit>(), "motion"), ratio_(ratio), period_(period) {}
 
   /** Takes a luma plane of size.w * size.h bytes. At the end of a period: whether there was motion;

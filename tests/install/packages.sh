@@ -45,5 +45,5 @@ fi
 for file in zsh/vendor-completions/_kelnn fish/vendor_completions.d/kelnn.fish kelnn/output.schema.json; do
   [ -s "empty/usr/share/$file" ] || fail "there is no $file"
 done
-bash -c '. empty/usr/share/bash-completion/completions/kelnn; COMP_WORDS=(kelnn faces --dr); COMP_CWORD=2; _kelnn
+bash -c '. empty/usr/share/bash-completion/completions/kelnn; COMP_WORDS=(kelnn faces --dr); COMP_CWORD=2; _kelnn empty/usr/bin/kelnn
   [ "${COMPREPLY[*]}" = --draw ]' || fail "--dr is not completed to --draw"

@@ -1,15 +1,14 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# What each shell completes: check_completion.sh KELNN
+# What each shell completes: check_completion.sh KELNN DIRECTORY_OF_SHIMS
 set -euo pipefail
-kelnn=$1
+PATH=$(dirname "$1"):$PATH
+shims=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 mkdir functions
-"$kelnn" --print-bash-completion >bash
-"$kelnn" --print-zsh-completion >functions/_kelnn
-"$kelnn" --print-fish-completion >kelnn.fish
+cp "$shims/_kelnn" functions
 touch picture.jpg
 code=0
 # What is typed, and what the word under the cursor becomes.
@@ -19,9 +18,9 @@ expect() {
   code=1
 }
 in_bash() {
-  bash -c '. ./bash; read -ra COMP_WORDS <<<"$1"; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kelnn; echo "${COMPREPLY[@]}"' - "$1"
+  bash -c '. "$2/kelnn.bash"; read -ra COMP_WORDS <<<"$1"; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kelnn kelnn; echo "${COMPREPLY[@]}"' - "$1" "$shims"
 }
-in_fish() { HOME=$work fish --no-config -c 'source kelnn.fish; complete -C "$argv"' "$1" | cut -f 1; }
+in_fish() { HOME=$work fish --no-config -c 'source $argv[2]/kelnn.fish; complete -C "$argv[1]"' "$1" "$shims" | cut -f 1; }
 # Typed into a shell of its own, at whose line's beginning an echo is put then.
 cat >ask.zsh <<'END'
 zmodload zsh/zpty

@@ -47,25 +47,35 @@ TEST(AveragePrecision, IsTheAreaUnderTheBestPrecisions) {
   }
 }
 
+kel_nn::Detection found_at(const cv::Rect& box, float score, int class_id) {
+  return {{box.x, box.y, box.width, box.height}, score, class_id};
+}
+
 TEST(Matching, GivesEachTruthToTheBestScoreThatOverlapsItEnough) {
   const cv::Rect box(100, 100, 60, 40), tall(100, 100, 60, 50);
   const struct {
     const char* name;
     std::vector<Truth> truths;
-    std::vector<Detection> found;
+    std::vector<kel_nn::Detection> found;
     std::vector<double> ious;
   } cases[] = {
-      {"another class", {{box, 1}}, {{box, 0.9f, 0}}, {0}},
-      {"elsewhere", {{{400, 100, 60, 40}, 0}}, {{box, 0.9f, 0}}, {0}},
+      {"another class", {{box, 1}}, {found_at(box, 0.9f, 0)}, {0}},
+      {"elsewhere", {{{400, 100, 60, 40}, 0}}, {found_at(box, 0.9f, 0)}, {0}},
       // 40 of 60 columns: 40 / (60 + 60 - 40) is just enough, 39 / 81 is not.
       {"half", {{box, 0}}, {{{120, 100, 60, 40}, 0.9f, 0}}, {0.5}},
       {"less than half", {{box, 0}}, {{{121, 100, 60, 40}, 0.9f, 0}}, {0}},
-      {"parts of pixels", {{{100.5, 100, 60, 40}, 0}}, {{box, 0.9f, 0}}, {59.5 / 60.5}},
-      {"twice", {{box, 0}}, {{box, 0.8f, 0}, {tall, 0.9f, 0}}, {0, 0.8}},
+      {"parts of pixels", {{{100.5, 100, 60, 40}, 0}}, {found_at(box, 0.9f, 0)}, {59.5 / 60.5}},
+      {"twice", {{box, 0}}, {found_at(box, 0.8f, 0), found_at(tall, 0.9f, 0)}, {0, 0.8}},
       // The better score takes the truth that fits best and leaves the other one.
-      {"two of two", {{tall, 0}, {box, 0}}, {{tall, 0.8f, 0}, {box, 0.9f, 0}}, {1, 1}},
+      {"two of two",
+       {{tall, 0}, {box, 0}},
+       {found_at(tall, 0.8f, 0), found_at(box, 0.9f, 0)},
+       {1, 1}},
       // The best fit is gone, the other one is still near enough.
-      {"second choice", {{tall, 0}, {box, 0}}, {{box, 0.9f, 0}, {box, 0.8f, 0}}, {1, 0.8}},
+      {"second choice",
+       {{tall, 0}, {box, 0}},
+       {found_at(box, 0.9f, 0), found_at(box, 0.8f, 0)},
+       {1, 0.8}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -77,7 +87,9 @@ TEST(Matching, GivesEachTruthToTheBestScoreThatOverlapsItEnough) {
 TEST(DetectionFigures, CountAPicturesClassesTogetherAndTheMeanOfTheirIous) {
   const cv::Rect a(0, 0, 10, 10), b(100, 0, 10, 10), wide(100, 0, 10, 16);
   const DetectionEvaluation evaluation = evaluate_detections(
-      {{{{a, 0}, {b, 1}}, {{a, 0.9f, 0}, {wide, 0.8f, 1}, {b, 0.7f, 0}}}, {{}, {}}}, 2);
+      {{{{a, 0}, {b, 1}}, {found_at(a, 0.9f, 0), found_at(wide, 0.8f, 1), found_at(b, 0.7f, 0)}},
+       {{}, {}}},
+      2);
   EXPECT_EQ(evaluation.all.found, 3u);
   EXPECT_THAT(evaluation.all.mean_iou, is((1 + 100 / 160.) / 2));
   EXPECT_THAT(evaluation.classes[1].mean_iou, is(100 / 160.));

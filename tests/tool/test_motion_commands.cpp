@@ -188,18 +188,19 @@ void paint_scene(int i, cv::Mat* frame) {
 TEST_F(MotionCommands, WatchDetectsFromMotionUntilStillness) {
   save_video("scene.avi", {832, 512}, 40, paint_scene);
   std::vector<int> frames;
-  for (const Json& line : lines("watch scene.avi --period 5 --ratio 1 --draw drawn.avi")) {
+  for (const Json& line :
+       lines("watch scene.avi --period 5 --ratio 1 --draw drawn.avi --vtt w.vtt --save-crops c")) {
     const int frame = line.at("frame");
     SCOPED_TRACE(frame);
     frames.push_back(frame);
     EXPECT_EQ(line.contains("motion"), frame % 5 == 4);
     const bool is_awake = frame >= 24 && frame < 34;
-    ASSERT_EQ(line.contains("persons"), is_awake);
-    ASSERT_EQ(line.contains("faces"), is_awake);
+    ASSERT_EQ(line.contains("boxes"), is_awake);
     if (!is_awake) continue;
-    ASSERT_EQ(line.at("persons").size(), 1u);
-    ASSERT_EQ(line.at("faces").size(), 1u);
-    const Json &person = line.at("persons")[0], &face = line.at("faces")[0];
+    ASSERT_EQ(line.at("boxes").size(), 2u);
+    const Json &person = line.at("boxes")[0], &face = line.at("boxes")[1];
+    EXPECT_EQ(person.at("name"), "person");
+    EXPECT_EQ(face.at("name"), "face");
     EXPECT_NEAR(person.at("x"), kCell * person_column(frame), 4);
     EXPECT_NEAR(person.at("y"), 288, 4);
     EXPECT_NEAR(face.at("x"), 16.5 * kFaceCellWidth, 4);
@@ -212,6 +213,12 @@ TEST_F(MotionCommands, WatchDetectsFromMotionUntilStillness) {
   }
   EXPECT_THAT(frames, ElementsAre(4, 9, 14, 19, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 39));
   EXPECT_EQ(cv::VideoCapture(path("drawn.avi")).get(cv::CAP_PROP_FRAME_COUNT), 40);
+  EXPECT_EQ(text("w.vtt"), "WEBVTT\n\n00:00:02.400 --> 00:00:03.400\nface, person\n");
+  EXPECT_EQ(file_count("c"), 20u);
+  for (const Json& line : lines("watch scene.avi --always --only face --limit 2")) {
+    ASSERT_EQ(line.at("boxes").size(), 1u);
+    EXPECT_EQ(line.at("boxes")[0].at("name"), "face");
+  }
 }
 
 TEST_F(MotionCommands, WatchLeavesOutTasksWithoutAModelWithOneNoteEach) {
@@ -221,8 +228,9 @@ TEST_F(MotionCommands, WatchLeavesOutTasksWithoutAModelWithOneNoteEach) {
   const CommandResult result = kelnn("watch scene.avi --always --limit 3 --root few");
   EXPECT_EQ(result.exit_code, 0) << result.err;
   EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 6) << result.out;
-  EXPECT_THAT(result.out, AllOf(HasSubstr("scene.avi frame 2 at 0.200 s:\n  face 1.00"),
-                                Not(HasSubstr("person"))));
+  EXPECT_THAT(result.out,
+              AllOf(HasSubstr("scene.avi frame 2 at 0.200 s, 832 x 512: 1 found\n  face 1.00"),
+                    Not(HasSubstr("person"))));
   for (const std::string what : {"persons", "landmarks", "face features"}) {
     const std::string note = "kelnn: " + what + " are left out: ";
     const size_t first = result.err.find(note);

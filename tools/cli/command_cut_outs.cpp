@@ -12,6 +12,7 @@
 #include "face_extractor.h"
 #include "frames.h"
 #include "library_call.h"
+#include "picture.h"
 
 namespace kelnn_cli {
 namespace {
@@ -21,32 +22,34 @@ namespace {
 struct Part {
   const std::string& path;
   const cv::Mat& picture;
-  cv::Rect rect;
+  kel_nn::Rect rect;
   bool is_only_one;
   cv::Mat* drawing;  // empty: none is wanted
 };
 
 template <typename Task>
 auto found_in_part(const Part& part, Task* task) {
-  return task->of(frame_of(part.picture), rect_of(part.rect));
+  return task->of(frame_of(part.picture), part.rect);
 }
 
-using Place = std::function<cv::Rect(const std::string& path, const cv::Mat&, const Box&)>;
+using Place =
+    std::function<kel_nn::Rect(const std::string& path, const cv::Mat&, const kel_nn::Rect&)>;
 
 // `found`: the columns of what is found.
 bool for_each_part(const CutOutOptions& options, const std::string& found, Reporter* reporter,
                    const std::function<void(const Part&)>& look, const Place& place = chosen_part) {
-  const std::vector<std::string> pictures = listed(options.pictures, InputKind::kPictures, false);
+  const Inputs pictures = listed(options.pictures, InputKind::kPictures, false);
   DrawingTarget drawings(options.out, pictures);
   reporter->begin({"input,x,y,w,h," + found, pictures, {}});
-  const std::vector<Box> boxes = options.boxes.empty() ? std::vector<Box>(1) : options.boxes;
-  const bool is_only_one = pictures.size() * boxes.size() == 1;
+  const std::vector<kel_nn::Rect> boxes =
+      options.boxes.empty() ? std::vector<kel_nn::Rect>(1) : options.boxes;
+  const bool is_only_one = pictures.names.size() * boxes.size() == 1;
   const InputSettings settings = told(options.input, reporter);
   return for_each_input(pictures, reporter, [&](const std::string& path) {
     const cv::Mat picture = load_picture(path, settings);
     const std::unique_ptr<FrameSink> sink = drawings.open_picture(path);
     cv::Mat drawing = sink ? picture.clone() : cv::Mat();
-    for (const Box& box : boxes) {
+    for (const kel_nn::Rect& box : boxes) {
       look({path, picture, place(path, picture, box), is_only_one, &drawing});
     }
     if (!sink) return;
@@ -98,10 +101,7 @@ bool landmarks(const CutOutOptions& options, Reporter* reporter) {
     const kel_nn::Landmarks found = found_in_part(part, &task);
     Json json = {{"points", points_json(found.points)}, {"pose", found.pose}};
     if (are_parts(found)) {
-      json["pixels"] = Json::array();
-      for (const cv::Point2d& pixel : pixels_of(found, part.rect)) {
-        json["pixels"].push_back({pixel.x, pixel.y});
-      }
+      json["pixels"] = points_json(found.in_frame(frame_of(part.picture), part.rect));
     }
     if (!part.drawing->empty()) draw_landmarks(part.drawing, found, part.rect);
     report(part, json, landmarks_text, reporter);
@@ -138,12 +138,13 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter) {
 }
 
 bool compare(const CompareOptions& options, Reporter* reporter) {
-  reporter->begin({"a,b,aligned,similarity", {options.picture_a, options.picture_b}, {}});
+  reporter->begin({"a,b,aligned,similarity", {{options.picture_a, options.picture_b}, {}}, {}});
   const InputSettings settings = told(options.input, reporter);
   const cv::Mat picture_a = load_picture(options.picture_a, settings);
   const cv::Mat picture_b = load_picture(options.picture_b, settings);
   FaceExtractor faces(options.root, options.is_ready, settings.tell);
-  const auto extract = [&](const std::string& path, const cv::Mat& picture, const Box& box) {
+  const auto extract = [&](const std::string& path, const cv::Mat& picture,
+                           const kel_nn::Rect& box) {
     return faces.of(picture, faces.place(path, picture, box));
   };
   const ExtractedFeature a = extract(options.picture_a, picture_a, options.box_a);

@@ -73,6 +73,7 @@ std::string diagnosis_text(const Json& diagnosis) {
 }  // namespace
 
 bool doctor(const DoctorOptions& options, Reporter* reporter) {
+  reporter->begin({"task,path,state,note,problem,to_do", {}, {}});
   const Machine machine = options.is_for_board ? Machine::kBoard : Machine::kPc;
   std::vector<Inspection> found;
   const std::string root = with_slash(options.root);

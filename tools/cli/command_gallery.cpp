@@ -10,6 +10,7 @@
 #include "files.h"
 #include "frames.h"
 #include "gallery.h"
+#include "picture.h"
 #include "task_catalogue.h"
 
 namespace kelnn_cli {
@@ -47,9 +48,10 @@ bool remove_person(const EnrollOptions& options, Reporter* reporter) {
 std::vector<Json> named(const Gallery& gallery, float threshold, const cv::Mat& bgr,
                         FaceExtractor* faces) {
   std::vector<Json> all;
-  for (const Detection& face : faces->faces(bgr)) {
-    const Match match = gallery.nearest(faces->of(bgr, face.box).values);
-    Json json = json_of(face);
+  for (const auto& [box, score, _] : faces->faces(bgr)) {
+    const Match match = gallery.nearest(faces->of(bgr, box).values);
+    Json json = json_of(box);
+    json["score"] = score;
     json["name"] = match.similarity > threshold ? match.name : kUnknown;
     json["similarity"] = match.similarity;
     all.push_back(json);
@@ -72,9 +74,9 @@ bool enroll(const EnrollOptions& options, Reporter* reporter) {
   if (options.wants_list) return list_people(options.gallery, reporter);
   if (options.is_removal) return remove_person(options, reporter);
   if (options.name == kUnknown) throw UsageError("\"unknown\" is what nobody is called");
-  const std::vector<std::string> pictures = listed(options.pictures, InputKind::kPictures, false);
+  const Inputs pictures = listed(options.pictures, InputKind::kPictures, false);
   reporter->begin({"input,name,x,y,w,h", pictures, {}});
-  check_outputs({options.gallery}, pictures);
+  check_outputs({options.gallery}, pictures.names);
   const InputSettings settings = told(options.input, reporter);
   FaceExtractor faces(options.root, options.is_ready, settings.tell);
   Gallery gallery(options.gallery, Gallery::Use::kWrite, feature_network(options.root));
@@ -82,7 +84,7 @@ bool enroll(const EnrollOptions& options, Reporter* reporter) {
   bool is_changed = false;
   const bool ok = for_each_input(pictures, reporter, [&](const std::string& path) {
     const cv::Mat picture = load_picture(path, settings);
-    const cv::Rect place = faces.place(path, picture, options.box);
+    const kel_nn::Rect place = faces.place(path, picture, options.box);
     const bool is_new = gallery.add(options.name, path, faces.of(picture, place).values);
     is_changed = is_changed || is_new;
     Json result = {{"input", path}, {"name", options.name}};
@@ -98,7 +100,7 @@ bool enroll(const EnrollOptions& options, Reporter* reporter) {
 }
 
 bool who(const WhoOptions& options, Reporter* reporter) {
-  const std::vector<std::string> inputs =
+  const Inputs inputs =
       listed(options.inputs, InputKind::kPicturesAndVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
   const InputSettings settings = told(options.frames.input, reporter);

@@ -105,6 +105,7 @@ bool inspect(const std::string& path, Reporter* reporter) {
 }  // namespace
 
 bool list_models(const ModelsOptions& options, Reporter* reporter) {
+  reporter->begin({"task,purpose,file,height,width,channels", {}, {}});
   Json listed = Json::array();
   for (const Task& task : tasks()) {
     if (options.task.empty() || options.task == task.key) listed.push_back(json_of(task));

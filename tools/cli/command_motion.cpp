@@ -38,7 +38,7 @@ std::string period_text(const Json& period) {
 void watch_motion(const MotionOptions& options, const std::string& input, DrawingTarget* drawings,
                   Reporter* reporter) {
   FrameWalk walk(input, FrameWalk::Takes::kMoving, options.frames, reporter, drawings);
-  kel_nn::MotionFilter filter = options.settings.filter(kel_nn::Library());
+  kel_nn::MotionFilter filter(kel_nn::Library(), options.settings.ratio, options.settings.period);
   ChangedPixels changed_pixels;
   std::vector<double> shares;
   std::optional<bool> last;
@@ -96,7 +96,7 @@ Count count_decisions(const MotionOptions& options, const std::string& input,
                       const kel_nn::Library& library, const MotionSettings& settings,
                       Reporter* reporter) {
   Count count = {settings, 0, 0, 0};
-  kel_nn::MotionFilter filter = settings.filter(library);
+  kel_nn::MotionFilter filter(library, settings.ratio, settings.period);
   const std::string label =
       fmt::format("{}, {:.6g} %, {} frames", input, settings.ratio, settings.period);
   FrameWalk walk(input, FrameWalk::Takes::kRecordings, options.frames, reporter, label);
@@ -115,7 +115,7 @@ Count count_decisions(const MotionOptions& options, const std::string& input,
 void sweep_motion(const MotionOptions& options, const std::string& input, Reporter* reporter) {
   const kel_nn::Library library;
   std::vector<Count> counts;
-  for (const double ratio : options.ratios) {
+  for (const float ratio : options.ratios) {
     for (const int period : options.periods) {
       counts.push_back(count_decisions(options, input, library, {ratio, period}, reporter));
     }
@@ -127,7 +127,7 @@ void sweep_motion(const MotionOptions& options, const std::string& input, Report
 }  // namespace
 
 bool motion(const MotionOptions& options, Reporter* reporter) {
-  const std::vector<std::string> inputs =
+  const Inputs inputs =
       listed(options.inputs, InputKind::kVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
   reporter->begin({options.wants_sweep ? "input,frames,ratio,period,decisions,motion_decisions"

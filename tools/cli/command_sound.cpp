@@ -3,14 +3,13 @@
 #include <fmt/format.h>
 
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
 
 #include "commands.h"
 #include "drawing.h"
 #include "files.h"
+#include "frame_sink.h"
 #include "picture.h"
 #include "progress_bar.h"
 #include "report.h"
@@ -95,14 +94,6 @@ void hear(const CryOptions& options, const std::string& input, kel_nn::CryDetect
   if (index == 0) throw Failure(input, "shorter than a window of 3 s");
 }
 
-// Of several sounds, files in the directories that the options name.
-FeaturesOptions options_for(const std::string& input, FeaturesOptions options) {
-  const std::string name = fs::path(input).filename();
-  if (!options.png.empty()) options.png = fs::path(options.png) / (name + ".png");
-  if (!options.csv.empty()) options.csv = fs::path(options.csv) / (name + ".csv");
-  return options;
-}
-
 void show_features(const FeaturesOptions& options, const std::string& input, Reporter* reporter) {
   const std::vector<int16_t> window = read_window(options, input, reporter);
   kel_nn::SoundFeatures matrix;
@@ -135,7 +126,7 @@ void show_features(const FeaturesOptions& options, const std::string& input, Rep
 }  // namespace
 
 bool cry(const CryOptions& options, Reporter* reporter) {
-  const std::vector<std::string> inputs = listed(options.sounds, InputKind::kSounds, true);
+  const Inputs inputs = listed(options.sounds, InputKind::kSounds, true);
   reporter->begin(
       {"input,window,start,end,loudness,gate_passed,probability,left_over", inputs, {}});
   kel_nn::CryDetector detector(kel_nn::Library(options.root), options.threshold);
@@ -145,18 +136,16 @@ bool cry(const CryOptions& options, Reporter* reporter) {
 }
 
 bool features(const FeaturesOptions& options, Reporter* reporter) {
-  const std::vector<std::string> inputs = listed(options.sounds, InputKind::kSounds, true);
-  std::map<std::string, FeaturesOptions> own;
-  std::set<std::string> outputs;
-  for (const std::string& input : inputs) {
-    own[input] = inputs.size() > 1 ? options_for(input, options) : options;
-    check_outputs({own[input].png, own[input].csv}, inputs);
-    if (!outputs.insert(own[input].png + own[input].csv).second) {
-      throw UsageError(input, "what is made of another input has the same name");
-    }
-  }
+  const Inputs inputs = listed(options.sounds, InputKind::kSounds, true);
+  const auto png_name = [](const std::string& place) { return place + ".png"; };
+  const auto csv_name = [](const std::string& place) { return place + ".csv"; };
+  OutputNames pngs("--png", options.png, inputs, {png_name});
+  OutputNames csvs("--csv", options.csv, inputs, {csv_name});
   return for_each_input(inputs, reporter, [&](const std::string& input) {
-    show_features(own[input], input, reporter);
+    FeaturesOptions own = options;
+    if (pngs.are_wanted()) own.png = pngs.claim(input, png_name);
+    if (csvs.are_wanted()) own.csv = csvs.claim(input, csv_name);
+    show_features(own, input, reporter);
   });
 }
 

@@ -8,10 +8,8 @@
 #include <vector>
 
 #include "evaluation.h"
-#include "input_settings.h"
 #include "inputs.h"
 #include "motion.h"
-#include "picture.h"
 #include "reporter.h"
 #include "sound_window.h"
 
@@ -54,7 +52,7 @@ bool doctor(const DoctorOptions& options, Reporter* reporter);
 struct CutOutOptions {
   InputList pictures;
   InputSettings input;
-  std::vector<Box> boxes;  // of each picture; none: its centre square
+  std::vector<kel_nn::Rect> boxes;  // of each picture; none: its centre square
   std::string root, out;
   bool is_ready = false;  // feature: the pictures are crops as its network wants them
 };
@@ -65,7 +63,7 @@ bool classify_person(const CutOutOptions& options, Reporter* reporter);
 
 struct CompareOptions {
   std::string picture_a, picture_b, root;
-  Box box_a, box_b;
+  kel_nn::Rect box_a = {}, box_b = {};  // no width: the surest face
   bool is_ready = false;
   InputSettings input;
 };
@@ -76,7 +74,7 @@ bool compare(const CompareOptions& options, Reporter* reporter);
 struct EnrollOptions {
   std::string name, gallery, root;
   InputList pictures;
-  Box box;  // of each picture; none: the surest face
+  kel_nn::Rect box = {};  // of each picture; no width: the surest face
   InputSettings input;
   bool is_ready = false, wants_list = false, is_removal = false;
 };
@@ -102,25 +100,23 @@ bool detect_faces(const DetectOptions& options, Reporter* reporter);
 bool detect_persons(const DetectOptions& options, Reporter* reporter);
 bool detect_objects(const DetectOptions& options, Reporter* reporter);
 
+struct WatchOptions : DetectOptions {
+  WatchOptions() { class_names = {"person", "face"}; }
+  MotionSettings settings;
+  bool is_always_awake = false;
+};
+bool watch(const WatchOptions& options, Reporter* reporter);
+
 struct MotionOptions {
   InputList inputs;
   std::string out;
   MotionSettings settings;
   FrameOptions frames;
   bool wants_sweep = false;
-  std::vector<double> ratios = {0.5, 1, 2, 5};  // of the sweep
+  std::vector<float> ratios = {0.5, 1, 2, 5};  // of the sweep
   std::vector<int> periods = {5, 10, 25};
 };
 bool motion(const MotionOptions& options, Reporter* reporter);
-
-struct WatchOptions {
-  InputList inputs;
-  std::string root, out;
-  MotionSettings settings;
-  FrameOptions frames;
-  bool is_always_awake = false;
-};
-bool watch(const WatchOptions& options, Reporter* reporter);
 
 struct WhoOptions {
   InputList inputs;

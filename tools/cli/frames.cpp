@@ -103,14 +103,8 @@ Json place_json(const std::string& input, const Frame& frame) {
   return {{"input", input}, {"frame", frame.index}, {"time", frame.seconds}};
 }
 
-Json json_of(const cv::Rect& box) {
-  return {{"x", box.x}, {"y", box.y}, {"w", box.width}, {"h", box.height}};
-}
-
-Json json_of(const Detection& found) {
-  Json json = json_of(found.box);
-  json["score"] = found.score;
-  return json;
+Json json_of(const kel_nn::Rect& box) {
+  return {{"x", box.x}, {"y", box.y}, {"w", box.w}, {"h", box.h}};
 }
 
 Json points_json(const std::array<float, 10>& points) {

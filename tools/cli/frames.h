@@ -9,7 +9,6 @@
 #include <string>
 
 #include "commands.h"
-#include "detection.h"
 #include "frame_sink.h"
 #include "progress_bar.h"
 #include "reporter.h"
@@ -72,10 +71,7 @@ class FrameWalk {
 Json place_json(const std::string& input, const Frame& frame);
 constexpr char kPlace[] = "{input} frame {frame} at {time:.3f} s";
 
-Json json_of(const cv::Rect& box);
-// With its score; in the text as kFound, after its name.
-Json json_of(const Detection& found);
-constexpr char kFound[] = " {score:.2f}  x {x}, y {y}, {w} x {h}\n";
+Json json_of(const kel_nn::Rect& box);
 
 // Pairs of numbers.
 Json points_json(const std::array<float, 10>& points);

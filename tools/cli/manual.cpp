@@ -3,10 +3,17 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
+#include "commands.h"
 #include "kel_nn.h"
+#include "task_catalogue.h"
 
 namespace kelnn_cli {
 
+namespace {
+
+// Of a command, those in its groups too; nothing that is hidden or that every command has.
 std::vector<const CLI::Option*> options_of(const CLI::App& command) {
   std::vector<const CLI::Option*> options;
   for (const CLI::Option* option : command.get_options()) {
@@ -19,7 +26,7 @@ std::vector<const CLI::Option*> options_of(const CLI::App& command) {
   return options;
 }
 
-namespace {
+// ----- The manual
 
 // As roff's text: no line is taken for a request, no "-" for a hyphen.
 std::string roff(const std::string& text) {
@@ -69,7 +76,62 @@ std::string manual_section(const CLI::App& command) {
   return text + entries;
 }
 
+// ----- Completion
+
+bool is_option(const std::string& word) { return word.rfind('-', 0) == 0; }
+
+// A description's first sentence, in one line.
+std::string summary_of(const std::string& description) {
+  std::string sentence = description.substr(0, description.find(".\n"));
+  std::replace(sentence.begin(), sentence.end(), '\n', ' ');
+  return sentence;
+}
+
+// The words that a value may be, if it is one of a few.
+std::vector<std::string> values_of(const CLI::App& command, const CLI::Option& option) {
+  if (option.get_type_name().rfind("TASK", 0) != 0) return {};
+  if (command.get_name() == "eval") return evaluated_tasks();
+  std::vector<std::string> keys;
+  for (const Task& task : tasks()) keys.push_back(task.key);
+  return keys;
+}
+
 }  // namespace
+
+std::string completions(const CLI::App& app, const std::vector<std::string>& words) {
+  const std::string typed = words.empty() ? "" : words.back();
+  std::string lines;
+  const auto offer = [&](const std::string& word, const std::string& help) {
+    if (word.rfind(typed, 0) == 0) lines += fmt::format("{}\t{}\n", word, summary_of(help));
+  };
+  const bool is_first = words.size() < 2;
+  std::vector<const CLI::App*> apps = app.get_subcommands(
+      [&](const CLI::App* command) { return !is_first && command->check_name(words[0]); });
+  apps.insert(apps.begin(), &app);
+  const CLI::App& command = *apps.back();
+  const std::string before = is_first ? "" : words[words.size() - 2];
+  const bool has_place_for_task = words.size() == 2;
+  const CLI::Option* valued = has_place_for_task  ? command.get_option_no_throw("task")
+                              : is_option(before) ? command.get_option_no_throw(before)
+                                                  : nullptr;
+  if (is_option(typed)) {
+    offer("--help", "Print this help message and exit");
+    for (const CLI::App* one : apps) {
+      for (const CLI::Option* option : options_of(*one)) {
+        for (const std::string& name : option->get_lnames()) {
+          offer("--" + name, option->get_description());
+        }
+      }
+    }
+  } else if (is_first) {
+    for (const CLI::App* one : app.get_subcommands(nullptr)) {
+      offer(one->get_name(), one->get_description());
+    }
+  } else if (valued) {
+    for (const std::string& value : values_of(command, *valued)) offer(value, "");
+  }
+  return lines;
+}
 
 std::string manual_page(const CLI::App& app) {
   std::string text = fmt::format(

@@ -10,12 +10,8 @@ namespace kelnn_cli {
 
 std::string manual_page(const CLI::App& app);  // for man, section 1
 
-// For shells.
-std::string bash_completion(const CLI::App& app);
-std::string zsh_completion(const CLI::App& app);
-std::string fish_completion(const CLI::App& app);
-
-// Of a command, those in its groups too; nothing that is hidden or that every command has.
-std::vector<const CLI::Option*> options_of(const CLI::App& command);
+// For shells: what the last of the words behind the program's name may become, a line each, with what it is behind a
+// tab. Nothing where that is the name of a file.
+std::string completions(const CLI::App& app, const std::vector<std::string>& words);
 
 }  // namespace kelnn_cli

@@ -60,7 +60,7 @@ class ShortList : public CLI::Formatter {
   }
 };
 
-// ----- Values
+// ----- Values that are read from a text; false: it is none
 
 std::vector<std::string> split(const std::string& list) {
   std::vector<std::string> parts;
@@ -69,14 +69,14 @@ std::vector<std::string> split(const std::string& list) {
   return parts;
 }
 
-bool parse(const std::string& text, Box* box) {
+bool read_box(const std::string& text, kel_nn::Rect* box) {
   const std::vector<std::string> parts = split(text);
   return parts.size() == 4 && parse_number(parts[0], &box->x) && parse_number(parts[1], &box->y) &&
-         parse_number(parts[2], &box->width) && parse_number(parts[3], &box->height) &&
-         box->width > 0 && box->height > 0;
+         parse_number(parts[2], &box->w) && parse_number(parts[3], &box->h) && box->w > 0 &&
+         box->h > 0;
 }
 
-bool parse(const std::string& text, Requirement* requirement) {
+bool read_requirement(const std::string& text, Requirement* requirement) {
   const size_t relation = text.find_first_of("<>");
   if (relation == 0 || relation == std::string::npos || text[relation + 1] != '=') return false;
   *requirement = {text, text.substr(0, relation), text[relation] == '>', 0};
@@ -84,83 +84,32 @@ bool parse(const std::string& text, Requirement* requirement) {
          std::isfinite(requirement->limit);
 }
 
-struct Percentage {
-  double value;
-};
-bool parse(const std::string& text, Percentage* percentage) {
-  return parse_number(text, &percentage->value) && percentage->value >= 0 &&
-         percentage->value <= 100;
-}
-
-struct Amount {
-  double value;
-};
-bool parse(const std::string& text, Amount* amount) {
-  return parse_number(text, &amount->value) && amount->value >= 0 && amount->value <= 1e9;
-}
-
 // "nv12:640x360", "rgb:320x240@12.5".
-struct RawFormat {
-  std::string options;  // FFmpeg's
-};
-bool parse(const std::string& text, RawFormat* format) {
+bool read_raw_format(const std::string& text, std::string* of_ffmpeg) {
   static const std::regex form(
       R"((nv12|i420|grey|rgb|bgr):(\d{1,5})x(\d{1,5})(?:@(\d{1,4}(?:\.\d{1,9})?))?)");  // a star would take a stack as deep as the text is long
-  const std::map<std::string, const char*> in_ffmpeg = {
+  static const std::map<std::string, const char*> in_ffmpeg = {
       {"nv12", "nv12"}, {"i420", "yuv420p"}, {"grey", "gray"}, {"rgb", "rgb24"}, {"bgr", "bgr24"}};
   std::smatch part;
   if (!std::regex_match(text, part, form)) return false;
-  int width = 0, height = 0;
-  double rate = kUsualFramesPerSecond;
-  if (part[4].matched && !parse_number(part[4].str(), &rate)) return false;
-  const auto read_side = [](const std::string& digits, int* side) {
-    return parse_number(digits, side) && *side >= 1 && *side <= KEL_NN_KIT_MAX_SIDE;
-  };
-  if (!read_side(part[2], &width) || !read_side(part[3], &height)) return false;
-  format->options = fmt::format("pixel_format={},video_size={}x{},framerate={}",
-                                in_ffmpeg.at(part[1]), width, height, rate);
-  return rate > 0 && rate <= kMaxFramesPerSecond;
+  const int width = std::stoi(part[2]), height = std::stoi(part[3]);
+  const double rate = part[4].matched ? std::stod(part[4]) : kUsualFramesPerSecond;
+  *of_ffmpeg = fmt::format("pixel_format={},video_size={}x{},framerate={}", in_ffmpeg.at(part[1]),
+                           width, height, rate);
+  return std::min(width, height) >= 1 && std::max(width, height) <= KEL_NN_KIT_MAX_SIDE &&
+         rate > 0 && rate <= kMaxFramesPerSecond;
 }
 
-struct ClassNames {
-  std::vector<std::string> names;
-};
-bool parse(const std::string& text, ClassNames* classes) {
-  classes->names = split(text);
-  return std::count(text.begin(), text.end(), ',') == 3 && classes->names.size() == 4 &&
-         std::count(classes->names.begin(), classes->names.end(), "") == 0;
+bool read_four_names(const std::string& text, std::vector<std::string>* names) {
+  *names = split(text + ",");
+  return names->size() == 4 && std::count(names->begin(), names->end(), "") == 0;
 }
-
-// As CLI11 reads values, after they have been checked.
-template <typename Value>
-std::istream& read(std::istream& text, Value* value) {
-  std::string word;
-  text >> word;
-  if (!parse(word, value)) text.setstate(std::ios::failbit);
-  return text;
-}
-
-template <typename Value>
-CLI::Validator must_be(const char* what) {
-  return CLI::Validator(
-      [what](std::string& text) {
-        Value value;
-        return parse(text, &value) ? "" : fmt::format("\"{}\" is not {}", text, what);
-      },
-      "");
-}
-
-}  // namespace
-
-std::istream& operator>>(std::istream& text, Box& box) { return read(text, &box); }
-std::istream& operator>>(std::istream& text, Requirement& value) { return read(text, &value); }
-
-namespace {
 
 constexpr int64_t kMaxFrames = 1000000000;
 constexpr int kMaxPeriod = 1000000, kMaxStep = 1000000;  // frames
+constexpr float kLongest = 1e9, kLoudest = 1e9;          // seconds, a window's loudness
 
-// ----- Options that several commands have
+// ----- Adding options
 
 template <typename Value>
 CLI::Option* option(CLI::App* command, const char* name, Value* value, const char* type,
@@ -173,6 +122,49 @@ CLI::Option* argument(CLI::App* command, const char* name, Value* value, const c
                       const std::string& help) {
   return option(command, name, value, type, help)->required();
 }
+
+// One whose text is read by a function of our own.
+template <typename Value, typename Take>
+CLI::Option* read_option(CLI::App* command, const char* name, const char* type, const char* what,
+                         const std::string& help, bool (*read)(const std::string&, Value*),
+                         const Take& take) {
+  const auto take_all = [=](const CLI::results_t& texts) {
+    for (const std::string& text : texts) {
+      Value value;
+      if (!read(text, &value)) {
+        throw CLI::ValidationError(name, fmt::format("\"{}\" is not {}", text, what));
+      }
+      take(value);
+    }
+    return true;
+  };
+  return command->add_option(name, take_all, help)->type_name(type);
+}
+
+// May be given several times.
+template <typename Value>
+void read_options(CLI::App* command, const char* name, const char* type, const char* what,
+                  const std::string& help, bool (*read)(const std::string&, Value*),
+                  std::vector<Value>* values) {
+  read_option(command, name, type, what, help, read,
+              [values](const Value& value) { values->push_back(value); })
+      ->expected(1, CLI::detail::expected_max_vector_size)
+      ->allow_extra_args(false);
+}
+
+// No text but a number passes, and no NaN.
+CLI::Validator from_to(float least, float most, const std::string& what) {
+  const auto problem = [=](const std::string& text) {
+    float number = 0;
+    const bool is_fine = parse_number(text, &number) && number >= least && number <= most;
+    return is_fine ? "" : fmt::format("\"{}\" is not {}", text, what);
+  };
+  return CLI::Validator(problem, "");
+}
+
+const CLI::Validator kPercentage = from_to(0, 100, "a percentage from 0 to 100");
+
+// ----- Options that several commands have
 
 void add_root(CLI::App* command, std::string* root) {
   *root = models_to_read();
@@ -212,9 +204,9 @@ void add_lenient(CLI::App* command, InputSettings* input) {
 
 void add_part(CLI::App* command, InputSettings* input) {
   option(command, "--start", &input->start, "SECONDS", "Begin there")
-      ->check(must_be<Amount>("a number of seconds"));
+      ->check(from_to(0, kLongest, "a number of seconds"));
   option(command, "--duration", &input->duration, "SECONDS", "End so much later")
-      ->check(must_be<Amount>("a number of seconds"));
+      ->check(from_to(0, kLongest, "a number of seconds"));
   add_lenient(command, input);
 }
 
@@ -235,17 +227,12 @@ void add_frame_options(CLI::App* command, FrameOptions* frames) {
   option(command, "--every", &frames->step, "N", "Look at every Nth frame only")
       ->check(CLI::Range(1, kMaxStep));
   add_part(command, &frames->input);
-  command
-      ->add_option_function<std::string>(
-          "--raw",
-          [raw = &frames->input.raw](const std::string& text) {
-            RawFormat format;
-            if (parse(text, &format)) *raw = format.options;
-          },
-          "The inputs are raw frames: nv12, i420, grey, rgb or bgr, their width and height,\n"
-          "and if they are not 25 a second, @ and how many. - is standard input then")
-      ->type_name("PIXELS:WxH[@RATE]")
-      ->check(must_be<RawFormat>("PIXELS:WIDTHxHEIGHT or PIXELS:WIDTHxHEIGHT@RATE"));
+  read_option(command, "--raw", "PIXELS:WxH[@RATE]",
+              "PIXELS:WIDTHxHEIGHT or PIXELS:WIDTHxHEIGHT@RATE",
+              "The inputs are raw frames: nv12, i420, grey, rgb or bgr, their width and height,\n"
+              "and if they are not 25 a second, @ and how many. - is standard input then",
+              read_raw_format,
+              [raw = &frames->input.raw](const std::string& of_ffmpeg) { *raw = of_ffmpeg; });
   option(command, "--limit", &frames->limit, "N", "Look at this many frames of an input at most")
       ->check(CLI::Range(int64_t{1}, kMaxFrames));
 }
@@ -259,28 +246,11 @@ CLI::Option* add_task(CLI::App* command, std::string* task, const char* help) {
           ""));
 }
 
-template <typename Boxes>  // one or several
-CLI::Option* add_box(CLI::App* command, const char* name, Boxes* boxes, const char* help) {
-  return option(command, name, boxes, "X,Y,W,H", help)
-      ->allow_extra_args(false)
-      ->check(must_be<Box>("X,Y,WIDTH,HEIGHT"));
-}
+constexpr char kBoxForm[] = "X,Y,WIDTH,HEIGHT";
 
 constexpr char kVideoHelp[] =
     "Video files, directories of them, streams as rtsp://... or http://..., cameras as camera:0,\n"
     "camera:1, ..., - for a list of those on standard input";
-
-void add_motion_settings(CLI::App* command, InputList* inputs, MotionSettings* settings) {
-  add_inputs(command, "input", inputs, "INPUT", kVideoHelp);
-  option(command, "--ratio", &settings->ratio, "PERCENT",
-         "From how many changed pixels on a frame votes for motion, in per cent of the\n"
-         "halved frame")
-      ->check(must_be<Percentage>("a percentage from 0 to 100"))
-      ->capture_default_str();
-  option(command, "--period", &settings->period, "N", "Frames to a decision, by majority")
-      ->check(CLI::Range(1, kMaxPeriod))
-      ->capture_default_str();
-}
 
 // ----- Model files
 
@@ -290,6 +260,7 @@ void add_model_files(const Commands& commands) {
                    "Lists the tasks: the file, input and outputs of each.\n"
                    "Inputs are in the order of ONNX: 1, channels, height, width.");
   add_task(models, &listed->task, "One task (default: all)");
+  add_result_files(commands, models, kNoSubtitles);
 
   const auto [pack, packed] = commands.add(
       kelnn_cli::pack, "pack",
@@ -345,6 +316,7 @@ void add_model_files(const Commands& commands) {
       "The board's models, which cannot be loaded here: look at names, sizes and labels");
   option(doctor, "--verify", &examined->public_key, "KEY.pub",
          "Refuse the directory unless it is as it was when it was signed with this key's pair");
+  add_result_files(commands, doctor, kNoSubtitles);
   add_root(doctor, &examined->root);
 }
 
@@ -376,9 +348,10 @@ std::pair<CLI::App*, CutOutOptions*> add_cut_out(const Commands& commands,
   add_inputs(command, "picture", &options->pictures, "FILE",
              "Picture files, directories of them, - for a list of those on standard input");
   add_lenient(command, &options->input);
-  add_box(command, "--box", &options->boxes,
-          "Which part of the picture, as faces prints it: what of it lies in the picture is\n"
-          "taken. May be given several times");
+  read_options(command, "--box", "X,Y,W,H", kBoxForm,
+               "Which part of the picture, as faces prints it: what of it lies in the picture is\n"
+               "taken. May be given several times",
+               read_box, &options->boxes);
   if (can_draw) {
     option(command, "--draw", &options->out, "OUT",
            "Write the picture with the points, as parts of the cut-out from 0 to 1; for\n"
@@ -397,8 +370,10 @@ void add_cut_outs(const Commands& commands) {
           kAlignedFaces);
   argument(command, "a", &options->picture_a, "FILE", "A picture file");
   argument(command, "b", &options->picture_b, "FILE", "Another one");
-  add_box(command, "--box-a", &options->box_a, "Where the face is in the first picture");
-  add_box(command, "--box-b", &options->box_b, "Where the face is in the second picture");
+  read_option(command, "--box-a", "X,Y,W,H", kBoxForm, "Where the face is in the first picture",
+              read_box, [options = options](const kel_nn::Rect& box) { options->box_a = box; });
+  read_option(command, "--box-b", "X,Y,W,H", kBoxForm, "Where the face is in the second picture",
+              read_box, [options = options](const kel_nn::Rect& box) { options->box_b = box; });
   add_aligned(command, &options->is_ready);
   add_lenient(command, &options->input);
   add_result_files(commands, command, kNoSubtitles);
@@ -435,36 +410,23 @@ comes. Frames may have any size up to 16384 pixels a side.
 An input that cannot be read is complained about, the others are still done, and the
 exit code is 1.)";
 
-std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
-                                                  bool (*run)(const DetectOptions&, Reporter*),
-                                                  const char* name, const std::string& what,
-                                                  const std::vector<std::string>& class_names,
-                                                  double threshold) {
-  const auto [command, options] = commands.add(
-      run, name, "Finds " + what + " in pictures, videos and camera frames.\n" + kDetectorHelp);
-  options->class_names = class_names;
-  add_inputs(command, "input", &options->inputs, "INPUT", std::string("Pictures. ") + kVideoHelp);
+// What there is to say of boxes: which of them, and where they go.
+void add_boxes(const Commands& commands, CLI::App* command, DetectOptions* options,
+               float least_score) {
   option(command, "--draw", &options->out, "OUT",
-         "Write the frames with their boxes: a picture, or a video (.mp4, .webm, .avi); for\n"
-         "several inputs a directory");
+         "Write the frames with what was found: a picture, or a video (.mp4, .webm, .avi); for\n"
+         "several inputs a directory. Landmarks are taken for parts of their face's box");
   option(command, "--save-crops", &options->crops, "DIR",
          "Write what is in each box as DIR/INPUT-NUMBER.png; of videos as\n"
          "DIR/INPUT-FRAME-NUMBER.png");
   option(command, "--conf", &options->least_score, "SCORE",
          fmt::format("Leave out boxes with lower scores: from {} on, since the library leaves out\n"
                      "what is below that by itself",
-                     threshold))
-      ->check(CLI::Validator(
-          [threshold](std::string& text) {
-            double score;
-            if (parse_number(text, &score) && score >= threshold && score <= 1)
-              return std::string();
-            return fmt::format(
-                "\"{}\" is not a score from {} to 1; the library itself leaves out "
-                "what is below {}",
-                text, threshold, threshold);
-          },
-          ""));
+                     least_score))
+      ->check(from_to(least_score, 1,
+                      fmt::format("a score from {0} to 1; the library itself leaves out what is "
+                                  "below {0}",
+                                  least_score)));
   option(command, "--only", &options->only, "CLASS",
          "Leave out boxes of other classes than this; may be given several times")
       ->allow_extra_args(false);
@@ -473,22 +435,44 @@ std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
          "Write the boxes as COCO's JSON, as tools for labels read it");
   add_frame_options(command, &options->frames);
   add_root(command, &options->root);
+}
+
+std::pair<CLI::App*, DetectOptions*> add_detector(const Commands& commands,
+                                                  bool (*run)(const DetectOptions&, Reporter*),
+                                                  const char* name, const std::string& what,
+                                                  const std::vector<std::string>& class_names,
+                                                  float least_score) {
+  const auto [command, options] = commands.add(
+      run, name, "Finds " + what + " in pictures, videos and camera frames.\n" + kDetectorHelp);
+  options->class_names = class_names;
+  add_inputs(command, "input", &options->inputs, "INPUT", std::string("Pictures. ") + kVideoHelp);
+  add_boxes(commands, command, options, least_score);
   return {command, options};
 }
 
 void add_detectors(const Commands& commands) {
-  add_detector(commands, detect_faces, "faces", "the faces", {"face"}, 0.8);
-  add_detector(commands, detect_persons, "persons", "the people", {"person"}, 0.3);
+  using kel_nn::FaceDetector, kel_nn::GridDetector;
+  add_detector(commands, detect_faces, "faces", "the faces", {"face"}, FaceDetector::kLeastScore);
+  add_detector(commands, detect_persons, "persons", "the people", {"person"},
+               GridDetector::kLeastScore);
   const auto [command, options] =
       add_detector(commands, detect_objects, "objects", "objects of four classes",
-                   {"class 0", "class 1", "class 2", "class 3"}, 0.3);
-  command
-      ->add_option_function<std::string>(
-          "--classes",
-          [names = &options->class_names](const std::string& list) { *names = split(list); },
-          "What the model's four classes are called")
-      ->type_name("A,B,C,D")
-      ->check(must_be<ClassNames>("four names with commas between them"));
+                   {"class 0", "class 1", "class 2", "class 3"}, GridDetector::kLeastScore);
+  read_option(
+      command, "--classes", "A,B,C,D", "four names with commas between them",
+      "What the model's four classes are called", read_four_names,
+      [options = options](const std::vector<std::string>& names) { options->class_names = names; });
+}
+
+void add_motion_settings(CLI::App* command, MotionSettings* settings) {
+  option(command, "--ratio", &settings->ratio, "PERCENT",
+         "From how many changed pixels on a frame votes for motion, in per cent of the\n"
+         "halved frame")
+      ->check(kPercentage)
+      ->capture_default_str();
+  option(command, "--period", &settings->period, "N", "Frames to a decision, by majority")
+      ->check(CLI::Range(1, kMaxPeriod))
+      ->capture_default_str();
 }
 
 void add_motion(const Commands& commands) {
@@ -500,7 +484,8 @@ void add_motion(const Commands& commands) {
       "least the ratio), and the largest share. With --json an object a line.\n"
       "--sweep runs a recording once for each of several ratios and periods and counts how\n"
       "many decisions said motion, to choose both without filming again.");
-  add_motion_settings(command, &options->inputs, &options->settings);
+  add_inputs(command, "input", &options->inputs, "INPUT", kVideoHelp);
+  add_motion_settings(command, &options->settings);
   CLI::Option* sweep = command->add_flag("--sweep", options->wants_sweep,
                                          "Count decisions for a grid of ratios and periods");
   option(command, "--draw", &options->out, "OUT",
@@ -508,7 +493,7 @@ void add_motion(const Commands& commands) {
       ->excludes(sweep);
   option(command, "--ratios", &options->ratios, "A,B,...", "Ratios to try, in per cent")
       ->delimiter(',')
-      ->check(must_be<Percentage>("a percentage from 0 to 100"))
+      ->check(kPercentage)
       ->needs(sweep)
       ->capture_default_str();
   option(command, "--periods", &options->periods, "A,B,...", "Periods to try, in frames")
@@ -528,14 +513,10 @@ void add_watch(const Commands& commands) {
       "each face for its landmarks and, aligned by them, its features. Prints every frame on\n"
       "which motion was decided or something was found; with --json an object a line, with the\n"
       "landmarks and features. Tasks whose model is missing are left out, with a note.");
-  add_motion_settings(command, &options->inputs, &options->settings);
+  add_inputs(command, "input", &options->inputs, "INPUT", kVideoHelp);
+  add_motion_settings(command, &options->settings);
   command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
-  option(command, "--draw", &options->out, "OUT",
-         "Write a video (.mp4, .webm, .avi) of all frames with what was found; landmarks are\n"
-         "drawn as parts of their face's box from 0 to 1");
-  add_result_files(commands, command, kNoSubtitles);
-  add_frame_options(command, &options->frames);
-  add_root(command, &options->root);
+  add_boxes(commands, command, options, kel_nn::GridDetector::kLeastScore);
 }
 
 // ----- Faces that are known by name
@@ -558,7 +539,9 @@ void add_galleries(const Commands& commands) {
   CLI::Option* pictures =
       add_inputs(enroll, "picture", &known->pictures, "FILE",
                  "Picture files, directories of them, - for a list of those on standard input");
-  add_box(enroll, "--box", &known->box, "Where the face is in each picture, as faces prints it");
+  read_option(enroll, "--box", "X,Y,W,H", kBoxForm,
+              "Where the face is in each picture, as faces prints it", read_box,
+              [known = known](const kel_nn::Rect& box) { known->box = box; });
   add_aligned(enroll, &known->is_ready);
   CLI::Option* list =
       enroll->add_flag("--list", known->wants_list, "Enroll nobody; show who is known");
@@ -615,7 +598,7 @@ void add_cry(const Commands& commands) {
   option(command, "--threshold", &options->threshold, "LOUDNESS",
          "The gate: the least loudness, a sum over every tenth sample's size (0 to\n"
          "32768). Less than the default counts as the default")
-      ->check(must_be<Amount>("a loudness of 0 or more"))
+      ->check(from_to(0, kLoudest, "a loudness of 0 or more"))
       ->default_str(fmt::format("{:.0f}", kLowestGate));
   add_result_files(commands, command, kWithSubtitles);
   add_root(command, &options->root);
@@ -676,11 +659,11 @@ void add_eval(const Commands& commands) {
             return can_draw(settings->task) ? "" : "nothing is drawn of " + settings->task;
           },
           ""));
-  option(command, "--require", &options->requirements, "CONDITION",
-         "What a figure has to be, by its name, or the exit code is 1: accuracy>=0.95,\n"
-         "false_alarm_rate<=0.01, ... May be given several times")
-      ->allow_extra_args(false)
-      ->check(must_be<Requirement>("NAME>=NUMBER or NAME<=NUMBER"));
+  read_options(command, "--require", "CONDITION", "NAME>=NUMBER or NAME<=NUMBER",
+               "What a figure has to be, by its name, or the exit code is 1: accuracy>=0.95,\n"
+               "false_alarm_rate<=0.01, ... May be given several times",
+               read_requirement, &options->requirements);
+  add_result_files(commands, command, kNoSubtitles);
   add_root(command, &settings->root);
 }
 
@@ -702,16 +685,6 @@ void add_replay(const Commands& commands) {
          "Write what the tasks were given as pictures and sounds, and what they found as\n"
          "labels.csv, in a directory for each task; needs a recording of whole inputs");
   add_root(command, &options->root);
-}
-
-// For the build, which installs what it prints.
-void add_hidden(CLI::App* app, const char* name, std::string (*text)(const CLI::App&)) {
-  app->add_flag_callback(name,
-                         [=] {
-                           std::cout << text(*app);
-                           throw CLI::Success();
-                         })
-      ->group("");
 }
 
 }  // namespace
@@ -741,13 +714,18 @@ CommandLine parse(int argc, char** argv) {
                          add_watch, add_galleries, add_cry, add_features, add_replay}) {
     add({&app, &line.command, &line.report.files});
   }
-  add_hidden(&app, "--print-manual", manual_page);
-  add_hidden(&app, "--print-bash-completion", bash_completion);
-  add_hidden(&app, "--print-zsh-completion", zsh_completion);
-  add_hidden(&app, "--print-fish-completion", fish_completion);
+  const std::vector<std::string> words(argv + 1, argv + argc);
   std::string problem;
   bool wrote_nothing = false;
   try {
+    if (!words.empty() && words[0] == "--complete") {  // of shells
+      std::cout << completions(app, {words.begin() + 1, words.end()});
+      throw CLI::Success();
+    }
+    if (!words.empty() && words[0] == "--print-manual") {  // of the build
+      std::cout << manual_page(app);
+      throw CLI::Success();
+    }
     app.parse(argc, argv);
     if (!line.command) problem = "which command?\n\n" + app.help();
   } catch (const CLI::Success& wanted) {  // --help, --version

@@ -55,36 +55,22 @@ Text line(const std::string& format) {
   return [format](const Json& result) { return filled(format, result); };
 }
 
-ResultOutput::ResultOutput() : descriptor_(duplicate(STDOUT_FILENO)) {
+Reporter::Reporter(const ReportOptions& options)
+    : options_(options), output_(duplicate(STDOUT_FILENO)) {
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {  // standard error is closed
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
   }
-  set_standard_output(descriptor_);
+  set_standard_output(output_);
   // In step with what goes to standard error directly. Lines are no unit here: the library ends its
   // colour behind the newline.
   std::setvbuf(stdout, nullptr, _IONBF, 0);
+  library_lines_.emplace();
 }
-
-ResultOutput::~ResultOutput() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
-
-void ResultOutput::write(const std::string& text) {
-  for (size_t done = 0; done < text.size();) {
-    const ssize_t written = ::write(descriptor_, text.data() + done, text.size() - done);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) {
-      throw OutputFailure(std::string("cannot write the result: ") + std::strerror(errno));
-    }
-    done += static_cast<size_t>(written);
-  }
-}
-
-Reporter::Reporter(const ReportOptions& options) : options_(options) { library_lines_.emplace(); }
 
 Reporter::~Reporter() {
   if (options_.is_verbose) show_library_lines();
+  if (output_ >= 0) close(output_);
 }
 
 void Reporter::forget_library_lines() {
@@ -138,21 +124,26 @@ void Reporter::sum_up() const {
              reading, 100 - reading - writing, writing);
 }
 
-void Reporter::write(const Json& result, const Text& text, bool is_only_one) {
-  if (options_.is_verbose) show_library_lines();
-  for (const auto& file : files_) file->add(result);
-  found_ += result.contains("motion") && result["motion"] == true;
-  for (const char* list : {"boxes", "persons", "faces"}) {
-    if (result.contains(list)) found_ += static_cast<int64_t>(result[list].size());
+void Reporter::write(const std::string& text) const {
+  for (size_t done = 0; done < text.size();) {
+    const ssize_t written = ::write(output_, text.data() + done, text.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) {
+      throw OutputFailure(std::string("cannot write the result: ") + std::strerror(errno));
+    }
+    done += static_cast<size_t>(written);
   }
-  ProgressBar::hide();
-  if (!prints_ || (options_.is_quiet && !options_.wants_json)) return;
-  output_.write(options_.wants_json ? dumped(result, is_only_one) + "\n" : text(result));
 }
 
-void Reporter::report(const Json& result, const Text& text) { write(result, text, true); }
-
-void Reporter::report_one(const Json& result, const Text& text) { write(result, text, false); }
+void Reporter::tell(const Json& result, const Text& text, bool is_only_one, bool is_picture) {
+  if (options_.is_verbose) show_library_lines();
+  for (const auto& file : files_) file->add(result, is_picture);
+  found_ += result.contains("motion") && result["motion"] == true;
+  if (result.contains("boxes")) found_ += static_cast<int64_t>(result["boxes"].size());
+  ProgressBar::hide();
+  if (!prints_ || (options_.is_quiet && !options_.wants_json)) return;
+  write(options_.wants_json ? dumped(result, is_only_one) + "\n" : text(result));
+}
 
 void Reporter::complain(const std::string& message) {
   ProgressBar::hide();
@@ -193,12 +184,12 @@ InputSettings told(const InputSettings& settings, Reporter* reporter) {
   return all;
 }
 
-bool for_each_input(const std::vector<std::string>& inputs, Reporter* reporter,
+bool for_each_input(const Inputs& inputs, Reporter* reporter,
                     const std::function<void(const std::string&)>& work) {
   bool ok = true;
-  ProgressBar progress("inputs", static_cast<int64_t>(inputs.size()), "inputs");
+  ProgressBar progress("inputs", static_cast<int64_t>(inputs.names.size()), "inputs");
   int64_t done = 0;
-  for (const std::string& input : inputs) {
+  for (const std::string& input : inputs.names) {
     if (done++ > 0) progress.show(done - 1);
     if (interruption()) {
       reporter->complain(fmt::format("interrupted before {}", input));

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "input_settings.h"
+#include "inputs.h"
 #include "kel_nn.hpp"
 #include "report.h"
 #include "result_file.h"
@@ -24,21 +24,6 @@ using Text = std::function<std::string(const Json& result)>;
 std::string filled(const std::string& format, const Json& result);
 Text line(const std::string& format);  // filled() for whatever result comes
 
-// Whose standard output is it? The library prints its lines there by design; the tool's result is to
-// be piped. So file descriptor 1 leads to standard error, and the result goes where it led before.
-class ResultOutput {
- public:
-  ResultOutput();  // from here on the library's lines go to standard error
-  ~ResultOutput();
-  ResultOutput(const ResultOutput&) = delete;
-  ResultOutput& operator=(const ResultOutput&) = delete;
-
-  void write(const std::string& text);  // at once, nothing is held back
-
- private:
-  int descriptor_;
-};
-
 // What is told, and where.
 struct ReportOptions {
   bool wants_json = false, is_verbose = false, is_quiet = false, wants_progress = false;
@@ -51,11 +36,15 @@ struct Work {
   double reading = 0, writing = 0;
 };
 
-// Holds back what the library prints until something fails; `is_verbose`: until the next word of the command's own.
+// Whose standard output is it? The library prints its lines there by design; the tool's result is to
+// be piped. So as long as there is a reporter file descriptor 1 leads to standard error, and results go where it led
+// before. What the library prints is held back until something fails; `is_verbose`: until the next word of the command's own.
 class Reporter {
  public:
   explicit Reporter(const ReportOptions& options);
   ~Reporter();
+  Reporter(const Reporter&) = delete;
+  Reporter& operator=(const Reporter&) = delete;
 
   // Before the first result: what it is going to be. A UsageError when a file would take the place of an input.
   void begin(const ResultKind& kind);
@@ -64,9 +53,13 @@ class Reporter {
   void finish();
 
   // All that a command has to say.
-  void report(const Json& result, const Text& text);
-  // One result of many; JSON has a line for each.
-  void report_one(const Json& result, const Text& text);
+  void report(const Json& result, const Text& text) {
+    tell(result, text, /*is_only_one=*/true, true);
+  }
+  // One result of many; JSON has a line for each. `is_picture`: all that there is of an input, not a video's frame.
+  void report_one(const Json& result, const Text& text, bool is_picture = false) {
+    tell(result, text, /*is_only_one=*/false, is_picture);
+  }
   // To standard error. The second one shows the library's lines too, and tells of a model that does not load once.
   void complain(const std::string& message);
   void complain(const std::exception& error);
@@ -74,16 +67,16 @@ class Reporter {
 
  private:
   void show_library_lines();
-
   void sum_up() const;
-  void write(const Json& result, const Text& text, bool is_only_one);
+  void tell(const Json& result, const Text& text, bool is_only_one, bool is_picture);
+  void write(const std::string& text) const;  // at once, nothing is held back
 
   ReportOptions options_;
   bool prints_ = true;  // false: a file goes to standard output
   Work work_;
   int64_t found_ = 0;  // boxes and periods with motion
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-  ResultOutput output_;
+  int output_;  // descriptor
   std::vector<std::unique_ptr<ResultFile>> files_;
   std::optional<kel_nn::Messages> library_lines_;  // there is always one
   std::set<std::string> unusable_models_;          // tasks
@@ -101,7 +94,7 @@ InputSettings told(const InputSettings& settings, Reporter* reporter);
 
 // Does something with each input. One that fails is complained about and the others are still done;
 // false: there was one.
-bool for_each_input(const std::vector<std::string>& inputs, Reporter* reporter,
+bool for_each_input(const Inputs& inputs, Reporter* reporter,
                     const std::function<void(const std::string&)>& work);
 
 }  // namespace kelnn_cli

@@ -12,7 +12,6 @@
 
 #include "files.h"
 #include "frame_sink.h"
-#include "picture.h"
 
 namespace kelnn_cli {
 namespace {
@@ -66,7 +65,7 @@ class Table : public ResultFile {
     }
     write(fmt::format("{}\n", fmt::join(names, ",")), &file_);
   }
-  void add(const Json& result) override {
+  void add(const Json& result, bool /*is_picture*/) override {
     std::string lines;
     for (const auto& [name, list] : result.items()) {
       if (!list.is_array() || list.empty() || !list[0].is_object()) continue;
@@ -105,11 +104,12 @@ class CocoLabels : public ResultFile {
       categories_.push_back({{"id", categories_.size()}, {"name", name}});
     }
   }
-  void add(const Json& result) override {
+  void add(const Json& result, bool is_picture) override {
+    if (!result.contains("boxes")) return;  // nothing was looked for
     const std::string input = result["input"];
     const size_t image = images_.size();
     std::string name = fs::absolute(input).lexically_proximate(directory_);
-    if (!is_picture_name(input)) name += fmt::format("-{:06}.png", result["frame"].get<int64_t>());
+    if (!is_picture) name += fmt::format("-{:06}.png", result["frame"].get<int64_t>());
     images_.push_back({{"id", image},
                        {"file_name", name},
                        {"width", result["width"]},
@@ -167,9 +167,9 @@ std::string clock_time(double seconds) {
 // A file for each input, with a cue for as long as the same is found.
 class Subtitles : public ResultFile {
  public:
-  Subtitles(const std::string& out, const std::vector<std::string>& inputs)
+  Subtitles(const std::string& out, const Inputs& inputs)
       : outputs_("--vtt", out, inputs, {name_for}) {}
-  void add(const Json& result) override {
+  void add(const Json& result, bool /*is_picture*/) override {
     if (!file_ || result["input"] != input_) begin(result["input"]);
     if (result.contains("boxes")) {  // until the next frame
       const double time = result["time"];
@@ -191,8 +191,8 @@ class Subtitles : public ResultFile {
   }
 
  private:
-  static std::string name_for(const std::string& input) {
-    return fs::path(base_name(input)).replace_extension(".vtt");
+  static std::string name_for(const std::string& place) {
+    return fs::path(place).replace_extension(".vtt");
   }
   void begin(const std::string& input) {
     finish();
@@ -204,7 +204,7 @@ class Subtitles : public ResultFile {
   }
   void say(double start, double end, const std::string& text) {
     if (text != text_) {
-      end_cue(start);
+      end_cue(std::min(start, end_));
       start_ = start;
       text_ = text;
     }
@@ -226,7 +226,7 @@ class Subtitles : public ResultFile {
 
 std::vector<std::unique_ptr<ResultFile>> make_result_files(const ResultPaths& paths,
                                                            const ResultKind& kind) {
-  check_outputs({paths.csv, paths.coco}, kind.inputs);
+  check_outputs({paths.csv, paths.coco}, kind.inputs.names);
   std::vector<std::unique_ptr<ResultFile>> files;
   if (!paths.csv.empty()) files.push_back(std::make_unique<Table>(paths.csv, kind.columns));
   if (!paths.coco.empty()) {

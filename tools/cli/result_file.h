@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "report.h"
+#include "inputs.h"
 
 namespace kelnn_cli {
 
@@ -14,14 +14,15 @@ namespace kelnn_cli {
 class ResultFile {
  public:
   virtual ~ResultFile() = default;
-  virtual void add(const Json& result) = 0;
+  virtual void add(const Json& result, bool is_picture) = 0;
   virtual void finish() = 0;
 };
 
 // What a command tells about its results before the first one.
 struct ResultKind {
   std::string columns;  // of a table, keys with commas between them
-  std::vector<std::string> inputs, class_names;
+  Inputs inputs;
+  std::vector<std::string> class_names;  // of boxes
 };
 
 // Which of them are wanted; "-" is standard output, where nothing else is written then.

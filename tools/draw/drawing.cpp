@@ -5,6 +5,8 @@
 #include <iterator>
 #include <opencv2/imgproc.hpp>
 
+#include "library_call.h"
+
 namespace kelnn_cli {
 namespace {
 
@@ -54,26 +56,19 @@ cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
   return drawn;
 }
 
-std::vector<cv::Point2d> pixels_of(const kel_nn::Landmarks& landmarks, const cv::Rect& part) {
-  std::vector<cv::Point2d> pixels;
-  for (size_t i = 0; i < landmarks.points.size(); i += 2) {
-    pixels.emplace_back(part.x + double{landmarks.points[i]} * part.width,
-                        part.y + double{landmarks.points[i + 1]} * part.height);
-  }
-  return pixels;
-}
-
-void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv::Scalar& colour,
+void draw_points(cv::Mat* bgr, const std::array<float, 10>& points, const cv::Scalar& colour,
                  int radius) {
-  for (const cv::Point2d& point : points) {
-    const bool is_inside = point.x >= 0 && point.x <= bgr->cols && point.y >= 0 &&
-                           point.y <= bgr->rows;  // false for NaN, too
-    if (is_inside) cv::circle(*bgr, point, radius, colour, cv::FILLED, cv::LINE_AA);
+  const cv::Rect2f picture(0, 0, static_cast<float>(bgr->cols), static_cast<float>(bgr->rows));
+  for (size_t i = 0; i < points.size(); i += 2) {
+    const cv::Point2f point(points[i], points[i + 1]);
+    if (picture.contains(point)) {  // not NaN
+      cv::circle(*bgr, point, radius, colour, cv::FILLED, cv::LINE_AA);
+    }
   }
 }
 
-void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const cv::Rect& part) {
-  draw_points(bgr, pixels_of(landmarks, part), kPoint, std::max(2, part.width / 40));
+void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const kel_nn::Rect& part) {
+  draw_points(bgr, landmarks.in_frame(frame_of(*bgr), part), kPoint, std::max(2, part.w / 40));
 }
 
 }  // namespace kelnn_cli

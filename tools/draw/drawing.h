@@ -2,10 +2,10 @@
 // What was found, drawn into a picture.
 #pragma once
 
+#include <array>
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "kel_nn.hpp"
 
@@ -19,15 +19,13 @@ void draw_box(cv::Mat* bgr, const cv::Rect& box, const std::string& label, int c
 cv::Mat frame_with_changes(const cv::Mat& bgr, const cv::Mat& changed,
                            std::optional<bool> is_motion);
 
-// ----- Landmarks as places in a picture. What a model's values mean is the model's affair; here they are
-// parts of the cut-out: 0, 0 its top left corner and 1, 1 its bottom right corner.
+// ----- Landmarks: x and y of each, in pixels. Those that lie in the picture, as discs.
 
-std::vector<cv::Point2d> pixels_of(const kel_nn::Landmarks& landmarks, const cv::Rect& part);
-
-// Those that lie in the picture, as discs.
-void draw_points(cv::Mat* bgr, const std::vector<cv::Point2d>& points, const cv::Scalar& colour,
+void draw_points(cv::Mat* bgr, const std::array<float, 10>& points, const cv::Scalar& colour,
                  int radius);
-void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const cv::Rect& part);
+
+// What a model's values mean is the model's affair; here they are parts of the cut-out.
+void draw_landmarks(cv::Mat* bgr, const kel_nn::Landmarks& landmarks, const kel_nn::Rect& part);
 
 // ----- The cry detector's features: time to the right, frequency upwards, both with axes. `start` is the second at
 // which the window begins.

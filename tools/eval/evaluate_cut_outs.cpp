@@ -22,7 +22,7 @@ struct Square {
 
   std::string path;
   cv::Mat picture;
-  cv::Rect part;
+  kel_nn::Rect part;
 };
 
 Json begin_report(const EvaluationSettings& settings, size_t picture_count) {
@@ -38,16 +38,18 @@ constexpr double kDegrees = 180 / CV_PI;
 constexpr int kLeastDrawnSide = 448;
 const cv::Scalar kTruthPoints(80, 220, 60), kFoundPoints(60, 170, 255);  // blue, green, red
 
+using Points = std::array<float, 2 * kPointCount>;  // x and y of each, in pixels of the picture
+
 struct LabelledFace {
   std::string path;
-  std::vector<cv::Point2d> points;  // pixels of the picture
-  std::vector<double> pose;         // degrees; empty: not labelled
+  Points points;
+  std::vector<double> pose;  // degrees; empty: not labelled
 };
 
 LabelledFace face_of(const std::string& directory, const LabelRow& row, bool has_pose) {
   LabelledFace face = {path_of(directory, row.file()), {}, {}};
-  for (size_t i = 0; i < kPointCount; ++i) {
-    face.points.emplace_back(row.number(kFirstPoint + 2 * i), row.number(kFirstPoint + 2 * i + 1));
+  for (size_t i = 0; i < face.points.size(); ++i) {
+    face.points[i] = static_cast<float>(row.number(kFirstPoint + i));
   }
   for (size_t i = 0; has_pose && i < kAngleCount; ++i) {
     face.pose.push_back(row.number(kFirstAngle + i));
@@ -56,11 +58,13 @@ LabelledFace face_of(const std::string& directory, const LabelRow& row, bool has
 }
 
 FaceErrors errors_of(const LabelledFace& face, const kel_nn::Landmarks& found,
-                     const cv::Rect& part) {
+                     const Square& square) {
   FaceErrors errors = {{}, {}, !face.pose.empty()};
-  const std::vector<cv::Point2d> pixels = pixels_of(found, part);
+  const Points places = found.in_frame(frame_of(square.picture), square.part);
   for (size_t i = 0; i < kPointCount; ++i) {
-    errors.points[i] = cv::norm(pixels[i] - face.points[i]) / part.width;
+    errors.points[i] =
+        std::hypot(places[2 * i] - face.points[2 * i], places[2 * i + 1] - face.points[2 * i + 1]) /
+        static_cast<float>(square.part.w);
   }
   for (size_t i = 0; errors.has_pose && i < kAngleCount; ++i) {
     errors.pose[i] = angle_between(face.pose[i], double{found.pose[i]} * kDegrees);
@@ -69,17 +73,17 @@ FaceErrors errors_of(const LabelledFace& face, const kel_nn::Landmarks& found,
 }
 
 cv::Mat drawn(const LabelledFace& face, const kel_nn::Landmarks& found) {
-  auto [path, picture, part] = Square(face.path);
-  const int factor = 1 + (kLeastDrawnSide - 1) / part.width;
-  cv::resize(picture, picture, {}, factor, factor, cv::INTER_NEAREST);
-  const auto draw = [&, &pixels = picture, side = part.width](std::vector<cv::Point2d> points,
-                                                              const cv::Scalar& colour) {
-    for (cv::Point2d& point : points) point *= factor;
-    draw_points(&pixels, points, colour, side * factor / 80);
+  const auto [path, picture, part] = Square(face.path);
+  const int factor = 1 + (kLeastDrawnSide - 1) / part.w, radius = part.w * factor / 80;
+  cv::Mat enlarged;
+  cv::resize(picture, enlarged, {}, factor, factor, cv::INTER_NEAREST);
+  const auto draw = [&](Points points, const cv::Scalar& colour) {
+    for (float& place : points) place *= static_cast<float>(factor);
+    draw_points(&enlarged, points, colour, radius);
   };
   draw(face.points, kTruthPoints);
-  draw(pixels_of(found, part), kFoundPoints);
-  return picture;
+  draw(found.in_frame(frame_of(picture), part), kFoundPoints);
+  return enlarged;
 }
 
 // ----- Features
@@ -132,7 +136,7 @@ Evaluation evaluate_classes(const EvaluationSettings& settings, int class_count,
   ConfusionMatrix confusion(class_count);
   for_each_file(settings, rows, [&](const LabelRow& row) {
     const Square square(path_of(settings.data, row.file()));
-    const auto [id, number] = class_of(task.of(frame_of(square.picture), rect_of(square.part)));
+    const auto [id, number] = class_of(task.of(frame_of(square.picture), square.part));
     check_are_numbers(std::array{number}, square.path);
     if (id < 0 || id >= class_count)
       throw Failure(square.path, fmt::format("class {} was found", id));
@@ -161,10 +165,10 @@ Evaluation evaluate_landmarks(const EvaluationSettings& settings) {
   std::vector<double> badness;
   for_each_file(settings, faces, [&](const LabelledFace& face) {
     const Square square(face.path);
-    found.push_back(task.of(frame_of(square.picture), rect_of(square.part)));
+    found.push_back(task.of(frame_of(square.picture), square.part));
     check_are_numbers(found.back().points, face.path);
     check_are_numbers(found.back().pose, face.path);
-    errors.push_back(errors_of(face, found.back(), square.part));
+    errors.push_back(errors_of(face, found.back(), square));
     badness.push_back(errors.back().mean_point());
   });
   const auto [mean, percentile_95, points, pose] = landmark_figures(errors);
@@ -191,7 +195,7 @@ Evaluation evaluate_features(const EvaluationSettings& settings) {
   std::vector<kel_nn::Feature> all;
   for_each_file(settings, labels.rows, [&](const LabelRow& row) {
     const Square square(path_of(settings.data, row.file()));
-    all.push_back(task.of(frame_of(square.picture), rect_of(square.part)));
+    all.push_back(task.of(frame_of(square.picture), square.part));
     check_are_numbers(all.back(), square.path);
   });
   return {report_of(settings, compare(labels.rows, all), all.size())};
@@ -205,7 +209,7 @@ Evaluation evaluate_whole_faces(const EvaluationSettings& settings) {
   for_each_file(settings, labels.rows, [&](const LabelRow& row) {
     const std::string path = path_of(settings.data, row.file());
     const cv::Mat picture = load_picture(path);
-    const std::vector<Detection> faces = extractor.faces(picture);
+    const std::vector<kel_nn::Detection> faces = extractor.faces(picture);
     if (faces.empty()) return;
     with_face.push_back(row);
     aligned.push_back(extractor.of(picture, faces.front().box).values);

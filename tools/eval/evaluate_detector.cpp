@@ -83,8 +83,9 @@ std::vector<DetectedPicture> look_at(const EvaluationSettings& settings,
         later.push_back(i);
         continue;
       }
-      found[i] = without_ignored({pictures[i].truths, found_in(bgr, &*task)});
-      for (const Detection& one : found[i].found) check_are_numbers(std::array{one.score}, path);
+      found[i] = without_ignored({pictures[i].truths, task->detect(frame_of(bgr))});
+      for (const kel_nn::Detection& one : found[i].found)
+        check_are_numbers(std::array{one.score}, path);
       progress.show(++done);
     }
     left = later;
@@ -109,8 +110,9 @@ cv::Mat drawn(const cv::Mat& bgr, const DetectedPicture& picture, bool has_class
   }
   const std::vector<double> ious = match(picture);
   for (size_t i = 0; i < ious.size(); ++i) {
-    const Detection& one = picture.found[i];
-    draw_box(&result, one.box, fmt::format("{}{:.2f}", class_text(one.class_id), one.score),
+    const kel_nn::Detection& one = picture.found[i];
+    draw_box(&result, cv_rect(one.box),
+             fmt::format("{}{:.2f}", class_text(one.class_id), one.score),
              ious[i] > 0 ? kMatchColour : kFalseColour);
   }
   return result;

@@ -7,6 +7,8 @@
 namespace kelnn_cli {
 namespace {
 
+cv::Rect2d exact(const kel_nn::Rect& box) { return cv::Rect2d(box.x, box.y, box.w, box.h); }
+
 double iou(const cv::Rect2d& a, const cv::Rect2d& b) {
   const double shared = (a & b).area();
   return shared / (a.area() + b.area() - shared);
@@ -69,7 +71,7 @@ Rates rates(double threshold, const std::vector<float>& sorted) {
 }  // namespace
 
 std::vector<double> match(const DetectedPicture& picture) {
-  const std::vector<Detection>& found = picture.found;
+  const std::vector<kel_nn::Detection>& found = picture.found;
   std::vector<size_t> order(found.size());
   std::iota(order.begin(), order.end(), size_t{0});
   std::stable_sort(order.begin(), order.end(),
@@ -82,7 +84,7 @@ std::vector<double> match(const DetectedPicture& picture) {
     double best_iou = 0;
     for (size_t t = 0; t < picture.truths.size(); ++t) {
       if (is_taken[t] || picture.truths[t].class_id != found[i].class_id) continue;
-      const double own_iou = iou(picture.truths[t].box, found[i].box);
+      const double own_iou = iou(picture.truths[t].box, exact(found[i].box));
       if (own_iou > best_iou) best = t, best_iou = own_iou;
     }
     if (best_iou < kMatchingIou) continue;
@@ -100,7 +102,7 @@ DetectedPicture without_ignored(const DetectedPicture& picture) {
   counted.truths.erase(end, counted.truths.end());
   counted.found.clear();
   for (size_t i = 0; i < ious.size(); ++i) {
-    const cv::Rect2d box = picture.found[i].box;
+    const cv::Rect2d box = exact(picture.found[i].box);
     const bool is_in_one =
         std::any_of(picture.truths.begin(), picture.truths.end(), [&](const Truth& truth) {
           return is_ignored(truth) && (truth.box & box).area() > 0.5 * box.area();

@@ -9,7 +9,7 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
-#include "detection.h"
+#include "kel_nn.hpp"
 
 namespace kelnn_cli {
 
@@ -39,7 +39,7 @@ constexpr int kIgnored = -1;  // the class of a box around what counts neither w
 
 struct DetectedPicture {
   std::vector<Truth> truths;
-  std::vector<Detection> found;
+  std::vector<kel_nn::Detection> found;
 };
 
 constexpr double kMatchingIou = 0.5;  // the least

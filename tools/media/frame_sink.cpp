@@ -8,7 +8,6 @@
 #include "codec_modules.h"
 #include "files.h"
 #include "picture.h"
-#include "report.h"
 
 namespace kelnn_cli {
 namespace {
@@ -72,14 +71,12 @@ class VideoSink : public FrameSink {
   std::unique_ptr<FrameSink> encoder_;
 };
 
-// The input's own name, with an extension that can be written.
-std::string picture_name(const std::string& input) {
-  const std::string name = base_name(input);
-  return is_picture_name(name) ? name : name + ".png";
+// Its own name, with an extension that can be written.
+std::string picture_name(const std::string& place) {
+  return is_picture_name(place) ? place : place + ".png";
 }
-std::string video_name(const std::string& input) {
-  const std::string name = base_name(input);
-  return video_format(name) ? name : name + kVideoFormats[0].extension;
+std::string video_name(const std::string& place) {
+  return video_format(place) ? place : place + kVideoFormats[0].extension;
 }
 
 }  // namespace
@@ -92,56 +89,51 @@ std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per
   return std::make_unique<VideoSink>(path, frames_per_second);
 }
 
-std::string base_name(const std::string& input) {
-  std::string name = fs::path(input).filename();
-  std::replace(name.begin(), name.end(), ':', '-');  // camera:0
-  return name.empty() ? "stream" : name;             // rtsp://camera/
-}
-
-OutputNames::OutputNames(const std::string& option, const std::string& out,
-                         const std::vector<std::string>& inputs, const std::vector<Name>& names)
-    : out_(out) {
+OutputNames::OutputNames(const std::string& option, const std::string& out, const Inputs& inputs,
+                         const std::vector<Rename>& names)
+    : out_(out), inputs_(inputs) {
   if (out.empty()) return;
   std::error_code error;
   const bool is_new_name = !fs::exists(out, error) && extension_of(out).empty();
+  const bool are_several = inputs.names.size() > 1;
   is_directory_ = out.back() == '/' || fs::is_directory(out, error) ||
-                  (inputs.size() > 1 && is_new_name && out != "-");
-  if (inputs.size() > 1 && !is_directory_) {
-    throw UsageError(option + " " + out + ": of several inputs, outputs go to a directory");
+                  (are_several && is_new_name && out != "-");
+  if (are_several && !is_directory_) {
+    throw UsageError(option + " " + out, "of several inputs, outputs go to a directory");
   }
   std::vector<std::string> outputs;
-  for (const std::string& input : inputs) {
-    for (const Name& name : names) outputs.push_back(path_for(input, name));
+  for (const std::string& input : inputs.names) {
+    for (const Rename& name : names) outputs.push_back(path_for(input, name));
   }
-  check_outputs(outputs, inputs);
+  check_outputs(outputs, inputs.names);
 }
 
-std::string OutputNames::path_for(const std::string& input, const Name& name) const {
-  return is_directory_ ? (fs::path(out_) / name(input)).string() : out_;
+std::string OutputNames::path_for(const std::string& input, const Rename& name) const {
+  return is_directory_ ? (fs::path(out_) / name(place_of(input, inputs_))).string() : out_;
 }
 
-std::string OutputNames::claim(const std::string& input, const Name& name) {
+std::string OutputNames::claim(const std::string& input, const Rename& name) {
   const std::string path = path_for(input, name);
   if (std::find(claimed_.begin(), claimed_.end(), path) != claimed_.end()) {
-    throw Failure(input + ": the output of another input has the name " + path + " already");
+    throw Failure(input, "the output of another input has the name " + path + " already");
   }
   claimed_.push_back(path);
   return path;
 }
 
-DrawingTarget::DrawingTarget(const std::string& out, const std::vector<std::string>& inputs)
-    : outputs_("--draw", out, inputs, {picture_name, video_name}), is_wanted_(!out.empty()) {}
+DrawingTarget::DrawingTarget(const std::string& out, const Inputs& inputs)
+    : outputs_("--draw", out, inputs, {picture_name, video_name}) {}
 
 std::unique_ptr<FrameSink> DrawingTarget::open(const std::string& input, const FrameSource& source,
                                                int step) {
   if (source.kind() == FrameSource::Kind::kPicture) return open_picture(input);
-  if (!is_wanted_) return nullptr;
+  if (!outputs_.are_wanted()) return nullptr;
   return make_video(outputs_.claim(input, video_name),
                     std::max(source.frames_per_second() / step, 1.0));
 }
 
 std::unique_ptr<FrameSink> DrawingTarget::open_picture(const std::string& input) {
-  return is_wanted_ ? make_picture(outputs_.claim(input, picture_name)) : nullptr;
+  return outputs_.are_wanted() ? make_picture(outputs_.claim(input, picture_name)) : nullptr;
 }
 
 }  // namespace kelnn_cli

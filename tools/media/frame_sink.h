@@ -26,9 +26,6 @@ struct VideoFormat {
   const char* encoders;  // FFmpeg's names, the preferred first, with spaces between them
 };
 
-// What the input is called, where it may stand in a file's name.
-std::string base_name(const std::string& input);
-
 // One frame, in any format that can be written.
 std::unique_ptr<FrameSink> make_picture(const std::string& path);
 
@@ -38,20 +35,23 @@ std::unique_ptr<FrameSink> make_video(const std::string& path, double frames_per
 // Which file each input's output goes to when a command is given an option like --draw OUT.
 class OutputNames {
  public:
-  using Name = std::function<std::string(const std::string& input)>;  // in a directory
+  // From what an input is called to what its output is, in a directory.
+  using Rename = std::function<std::string(const std::string& place)>;
 
   // `out` is a file for a single input, and a directory for several; none: nothing is written. A UsageError when an
   // output, by whichever of its names, would take the place of an input.
-  OutputNames(const std::string& option, const std::string& out,
-              const std::vector<std::string>& inputs, const std::vector<Name>& names);
+  OutputNames(const std::string& option, const std::string& out, const Inputs& inputs,
+              const std::vector<Rename>& names);
 
+  bool are_wanted() const { return !out_.empty(); }
   // The path that is the input's from now on; a Failure when it is another's already.
-  std::string claim(const std::string& input, const Name& name);
+  std::string claim(const std::string& input, const Rename& name);
 
  private:
-  std::string path_for(const std::string& input, const Name& name) const;
+  std::string path_for(const std::string& input, const Rename& name) const;
 
   std::string out_;
+  Inputs inputs_;
   bool is_directory_ = false;
   std::vector<std::string> claimed_;
 };
@@ -59,7 +59,7 @@ class OutputNames {
 // Where frames go with --draw OUT.
 class DrawingTarget {
  public:
-  DrawingTarget(const std::string& out, const std::vector<std::string>& inputs);
+  DrawingTarget(const std::string& out, const Inputs& inputs);
 
   // Null when nothing is drawn. `step`: every how many of the source's frames one is written.
   std::unique_ptr<FrameSink> open(const std::string& input, const FrameSource& source, int step);
@@ -67,7 +67,6 @@ class DrawingTarget {
 
  private:
   OutputNames outputs_;
-  bool is_wanted_;
 };
 
 }  // namespace kelnn_cli

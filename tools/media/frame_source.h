@@ -7,7 +7,7 @@
 #include <opencv2/core.hpp>
 #include <string>
 
-#include "input_settings.h"
+#include "inputs.h"
 
 namespace kelnn_cli {
 

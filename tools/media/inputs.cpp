@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "files.h"
 #include "picture.h"
-#include "report.h"
 
 namespace kelnn_cli {
 namespace {
@@ -60,13 +60,16 @@ void add_directory(const fs::path& directory, const InputList& list, InputKind k
 
 }  // namespace
 
-std::vector<std::string> listed(const InputList& list, InputKind kind, bool is_dash_an_input) {
-  std::vector<std::string> inputs;
+Inputs listed(const InputList& list, InputKind kind, bool is_dash_an_input) {
+  Inputs inputs;
   const auto add = [&](const std::string& name) {
     std::error_code error;
-    const size_t count = inputs.size();
-    if (fs::is_directory(name, error)) add_directory(name, list, kind, &inputs);
-    if (inputs.size() == count) inputs.push_back(name);
+    const size_t count = inputs.names.size();
+    if (fs::is_directory(name, error)) {
+      inputs.directories.push_back(with_slash(name));
+      add_directory(name, list, kind, &inputs.names);
+    }
+    if (inputs.names.size() == count) inputs.names.push_back(name);
   };
   const auto add_names = [&](char separator) {
     for (std::string name; std::getline(std::cin, name, separator);) {
@@ -81,8 +84,17 @@ std::vector<std::string> listed(const InputList& list, InputKind kind, bool is_d
     }
   }
   if (list.is_null_separated) add_names('\0');
-  if (inputs.empty()) throw Failure("standard input", "not one name in it");
+  if (inputs.names.empty()) throw Failure("standard input", "not one name in it");
   return inputs;
+}
+
+std::string place_of(const std::string& input, const Inputs& inputs) {
+  std::string place = fs::path(input).filename();
+  for (const std::string& directory : inputs.directories) {
+    if (input.rfind(directory, 0) == 0) place = input.substr(directory.size());
+  }
+  std::replace(place.begin(), place.end(), ':', '-');  // camera:0
+  return place.empty() ? "stream" : place;             // rtsp://camera/
 }
 
 void check_readable(const std::string& path) {

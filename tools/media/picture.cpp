@@ -54,22 +54,6 @@ Bytes encode_picture(const std::string& extension, const cv::Mat& bgr) {
   return opencv_module().encode(extension, bgr);
 }
 
-cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box) {
-  if (box.width == 0) {
-    const int size = std::min(picture.cols, picture.rows);
-    return {(picture.cols - size) / 2, (picture.rows - size) / 2, size, size};
-  }
-  // Its far edges first: they need more room than an int has.
-  const int64_t right = std::min<int64_t>(int64_t{box.x} + box.width, picture.cols);
-  const int64_t bottom = std::min<int64_t>(int64_t{box.y} + box.height, picture.rows);
-  const int left = std::max(box.x, 0), top = std::max(box.y, 0);
-  if (left >= right || top >= bottom) {
-    throw Failure(path + ": the box is outside the picture, which is " +
-                  std::to_string(picture.cols) + " x " + std::to_string(picture.rows));
-  }
-  return {left, top, static_cast<int>(right) - left, static_cast<int>(bottom) - top};
-}
-
 cv::Mat load_picture(const std::string& path, const InputSettings& settings) {
   check_readable(path);
   bool is_damaged = false;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Picture files, and what of them is looked at. PNG, JPEG, PGM and PPM, which nearly all are, are done here; what
+// Picture files. PNG, JPEG, PGM and PPM, which nearly all are, are done here; what
 // else OpenCV knows, and files that are damaged or odd, cost the loading of a module.
 #pragma once
 
@@ -7,19 +7,12 @@
 #include <string>
 
 #include "files.h"
-#include "input_settings.h"
+#include "inputs.h"
 
 namespace kelnn_cli {
 
-struct Box {
-  int x = 0, y = 0, width = 0, height = 0;  // in pixels; no width: the picture's centre square
-};
-
-// Any picture that can be read, as 8-bit BGR. This and what follows throw a Failure that names the
-// path.
+// Any picture that can be read, as 8-bit BGR. A Failure names the path.
 cv::Mat load_picture(const std::string& path, const InputSettings& settings = {});
-// What of the box lies in the picture: detectors' boxes reach out of it.
-cv::Rect chosen_part(const std::string& path, const cv::Mat& picture, const Box& box);
 
 bool is_usual_picture(const std::string& path);  // PNG, JPEG, PGM or PPM, by its first bytes
 

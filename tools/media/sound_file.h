@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "input_settings.h"
+#include "inputs.h"
 
 namespace kelnn_cli {
 

@@ -9,9 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "detection.h"
 #include "kel_nn.hpp"
-#include "picture.h"
 
 namespace kelnn_cli {
 
@@ -24,7 +22,7 @@ struct ExtractedFeature {
 };
 
 // Without landmarks that are parts of the cut-out and a face's it is left as it is.
-ExtractedFeature feature_of(const cv::Mat& bgr, const cv::Rect& face,
+ExtractedFeature feature_of(const cv::Mat& bgr, const kel_nn::Rect& face,
                             const std::optional<kel_nn::Landmarks>& landmarks,
                             kel_nn::FaceFeatures* task);
 
@@ -36,10 +34,10 @@ class FaceExtractor {
   FaceExtractor(const std::string& root, bool is_ready, const Note& note);
 
   // Where the face is: in the box, if one is given; else the surest that is found. Throws Failure.
-  cv::Rect place(const std::string& path, const cv::Mat& bgr, const Box& box);
-  std::vector<Detection> faces(const cv::Mat& bgr);  // all, the surest first
-  ExtractedFeature of(const cv::Mat& bgr, const cv::Rect& face);
-  kel_nn::Feature of_box(const cv::Mat& bgr, const cv::Rect& face);  // as it is, not aligned
+  kel_nn::Rect place(const std::string& path, const cv::Mat& bgr, const kel_nn::Rect& box);
+  std::vector<kel_nn::Detection> faces(const cv::Mat& bgr);  // all, the surest first
+  ExtractedFeature of(const cv::Mat& bgr, const kel_nn::Rect& face);
+  kel_nn::Feature of_box(const cv::Mat& bgr, const kel_nn::Rect& face);  // as it is, not aligned
 
  private:
   kel_nn::Library library_;

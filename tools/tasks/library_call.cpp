@@ -3,9 +3,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <opencv2/imgproc.hpp>
 
 #include "model_inspection.h"
+#include "report.h"
 
 namespace kelnn_cli {
 
@@ -19,6 +21,22 @@ std::string explanation(const kel_nn::Error& error) {
   }
   const bool is_told = error.kind() == kel_nn::Error::kRun && error.line().empty();
   return error.what() + std::string(is_told ? ", see above" : "");
+}
+
+kel_nn::Rect chosen_part(const std::string& path, const cv::Mat& picture, const kel_nn::Rect& box) {
+  if (box.w == 0) {
+    const int size = std::min(picture.cols, picture.rows);
+    return {(picture.cols - size) / 2, (picture.rows - size) / 2, size, size};
+  }
+  // Its far edges first: they need more room than an int has.
+  const auto right = static_cast<int>(std::min<int64_t>(int64_t{box.x} + box.w, picture.cols));
+  const auto bottom = static_cast<int>(std::min<int64_t>(int64_t{box.y} + box.h, picture.rows));
+  const int left = std::max(box.x, 0), top = std::max(box.y, 0);
+  if (left >= right || top >= bottom) {
+    throw Failure(path, fmt::format("the box is outside the picture, which is {} x {}",
+                                    picture.cols, picture.rows));
+  }
+  return {left, top, right - left, bottom - top};
 }
 
 cv::Mat luma_of(const cv::Mat& bgr) {

@@ -4,9 +4,7 @@
 
 #include <opencv2/core.hpp>
 #include <string>
-#include <vector>
 
-#include "detection.h"
 #include "kel_nn.hpp"
 
 namespace kelnn_cli {
@@ -20,18 +18,12 @@ inline kel_nn::Frame frame_of(const cv::Mat& bgr) {
 
 inline kel_nn::Size size_of(const cv::Mat& picture) { return {picture.cols, picture.rows}; }
 
-inline kel_nn::Rect rect_of(const cv::Rect& box) { return {box.x, box.y, box.width, box.height}; }
+inline cv::Rect cv_rect(const kel_nn::Rect& box) { return {box.x, box.y, box.w, box.h}; }
 
 cv::Mat luma_of(const cv::Mat& bgr);
 
-// What a detector finds, best score first.
-template <typename Task>
-std::vector<Detection> found_in(const cv::Mat& bgr, Task* task) {
-  std::vector<Detection> found;
-  for (const auto& [box, score, class_id] : task->detect(frame_of(bgr))) {
-    found.push_back({{box.x, box.y, box.w, box.h}, score, class_id});
-  }
-  return found;
-}
+// What of the box lies in the picture: detectors' boxes reach out of it. Without a box, which has no width, its centre
+// square. A Failure names the path.
+kel_nn::Rect chosen_part(const std::string& path, const cv::Mat& picture, const kel_nn::Rect& box);
 
 }  // namespace kelnn_cli

@@ -9,12 +9,8 @@
 namespace kelnn_cli {
 
 struct MotionSettings {
-  double ratio = 0.3;  // per cent; docs/inputs.md has the recordings that it was chosen by
-  int period = 25;     // frames
-
-  kel_nn::MotionFilter filter(const kel_nn::Library& library) const {
-    return kel_nn::MotionFilter(library, static_cast<float>(ratio), period);
-  }
+  float ratio = kel_nn::MotionFilter::kUsualRatio;  // per cent
+  int period = kel_nn::MotionFilter::kUsualPeriod;  // frames
 };
 
 // Which pixels the filter sees change. The library keeps that to itself and only says what it

@@ -17,6 +17,11 @@ std::string person_task(cv::Size frame) {
                                                                           : "square");
 }
 
+template <typename Task>
+std::vector<kel_nn::Detection> detected(const kel_nn::Frame& frame, std::optional<Task>* task) {
+  return *task ? (*task)->detect(frame) : std::vector<kel_nn::Detection>();
+}
+
 }  // namespace
 
 Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool is_always_awake,
@@ -32,7 +37,7 @@ Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool i
 void Watcher::restart() {
   is_awake_ = is_always_awake_;
   filter_.reset();  // before there is another one
-  filter_.emplace(settings_.filter(library_));
+  filter_.emplace(library_, settings_.ratio, settings_.period);
 }
 
 bool Watcher::has_model(const std::string& key, const char* what) {
@@ -56,24 +61,22 @@ void Watcher::load(cv::Size frame_size) {
   if (has_model("face-features", "face features")) features_.emplace(library_);
 }
 
-WatchedFace Watcher::recognise(const cv::Mat& bgr, const Detection& place) {
-  WatchedFace face = {place, std::nullopt, std::nullopt};
-  if (landmarks_) face.landmarks = landmarks_->of(frame_of(bgr), rect_of(place.box));
-  if (features_) face.features = feature_of(bgr, place.box, face.landmarks, &*features_);
-  return face;
-}
-
 Sighting Watcher::look(const cv::Mat& bgr) {
   if (!is_loaded_) load(bgr.size());
+  const kel_nn::Frame frame = frame_of(bgr);
   Sighting seen;
   seen.is_motion = filter_->take(luma_of(bgr).data, size_of(bgr));
   if (seen.is_motion) is_awake_ = is_always_awake_ || *seen.is_motion;
   if (!is_awake_) return seen;
-  if (persons_) seen.persons = found_in(bgr, &*persons_);
-  if (!faces_) return seen;
-  seen.faces.emplace();
-  for (const Detection& place : found_in(bgr, &*faces_)) {
-    seen.faces->push_back(recognise(bgr, place));
+  seen.found.emplace();
+  for (const auto& [box, score, _] : detected(frame, &persons_)) {
+    seen.found->push_back({{box, score, kPerson}});
+  }
+  for (const auto& [box, score, _] : detected(frame, &faces_)) {
+    Found face = {{box, score, kFace}};
+    if (landmarks_) face.landmarks = landmarks_->of(frame, box);
+    if (features_) face.feature = feature_of(bgr, box, face.landmarks, &*features_);
+    seen.found->push_back(face);
   }
   return seen;
 }

@@ -9,31 +9,27 @@
 #include <string>
 #include <vector>
 
-#include "detection.h"
 #include "face_extractor.h"
 #include "motion.h"
 
 namespace kelnn_cli {
 
-struct WatchedFace {
-  Detection place;
-  std::optional<kel_nn::Landmarks> landmarks;
-  std::optional<ExtractedFeature> features;  // none: no model
+struct Found {
+  kel_nn::Detection place;
+  std::optional<kel_nn::Landmarks> landmarks = {};  // of faces, where there are models for it
+  std::optional<ExtractedFeature> feature = {};
 };
 
+// What any command that looks for something makes of a frame.
 struct Sighting {
-  std::optional<bool> is_motion;                  // of a period that ended with this frame
-  std::optional<std::vector<Detection>> persons;  // none: not looked for
-  std::optional<std::vector<WatchedFace>> faces;
-
-  bool is_event() const {
-    return is_motion || (persons && !persons->empty()) || (faces && !faces->empty());
-  }
+  std::optional<bool> is_motion;            // of a period that ended with this frame
+  std::optional<std::vector<Found>> found;  // none: nothing was looked for
 };
 
 class Watcher {
  public:
   using Note = std::function<void(const std::string&)>;
+  enum Class { kPerson, kFace };
 
   // `is_always_awake`: detection does not wait for motion. `note` is told once of each task that is
   // left out; of a model that is there but does not load, an Error tells.
@@ -46,7 +42,6 @@ class Watcher {
  private:
   bool has_model(const std::string& key, const char* what);
   void load(cv::Size frame_size);
-  WatchedFace recognise(const cv::Mat& bgr, const Detection& place);
 
   kel_nn::Library library_;
   bool is_awake_, is_always_awake_, is_loaded_ = false;

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "ffmpeg.h"
-#include "input_settings.h"
+#include "inputs.h"
 
 namespace kelnn_cli {
 
