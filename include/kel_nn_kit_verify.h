@@ -27,8 +27,8 @@ extern "C" {
  *  directory   With "/" at its end or without.
  *  public_key  64 hexadecimal digits: the last line of the file KEY.pub that `kelnn sign --new-key` wrote.
  *  problem     Receives what is wrong, with the name of the file, in at most `size` bytes; NULL if that is not wanted.
- *  returns     0, or -1: no signature, one by another key, a file that was changed, added, renamed or is missing, an
- *              argument that is NULL or no key, or memory that is short.
+ *  returns     0, or -1: no signature, one by another key, a file that was changed, added, renamed, is missing or is a
+ *              link, an argument that is NULL or no key, or memory that is short.
  *  threads     Any; the directory should be written by nobody until its models are loaded.
  */
 int kel_nn_kit_verify_models(const char* directory, const char* public_key, char* problem,

@@ -97,7 +97,7 @@ int check_files(const char* directory, const char* list, const char* end, const 
     const int size = static_cast<int>(line.name_size);
     struct stat status;
     unsigned char digest[crypto_hash_sha256_BYTES];
-    if (!join(directory, line.name, line.name_size, path) || stat(path, &status) != 0) {
+    if (!join(directory, line.name, line.name_size, path) || lstat(path, &status) != 0) {
       return fail(problem, "%.*s: is missing", size, line.name);
     }
     if (!S_ISREG(status.st_mode) || static_cast<unsigned long long>(status.st_size) != line.size ||

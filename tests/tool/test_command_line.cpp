@@ -451,6 +451,12 @@ TEST_F(CommandLine, ASignedDirectoryIsAsItWasOrRefused) {
          fs::create_directory(path(d + "one.bin"));
        },
        "one.bin: has been changed"},
+      {"a link instead, to the same",
+       [&](const std::string& d) {
+         fs::remove(path(d + "one.bin"));
+         fs::create_symlink(path("signed/one.bin"), path(d + "one.bin"));
+       },
+       "one.bin: has been changed"},
       {"of another directory",
        [&](const std::string& d) {
          write(d + "kelnn-models.sig", text("another/kelnn-models.sig"));
@@ -498,6 +504,8 @@ TEST_F(CommandLine, ASignedDirectoryIsAsItWasOrRefused) {
   EXPECT_THAT(out("doctor --verify key.pub --root fine"), HasSubstr("12 ok"));
   fs::permissions(path("stranger"), fs::perms(0640));
   fs::create_directory(path("nothing"));
+  fs::create_directory(path("links"));
+  fs::create_symlink(path("signed/one.bin"), path("links/one.bin"));
   write("half.pub", text("key.pub").substr(0, 60));
   write("taken.pub", "");
   expect_refused(
@@ -506,6 +514,7 @@ TEST_F(CommandLine, ASignedDirectoryIsAsItWasOrRefused) {
        {"sign --key stranger signed", 1, "stranger: others may read or write the secret key"},
        {"sign --key key.pub signed", 1, "key.pub: "},
        {"sign --key key nothing", 1, "there is nothing to sign"},
+       {"sign --key key links", 1, "links/one.bin: only files can be signed"},
        {"sign --key key nowhere", 1, "nowhere/: No such file"},
        {"sign signed", 2, "--key is required"},
        {"doctor --verify half.pub --root signed", 1, "half.pub: not a kelnn public key"},

@@ -79,7 +79,8 @@ std::string list_of(const std::string& directory, int64_t* count) {
   for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
     const std::string name = entry.path().filename().string();
     if (name == KEL_NN_KIT_SIGNATURE_FILE) continue;
-    if (!entry.is_regular_file()) throw Failure(directory + name, "only files can be signed");
+    if (entry.is_symlink() || !entry.is_regular_file())  // what a link leads to can change later
+      throw Failure(directory + name, "only files can be signed");
     if (name.find('\n') != std::string::npos)
       throw Failure(directory + name, "a name of two lines");
     names.push_back(name);
