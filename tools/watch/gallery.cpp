@@ -177,7 +177,6 @@ int Gallery::remove(const std::string& name) {
 void Gallery::keep() {
   Statement(*this, "COMMIT").run();
   own_file_.path.clear();
-  Statement(*this, "BEGIN IMMEDIATE").run();
 }
 
 std::vector<std::pair<std::string, int>> Gallery::people() const {

@@ -31,7 +31,7 @@ class Gallery {
   // False: the very same face is there already.
   bool add(const std::string& name, const std::string& picture, const kel_nn::Feature& feature);
   int remove(const std::string& name);  // how many faces it had
-  void keep();
+  void keep();                          // once, when all is done
 
   std::vector<std::pair<std::string, int>> people()
       const;  // names in order, how many faces of each
