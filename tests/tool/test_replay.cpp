@@ -164,6 +164,28 @@ TEST_F(Replay, WhatIsTornOrDamagedIsDroppedAndTold) {
   const CommandResult torn = kelnn("replay torn.rec");
   EXPECT_EQ(torn.exit_code, 0);
   EXPECT_THAT(torn.err, HasSubstr("torn.rec: the last record is torn: "));
+  // Whole, but never written: a network of which nothing is told, a handle without a number.
+  const auto call = [](const char* name, uint64_t number, std::vector<Field> fields) {
+    Entry entry = {{number, 0, 0, 0, 0, 0}, name, std::move(fields)};
+    return bytes_of(entry);
+  };
+  using kelnn_record::Kind;
+  using kelnn_record::Type;
+  const auto integers = [](const char* name, const std::vector<int32_t>& values) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(values.data());
+    return Field{Kind::kArgument, Type::kIntegers, name, {bytes, bytes + 4 * values.size()}};
+  };
+  const Field model = {Kind::kArgument, Type::kText, "network_model", {'m'}},
+              one = integers("graph", {1}), scrambled = integers("scrambled", {1}),
+              none = integers("handle", {0});
+  write("forged.rec",
+        file.substr(0, ends[1]) +
+            call("kel_nne_graph_init", 1,
+                 {one, model, scrambled, integers("network_loaded", {-1, 1})}) +
+            call("kel_nne_graph_init", 2,
+                 {integers("graph", {2}), model, scrambled, integers("network_loaded", {})}) +
+            call("kel_nn_handle_create", 3, {none}) + call("kel_nn_handle_destroy", 4, {none}));
+  EXPECT_EQ(kelnn("replay forged.rec").exit_code, 1);
   write("text.rec", "no recording at all");
   write("later.rec", std::string("KELNNREC\2\0\0\0\1\0\0\0", 16));
   fs::create_directory(path("empty"));
@@ -263,6 +285,21 @@ TEST_F(Replay, ExportsLabelledData) {
             0.001);
   EXPECT_EQ(json("eval cry-detection --data exported/cry-detection --root models").at("accuracy"),
             1.0);
+  // Another process, whose calls are counted from 1 again.
+  ASSERT_EQ(
+      record_kelnn({kWholeInputs}, "landmarks --root models " + kPictures + "face_b.png").exit_code,
+      0);
+  out("replay --export two rec");
+  const Json both = json("eval face-landmarks --data two/face-landmarks --root models");
+  EXPECT_EQ(both.at("pictures"), 2);
+  EXPECT_LT(both.at("mean_point_error"), 0.001);
+  // What is left of a ring: for what frames faces are told has been said in a file that is gone.
+  fs::remove_all(path("rec"));
+  ASSERT_EQ(record_kelnn({kWholeInputs, "KELNN_RECORD_LIMIT_MIB=4"}, "faces --root models v.avi")
+                .exit_code,
+            0);
+  out("replay --export rest rec/kelnn-000002.rec");
+  EXPECT_GE(json("eval face-detection --data rest/face-detection --root models").at("pictures"), 1);
   fs::remove_all(path("rec"));
   ASSERT_EQ(record_kelnn({}, "landmarks --root models " + kPictures + "face_a.png").exit_code, 0);
   expect_refused({{"replay --quiet --export nothing rec", 1, "nothing to export"}});

@@ -80,7 +80,7 @@ bool replay(const ReplayOptions& options, Reporter* reporter) {
     kelnn_record::Entry entry;
     while (!interruption() && reader.next(&entry)) {
       player.play(entry);
-      if (exporter && !entry.header.is_repeated) exporter->add(entry);
+      if (exporter) exporter->add(entry);
       reporter->forget_library_lines();
     }
     if (!reader.problem().empty()) reporter->complain(file + ": " + reader.problem());

@@ -55,6 +55,11 @@ void Exporter::add_label(const std::string& task, const std::string& columns,
   all += line + "\n";
 }
 
+// Calls are counted from 1 in each process.
+std::string Exporter::file_name(const Entry& entry, const char* ending) const {
+  return fmt::format("{}-{:08}.{}", processes_, entry.header.number, ending);
+}
+
 // Its name in the task's directory; none where the recording has no picture.
 std::string Exporter::save_picture(const std::string& task, const Entry& entry, int width,
                                    int height, int channels) {
@@ -68,7 +73,7 @@ std::string Exporter::save_picture(const std::string& task, const Entry& entry, 
     for (int c = 0; c < 3; ++c)
       to[2 - c] = image->value[i + static_cast<size_t>(std::min(c, channels - 1))];
   }
-  const std::string name = fmt::format("{:08}.png", entry.header.number);
+  const std::string name = file_name(entry, "png");
   const std::string path = fmt::format("{}/{}/{}", directory_, task, name);
   const Bytes bytes = encode_picture(".png", bgr);
   if (bytes.empty()) throw Failure(path, "too large for a picture");
@@ -108,10 +113,16 @@ void Exporter::add(const Entry& entry) {
   constexpr int kSide = static_cast<int>(kFaceSide);
   const std::string& name = entry.name;
   int32_t code = -1;
+  if (name == kStartRecord && (processes_ == 0 || entry.header.time != process_start_)) {
+    ++processes_;
+    process_start_ = entry.header.time;
+    window_.clear();
+  }
   if (name == "kel_nn_facedet_init") {  // taken over also where it fails
     read(entry, "width", Type::kIntegers, &face_frame_.w);
     read(entry, "height", Type::kIntegers, &face_frame_.h);
   }
+  if (entry.header.is_repeated) return;
   if (name == "kel_nn_crydet_init") window_.clear();
   if (!read(entry, "returned", Type::kIntegers, &code) || code != 0) return;
   if (name == "kel_nn_facedet_process") {
@@ -164,7 +175,7 @@ void Exporter::add(const Entry& entry) {
     }
     if (score < 0) return;
     if (window_.size() == kCryWindow) {  // else it began before the recording
-      const std::string file = fmt::format("{:08}.wav", entry.header.number);
+      const std::string file = file_name(entry, "wav");
       save_sound(file);
       add_label("cry-detection", "file,cry,kind",
                 fmt::format("{},{},recorded", file, score > 0.5f ? 1 : 0));

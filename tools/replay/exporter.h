@@ -22,6 +22,7 @@ class Exporter {
 
  private:
   void add_label(const std::string& task, const std::string& columns, const std::string& line);
+  std::string file_name(const kelnn_record::Entry& entry, const char* ending) const;
   std::string save_picture(const std::string& task, const kelnn_record::Entry& entry, int width,
                            int height, int channels);
   void save_sound(const std::string& name);
@@ -30,6 +31,8 @@ class Exporter {
 
   std::string directory_;
   std::map<std::string, std::string> labels_;  // of each task: the lines of its file
+  int processes_ = 0;  // that were recorded, up to this call
+  uint64_t process_start_ = 0;
   kel_nn_size_t face_frame_ = {0, 0};
   std::vector<int16_t> window_;  // of the cry detector
   int64_t files_ = 0;

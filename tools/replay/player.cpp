@@ -30,7 +30,8 @@ class ReplayedNet : public jzdl::BaseNet {
     if (own_) return own_->load_model(model, from_memory);
     const Field* loaded = find("network_loaded", Type::kIntegers);
     const Field* shapes = find("network_shapes", Type::kIntegers);
-    if (!loaded || loaded->at<int32_t>(0) != 0 || !shapes) return kelnn_host::kUnsupportedNetwork;
+    if (!loaded || loaded->count<int32_t>() != 2 || loaded->at<int32_t>(0) != 0 || !shapes)
+      return kelnn_host::kUnsupportedNetwork;
     size_t total = 0;
     for (size_t i = 0; i < shapes->count<int32_t>(); ++i) {
       shapes_.push_back(shapes->at<int32_t>(i));
@@ -243,9 +244,10 @@ const std::map<std::string, Player::Function>& Player::functions() {
                                        known = handle_create(call, kel_nn_handle_create);
                                      }};
     table["kel_nn_handle_destroy"] = {"", Role::kOther, [](Player* p, Call* call) {
-                                        p->release(p->handle());
-                                        of_handle(call, kel_nn_handle_destroy, p->handle());
-                                        p->handles_.erase(p->integer("handle"));
+                                        const kel_nn_handle_t handle = p->handle();
+                                        p->release(handle);
+                                        of_handle(call, kel_nn_handle_destroy, handle);
+                                        if (handle) p->handles_.erase(p->integer("handle"));
                                       }};
     table["kel_nn_set_model_root_dir"] = {"", Role::kOther, [](Player* p, Call* call) {
                                             set_model_root_dir(
