@@ -23,7 +23,6 @@ constexpr uint64_t kSyncInterval = 1000000;  // microseconds
 
 class Recorder {
  public:
-  ~Recorder() { stop(); }
   void start();
   bool is_on() const { return is_on_; }
   void stop();
@@ -74,13 +73,20 @@ class Recorder {
   bool is_over_ = false;
 
   // The writing thread's own.
-  pthread_t thread_;
+  pthread_t thread_ = {};
   FileRing files_;
   Buffer batch_;
   Record start_, lost_record_;
   uint32_t unwritten_ = 0;  // that had no room on the disk since its last record
 };
-Recorder g_recorder;
+
+// There before anything of the process is made, and never taken down: while it ends, threads may be in calls.
+union Lasting {
+  constexpr Lasting() : recorder() {}
+  ~Lasting() {}
+  Recorder recorder;
+} g_lasting;
+Recorder& g_recorder = g_lasting.recorder;
 
 // From the environment, in units; false when it is no such number.
 bool read_setting(const char* name, uint64_t least, uint64_t most, uint64_t* value) {
@@ -253,6 +259,8 @@ void start_once() {
   g_recorder.start();
   pthread_atfork(nullptr, nullptr, [] { g_recorder.forget(); });
 }
+
+__attribute__((destructor)) void stop_at_the_end() { g_recorder.stop(); }
 
 // The call that this thread is in: what the engine does then belongs to it.
 __thread Call* t_call = nullptr;

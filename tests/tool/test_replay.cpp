@@ -257,6 +257,8 @@ TEST_F(Replay, WhatHasNoRoomIsCountedAndTold) {
     EXPECT_EQ(found[0] + found[1] + found[2], 84 + 4);  // handle and filter are made and released
     EXPECT_EQ(found[3] + found[4], 0);
   }
+  // A program that ends while a thread of it is in a call.
+  EXPECT_EQ(record({}, {KEL_NN_TEST_ENDS_IN_A_CALL}).exit_code, 0);
   write("file", "");
   const CommandResult nowhere = run({"/usr/bin/env", "LD_PRELOAD=" KEL_NN_TEST_RECORDER,
                                      "KELNN_RECORD=file", KEL_NN_TEST_PROGRAM, "motion", kVisitor});
