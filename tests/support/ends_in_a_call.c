@@ -24,7 +24,9 @@ static ssize_t write_slowly(void* milliseconds, const char* bytes, size_t size) 
 }
 
 static void* create(void* unused) {
-  kel_nn_handle_create();
+  static kel_nn_handle_t handle;
+  handle = kel_nn_handle_create();
+  (void)handle;
   return unused;
 }
 

@@ -31,7 +31,7 @@ class Exporter {
 
   std::string directory_;
   std::map<std::string, std::string> labels_;  // of each task: the lines of its file
-  int processes_ = 0;  // that were recorded, up to this call
+  int processes_ = 0;                          // that were recorded, up to this call
   uint64_t process_start_ = 0;
   kel_nn_size_t face_frame_ = {0, 0};
   std::vector<int16_t> window_;  // of the cry detector
