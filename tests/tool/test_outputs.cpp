@@ -177,6 +177,15 @@ TEST_F(Outputs, TablesLabelsAndSubtitlesSayWhatJsonSays) {
             "input,x,y,w,h,x1,y1,x2,y2,x3,y3,x4,y4,x5,y5,pose_0,pose_1,pose_2,points_0,points_1,"
             "points_2,points_3,points_4,points_5,points_6,points_7,points_8,points_9");
   EXPECT_EQ(std::count(faces.begin(), faces.end(), ','), 3 * 27);
+  EXPECT_THAT(out("models cry-detection --csv -"),
+              AllOf(HasSubstr("task,purpose,file,height,width,channels\ncry-detection,"),
+                    HasSubstr(",297,64,1\n")));
+  EXPECT_THAT(kelnn("doctor --root models --csv -").out,
+              AllOf(HasSubstr("task,path,state,note,problem,to_do\nface-detection,models/"),
+                    HasSubstr(",ok,")));
+  write("classes/labels.csv", "file,class\n" + kFace + ",0\n");
+  EXPECT_THAT(out("eval person-classes --data classes --csv -"),
+              HasSubstr("task,data,pictures,accuracy\nperson-classes,classes,1,"));
   expect_refused({{"faces v.avi --csv v.avi", 2, "take the place of the input"},
                   {"faces v.avi --csv - --json", 2, "standard output takes one of"},
                   {"faces v.avi data/empty.png --vtt a.vtt", 2, "outputs go to a directory"}});
@@ -218,6 +227,14 @@ TEST_F(Outputs, BoxesAreChosenByScoreAndClassAndCutOut) {
     EXPECT_TRUE(fs::exists(path(name))) << name;
   }
   EXPECT_EQ(file_count("c"), 4u);
+  // Below a directory that was named, names may be equal.
+  save("d/p.png", picture);
+  save("d/in/p.png", picture);
+  out("objects d --draw drawn --save-crops crops");
+  for (const char* name :
+       {"drawn/p.png", "drawn/in/p.png", "crops/p.png-2.png", "crops/in/p.png-2.png"}) {
+    EXPECT_TRUE(fs::exists(path(name))) << name;
+  }
   const CommandResult quiet = kelnn("persons v.avi --quiet --csv t.csv");
   EXPECT_EQ(quiet.out + quiet.err, "");
   EXPECT_EQ(kelnn("persons v.avi --quiet --csv -").out, text("t.csv"));

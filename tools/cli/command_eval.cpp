@@ -20,16 +20,22 @@ constexpr char kLandmarkFigures[] =
     "pictures, mean_point_error, percentile_95_point_error, left_eye_error, right_eye_error, "
     "nose_error, left_mouth_error, right_mouth_error, yaw_error, pitch_error, roll_error";
 
+constexpr char kClasses[] = ",class,average_precision";
+
 struct EvaluatedTask {
   const char* key;
   const char* figures;  // that may be required; known before they are computed
   Evaluation (*evaluate)(const EvaluationSettings&);
   bool draws = false;
+  const char* parts = "";  // columns of a table with a line for each of them
 };
 constexpr EvaluatedTask kTasks[] = {
-    {"face-detection", kDetectorFigures, evaluate_detector<kel_nn::FaceDetector, 1>, true},
-    {"person-detection", kDetectorFigures, evaluate_detector<kel_nn::PersonDetector, 1>, true},
-    {"four-class-detection", kDetectorFigures, evaluate_detector<kel_nn::ObjectDetector, 4>, true},
+    {"face-detection", kDetectorFigures, evaluate_detector<kel_nn::FaceDetector, 1>, true,
+     kClasses},
+    {"person-detection", kDetectorFigures, evaluate_detector<kel_nn::PersonDetector, 1>, true,
+     kClasses},
+    {"four-class-detection", kDetectorFigures, evaluate_detector<kel_nn::ObjectDetector, 4>, true,
+     kClasses},
     {"face-landmarks", kLandmarkFigures, evaluate_landmarks, true},
     {"face-features",
      "pictures, same_pairs, different_pairs, equal_error_rate, equal_error_threshold, "
@@ -45,7 +51,7 @@ constexpr EvaluatedTask kTasks[] = {
     {"cry-detection",
      "sounds, sounds_below_16_khz, windows, cries, too_quiet, heard_as_cry, accuracy, recall, "
      "false_alarm_rate",
-     evaluate_cry},
+     evaluate_cry, false, ",kind"},
 };
 
 const EvaluatedTask* find(const std::string& key) {
@@ -144,6 +150,9 @@ bool can_draw(const std::string& evaluated_task) {
 bool eval(const EvalOptions& options, Reporter* reporter) {
   const EvaluatedTask& task = *find(options.settings.task);
   check_names(options.requirements, task);
+  std::string columns = fmt::format("task,data{},{}", task.parts, task.figures);
+  columns.erase(std::remove(columns.begin(), columns.end(), ' '), columns.end());
+  reporter->begin({columns, {{options.settings.data + "/labels.csv"}, {}}, {}});
   const auto [report, draw] = task.evaluate(options.settings);
   reporter->report(report, report_text);
   bool ok = true;

@@ -117,12 +117,15 @@ bool who(const WhoOptions& options, Reporter* reporter) {
       result["height"] = frame->pixels.rows;
       result["boxes"] = named(gallery, options.threshold, frame->pixels, &faces);
       walk.draw([&] { return drawn(frame->pixels, result["boxes"]); });
-      reporter->report_one(result, [&](const Json& json) {
-        std::string text = filled(is_picture ? "{input}" : kPlace, json) + ":\n";
-        for (const Json& box : json["boxes"])
-          text += filled("  {name} {similarity:.2f}  x {x}, y {y}, {w} x {h}\n", box);
-        return text;
-      });
+      reporter->report_one(
+          result,
+          [&](const Json& json) {
+            std::string text = filled(is_picture ? "{input}" : kPlace, json) + ":\n";
+            for (const Json& box : json["boxes"])
+              text += filled("  {name} {similarity:.2f}  x {x}, y {y}, {w} x {h}\n", box);
+            return text;
+          },
+          is_picture);
     }
   });
 }

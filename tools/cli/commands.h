@@ -121,7 +121,8 @@ bool motion(const MotionOptions& options, Reporter* reporter);
 struct WhoOptions {
   InputList inputs;
   std::string gallery, root, out;
-  float threshold = 0.55f;  // where the sample network's error rates are equal: models/face_features
+  float threshold =
+      0.55f;  // where the sample network's error rates are equal: models/face_features
   FrameOptions frames;
 };
 bool who(const WhoOptions& options, Reporter* reporter);
