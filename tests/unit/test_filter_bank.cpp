@@ -70,6 +70,7 @@ TEST_F(FilterBank, ReportsNullVectors) {
   }
   EXPECT_EQ(printed_messages(), texts);
   EXPECT_EQ(kel_nn_load_data(pcm, &wave), 0);
+  EXPECT_EQ(kel_nn_ham_distance(value, value), 0);
   EXPECT_EQ(kel_nn_convert_frame(&cfg, &context_->wave, context_->window), 0);
 
   // One block that is missing is enough. Where there is no result, there is nothing to print.

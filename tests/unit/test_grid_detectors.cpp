@@ -72,12 +72,22 @@ struct Detector {
   const char* models[3];  // landscape, square, portrait
 };
 const Detector kDetectors[] = {
-    Detector{"persondet", kel_nn_persondet_init, kel_nn_persondet_deinit, kel_nn_persondet_process,
-             &kel_nn_handle::graph_persondet, kPlainPersons, kelnn::kPersonDetectionLandscapeModel,
-             kelnn::kPersonDetectionSquareModel, kelnn::kPersonDetectionPortraitModel},
-    Detector{"4clsdet", kel_nn_4clsdet_init, kel_nn_4clsdet_deinit, kel_nn_4clsdet_process,
-             &kel_nn_handle::graph_4clsdet, kPlainFourClasses, kelnn::kFourClassLandscapeModel,
-             kelnn::kFourClassSquareModel, kelnn::kFourClassPortraitModel}};
+    Detector{"persondet",
+             kel_nn_persondet_init,
+             kel_nn_persondet_deinit,
+             kel_nn_persondet_process,
+             &kel_nn_handle::graph_persondet,
+             kPlainPersons,
+             {kelnn::kPersonDetectionLandscapeModel, kelnn::kPersonDetectionSquareModel,
+              kelnn::kPersonDetectionPortraitModel}},
+    Detector{"4clsdet",
+             kel_nn_4clsdet_init,
+             kel_nn_4clsdet_deinit,
+             kel_nn_4clsdet_process,
+             &kel_nn_handle::graph_4clsdet,
+             kPlainFourClasses,
+             {kelnn::kFourClassLandscapeModel, kelnn::kFourClassSquareModel,
+              kelnn::kFourClassPortraitModel}}};
 
 constexpr kel_nn_size_t kLandscape = {416, 256}, kSquare = {320, 320}, kPortrait = {256, 416};
 

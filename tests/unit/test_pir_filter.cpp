@@ -80,6 +80,7 @@ TEST_F(PirFilter, DecidesAtTheEndOfEachPeriod) {
        {0, 0, 0, 0, 1, 1},
        6,
        {kNone, kNone, -1, -1, -1, 0, -1, -1, -1, -1, -1, 1}},
+      {"a tie in a later period", {0, 1}, 4, {kNone, kNone, -1, 0, -1, -1, -1, 0}},
       {"a threshold of less than a pixel is none", {0.99f}, 1, {kNone, kNone, 1}},
       {"a threshold below 0", {-5}, 1, {kNone, kNone, 1}},
       {"a threshold that is not a number", {NAN}, 1, {kNone, kNone, 1}},
