@@ -35,6 +35,7 @@ COMMANDS = {
     "objects": "objects patches.png visitor.avi --limit 6 --draw out/d --save-crops out/crops --coco out/c.json",
     "landmarks": "landmarks pictures/face_a.png pictures/face_b.png --draw out/d/ --csv out/t.csv",
     "feature": "feature pictures/face_a.png --aligned --csv out/a/t.csv",
+    "enroll": "enroll anna pictures/face_a.png pictures/face_b.png --aligned --gallery out/g.db",
     "compare": "compare pictures/face_a.png pictures/face_b.png --aligned --csv out/t.csv",
     "classify-face": "classify-face pictures/face_a.png --json --csv out/t.csv",
     "classify-person": "classify-person pictures/face_a.png --csv out/t.csv",

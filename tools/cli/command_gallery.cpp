@@ -2,6 +2,7 @@
 // kelnn enroll and kelnn who: faces that are known by name, and whose they are.
 #include <fmt/format.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
@@ -36,10 +37,14 @@ bool list_people(const std::string& path, Reporter* reporter) {
 }
 
 bool remove_person(const EnrollOptions& options, Reporter* reporter) {
-  Gallery gallery(options.gallery, Gallery::Use::kWrite);
-  const int count = gallery.remove(options.name);
-  if (count == 0) throw Failure(options.gallery, fmt::format("knows no \"{}\"", options.name));
-  gallery.keep();
+  int count = 0;
+  {
+    const Uninterrupted writing;
+    Gallery gallery(options.gallery, Gallery::Use::kWrite);
+    count = gallery.remove(options.name);
+    if (count == 0) throw Failure(options.gallery, fmt::format("knows no \"{}\"", options.name));
+    gallery.keep();
+  }
   reporter->report({{"name", options.name}, {"removed", count}},
                    line("{name}: {removed} faces removed\n"));
   return true;
@@ -78,24 +83,40 @@ bool enroll(const EnrollOptions& options, Reporter* reporter) {
   reporter->begin({"input,name,x,y,w,h", pictures, {}});
   check_outputs({options.gallery}, pictures.names);
   const InputSettings settings = told(options.input, reporter);
+  const std::string network = feature_network(options.root);
+  if (std::error_code error; std::filesystem::exists(options.gallery, error)) {
+    Gallery(options.gallery, Gallery::Use::kRead, network);  // refused before the work
+  }
   FaceExtractor faces(options.root, options.is_ready, settings.tell);
-  Gallery gallery(options.gallery, Gallery::Use::kWrite, feature_network(options.root));
-  catch_interruption();  // the gallery is left as it was, without a journal
-  bool is_changed = false;
+  struct Face {
+    std::string picture;
+    kel_nn::Rect place;
+    kel_nn::Feature feature;
+  };
+  std::vector<Face> found;
   const bool ok = for_each_input(pictures, reporter, [&](const std::string& path) {
     const cv::Mat picture = load_picture(path, settings);
     const kel_nn::Rect place = faces.place(path, picture, options.box);
-    const bool is_new = gallery.add(options.name, path, faces.of(picture, place).values);
-    is_changed = is_changed || is_new;
-    Json result = {{"input", path}, {"name", options.name}};
-    result.update(json_of(place));
-    result["new"] = is_new;
+    found.push_back({path, place, faces.of(picture, place).values});
+  });
+  if (found.empty() || interruption()) return ok;
+  std::vector<bool> is_new;
+  {  // Others wait while it is written, so that all is at hand before.
+    const Uninterrupted writing;
+    Gallery gallery(options.gallery, Gallery::Use::kWrite, network);
+    for (const Face& face : found)
+      is_new.push_back(gallery.add(options.name, face.picture, face.feature));
+    gallery.keep();
+  }
+  for (size_t i = 0; i < found.size(); ++i) {
+    Json result = {{"input", found[i].picture}, {"name", options.name}};
+    result.update(json_of(found[i].place));
+    result["new"] = static_cast<bool>(is_new[i]);
     reporter->report_one(result, [&](const Json& json) {
       return filled("{input}: {name}  x {x}, y {y}, {w} x {h}", json) +
-             (is_new ? "\n" : ", which is known already\n");
+             (is_new[i] ? "\n" : ", which is known already\n");
     });
-  });
-  if (is_changed && !interruption()) gallery.keep();
+  }
   return ok;
 }
 

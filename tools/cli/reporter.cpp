@@ -24,8 +24,13 @@ namespace {
 int duplicate(int descriptor) { return fcntl(descriptor, F_DUPFD_CLOEXEC, 3); }
 
 volatile std::sig_atomic_t g_finishes = 0, g_signal = 0;
+volatile std::sig_atomic_t g_is_held = 0, g_waiting = 0;  // Uninterrupted's
 
 void on_signal(int signal) {
+  if (g_is_held) {
+    g_waiting = signal;
+    return;
+  }
   if (g_finishes && !g_signal && signal != SIGPIPE) {
     g_signal = signal;
     return;
@@ -176,6 +181,14 @@ void handle_signals() {
 void catch_interruption() { g_finishes = 1; }
 
 int interruption() { return g_signal; }
+
+// Not by masking them: other threads, as OpenCV has some, would take them.
+Uninterrupted::Uninterrupted() { g_is_held = 1; }
+
+Uninterrupted::~Uninterrupted() {
+  g_is_held = 0;
+  if (g_waiting) std::raise(g_waiting);
+}
 
 InputSettings told(const InputSettings& settings, Reporter* reporter) {
   InputSettings all = settings;

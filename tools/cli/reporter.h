@@ -88,6 +88,14 @@ void handle_signals();
 // SIGTERM and SIGHUP are the same.
 void catch_interruption();
 int interruption();  // the signal; 0: none
+// While it lives no signal ends the process; one that comes does so afterwards.
+class Uninterrupted {
+ public:
+  Uninterrupted();
+  ~Uninterrupted();
+  Uninterrupted(const Uninterrupted&) = delete;
+  Uninterrupted& operator=(const Uninterrupted&) = delete;
+};
 
 // What is told of an input is a complaint.
 InputSettings told(const InputSettings& settings, Reporter* reporter);

@@ -112,7 +112,7 @@ Gallery::Gallery(const std::string& path, Use use, const std::string& network) :
   }
   sqlite3_busy_timeout(opened, 5000);  // another kelnn may be writing
   if (use == Use::kWrite) Statement(*this, "BEGIN IMMEDIATE").run();
-  begin_or_check(network);
+  begin_or_check(use, network);
   load();
 }
 
@@ -123,7 +123,7 @@ Gallery::Unkept::~Unkept() {
   if (!path.empty()) fs::remove(path, error);
 }
 
-void Gallery::begin_or_check(const std::string& network) {
+void Gallery::begin_or_check(Use use, const std::string& network) {
   const auto setting = [this](const char* name) {
     Statement asked(*this, name);
     return asked.next() ? asked.number(0) : 0;
@@ -131,8 +131,9 @@ void Gallery::begin_or_check(const std::string& network) {
   Statement tables(*this, "SELECT count(*) FROM sqlite_master");
   tables.next();
   const std::string digest = network.empty() ? "" : digest_of(network);
-  if (tables.number(0) == 0 && !digest.empty()) {
-    sqlite3_exec(database_.get(), kTables, nullptr, nullptr, nullptr);
+  if (tables.number(0) == 0 && use == Use::kWrite && !digest.empty()) {
+    if (sqlite3_exec(database_.get(), kTables, nullptr, nullptr, nullptr) != SQLITE_OK)
+      throw Failure(path_, sqlite3_errmsg(database_.get()));
     Statement(*this, fmt::format("PRAGMA application_id = {}", kApplication).c_str()).run();
     Statement(*this, fmt::format("PRAGMA user_version = {}", kVersion).c_str()).run();
     Statement(*this, "INSERT INTO network VALUES (?1)").with(1, digest).run();

@@ -51,7 +51,7 @@ class Gallery {
     std::string path;
   };
 
-  void begin_or_check(const std::string& network);
+  void begin_or_check(Use use, const std::string& network);
   void load();
 
   std::string path_;
