@@ -115,6 +115,8 @@ TEST_F(Nms, LongListsNeedMoreThanTheFastScratch) {
   }
   EXPECT_EQ(nms(&boxes, 0.5f), 2500);
   for (int i = 0; i < 2500; ++i) ASSERT_EQ(boxes[i].class_id, 3299 - i);
+  boxes.resize(2500);
+  EXPECT_EQ(nms(&boxes, 0.0f), 2500);  // which the threshold is, and is not above
   for (int count : {100, 2048, 2049}) {
     boxes.assign(static_cast<size_t>(count), {5, 5, 1, 1, 0.1f, 0});
     boxes.back().score = 0.9f;

@@ -291,6 +291,8 @@ TEST_F(Energies, MagnitudesAndLogarithmsAreSwitches) {
   info.take_logs = 0;
   const Floats magnitudes = run(tone(40, 1.0f), info);
   EXPECT_NEAR(magnitudes[lower] + magnitudes[lower + 1], 256.0, 0.1);
+  const Floats few = run(tone(40, 1.0f), info, 10.0f);  // channels that are not cleared: 5 each
+  EXPECT_NEAR(few[lower] + few[lower + 1], 256.0 + 10.0, 0.1);
   info.take_logs = 1;
   const Floats logs = run(tone(40, 1.0f), info);
   for (int c = 1; c <= 64; ++c) {

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "support/allocations.h"
 #include "support/library_test.h"
 
 namespace {
@@ -54,6 +55,11 @@ TEST_F(ModelFiles, RootDirectoryIsAPrivateCopy) {
   EXPECT_EQ(kel_nn_set_model_root_dir(nullptr), -1);
   EXPECT_STREQ(kel_nn_get_model_root_dir(), "models/");
   EXPECT_EQ(kel_nn_set_model_root_dir(kel_nn_get_model_root_dir()), 0);
+  EXPECT_STREQ(kel_nn_get_model_root_dir(), "models/");
+  {
+    const kelnn_test::NoMemory none;
+    EXPECT_EQ(kel_nn_set_model_root_dir("other/"), -1);
+  }
   EXPECT_STREQ(kel_nn_get_model_root_dir(), "models/");
   EXPECT_EQ(printed(), "");
 }
