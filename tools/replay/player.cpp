@@ -396,8 +396,6 @@ const std::map<std::string, Player::Function>& Player::functions() {
 
 Player::Player(const Networks& networks)
     : networks_(networks), call_(&record_, {true, true}, &memory_) {
-  s_player = this;
-  kelnn_host::wrap_networks(make_net);
   if (networks_.are_run) {
     directory_ = with_slash(networks_.root);
   } else {
@@ -407,6 +405,8 @@ Player::Player(const Networks& networks)
     if (error || !mkdtemp(path.data())) throw Failure(path, "no directory for temporary files");
     directory_ = with_slash(path);
   }
+  s_player = this;
+  kelnn_host::wrap_networks(make_net);
 }
 
 Player::~Player() {
@@ -496,6 +496,22 @@ void Player::follow(const Function& function) {
   }
 }
 
+// A file for the library to read; one that was not there then is not there now.
+void Player::lay_out_model() const {
+  const Field* model = entry_->find("network_model");
+  const Field* loaded = entry_->find("network_loaded");
+  if (!model || model->type != Type::kText || !loaded || loaded->count<int32_t>() != 2) return;
+  const std::string name(model->value.begin(), model->value.end());
+  const bool is_name = !name.empty() && name != "." && name != ".." &&
+                       name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+  if (!is_name) return;
+  const std::string path = directory_ + name;
+  std::error_code error;
+  std::filesystem::remove(path, error);
+  if (loaded->at<int32_t>(0) == 0 || loaded->at<int32_t>(1) != 0)
+    write_file(path, Bytes(3000, 'x'));
+}
+
 void Player::play(const Entry& entry) {
   entry_ = &entry;
   if (entry.name == kStartRecord) {
@@ -521,22 +537,7 @@ void Player::play(const Entry& entry) {
     if (found != functions().end()) follow(found->second);
     return;
   }
-  const Field* model = entry.find("network_model");
-  const Field* loaded = entry.find("network_loaded");
-  if (!networks_.are_run && model && model->type == Type::kText && loaded &&
-      loaded->count<int32_t>() == 2) {
-    // A file for the library to read; one that was not there then is not there now.
-    const std::string name(model->value.begin(), model->value.end());
-    const bool is_name = !name.empty() && name.find('/') == std::string::npos &&
-                         name.find('\0') == std::string::npos;
-    if (is_name && name != "." && name != "..") {
-      const std::string path = directory_ + name;
-      std::error_code error;
-      std::filesystem::remove(path, error);
-      if (loaded->at<int32_t>(0) == 0 || loaded->at<int32_t>(1) != 0)
-        write_file(path, Bytes(3000, 'x'));
-    }
-  }
+  if (!networks_.are_run) lay_out_model();
   is_blank_ = false;
   call_.begin(entry.name.c_str(), entry.header.number);
   found->second.play(this, &call_);

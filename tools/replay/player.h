@@ -60,6 +60,7 @@ class Player {
   static void release(kel_nn_handle_t handle);
   void note_gap(uint64_t number);
   bool can_be_made(const Function& function) const;
+  void lay_out_model() const;
   void follow(const Function& function);
   void compare();
 
