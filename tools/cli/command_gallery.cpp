@@ -50,11 +50,11 @@ bool remove_person(const EnrollOptions& options, Reporter* reporter) {
   return true;
 }
 
-std::vector<Json> named(const Gallery& gallery, float threshold, const cv::Mat& bgr,
+std::vector<Json> named(const KnownFaces& known, float threshold, const cv::Mat& bgr,
                         FaceExtractor* faces) {
   std::vector<Json> all;
   for (const auto& [box, score, _] : faces->faces(bgr)) {
-    const Match match = gallery.nearest(faces->of(bgr, box).values);
+    const Match match = known.nearest(faces->of(bgr, box).values);
     Json json = json_of(box);
     json["score"] = score;
     json["name"] = match.similarity > threshold ? match.name : kUnknown;
@@ -92,6 +92,7 @@ bool enroll(const EnrollOptions& options, Reporter* reporter) {
     std::string picture;
     kel_nn::Rect place;
     kel_nn::Feature feature;
+    bool is_new = false;
   };
   std::vector<Face> found;
   const bool ok = for_each_input(pictures, reporter, [&](const std::string& path) {
@@ -100,21 +101,19 @@ bool enroll(const EnrollOptions& options, Reporter* reporter) {
     found.push_back({path, place, faces.of(picture, place).values});
   });
   if (found.empty() || interruption()) return ok;
-  std::vector<bool> is_new;
   {  // Others wait while it is written, so that all is at hand before.
     const Uninterrupted writing;
     Gallery gallery(options.gallery, Gallery::Use::kWrite, network);
-    for (const Face& face : found)
-      is_new.push_back(gallery.add(options.name, face.picture, face.feature));
+    for (Face& face : found) face.is_new = gallery.add(options.name, face.picture, face.feature);
     gallery.keep();
   }
-  for (size_t i = 0; i < found.size(); ++i) {
-    Json result = {{"input", found[i].picture}, {"name", options.name}};
-    result.update(json_of(found[i].place));
-    result["new"] = static_cast<bool>(is_new[i]);
+  for (const Face& face : found) {
+    Json result = {{"input", face.picture}, {"name", options.name}};
+    result.update(json_of(face.place));
+    result["new"] = face.is_new;
     reporter->report_one(result, [&](const Json& json) {
       return filled("{input}: {name}  x {x}, y {y}, {w} x {h}", json) +
-             (is_new[i] ? "\n" : ", which is known already\n");
+             (face.is_new ? "\n" : ", which is known already\n");
     });
   }
   return ok;
@@ -125,8 +124,9 @@ bool who(const WhoOptions& options, Reporter* reporter) {
       listed(options.inputs, InputKind::kPicturesAndVideos, !options.frames.input.raw.empty());
   DrawingTarget drawings(options.out, inputs);
   const InputSettings settings = told(options.frames.input, reporter);
-  const Gallery gallery(options.gallery, Gallery::Use::kRead, feature_network(options.root));
-  if (gallery.is_empty()) throw Failure(options.gallery, "knows nobody");
+  const KnownFaces known =
+      Gallery(options.gallery, Gallery::Use::kRead, feature_network(options.root)).faces();
+  if (known.is_empty()) throw Failure(options.gallery, "knows nobody");
   FaceExtractor faces(options.root, false, settings.tell);
   reporter->begin({"input,frame,time,width,height,name,similarity,score,x,y,w,h", inputs, {}});
   return for_each_input(inputs, reporter, [&](const std::string& input) {
@@ -136,7 +136,7 @@ bool who(const WhoOptions& options, Reporter* reporter) {
       Json result = place_json(input, *frame);
       result["width"] = frame->pixels.cols;
       result["height"] = frame->pixels.rows;
-      result["boxes"] = named(gallery, options.threshold, frame->pixels, &faces);
+      result["boxes"] = named(known, options.threshold, frame->pixels, &faces);
       walk.draw([&] { return drawn(frame->pixels, result["boxes"]); });
       reporter->report_one(
           result,

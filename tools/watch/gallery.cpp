@@ -27,6 +27,8 @@ constexpr char kTables[] =
     "CREATE TABLE face (id INTEGER PRIMARY KEY, name TEXT NOT NULL, picture TEXT NOT NULL,"
     " feature BLOB NOT NULL, UNIQUE (name, feature));";  // 256 floats, low byte first
 
+constexpr char kDamaged[] = "a damaged gallery";
+
 std::string digest_of(const std::string& network) {
   const Bytes bytes = read_file(network);
   const auto sum = crc32_z(0, bytes.data(), bytes.size());
@@ -113,7 +115,6 @@ Gallery::Gallery(const std::string& path, Use use, const std::string& network) :
   sqlite3_busy_timeout(opened, 5000);  // another kelnn may be writing
   if (use == Use::kWrite) Statement(*this, "BEGIN IMMEDIATE").run();
   begin_or_check(use, network);
-  load();
 }
 
 Gallery::~Gallery() = default;
@@ -142,24 +143,16 @@ void Gallery::begin_or_check(Use use, const std::string& network) {
   if (setting("PRAGMA user_version") > kVersion)
     throw Failure(path_, "a gallery of a later version of kelnn");
   Statement begun(*this, "SELECT digest FROM network");
-  if (digest.empty() || (begun.next() && begun.text(0) == digest)) return;
-  throw Failure(path_,
-                fmt::format("a gallery of another network ({}) than {} ({}), whose features cannot "
-                            "be compared. To do: name that network's directory with --root, or "
-                            "enroll anew with another --gallery",
-                            begun.text(0), network, digest));
-}
-
-void Gallery::load() {
-  Statement faces(*this, "SELECT name, feature FROM face ORDER BY id");
-  kel_nn::Feature feature;
-  while (faces.next()) {
-    const std::string bytes = faces.text(1);
-    if (bytes.size() != sizeof(feature)) throw Failure(path_, "a damaged gallery");
-    std::memcpy(feature.data(), bytes.data(), sizeof(feature));
-    index_.add(feature);
-    names_.push_back(faces.text(0));
+  if (!digest.empty() && !(begun.next() && begun.text(0) == digest)) {
+    throw Failure(path_,
+                  fmt::format("a gallery of another network ({}) than {} ({}), whose features "
+                              "cannot be compared. To do: name that network's directory with "
+                              "--root, or enroll anew with another --gallery",
+                              begun.text(0), network, digest));
   }
+  const std::string odd = fmt::format(
+      "SELECT 1 FROM face WHERE length(CAST(feature AS BLOB)) <> {}", sizeof(kel_nn::Feature));
+  if (Statement(*this, odd.c_str()).next()) throw Failure(path_, kDamaged);
 }
 
 bool Gallery::add(const std::string& name, const std::string& picture,
@@ -187,7 +180,25 @@ std::vector<std::pair<std::string, int>> Gallery::people() const {
   return people;
 }
 
-Match Gallery::nearest(const kel_nn::Feature& feature) const {
+KnownFaces Gallery::faces() const {
+  KnownFaces known;
+  Statement rows(*this, "SELECT name, feature FROM face ORDER BY id");
+  kel_nn::Feature feature;
+  while (rows.next()) {
+    const std::string bytes = rows.text(1);
+    if (bytes.size() != sizeof(feature)) throw Failure(path_, kDamaged);  // since it was opened
+    std::memcpy(feature.data(), bytes.data(), sizeof(feature));
+    known.add(rows.text(0), feature);
+  }
+  return known;
+}
+
+void KnownFaces::add(const std::string& name, const kel_nn::Feature& feature) {
+  index_.add(feature);
+  names_.push_back(name);
+}
+
+Match KnownFaces::nearest(const kel_nn::Feature& feature) const {
   const FeatureIndex::Nearest nearest = index_.nearest(feature);
   return {names_[nearest.number], nearest.similarity};
 }

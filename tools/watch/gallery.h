@@ -19,6 +19,18 @@ struct Match {
   float similarity;
 };
 
+// Faces in memory, to be compared with.
+class KnownFaces {
+ public:
+  void add(const std::string& name, const kel_nn::Feature& feature);
+  bool is_empty() const { return names_.empty(); }
+  Match nearest(const kel_nn::Feature& feature) const;  // there must be one
+
+ private:
+  FeatureIndex index_;
+  std::vector<std::string> names_;  // of the index's features
+};
+
 class Gallery {
  public:
   enum class Use { kRead, kWrite };  // kWrite: begun where there is none
@@ -33,12 +45,9 @@ class Gallery {
   int remove(const std::string& name);  // how many faces it had
   void keep();                          // once, when all is done
 
-  std::vector<std::pair<std::string, int>> people()
-      const;  // names in order, how many faces of each
-
-  bool is_empty() const { return index_.size() == 0; }
-  // Whose face is nearest. Of what was there when it was opened.
-  Match nearest(const kel_nn::Feature& feature) const;
+  // Names in order, how many faces of each.
+  std::vector<std::pair<std::string, int>> people() const;
+  KnownFaces faces() const;  // all of them
 
  private:
   class Statement;
@@ -52,13 +61,10 @@ class Gallery {
   };
 
   void begin_or_check(Use use, const std::string& network);
-  void load();
 
   std::string path_;
   Unkept own_file_;
   std::unique_ptr<sqlite3, Close> database_;
-  FeatureIndex index_;
-  std::vector<std::string> names_;  // of the index's features
 };
 
 std::string gallery_of_user();  // the file that is meant when none is named
