@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Codecs that take long to load: each module is a shared library beside the program, loaded when it
-// is first asked for. A module exports one function, kelnn_module(), which gives its table.
+// Codecs that take long to load, in modules.
 #pragma once
 
 #include <memory>
