@@ -34,6 +34,61 @@ std::string text_of(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+Samples beeps(double hz, double seconds, int rate) {
+  std::mt19937 random(5);
+  Samples samples(static_cast<size_t>(std::lround(seconds * rate)));
+  for (size_t i = 0; i < samples.size(); ++i) {
+    const double t = static_cast<double>(i) / rate;
+    const double tone = std::fmod(t, 1.0) < 0.5 ? 8000 * std::sin(2 * CV_PI * hz * t) : 0;
+    samples[i] = static_cast<int16_t>(tone + static_cast<double>(random() % 200));
+  }
+  return samples;
+}
+
+std::string pcm_of(const Samples& samples) {
+  return {reinterpret_cast<const char*>(samples.data()), samples.size() * sizeof(samples[0])};
+}
+
+std::string avi_of(const std::string& samples, const std::vector<cv::Mat>& frames) {
+  const auto number = [](size_t value, size_t size = 4) {
+    return std::string(reinterpret_cast<const char*>(&value),
+                       size);  // low byte first, as on every PC
+  };
+  const auto chunk = [&](const std::string& name, const std::string& data) {
+    return name + number(data.size()) + data + std::string(data.size() % 2, '\0');
+  };
+  const auto stream = [&](const std::string& kind, size_t rate, size_t count, size_t unit,
+                          const std::string& format) {
+    return chunk("LIST", "strl" +
+                             chunk("strh", kind + std::string(12, '\0') + number(1) + number(rate) +
+                                               number(0) + number(count) + number(4096) +
+                                               number(0) + number(unit) + number(0) + number(0)) +
+                             chunk("strf", format));
+  };
+  constexpr size_t kRate = 16000, kBlock = 2 * kRate / size_t(kFramesPerSecond);
+  std::string header(56, '\0'), streams, blocks;
+  header[24] = frames.empty() ? 1 : 2;
+  if (!frames.empty()) {
+    streams += stream(std::string("vidsMJPG"), size_t(kFramesPerSecond), frames.size(), 0,
+                      number(40) + number(size_t(frames[0].cols)) + number(size_t(frames[0].rows)) +
+                          number(1, 2) + number(24, 2) + "MJPG" + std::string(20, '\0'));
+  }
+  streams += stream(std::string("auds\0\0\0\0", 8), kRate, samples.size() / 2, 2,
+                    number(1, 2) + number(1, 2) + number(kRate) + number(2 * kRate) + number(2, 2) +
+                        number(16, 2));
+  for (size_t i = 0; i < frames.size() || i * kBlock < samples.size(); ++i) {
+    if (i < frames.size()) {
+      std::vector<uint8_t> jpeg;
+      cv::imencode(".jpg", frames[i], jpeg);
+      blocks += chunk("00dc", {jpeg.begin(), jpeg.end()});
+    }
+    if (i * kBlock < samples.size())
+      blocks += chunk(frames.empty() ? "00wb" : "01wb", samples.substr(i * kBlock, kBlock));
+  }
+  return chunk("RIFF", "AVI " + chunk("LIST", "hdrl" + chunk("avih", header) + streams) +
+                           chunk("LIST", "movi" + blocks));
+}
+
 CommandTest::CommandTest() {
   std::string path = fs::temp_directory_path() / "kelnn_test_XXXXXX";
   if (!mkdtemp(path.data())) std::abort();

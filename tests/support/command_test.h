@@ -36,6 +36,18 @@ std::string text_of(const std::string& path);  // a whole file, bytes as they ar
 const std::string kNetworks = KEL_NN_TEST_NETWORKS "/", kPictures = KEL_NN_TEST_PICTURES "/";
 constexpr double kFramesPerSecond = 10;  // of the videos
 
+// ----- Sound: 16 bits, mono. A cry is what is high, to the network of make_test_networks.py.
+
+using Samples = std::vector<int16_t>;
+constexpr double kLowHz = 500, kHighHz = 5900;
+// Half a second on, half a second off, above a little noise: features tell what changes, and a tone
+// that never stops is not seen.
+Samples beeps(double hz, double seconds, int rate = 16000);
+std::string pcm_of(const Samples& samples);
+
+// Samples at 16 kHz in the container of videos, beside frames that OpenCV has made JPEGs of, kFramesPerSecond of them a second.
+std::string avi_of(const std::string& samples, const std::vector<cv::Mat>& frames = {});
+
 class CommandTest : public ::testing::Test {
  protected:
   CommandTest();

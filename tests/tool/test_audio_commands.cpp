@@ -8,32 +8,14 @@
 namespace {
 
 using namespace kelnn_test;
-using Samples = std::vector<int16_t>;
 
 constexpr int kRate = 16000;
-constexpr double kPi = 3.14159265358979323846, kLowHz = 500, kHighHz = 5900;
+constexpr double kPi = 3.14159265358979323846;
 constexpr float kTooQuiet = 1e-5f;
-
-// Half a second on, half a second off, above a little noise: features tell what changes, and a tone
-// that never stops is not seen.
-Samples beeps(double hz, double seconds, int rate = kRate) {
-  std::mt19937 random(5);
-  Samples samples(static_cast<size_t>(std::lround(seconds * rate)));
-  for (size_t i = 0; i < samples.size(); ++i) {
-    const double t = static_cast<double>(i) / rate;
-    const double tone = std::fmod(t, 1.0) < 0.5 ? 8000 * std::sin(2 * kPi * hz * t) : 0;
-    samples[i] = static_cast<int16_t>(tone + static_cast<double>(random() % 200));
-  }
-  return samples;
-}
 
 Samples joined(Samples first, const Samples& second) {
   first.insert(first.end(), second.begin(), second.end());
   return first;
-}
-
-std::string bytes_of(const Samples& samples) {
-  return {reinterpret_cast<const char*>(samples.data()), samples.size() * sizeof(samples[0])};
 }
 
 class AudioCommands : public CommandTest {
@@ -81,8 +63,8 @@ TEST_F(AudioCommands, HighAndLowBeepsAreToldApartWindowByWindow) {
   std::string text = out("cry beeps.wav");
   EXPECT_THAT(text, HasSubstr("beeps.wav: 0.500 s left over, too short for a window of 3 s\n"));
   for (size_t at; (at = text.find("beeps.wav")) != std::string::npos;) text.replace(at, 9, "-");
-  EXPECT_EQ(kelnn("cry -", bytes_of(sound)).out, text);
-  EXPECT_EQ(kelnn("cry -", bytes_of(sound) + "x").out, text);
+  EXPECT_EQ(kelnn("cry -", pcm_of(sound)).out, text);
+  EXPECT_EQ(kelnn("cry -", pcm_of(sound) + "x").out, text);
 
   expect_refused({{"cry beeps.wav --root none", 1, "kelnn pack cry-detection"}});
   save("brief.wav", beeps(kLowHz, 1.25));
@@ -108,8 +90,8 @@ TEST_F(AudioCommands, FilesFromStandardInputAreRefusedInsteadOfHeardAsSamples) {
     EXPECT_EQ(result.out.find("cry 0."), std::string::npos);
   }
   // The same letters later on are samples, and so are three of them at the beginning.
-  EXPECT_EQ(kelnn("cry -", "RIF" + bytes_of(samples)).exit_code, 0);
-  EXPECT_EQ(kelnn("cry -", bytes_of(samples) + "RIFF").exit_code, 0);
+  EXPECT_EQ(kelnn("cry -", "RIF" + pcm_of(samples)).exit_code, 0);
+  EXPECT_EQ(kelnn("cry -", pcm_of(samples) + "RIFF").exit_code, 0);
 }
 
 TEST_F(AudioCommands, OtherRatesChannelsAndFormatsAreHeardAlike) {

@@ -160,33 +160,6 @@ TEST_F(Inputs, WhatWouldMisleadIsAnErrorOrGoesOnWhenThatIsWanted) {
 
 // ----- Sound of videos
 
-// Samples at 16 kHz in the container of videos.
-std::string avi_of(const std::string& samples) {
-  const auto number = [](uint32_t value, size_t size = 4) {
-    return std::string(reinterpret_cast<const char*>(&value),
-                       size);  // low byte first, as on every PC
-  };
-  const auto chunk = [&](const char* name, const std::string& data) {
-    return name + number(static_cast<uint32_t>(data.size())) + data;
-  };
-  const uint32_t rate = 16000, count = static_cast<uint32_t>(samples.size() / 2);
-  std::string header(56, '\0');
-  header[24] = 1;  // streams
-  const std::string stream = "auds" + std::string(16, '\0') + number(1) + number(rate) + number(0) +
-                             number(count) + number(4096) + number(0) + number(2) + number(0) +
-                             number(0);
-  const std::string format =
-      number(1, 2) + number(1, 2) + number(rate) + number(2 * rate) + number(2, 2) + number(16, 2);
-  std::string blocks;
-  for (size_t at = 0; at < samples.size(); at += 4000)
-    blocks += chunk("00wb", samples.substr(at, 4000));
-  return chunk("RIFF", "AVI " +
-                           chunk("LIST", "hdrl" + chunk("avih", header) +
-                                             chunk("LIST", "strl" + chunk("strh", stream) +
-                                                               chunk("strf", format))) +
-                           chunk("LIST", "movi" + blocks));
-}
-
 TEST_F(Inputs, TheSoundOfAVideoIsHeardAsThatOfASoundFile) {
   std::string samples;
   std::mt19937 random(3);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// kelnn motion, landmarks, classify-face, classify-person and watch, from files to lines: over videos
+// kelnn motion, landmarks, classify-face and classify-person, from files to lines: over videos
 // that are written here, and networks of make_test_networks.py that read brightness and find patches.
 
-#include "kel_nn_model_files.h"
 #include "support/command_test.h"
 
 namespace {
@@ -166,81 +165,6 @@ TEST_F(MotionCommands, ClassesFollowTheCutOut) {
   EXPECT_EQ(json("classify-face halves.png --box 105,0,90,90").at("class"), 2);
   EXPECT_THAT(out("classify-face halves.png middle.png --box 2,1,60,60"),
               HasSubstr("middle.png, x 2, y 1, 60 x 60:\nclass 1  score 0.88"));
-}
-
-// ----- Watch
-
-// A green person rests, walks over frames 20 to 29 and rests again; a red face is always there. Sizes
-// are twice those of the person network's input, whose cells have 64 x 64 pixels here.
-constexpr int kCell = 64;
-constexpr double kFaceCellWidth = 16 * 832 / 320.0, kFaceCellHeight = 16 * 512 / 240.0;
-
-int person_column(int frame) { return 1 + std::clamp(frame - 19, 0, 10); }
-
-void paint_scene(int i, cv::Mat* frame) {
-  const cv::Rect person(kCell * person_column(i) - 3, 288 - 3, kCell + 6, 2 * kCell + 6);
-  const cv::Rect face(cvRound(16.5 * kFaceCellWidth) - 3, cvRound(4.75 * kFaceCellHeight) - 3,
-                      cvRound(2 * kFaceCellWidth) + 6, cvRound(1.5 * kFaceCellHeight) + 6);
-  cv::rectangle(*frame, person, kGreen, cv::FILLED);
-  cv::rectangle(*frame, face, kRed, cv::FILLED);
-}
-
-TEST_F(MotionCommands, WatchDetectsFromMotionUntilStillness) {
-  save_video("scene.avi", {832, 512}, 40, paint_scene);
-  std::vector<int> frames;
-  for (const Json& line :
-       lines("watch scene.avi --period 5 --ratio 1 --draw drawn.avi --vtt w.vtt --save-crops c")) {
-    const int frame = line.at("frame");
-    SCOPED_TRACE(frame);
-    frames.push_back(frame);
-    EXPECT_EQ(line.contains("motion"), frame % 5 == 4);
-    const bool is_awake = frame >= 24 && frame < 34;
-    ASSERT_EQ(line.contains("boxes"), is_awake);
-    if (!is_awake) continue;
-    ASSERT_EQ(line.at("boxes").size(), 2u);
-    const Json &person = line.at("boxes")[0], &face = line.at("boxes")[1];
-    EXPECT_EQ(person.at("name"), "person");
-    EXPECT_EQ(face.at("name"), "face");
-    EXPECT_NEAR(person.at("x"), kCell * person_column(frame), 4);
-    EXPECT_NEAR(person.at("y"), 288, 4);
-    EXPECT_NEAR(face.at("x"), 16.5 * kFaceCellWidth, 4);
-    EXPECT_NEAR(face.at("y"), 4.75 * kFaceCellHeight, 4);
-    EXPECT_NEAR(face.at("pose")[0], 76 - 128, 4);  // red as grey: 77 * 255 / 256
-    EXPECT_EQ(face.at("points").size(), 5u);
-    const std::vector<double> feature = face.at("feature");
-    ASSERT_EQ(feature.size(), 256u);
-    EXPECT_NEAR(std::inner_product(feature.begin(), feature.end(), feature.begin(), 0.0), 1, 1e-3);
-  }
-  EXPECT_THAT(frames, ElementsAre(4, 9, 14, 19, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 39));
-  EXPECT_EQ(cv::VideoCapture(path("drawn.avi")).get(cv::CAP_PROP_FRAME_COUNT), 40);
-  EXPECT_EQ(text("w.vtt"), "WEBVTT\n\n00:00:02.400 --> 00:00:03.400\nface, person\n");
-  EXPECT_EQ(file_count("c"), 20u);
-  for (const Json& line : lines("watch scene.avi --always --only face --limit 2")) {
-    ASSERT_EQ(line.at("boxes").size(), 1u);
-    EXPECT_EQ(line.at("boxes")[0].at("name"), "face");
-  }
-}
-
-TEST_F(MotionCommands, WatchLeavesOutTasksWithoutAModelWithOneNoteEach) {
-  const std::string model = kelnn::kFaceDetectionModel;
-  write("few/" + model, text("models/" + model));
-  save_video("scene.avi", {832, 512}, 6, paint_scene);
-  const CommandResult result = kelnn("watch scene.avi --always --limit 3 --root few");
-  EXPECT_EQ(result.exit_code, 0) << result.err;
-  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 6) << result.out;
-  EXPECT_THAT(result.out,
-              AllOf(HasSubstr("scene.avi frame 2 at 0.200 s, 832 x 512: 1 found\n  face 1.00"),
-                    Not(HasSubstr("person"))));
-  for (const std::string what : {"persons", "landmarks", "face features"}) {
-    const std::string note = "kelnn: " + what + " are left out: ";
-    const size_t first = result.err.find(note);
-    ASSERT_NE(first, std::string::npos) << note;
-    EXPECT_EQ(result.err.find(note, first + 1), std::string::npos) << note;
-  }
-  const std::string persons = kelnn::kPersonDetectionLandscapeModel;
-  fs::create_symlink(persons, path("few/" + persons));  // what cannot be looked at may be there
-  EXPECT_THAT(kelnn("watch scene.avi --always --root few").err,
-              HasSubstr("Too many levels of symbolic links"));
 }
 
 }  // namespace

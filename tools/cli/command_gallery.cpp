@@ -19,10 +19,6 @@ namespace {
 
 constexpr char kUnknown[] = "unknown";
 
-std::string feature_network(const std::string& root) {
-  return with_slash(root) + find_task("face-features")->file_name;
-}
-
 bool list_people(const std::string& path, Reporter* reporter) {
   Json people = Json::array();
   for (const auto& [name, faces] : Gallery(path, Gallery::Use::kRead).people()) {
@@ -74,6 +70,10 @@ cv::Mat drawn(const cv::Mat& bgr, const Json& boxes) {
 }
 
 }  // namespace
+
+std::string feature_network(const std::string& root) {
+  return with_slash(root) + find_task("face-features")->file_name;
+}
 
 bool enroll(const EnrollOptions& options, Reporter* reporter) {
   if (options.wants_list) return list_people(options.gallery, reporter);

@@ -71,6 +71,9 @@ bool compare(const CompareOptions& options, Reporter* reporter);
 
 // ----- Faces that are known by name
 
+// Where the sample network's error rates are equal: models/face_features.
+constexpr float kSamePerson = 0.55f;
+
 struct EnrollOptions {
   std::string name, gallery, root;
   InputList pictures;
@@ -79,6 +82,8 @@ struct EnrollOptions {
   bool is_ready = false, wants_list = false, is_removal = false;
 };
 bool enroll(const EnrollOptions& options, Reporter* reporter);
+std::string feature_network(
+    const std::string& root);  // the file of the model that a gallery belongs to
 
 // ----- Frames of pictures, videos and cameras
 
@@ -104,6 +109,8 @@ struct WatchOptions : DetectOptions {
   WatchOptions() { class_names = {"person", "face"}; }
   MotionSettings settings;
   bool is_always_awake = false;
+  std::string gallery;
+  float threshold = kSamePerson;
 };
 bool watch(const WatchOptions& options, Reporter* reporter);
 
@@ -121,8 +128,7 @@ bool motion(const MotionOptions& options, Reporter* reporter);
 struct WhoOptions {
   InputList inputs;
   std::string gallery, root, out;
-  float threshold =
-      0.55f;  // where the sample network's error rates are equal: models/face_features
+  float threshold = kSamePerson;
   FrameOptions frames;
 };
 bool who(const WhoOptions& options, Reporter* reporter);

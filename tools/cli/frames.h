@@ -41,6 +41,7 @@ class FrameWalk {
             const std::string& label);
 
   FrameSource::Kind kind() const { return source_->kind(); }
+  double frames_per_second() const { return source_->frames_per_second() / options_.step; }
   // The next frame to look at, which holds until the one after it; null at the end, and after Ctrl-C: then the drawings
   // are finished.
   const Frame* next();

@@ -180,6 +180,20 @@ void add_root_to_write(CLI::App* command, std::string* root) {
          "directory, ~/.local/share/kelnn/models");
 }
 
+void add_gallery(CLI::App* command, std::string* gallery) {
+  *gallery = gallery_of_user();
+  option(command, "--gallery", gallery, "FILE",
+         "The gallery. Without it the user's, ~/.local/share/kelnn/gallery.db");
+}
+
+void add_same_person(CLI::App* command, float* threshold) {
+  option(command, "--threshold", threshold, "SIMILARITY",
+         "How alike faces of one person have to be, from -1 to 1: kelnn eval face-features\n"
+         "measures what is right for a network")
+      ->check(CLI::Range(-1.0, 1.0))
+      ->capture_default_str();
+}
+
 // What inputs there are, by name and in other ways.
 CLI::Option* add_inputs(CLI::App* command, const char* name, InputList* inputs, const char* type,
                         const std::string& help) {
@@ -508,24 +522,23 @@ void add_motion(const Commands& commands) {
 void add_watch(const Commands& commands) {
   const auto [command, options] = commands.add(
       watch, "watch",
-      "Looks as a camera would: motion, then people and faces.\n"
+      "Looks as a camera would: motion, then people and faces; and listens for cries.\n"
       "From a period with motion until one without it looks for people and for faces, and at\n"
       "each face for its landmarks and, aligned by them, its features. Prints every frame on\n"
-      "which motion was decided or something was found; with --json an object a line, with the\n"
-      "landmarks and features. Tasks whose model is missing are left out, with a note.");
+      "which motion was decided or something was found, or 3 s of the input's sound ended; with\n"
+      "--json an object a line, with the landmarks and features. What is found is followed from\n"
+      "frame to frame, by a number; what it does is an event, told once: entered, left,\n"
+      "recognised, of faces that kelnn enroll has made known, and cry. Tasks whose model is\n"
+      "missing are left out, with a note.");
   add_inputs(command, "input", &options->inputs, "INPUT", kVideoHelp);
   add_motion_settings(command, &options->settings);
   command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
+  add_gallery(command, &options->gallery);
+  add_same_person(command, &options->threshold);
   add_boxes(commands, command, options, kel_nn::GridDetector::kLeastScore);
 }
 
 // ----- Faces that are known by name
-
-void add_gallery(CLI::App* command, std::string* gallery) {
-  *gallery = gallery_of_user();
-  option(command, "--gallery", gallery, "FILE",
-         "The gallery. Without it the user's, ~/.local/share/kelnn/gallery.db");
-}
 
 void add_galleries(const Commands& commands) {
   const auto [enroll, known] = commands.add(
@@ -565,11 +578,7 @@ void add_galleries(const Commands& commands) {
       "they\n"
       "are (1 is the most) and where it is; with --json an object a line for each frame.");
   add_inputs(who, "input", &asked->inputs, "INPUT", std::string("Pictures. ") + kVideoHelp);
-  option(who, "--threshold", &asked->threshold, "SIMILARITY",
-         "How alike faces of one person have to be, from -1 to 1: kelnn eval face-features\n"
-         "measures what is right for a network")
-      ->check(CLI::Range(-1.0, 1.0))
-      ->capture_default_str();
+  add_same_person(who, &asked->threshold);
   option(who, "--draw", &asked->out, "OUT",
          "Write the frames with boxes and names: a picture, or a video (.mp4, .webm, .avi); for\n"
          "several inputs a directory");

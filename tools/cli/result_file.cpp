@@ -170,6 +170,7 @@ class Subtitles : public ResultFile {
   Subtitles(const std::string& out, const Inputs& inputs)
       : outputs_("--vtt", out, inputs, {name_for}) {}
   void add(const Json& result, bool /*is_picture*/) override {
+    if (result.contains("event")) return;  // of a moment, of which frames tell as well
     if (!file_ || result["input"] != input_) begin(result["input"]);
     if (result.contains("boxes")) {  // until the next frame
       const double time = result["time"];

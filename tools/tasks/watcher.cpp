@@ -24,6 +24,17 @@ std::vector<kel_nn::Detection> detected(const kel_nn::Frame& frame, std::optiona
 
 }  // namespace
 
+bool has_model(const kel_nn::Library& library, const std::string& key, const char* what,
+               const std::function<void(const std::string&)>& note) {
+  const std::string path = library.directory() + find_task(key)->file_name;
+  std::error_code error;
+  // What cannot be looked at is for the library to try and for explanation() to tell.
+  if (std::filesystem::exists(path, error) || error) return true;
+  note(std::string(what) + " are left out: there is no model " + path +
+       "\nTo do: " + inspect_model(*find_task(key), library.directory()).command);
+  return false;
+}
+
 Watcher::Watcher(const std::string& root, const MotionSettings& settings, bool is_always_awake,
                  const Note& note)
     : library_(root),
@@ -40,25 +51,18 @@ void Watcher::restart() {
   filter_.emplace(library_, settings_.ratio, settings_.period);
 }
 
-bool Watcher::has_model(const std::string& key, const char* what) {
-  const std::string path = library_.directory() + find_task(key)->file_name;
-  std::error_code error;
-  // What cannot be looked at is for the library to try and for explanation() to tell.
-  if (std::filesystem::exists(path, error) || error) return true;
-  note_(std::string(what) + " are left out: there is no model " + path +
-        "\nTo do: " + inspect_model(*find_task(key), library_.directory()).command);
-  return false;
-}
-
 // The models that frames of that size need, before the first one is looked at.
 void Watcher::load(cv::Size frame_size) {
   is_loaded_ = true;
   const kel_nn::Size size = {frame_size.width, frame_size.height};
-  if (has_model(person_task(frame_size), "persons")) persons_.emplace(library_, size);
-  if (!has_model("face-detection", "faces")) return;
+  const auto has = [this](const std::string& key, const char* what) {
+    return has_model(library_, key, what, note_);
+  };
+  if (has(person_task(frame_size), "persons")) persons_.emplace(library_, size);
+  if (!has("face-detection", "faces")) return;
   faces_.emplace(library_, size);
-  if (has_model("face-landmarks", "landmarks")) landmarks_.emplace(library_);
-  if (has_model("face-features", "face features")) features_.emplace(library_);
+  if (has("face-landmarks", "landmarks")) landmarks_.emplace(library_);
+  if (has("face-features", "face features")) features_.emplace(library_);
 }
 
 Sighting Watcher::look(const cv::Mat& bgr) {

@@ -3,6 +3,7 @@
 // are. Tasks without a model are left out.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <opencv2/core.hpp>
 #include <optional>
@@ -18,6 +19,9 @@ struct Found {
   kel_nn::Detection place;
   std::optional<kel_nn::Landmarks> landmarks = {};  // of faces, where there are models for it
   std::optional<ExtractedFeature> feature = {};
+  int64_t track = 0;     // which one it is, from frame to frame; 0: nobody follows it
+  std::string who = {};  // of a face that is known by name, and how alike they are
+  float similarity = 0;
 };
 
 // What any command that looks for something makes of a frame.
@@ -25,6 +29,11 @@ struct Sighting {
   std::optional<bool> is_motion;            // of a period that ended with this frame
   std::optional<std::vector<Found>> found;  // none: nothing was looked for
 };
+
+// False: the task has no model, and the note says that `what` it finds is left out. A file that does not load is for the
+// library to tell of.
+bool has_model(const kel_nn::Library& library, const std::string& key, const char* what,
+               const std::function<void(const std::string&)>& note);
 
 class Watcher {
  public:
@@ -40,7 +49,6 @@ class Watcher {
   void restart();  // with another recording
 
  private:
-  bool has_model(const std::string& key, const char* what);
   void load(cv::Size frame_size);
 
   kel_nn::Library library_;
