@@ -60,11 +60,71 @@ void watch_motion(const MotionOptions& options, const std::string& input, Drawin
 
 struct Count {
   MotionSettings settings;
-  int64_t frames, decisions, motion;
+  int64_t decisions = 0, motion = 0;
+  int64_t lead = 0;  // votes for motion less votes against it in this period
 };
 
-// The counts lie period after period, for each ratio.
-Json sweep_json(const std::string& input, const std::vector<Count>& counts) {
+// What each setting decides, from one pass over the frames: there is one filter at a time, so it takes a few frames again
+// with each ratio, in periods of one frame, which tell its votes. The counts lie period after period, for each ratio.
+class Sweep {
+ public:
+  explicit Sweep(const MotionOptions& options) : options_(options) {
+    for (const float ratio : options.ratios) {
+      for (const int period : options.periods) counts_.push_back({{ratio, period}});
+    }
+  }
+
+  void take(const cv::Mat& luma) {
+    if (!frames_.empty() && luma.size() != frames_.back().size()) start_anew();
+    frames_.push_back(luma);
+    if (frames_.size() == kMostFrames) vote();
+  }
+  // After the last frame.
+  const std::vector<Count>& finish() {
+    vote();
+    return counts_;
+  }
+
+ private:
+  static constexpr size_t kMostFrames = 10, kHistory = 2;  // a filter's first frames have no vote
+
+  // With a frame of another size, as the filter does.
+  void start_anew() {
+    vote();
+    frames_.clear();
+    first_ = 1;
+    for (Count& count : counts_) count.lead = 0;
+  }
+  void vote() {
+    for (size_t of_ratio = 0; of_ratio < counts_.size(); of_ratio += options_.periods.size()) {
+      kel_nn::MotionFilter filter(library_, counts_[of_ratio].settings.ratio, 1);
+      for (size_t i = 0; i < frames_.size(); ++i) {
+        const auto is_motion = filter.take(frames_[i].data, size_of(frames_[i]));
+        for (size_t c = of_ratio; is_motion && c < of_ratio + options_.periods.size(); ++c) {
+          add(*is_motion, first_ + static_cast<int64_t>(i), &counts_[c]);
+        }
+      }
+    }
+    const size_t done = frames_.size() - std::min(frames_.size(), kHistory);
+    frames_.erase(frames_.begin(), frames_.begin() + static_cast<ptrdiff_t>(done));
+    first_ += static_cast<int64_t>(done);
+  }
+  static void add(bool is_motion, int64_t number, Count* count) {
+    count->lead += is_motion ? 1 : -1;
+    if (number % count->settings.period != 0) return;
+    ++count->decisions;
+    count->motion += count->lead > 0;
+    count->lead = 0;
+  }
+
+  const MotionOptions& options_;
+  kel_nn::Library library_;
+  std::vector<cv::Mat> frames_;  // luma
+  int64_t first_ = 1;            // the number of the first of them
+  std::vector<Count> counts_;
+};
+
+Json sweep_json(const std::string& input, int64_t frame_count, const std::vector<Count>& counts) {
   Json cells = Json::array();
   for (const Count& count : counts) {
     cells.push_back({{"ratio", count.settings.ratio},
@@ -72,7 +132,7 @@ Json sweep_json(const std::string& input, const std::vector<Count>& counts) {
                      {"decisions", count.decisions},
                      {"motion_decisions", count.motion}});
   }
-  return {{"input", input}, {"frames", counts.front().frames}, {"sweep", cells}};
+  return {{"input", input}, {"frames", frame_count}, {"sweep", cells}};
 }
 
 std::string sweep_text(const MotionOptions& options, const Json& sweep) {
@@ -90,38 +150,18 @@ std::string sweep_text(const MotionOptions& options, const Json& sweep) {
   return text + "\n";
 }
 
-// The recording is decoded anew for every setting: the library has one filter at a time, and a
-// recording need not fit in memory.
-Count count_decisions(const MotionOptions& options, const std::string& input,
-                      const kel_nn::Library& library, const MotionSettings& settings,
-                      Reporter* reporter) {
-  Count count = {settings, 0, 0, 0};
-  kel_nn::MotionFilter filter(library, settings.ratio, settings.period);
-  const std::string label =
-      fmt::format("{}, {:.6g} %, {} frames", input, settings.ratio, settings.period);
-  FrameWalk walk(input, FrameWalk::Takes::kRecordings, options.frames, reporter, label);
-  while (const Frame* frame = walk.next()) {
-    const std::optional<bool> is_motion =
-        filter.take(luma_of(frame->pixels).data, size_of(frame->pixels));
-    ++count.frames;
-    count.decisions += is_motion.has_value();
-    count.motion += is_motion.value_or(false);
-  }
-  if (interruption()) throw Failure("interrupted: there is no table of half a recording");
-  if (count.decisions == 0) walk.object_to_no_decision(settings.period);
-  return count;
-}
-
 void sweep_motion(const MotionOptions& options, const std::string& input, Reporter* reporter) {
-  const kel_nn::Library library;
-  std::vector<Count> counts;
-  for (const float ratio : options.ratios) {
-    for (const int period : options.periods) {
-      counts.push_back(count_decisions(options, input, library, {ratio, period}, reporter));
-    }
+  FrameWalk walk(input, FrameWalk::Takes::kRecordings, options.frames, reporter);
+  Sweep sweep(options);
+  int64_t frame_count = 0;
+  for (; const Frame* frame = walk.next(); ++frame_count) sweep.take(luma_of(frame->pixels));
+  if (interruption()) throw Failure("interrupted: there is no table of half a recording");
+  const std::vector<Count>& counts = sweep.finish();
+  for (size_t i = 0; i < options.periods.size(); ++i) {
+    if (counts[i].decisions == 0) walk.object_to_no_decision(options.periods[i]);
   }
-  reporter->report_one(sweep_json(input, counts),
-                       [&](const Json& sweep) { return sweep_text(options, sweep); });
+  reporter->report_one(sweep_json(input, frame_count, counts),
+                       [&](const Json& json) { return sweep_text(options, json); });
 }
 
 }  // namespace

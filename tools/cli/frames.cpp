@@ -34,7 +34,7 @@ std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Tak
     throw Failure(input, "a picture; motion takes a video or a camera");
   }
   if (takes == FrameWalk::Takes::kRecordings && source->kind() == FrameSource::Kind::kCamera) {
-    throw Failure(input, "a camera; --sweep takes a recording, to look at it several times");
+    throw Failure(input, "a camera; --sweep takes a recording, which has an end");
   }
   return source;
 }
@@ -42,20 +42,15 @@ std::unique_ptr<FrameSource> open_input(const std::string& input, FrameWalk::Tak
 }  // namespace
 
 FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
-                     Reporter* reporter, const std::string& label)
+                     Reporter* reporter, DrawingTarget* target)
     : input_(input),
       reporter_(reporter),
       options_(options),
       source_(open_input(input, takes, told(options.input, reporter))),
-      progress_(label, frames_to_pass(*source_, options), "frames") {
+      progress_(input, frames_to_pass(*source_, options), "frames") {
   catch_interruption();
   if (options.input.start > 0) source_->seek(options.input.start);
-}
-
-FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& options,
-                     Reporter* reporter, DrawingTarget* target)
-    : FrameWalk(input, takes, options, reporter, input) {
-  sink_ = target->open(input, *source_, options.step);
+  if (target) sink_ = target->open(input, *source_, options.step);
 }
 
 const Frame* FrameWalk::next() {

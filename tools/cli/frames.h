@@ -33,12 +33,9 @@ class FrameWalk {
  public:
   enum class Takes { kAll, kMoving, kRecordings };
 
-  // A Failure for an input of another kind. Frames that are drawn go to the target.
+  // A Failure for an input of another kind. Frames that are drawn go to the target; none: nothing is drawn.
   FrameWalk(const std::string& input, Takes takes, const FrameOptions& options, Reporter* reporter,
-            DrawingTarget* target);
-  // `label`: of the progress bar. Nothing is drawn.
-  FrameWalk(const std::string& input, Takes takes, const FrameOptions& options, Reporter* reporter,
-            const std::string& label);
+            DrawingTarget* target = nullptr);
 
   FrameSource::Kind kind() const { return source_->kind(); }
   double frames_per_second() const { return source_->frames_per_second() / options_.step; }

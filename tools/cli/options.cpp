@@ -496,8 +496,8 @@ void add_motion(const Commands& commands) {
       "At the end of each period: motion or still, the share of the halved frame's pixels\n"
       "that changed (more than half of the period's frames reach it: motion is where it is at\n"
       "least the ratio), and the largest share. With --json an object a line.\n"
-      "--sweep runs a recording once for each of several ratios and periods and counts how\n"
-      "many decisions said motion, to choose both without filming again.");
+      "--sweep counts how many decisions of a recording say motion with each of several ratios\n"
+      "and periods, to choose both without filming again.");
   add_inputs(command, "input", &options->inputs, "INPUT", kVideoHelp);
   add_motion_settings(command, &options->settings);
   CLI::Option* sweep = command->add_flag("--sweep", options->wants_sweep,
