@@ -25,8 +25,8 @@ done
 
 # How each network in models/ was made, run by run: a name for what comes out, then arguments of models/NETWORK/train.py; its
 # recipe there has the seed, the examples and their shares. The last run gives the network. Capitals stand for material, without
-# which a run is left out (PHOTOS brings EMPTY, desktop backgrounds, with it); ALONE is a run for when there is none; @NAME is what
-# an earlier run gave.
+# which a run is left out (PHOTOS brings EMPTY, desktop backgrounds, with it; RENDERED are persons, BUSTS heads and shoulders of
+# persons in several poses); ALONE is a run for when there is none; @NAME is what an earlier run gave.
 runs_of() {  # NETWORK
   case $1 in
     face_detection) cat <<RUNS ;;  # 2 hours on two cores
@@ -35,9 +35,9 @@ first --start @drawn --steps 1600 RENDERED PHOTOS
 second --start @first --steps 2000 --seed 5 RENDERED PHOTOS
 third --start @second --steps 1300 --rate 0.003 --seed 6 --keep 0.5 --keep-of @first RENDERED PHOTOS
 RUNS
-    face_landmarks) cat <<RUNS ;;  # 50 minutes
-drawn
-first --start @drawn --steps 1500 RENDERED EMPTY
+    face_landmarks) cat <<RUNS ;;  # 12 minutes on one core
+alone ALONE
+mixed BUSTS EMPTY
 RUNS
     person_detection) cat <<RUNS ;;  # 3 hours
 drawn
@@ -69,7 +69,7 @@ command() {
 python() { command /usr/bin/python3 -m "$@"; }
 
 [ "$mode" = --list ] || scripts/install_packages.sh data train
-parts=$out/sounds rendered=$out/rendered is_split= is_rendered=
+parts=$out/sounds rendered=$out/rendered busts=$out/busts is_split= is_rendered= are_busts=
 for line in "${sample_networks[@]}"; do
   read -r name _ <<<"$line"
   [ $# -eq 0 ] || [[ " $* " == *" $name "* ]] || continue
@@ -84,9 +84,12 @@ for line in "${sample_networks[@]}"; do
       command scripts/kelnn-labels split "$material/sounds" "$parts" --group 'given_.{36}|speech_.|[^_]+_.-[0-9]+'
     elif [[ "$run" = *RENDERED* && -z "$is_rendered" ]]; then
       is_rendered=1
-      [ -e "$rendered" ] || python models.sources.bodies.cut_outs "$material/bodies" "$rendered" --count "$([ "$mode" = --quick ] && echo 8 || echo 960)"
+      [ -e "$rendered" ] || python models.sources.bodies.cut_outs "$material/bodies" "$rendered" --count "$([ "$mode" = --quick ] && echo 8 || echo 800)"
+    elif [[ "$run" = *BUSTS* && -z "$are_busts" ]]; then
+      are_busts=1
+      [ -e "$busts" ] || python models.sources.bodies.cut_outs "$material/bodies" "$busts" --busts --views 6 --seed 7 --count "$([ "$mode" = --quick ] && echo 8 || echo 1200)"
     fi
-    run=${run/ALONE/} run=${run//SOUNDS/--data $parts/training} run=${run//RENDERED/--rendered $rendered}
+    run=${run/ALONE/} run=${run//SOUNDS/--data $parts/training} run=${run//RENDERED/--rendered $rendered} run=${run//BUSTS/--rendered $busts}
     run=${run//PHOTOS/--photos $material/scenes EMPTY} run=${run//EMPTY/--empty \/usr\/share\/backgrounds}
     file=network
     [[ "$name" != person_detection && "$name" != four_class_detection ]] || file=square

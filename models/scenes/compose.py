@@ -7,7 +7,7 @@ seen, or whose boxes overlap one another so much that a detector has to take the
 import cv2
 import numpy as np
 
-from models.labels import boxes
+from models.labels import boxes, table
 from models.sources.drawn.paint import inside, paste
 from models.sources.drawn.source import DISTRACTORS, KINDS
 
@@ -71,6 +71,21 @@ def compose(background, things, rng):
             paste(picture, thing.cut_out, thing.left, thing.top)
     labels = [(thing.class_id, *box) for thing, box in zip(things, seen) if thing.class_id is not None]
     return np.clip(picture, 0, 255).astype(np.uint8), labels
+
+
+def compose_over(picture, labels, things, rng):
+    """The same before a picture with labels of its own: what of those things hide by a fifth is ignored."""
+    hidden = np.zeros(picture.shape[:2], np.float32)
+    for thing in things:
+        place = inside(picture, thing.cut_out, thing.left, thing.top)
+        if place:
+            hidden[place[0]] = np.maximum(hidden[place[0]], thing.cut_out[place[1]][..., 3] > 127)
+    composed, added = compose(picture, things, rng)
+    kept = []
+    for kind, x, y, w, h in labels:
+        over = hidden[int(y):int(np.ceil(y + h)), int(x):int(np.ceil(x + w))]
+        kept.append((table.IGNORE if over.size and over.mean() > 0.2 else kind, x, y, w, h))
+    return composed, kept + added
 
 
 def _first_wrong(things, seen):

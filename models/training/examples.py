@@ -102,6 +102,18 @@ def moved(rng, picture, points=np.zeros((0, 2)), turn=4.0, scale=0.06, shift=0.0
     return (picture[:, ::-1], (size, 0) + points * (-1, 1), degrees, True) if mirrored else (picture, points, degrees, False)
 
 
+def partly_hidden(rng, picture, chance=0.25):
+    """At times with a bar or a patch of one grey before it, as hands, glasses, hair and masks hide parts of a face."""
+    if rng.random() >= chance:
+        return picture
+    size = picture.shape[0]
+    w, h = (rng.uniform(0.1, 0.45, 2) * size).astype(int)
+    x, y = rng.integers(-w // 2, size - w // 2), rng.integers(-h // 2, size - h // 2)
+    picture = picture.copy()
+    picture[max(y, 0):y + h, max(x, 0):x + w] = rng.integers(0, 256)
+    return picture
+
+
 def mirrored_at_times(rng, picture, labels):
     if rng.random() < 0.5:
         return picture, labels

@@ -165,20 +165,21 @@ def loss_of(task, module, image, truths):
 def frame_sources(task, options):
     """Drawn ones; photographs as they are; persons and things of all sources before backgrounds of all."""
     drawn = TrainingStock(500, options.seed)
-    shares: list = [(0.3, ComposedFrames(task, drawn))]
-    parts: list = [(0.2, drawn)]
+    shares: list = [(0.25, ComposedFrames(task, drawn))]
+    parts: list = [(0.15, drawn)]
     if options.photos:
         photographs = Photographs(options.photos, task.classes)
-        shares.append((0.4, PhotoFrames(photographs.all, task.classes)))
         parts.append((0.5, photographs))
     if options.empty:
         empty = Empty(options.empty)
-        shares.append((0.1, EmptyFrames(empty)))
-        parts.append((0.2, empty))
+        shares.append((0.07, EmptyFrames(empty)))
+        parts.append((0.25, empty))
     if getattr(options, "rendered", None):
-        parts.append((0.5, Rendered(options.rendered)))
+        parts.append((0.6, Rendered(options.rendered)))
     if len(parts) > 1:
-        shares.append((0.2, ComposedFrames(task, Mixed(parts))))
+        shares.append((0.33, ComposedFrames(task, Mixed(parts))))
+    if options.photos:
+        shares.append((0.35, PhotoFrames(photographs.all, task.classes, task.layout, Mixed(parts))))
     return Mixed(shares)
 
 
@@ -188,5 +189,5 @@ def recipe(folder, task, seed):
                                            functools.partial(examples.LabelledFrames, classes=task.classes))
 
     return Recipe(folder, functools.partial(GridNetwork, task), ["grid_32", "grid_16"], sources, vary,
-                  [Phase(functools.partial(loss_of, task), 16000, 4e-3)], seed, 16, SHAPES, stock=500, fresh=0.1, is_halved=True,
+                  [Phase(functools.partial(loss_of, task), 16000, 4e-3)], seed, 16, SHAPES, stock=500, fresh=0.2, is_halved=True,
                   takes=("photos", "empty") + (("rendered",) if "person" in task.classes else ()))

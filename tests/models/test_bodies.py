@@ -8,8 +8,8 @@ import pytest
 from scipy.spatial.transform import Rotation
 
 from models.labels.table import Invalid
-from models.scenes import face_frames
-from models.sources.bodies import cut_outs, files, person, render
+from models.scenes import face_crops, face_frames
+from models.sources.bodies import cut_outs, files, person, render, worn
 
 SIDES = [(0, 1, 3, 2), (4, 6, 7, 5), (0, 4, 5, 1), (2, 3, 7, 6), (0, 2, 6, 4), (1, 5, 7, 3)]
 CUBE = np.array([(x, y, z) for x in (-1, 1) for y in (-1, 1) for z in (-1, 1)], float)
@@ -134,7 +134,28 @@ def test_the_box_of_a_cube_is_that_of_its_projection():
     assert np.abs(box(parts == 1)[[0, 2]] / render.SAMPLES - (wanted[0], min(face, nearest[0]))).max() <= 0.5
 
 
-def test_faces_of_rendered_persons_are_labelled_where_they_are(tmp_path):
+@pytest.mark.parametrize("kind, hidden, seen", [("GLASSES", (), (3, 4)), ("SUNGLASSES", (0, 1), (3, 4)), ("MASK", (2, 3, 4), (0, 1))])
+def test_what_is_put_on_a_face_lies_on_it(monkeypatch, kind, hidden, seen):
+    points, box = np.array([(40.0, 40), (64, 44), (51, 56), (42, 66), (60, 69)]), np.array([30.0, 20, 44, 60])
+    picture = np.full((100, 100, 4), (0, 200, 0, 255), np.uint8)
+    picture[:, 80:, 3] = 0
+    for name in ("GLASSES", "SUNGLASSES", "MASK"):
+        monkeypatch.setattr(worn, name, float(name == kind))
+    for seed in range(20):
+        other = worn.put_on(np.random.default_rng(seed), picture, box, points)
+        changed = np.abs(other.astype(int) - picture).max(axis=2) > 20
+        assert changed.any() and (other[..., 3] == picture[..., 3]).all() and not changed[:, 80:].any() and not changed[85:].any()
+        rows, columns = np.round(points).astype(int).T[::-1]
+        assert changed[rows, columns][list(hidden)].all() and not changed[rows, columns][list(seen)].any()
+
+
+def test_points_are_aligned_as_the_library_aligns_them():
+    turn = np.array([[0.4, -1.1], [1.1, 0.4]])
+    matrix = face_crops.alignment(face_crops.ALIGNED @ turn.T + (30, -5))
+    assert np.allclose(matrix[:, :2] @ turn, np.eye(2)) and np.allclose(matrix[:, :2] @ (30, -5) + matrix[:, 2], 0)
+
+
+def test_faces_of_rendered_persons_are_labelled_where_they_are(tmp_path, monkeypatch):
     """Blue persons with red faces, one of whom looks away, on black: every box is around red, and no red is without a box."""
     picture = np.zeros((90, 60, 4), np.uint8)
     picture[...] = (255, 0, 0, 255)
@@ -144,8 +165,13 @@ def test_faces_of_rendered_persons_are_labelled_where_they_are(tmp_path):
     face = ["bust", 1, 15, 10, 30, 40, *range(10), 0, 0, 0]
     rows = [cut_outs.COLUMNS, ["a.png", 0, *face], ["b.png", 1, *face[:-3], 80, 0, 0]]
     (tmp_path / "0.csv").write_text("\n".join(",".join(map(str, row)) for row in rows))
+    monkeypatch.setattr(worn, "put_on", lambda rng, picture, box, points: picture)
     source = cut_outs.Rendered(tmp_path)
-    assert len(source.rows) == 2 and [row[0] for row in source.faces] == ["a.png"]
+    assert len(source.rows) == 2 and [row[0] for row in source.faces] == ["a.png"] and not source.views()
+    twice = [cut_outs.COLUMNS, *([f"{name}.png", person, *face] for name, person in (("c", 7), ("d", 7), ("e", 8)))]
+    (tmp_path / "1.csv").write_text("\n".join(",".join(map(str, row)) for row in twice))
+    assert [[row[0] for row in views] for views in cut_outs.Rendered(tmp_path).views()] == [["c.png", "d.png"]]
+    (tmp_path / "1.csv").unlink()
 
     class Black:
         def background(self, rng, width, height):

@@ -7,7 +7,7 @@ import numpy as np
 import pytest
 
 from models.labels import table
-from models.scenes.photo_frames import PhotoFrames
+from models.scenes import compose, photo_frames
 from models.sources.photos import photographs
 
 COLORS = {"person": (0, 0, 255), "car": (0, 255, 0), "truck": (255, 0, 0)}  # on black
@@ -50,19 +50,26 @@ def test_cut_outs_and_backgrounds_come_of_photographs_that_are_not_held_back(dir
     assert [path.stem for path, _ in table.read(out, table.BOXES, ("person", "car"))] == sorted(set(held_back) - {"0"})
 
 
-def test_frames_of_photographs_have_their_boxes_where_things_are(directory):
-    frames, rng, kinds = PhotoFrames(photographs.read(directory), ("person", "car")), np.random.default_rng(2), set()
-    for _ in range(40):
+def test_frames_of_photographs_have_their_boxes_where_things_are(directory, monkeypatch):
+    """Those of the photograph and of a person put before it, who may hide a fifth of what is labelled."""
+    monkeypatch.setattr(photo_frames, "recoloured", lambda rng, picture: picture)
+    monkeypatch.setattr(compose, "_cast_shadow", lambda *_: None)
+    person, kinds = np.full((20, 12, 4), (0, 0, 255, 255), np.uint8), set()
+
+    def layout(rng, source, width, height):
+        return [compose.Thing(person, rng.uniform(0, 1, 2) * (width - 12, height - 20), 0)]
+    frames, rng = photo_frames.PhotoFrames(photographs.read(directory), ("person", "car"), layout, None), np.random.default_rng(2)
+    for _ in range(60):
         picture, labels = frames.example(rng, 96, 64)
         rest = picture.copy()
         for kind, x, y, w, h in labels:
             left, top, right, bottom = np.round([x, y, x + w, y + h]).astype(int)
             if kind != table.IGNORE:
                 part = picture[top + 3:bottom - 3, left + 3:right - 3]
-                assert (part.reshape(-1, 3).argmax(axis=1) == (2, 1)[kind]).all() and (part.max(axis=2) > 250).all()
+                assert (part.reshape(-1, 3).argmax(axis=1) == (2, 1)[kind]).mean() > 0.75 and (part.max(axis=2) > 250).all()
             rest[max(top - 4, 0):bottom + 4, max(left - 4, 0):right + 4] = 0
             kinds.add(kind)
-        assert not rest.any()
+        assert rest.max() < 64  # what is blurred across an edge
     assert kinds == {table.IGNORE, 0, 1}
 
 

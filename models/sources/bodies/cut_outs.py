@@ -2,6 +2,8 @@
 """Rendered persons: made once, as cut-outs with what is known of their faces, and then a source of scenes.
 
 As a program: renders --count persons from each of --views places, into OUT. Several may fill one OUT with different seeds.
+With --busts everybody's head and shoulders, each time in another pose, with another expression, in other clothes: to tell
+persons apart.
 """
 import argparse
 import csv
@@ -14,7 +16,7 @@ import numpy as np
 from models.labels.making import save
 from models.labels.pictures import read_picture
 from models.labels.table import Invalid
-from models.sources.bodies import person, render
+from models.sources.bodies import person, render, worn
 
 BUST, WHOLE = "bust", "whole"
 SIZES = {BUST: (256, 256), WHOLE: (224, 320)}  # width, height of the picture
@@ -96,17 +98,19 @@ class Rendered:
 
     def __init__(self, directory: Any):
         self.directory, self.rows, self.faces = Path(directory), [], []  # type: Path, list, list
+        self.persons: dict = {}  # of the pictures' names
         for path in sorted(self.directory.glob("*.csv")):
             with open(path, newline="", encoding="utf-8") as file:
                 lines = csv.reader(file)
                 if tuple(next(lines, ())) != COLUMNS:
                     raise Invalid(f"{path}:1: the columns have to be {','.join(COLUMNS)}")
-                for name, _, kind, *texts in lines:
+                for name, person_number, kind, *texts in lines:
                     try:
                         values = np.array(texts, float)
                     except ValueError as error:
                         raise Invalid(f"{path}:{lines.line_num}: {error}") from error
                     self.rows.append((name, kind, values))
+                    self.persons[name] = f"{path.stem}_{person_number}"
         self.faces = [row for row in self.rows if self.shows_face(row[2])]
         if not self.faces:
             raise Invalid(f"{directory}: no rendered persons")
@@ -122,15 +126,28 @@ class Rendered:
         return self.picture(self.rows[rng.integers(len(self.rows))][0])
 
     def figure(self, rng: Any) -> Tuple[Any, Any]:
-        name, _, values = self.faces[rng.integers(len(self.faces))]
-        return self.picture(name), values[1:5]
+        picture, box, _, _ = self.with_points(rng, self.faces[rng.integers(len(self.faces))])
+        return picture, box
 
     def figure_with_points(self, rng: Any) -> Tuple[Any, Any, Any, Any]:
         """A bust, the box of its face, five points, yaw, pitch and roll."""
         while True:
-            name, kind, values = self.faces[rng.integers(len(self.faces))]
-            if kind == BUST:
-                return self.picture(name), values[1:5], values[5:15].reshape(5, 2), values[15:]
+            row = self.faces[rng.integers(len(self.faces))]
+            if row[1] == BUST:
+                return self.with_points(rng, row)
+
+    def with_points(self, rng: Any, row: Any) -> Tuple[Any, Any, Any, Any]:
+        name, _, values = row
+        box, points = values[1:5], values[5:15].reshape(5, 2)
+        return worn.put_on(rng, self.picture(name), box, points), box, points, values[15:]
+
+    def views(self) -> list:
+        """For everybody who is seen from several sides or in several poses: the rows of the faces."""
+        rows: dict = {}
+        for row in self.faces:
+            if row[1] == BUST:
+                rows.setdefault(self.persons[row[0]], []).append(row)
+        return [views for views in rows.values() if len(views) > 1]
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> None:
@@ -140,6 +157,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> None:
     parser.add_argument("--count", type=int, default=1000)
     parser.add_argument("--views", type=int, default=3)
     parser.add_argument("--seed", type=int, default=0)
+    parser.add_argument("--busts", action="store_true", help="head and shoulders, everybody in --views poses")
     options = parser.parse_args(arguments)
     bodies, renderer = person.Bodies(options.bodies), render.Renderer()
     options.out.mkdir(parents=True, exist_ok=True)
@@ -148,9 +166,13 @@ def main(arguments: Optional[Sequence[str]] = None) -> None:
         lines.writerow(COLUMNS)
         for number in range(options.count):
             rng = np.random.default_rng([options.seed, number])
-            kind = BUST if number % 2 else WHOLE
-            whoever = bodies.person(rng, kind == BUST)
+            kind = BUST if number % 2 or options.busts else WHOLE
             for n in range(options.views):
+                if options.busts:
+                    rng = np.random.default_rng([options.seed, number, n])
+                    whoever = bodies.person(np.random.default_rng([options.seed, number]), True, rng)
+                elif n == 0:
+                    whoever = bodies.person(rng, kind == BUST)
                 picture, values = view(rng, renderer, whoever, kind)
                 name = f"{options.seed}_{number:05}_{n}.png"
                 save(options.out / name, picture)

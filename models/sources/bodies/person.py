@@ -79,8 +79,8 @@ class Bodies:
         weights = files.normalised(worn.on.maximum(0) @ self.skeleton.weights)
         return worn, weights, inside(worn.mesh.faces, len(worn.mesh.places))
 
-    def shape(self, rng: Any, sex: float, age: str, race: str) -> Any:
-        """The body at rest."""
+    def shape(self, rng: Any, view: Any, sex: float, age: str, race: str) -> Any:
+        """The body at rest, with an expression that is the view's."""
         def between(names: Any) -> Any:  # weights of two neighbours of three
             value = np.clip(rng.normal(0, 0.45), -1, 1)
             return {names[1]: 1 - abs(value), names[2] if value > 0 else names[0]: abs(value)}
@@ -100,7 +100,7 @@ class Bodies:
         for name in rng.choice(self.face_targets, 24, replace=False):
             amount = abs(rng.normal(0, 0.3))
             targets += [(min(amount, 0.8), side) for side in both_sides(name)]
-        targets += self._expression(rng)
+        targets += self._expression(view)
         return files.morph(self.rest, [(weight, self.target(name)) for weight, name in targets
                                        if weight > 0.01 and self._target_path(name).exists()])
 
@@ -135,22 +135,24 @@ class Bodies:
             turns[bone] = half
         return turns
 
-    def person(self, rng: Any, is_bust: bool = False) -> Person:
+    def person(self, rng: Any, is_bust: bool = False, view: Any = None) -> Person:
+        """Somebody of rng's, in a pose, with an expression and in clothes of view's (default: of rng's too)."""
+        view = view or rng
         sex = float(rng.random() < 0.5) if rng.random() < 0.9 else rng.uniform(0, 1)
         age = str(rng.choice(AGES, p=(0.04, 0.16, 0.6, 0.2)))
         race = str(rng.choice(["african", "asian", "caucasian"]))
-        body = self.shape(rng, sex, age, race)
-        matrices = self.skeleton.matrices(body, self.turns(rng, is_bust))
+        body = self.shape(rng, view, sex, age, race)
+        matrices = self.skeleton.matrices(body, self.turns(view, is_bust))
         skinned = files.skin(body, self.skeleton.weights, matrices)
         parts: list = []
         hidden = np.zeros(self.count, bool)
-        for path, kind in self._wear(rng, sex, age):
+        for path, kind in self._wear(rng, view, sex, age):
             worn, weights, within = self.clothes(path)
             hidden[worn.hidden] = True
             fitted = worn.fitted(body)
             rest = worn.on @ self.rest
             material = {"hair": render.HAIR, "brow": render.HAIR, "cloth": render.CLOTH, "plain": render.PLAIN}[kind]
-            colour = self._cloth_colour(rng, rest) if kind == "cloth" else dull(rng) if kind == "plain" else None
+            colour = self._cloth_colour(view, rest) if kind == "cloth" else dull(view) if kind == "plain" else None
             parts.append((files.skin(fitted, weights, matrices), worn.mesh.faces, rest, colour, material,
                           within if material == render.HAIR else np.ones(len(rest)), kind))
         skin_colour, hair_colour = SKINS[rng.integers(len(SKINS))] * rng.uniform(0.85, 1.15), HAIRS[rng.integers(len(HAIRS))]
@@ -197,20 +199,20 @@ class Bodies:
         colours[cavity] = (0.06, 0.015, 0.015)
         return colours
 
-    def _wear(self, rng: Any, sex: float, age: str) -> Any:
+    def _wear(self, rng: Any, view: Any, sex: float, age: str) -> Any:
         who = "male" if sex > 0.5 else "female"
 
-        def one(pattern: str) -> Path:
+        def one(pattern: str, chance: Any) -> Path:
             paths = self._paths(pattern)
-            return paths[rng.integers(len(paths))]
+            return paths[chance.integers(len(paths))]
 
-        worn = [(one(f"wear/clothes/{who}_*/*.mhclo"), "cloth"), (one("wear/clothes/shoes*/*.mhclo"), "plain"),
-                (one("wear/eyebrows/*/*.mhclo"), "brow")]
+        worn = [(one(f"wear/clothes/{who}_*/*.mhclo", view), "cloth"), (one("wear/clothes/shoes*/*.mhclo", view), "plain"),
+                (one("wear/eyebrows/*/*.mhclo", rng), "brow")]
         if rng.random() < (0.85 if age != "baby" else 0.3):
             is_short = who == "male" and rng.random() < 0.85
-            worn.append((one(f"wear/hair/{'short' if is_short else ''}*/*.mhclo"), "hair"))
-        if rng.random() < 0.08:
-            worn.append((one("wear/clothes/fedora*/*.mhclo"), "plain"))
+            worn.append((one(f"wear/hair/{'short' if is_short else ''}*/*.mhclo", rng), "hair"))
+        if view.random() < 0.08:
+            worn.append((one("wear/clothes/fedora*/*.mhclo", view), "plain"))
         return worn
 
     def _cloth_colour(self, rng: Any, rest: Any) -> Any:

@@ -45,11 +45,11 @@ class Photograph:
     def pixels(self) -> Any:
         return _pixels(self.path)
 
-    def labels(self, classes: Sequence[str]) -> List[Tuple[Any, ...]]:
+    def labels(self, classes: Sequence[str], least: float = SMALL) -> List[Tuple[Any, ...]]:
         """(class or IGNORE, x, y, w, h) in pixels, of things of the classes and of what looks like them."""
         rows, columns = self.pixels().shape[:2]
         rules = [(name, box) for name, box in self.boxes if LOOKALIKES.get(name, name) in classes]
-        return [(classes.index(name) if name in classes and max(box[2:]) >= SMALL else table.IGNORE,
+        return [(classes.index(name) if name in classes and max(box[2:]) >= least else table.IGNORE,
                  *(np.round(box * (columns, rows, columns, rows), 1))) for name, box in rules]
 
 
