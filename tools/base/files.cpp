@@ -113,8 +113,8 @@ Successor::Successor(const std::string& path) : path_(path) {
     }
     // Not mkostemp(), whose files do not obey the process's mask.
     std::random_device random;
-    own_path_ =
-        directory_of(target_) / (".kelnn-" + std::to_string(random()) + std::to_string(random()));
+    own_path_ = directory_of(target_) /
+                (kTemporaryPrefix + std::to_string(random()) + std::to_string(random()));
     is_temporary_ = true;
     exchange(nullptr, own_path_.c_str());
     descriptor_ =

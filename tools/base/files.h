@@ -19,6 +19,8 @@ Bytes read_file(const std::string& path);
 // Tells where results go when file descriptor 1 leads elsewhere: to be written to as /dev/stdout.
 void set_standard_output(int descriptor);
 
+constexpr char kTemporaryPrefix[] = ".kelnn-";  // of files in the making
+
 // An output in the making. A file is written beside the one whose place it is going to take, and vanishes when it does
 // not: it is there whole or, after a Failure, as it was before. It keeps its permissions, and links to it stay links.
 // Directories on the way are made, and vanish too. What is no file, as a device, a pipe or standard output, is written to itself.

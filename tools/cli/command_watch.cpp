@@ -3,12 +3,14 @@
 // and events of what they tell.
 #include <fmt/format.h>
 
-#include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "clips.h"
 #include "commands.h"
+#include "event_command.h"
+#include "files.h"
 #include "gallery.h"
 #include "listener.h"
 #include "scene.h"
@@ -31,12 +33,12 @@ KnownFaces known_faces(const WatchOptions& options, Reporter* reporter) {
   }
 }
 
-std::string clock_time() {
+std::string clock_time(const char* format) {
   const std::time_t now = std::time(nullptr);
   std::tm utc = {};
   gmtime_r(&now, &utc);
   char text[32];
-  std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &utc);
+  std::strftime(text, sizeof(text), format, &utc);
   return text;
 }
 
@@ -46,7 +48,18 @@ std::string event_text(const Json& event) {
   if (event.contains("who")) text += filled(", {who} {similarity:.2f}", event);
   if (event.contains("dwell")) text += filled(", after {dwell:.1f} s", event);
   if (event.contains("probability")) text += filled(" {probability:.5f}", event);
+  if (event.contains("clip")) text += filled(", {clip}", event);
   return text + "\n";
+}
+
+// Where clips go their older ones are removed.
+void check_clips(const std::string& directory, const std::vector<std::string>& inputs) {
+  std::error_code error;
+  const std::string root = with_slash(std::filesystem::weakly_canonical(directory, error));
+  for (const std::string& input : inputs) {
+    if (std::string(std::filesystem::weakly_canonical(input, error)).rfind(root, 0) != 0) continue;
+    throw UsageError("--clips " + directory, "the input " + input + " is in it");
+  }
 }
 
 class Watch {
@@ -54,14 +67,30 @@ class Watch {
   Watch(const WatchOptions& options, Reporter* reporter)
       : options_(options),
         reporter_(reporter),
-        sightings_(options, InputKind::kVideos, "motion,event,track,who,dwell,", reporter),
+        sightings_(options, InputKind::kVideos, "motion,event,track,who,dwell,clip,", reporter),
         known_(known_faces(options, reporter)),
         watcher_(options.root, options.settings, options.is_always_awake, note()),
-        listener_(options.root, note()) {}
+        listener_(options.root, note()) {
+    if (!options.clips.directory.empty()) {
+      check_clips(options.clips.directory, sightings_.inputs().names);
+      clips_.emplace(options.clips, [this](const std::string& problem) {
+        reporter_->complain(problem);
+        is_fine_ = false;
+      });
+    }
+    if (!options.on_event.empty()) command_.emplace(options.on_event);
+  }
 
   bool all() {
-    return for_each_input(sightings_.inputs(), reporter_,
-                          [this](const std::string& input) { watch(input); });
+    const bool ok = for_each_input(sightings_.inputs(), reporter_,
+                                   [this](const std::string& input) { watch(input); });
+    if (command_) {
+      const std::string problem = command_->finish();
+      tell_problems();
+      if (!problem.empty()) reporter_->complain("--on-event: " + problem);
+      is_fine_ = is_fine_ && problem.empty();
+    }
+    return ok && is_fine_;
   }
 
  private:
@@ -76,41 +105,85 @@ class Watch {
     watcher_.restart();
     is_live_ = walk.kind() == FrameSource::Kind::kCamera;
     listener_.begin(input, is_live_, told(options_.frames.input, reporter_));
-    Scene scene(known_, options_.threshold);
+    scene_.emplace(known_, options_.threshold);
+    if (clips_) {
+      const std::string start = is_live_ ? "-" + clock_time("%Y%m%dT%H%M%SZ") : "";
+      clips_->begin(place_of(input, sightings_.inputs()) + start, walk.frames_per_second());
+    }
+    place_ = nullptr;
+    try {
+      look_at_all(input, &walk);
+    } catch (...) {
+      end();  // what has been seen is told nevertheless
+      throw;
+    }
+    end();
+    listener_.finish();
+  }
+
+  void look_at_all(const std::string& input, FrameWalk* walk) {
     bool is_decided = false;
-    Json place;  // of the last frame
-    while (const Frame* frame = walk.next()) {
-      place = place_json(input, *frame);
+    while (const Frame* frame = walk->next()) {
+      place_ = place_json(input, *frame);
       Sighting seen = watcher_.look(frame->pixels);
       if (seen.found) sightings_.leave_out_unwanted(&*seen.found);
       is_decided = is_decided || seen.is_motion || seen.found;
-      const std::vector<Json> of_sight = scene.see(&seen, frame->seconds);
-      const auto heard = listener_.hear(frame->seconds + 1 / walk.frames_per_second());
+      std::vector<Json> events = scene_->see(&seen, frame->seconds);
       Json state = sightings_.json(*frame, seen);
+      const auto heard = listener_.hear(frame->seconds + 1 / walk->frames_per_second());
       if (heard) state["sound"]["level"] = heard->level;
-      walk.draw([&] { return sightings_.drawn(frame->pixels, seen); });
-      for (const Json& event : of_sight) tell(place, event);
       for (const float probability : heard ? heard->crying : std::vector<float>()) {
         state["sound"]["probability"] = probability;
-        for (const Json& event : scene.hear(probability)) tell(place, event);
+        for (const Json& event : scene_->hear(probability)) events.push_back(event);
       }
+      draw(input, walk, [&] { return sightings_.drawn(frame->pixels, seen); });
+      if (clips_) tell_clip(clips_->take(*frame));
+      for (const Json& event : events) tell(event);
       const bool is_told = seen.is_motion || (seen.found && !seen.found->empty()) ||
                            (heard && !heard->crying.empty());
       if (is_told) sightings_.report(state, frame->pixels, false);
+      tell_problems();
     }
-    for (const Json& event : scene.finish()) tell(place, event);
-    listener_.finish();
-    if (!is_decided) walk.object_to_no_decision(options_.settings.period);
+    if (!is_decided) walk->object_to_no_decision(options_.settings.period);
+  }
+
+  // Watching goes on when a drawing cannot be written, as on a full disk.
+  void draw(const std::string& input, FrameWalk* walk, const std::function<cv::Mat()>& drawn) {
+    try {
+      walk->draw(drawn);
+    } catch (const Failure& failure) {
+      reporter_->complain(fmt::format("{}; {} is not drawn any more", failure.what(), input));
+      walk->stop_drawing();
+      is_fine_ = false;
+    }
+  }
+
+  void end() {
+    for (const Json& event : scene_->finish()) tell(event);
+    if (clips_) tell_clip(clips_->finish());
+  }
+
+  void tell_clip(const std::string& path) {
+    if (!path.empty()) tell({{"event", "clip"}, {"clip", path}});
   }
 
   // All that is to be known of an event goes through here.
-  void tell(const Json& place, const Json& what) {
+  void tell(const Json& what) {
     Json event = {{"event", what["event"]}};
-    event.update(place);
-    if (is_live_) event["clock"] = clock_time();
+    event.update(place_);
+    if (is_live_) event["clock"] = clock_time("%Y-%m-%dT%H:%M:%SZ");
     if (what.contains("class")) event["name"] = sightings_.class_name(what["class"]);
     event.update(what);
+    if (clips_ && !event.contains("clip")) event["clip"] = clips_->want();
     reporter_->report_one(event, event_text);
+    if (command_) command_->give(dumped(event));
+  }
+
+  void tell_problems() {
+    for (const std::string& problem :
+         command_ ? command_->problems() : std::vector<std::string>()) {
+      reporter_->complain(problem);
+    }
   }
 
   const WatchOptions& options_;
@@ -119,7 +192,11 @@ class Watch {
   KnownFaces known_;
   Watcher watcher_;
   Listener listener_;
-  bool is_live_ = false;
+  std::optional<Scene> scene_;  // of the input
+  std::optional<Clips> clips_;
+  std::optional<EventCommand> command_;
+  Json place_;  // the last frame's
+  bool is_live_ = false, is_fine_ = true;
 };
 
 }  // namespace

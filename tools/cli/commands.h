@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "clips.h"
 #include "evaluation.h"
 #include "inputs.h"
 #include "motion.h"
@@ -111,6 +112,8 @@ struct WatchOptions : DetectOptions {
   bool is_always_awake = false;
   std::string gallery;
   float threshold = kSamePerson;
+  std::string on_event;  // a command for a shell; none: nobody is told
+  ClipSettings clips;
 };
 bool watch(const WatchOptions& options, Reporter* reporter);
 

@@ -47,6 +47,7 @@ class FrameWalk {
     const Stopwatch watch(&work_.writing);
     if (sink_) sink_->write(drawn());
   }
+  void stop_drawing() { sink_.reset(); }  // what was drawn so far is gone
   // At the end, of frames that came to no decision: too few for a period.
   void object_to_no_decision(int period);
 

@@ -62,6 +62,8 @@ class ShortList : public CLI::Formatter {
 
 // ----- Values that are read from a text; false: it is none
 
+constexpr int64_t kMaxMegabytes = 1000000000;
+
 std::vector<std::string> split(const std::string& list) {
   std::vector<std::string> parts;
   std::istringstream stream(list);
@@ -103,6 +105,13 @@ bool read_raw_format(const std::string& text, std::string* of_ffmpeg) {
 bool read_four_names(const std::string& text, std::vector<std::string>* names) {
   *names = split(text + ",");
   return names->size() == 4 && std::count(names->begin(), names->end(), "") == 0;
+}
+
+bool read_megabytes(const std::string& text, int64_t* bytes) {
+  int64_t megabytes = 0;
+  if (!parse_number(text, &megabytes) || megabytes < 1 || megabytes > kMaxMegabytes) return false;
+  *bytes = megabytes * 1000000;
+  return true;
 }
 
 constexpr int64_t kMaxFrames = 1000000000;
@@ -535,6 +544,18 @@ void add_watch(const Commands& commands) {
   command->add_flag("--always", options->is_always_awake, "Look for people and faces in any frame");
   add_gallery(command, &options->gallery);
   add_same_person(command, &options->threshold);
+  option(command, "--on-event", &options->on_event, "COMMAND",
+         "Run this with each event, as --json prints it, on its standard input: one after the\n"
+         "other, 10 s for each; 100 may wait, and others are left out");
+  CLI::Option* clips =
+      option(command, "--clips", &options->clips.directory, "DIR",
+             "Write the 5 s before and after each event to DIR, as INPUT-FRAME.clip.mp4: the\n"
+             "event has its name, and an event \"clip\" tells when it is complete");
+  read_option(command, "--clips-limit", "MB", "a number of megabytes, from 1 on",
+              "How much room the clips in DIR may take; the oldest go. Without it 1000",
+              read_megabytes,
+              [clips = &options->clips](int64_t bytes) { clips->most_bytes = bytes; })
+      ->needs(clips);
   add_boxes(commands, command, options, kel_nn::GridDetector::kLeastScore);
 }
 
