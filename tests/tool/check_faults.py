@@ -40,12 +40,12 @@ COMMANDS = {
     "classify-face": "classify-face pictures/face_a.png --json --csv out/t.csv",
     "classify-person": "classify-person pictures/face_a.png --csv out/t.csv",
     "motion": "motion visitor.avi --limit 30 --draw out/m.webm --vtt out/s.vtt --csv out/t.csv",
-    "watch": "watch visitor.avi --always --limit 10 --draw out/w.mp4 --csv out/t.csv",
+    "watch": "watch seen.rgb --raw rgb:640x360@10 --always --draw out/w.webm --csv out/t.csv --clips out/clips --on-event cat",
     "cry": "cry cry.flac --csv out/t.csv --vtt out/s.vtt",
     "features": "features cry.flac --png out/a/f.png --csv out/f.csv",
     "eval": "eval person-detection --data boxes --draw out/worst --json",
 }
-SHORT = ("pack", "objects", "motion", "features")
+SHORT = ("pack", "objects", "watch", "features")
 SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGPIPE)
 MESSAGE = "kelnn: "
 
@@ -70,6 +70,7 @@ class Bench:
         (place / "boxes").mkdir()
         for file in (place / "patches.ppm", place / "boxes" / "patches.ppm"):
             file.write_bytes(b"P6 640 360 255\n" + b"".join(rows + seen + [b"\x3c\x3c\x3c" * 640] * 152))
+        (place / "seen.rgb").write_bytes(b"".join(rows + seen + [b"\x3c\x3c\x3c" * 640] * 152) * 4)
         (place / "boxes" / "labels.csv").write_text("file,class,x,y,w,h\npatches.ppm,0,300,110,40,90\n")
         self.inputs = self.left()
         self.whole: dict[str, dict[str, bytes]] = {}

@@ -3,8 +3,10 @@
 #include <algorithm>
 
 #include "assignment.h"
+#include "event_command.h"
 #include "kel_nn_model_files.h"
 #include "support/command_test.h"
+#include "support/model_directory.h"
 #include "tracker.h"
 
 namespace {
@@ -117,6 +119,53 @@ TEST(Tracker, WhatIsNotFoundHasLeftWhenPatienceEndsAndWhatRestsStays) {
   ASSERT_EQ(last.size(), 1u);
   EXPECT_NEAR(last[0].last_seen - last[0].first_seen, 0.9 + 1 + 1.5 + 3600, 1e-6);
   EXPECT_EQ(tracker.take({one}, time + 0.1).ids, std::vector<int64_t>{0});  // is somebody new
+}
+
+// ----- A command for events
+
+TEST(EventCommand, IsGivenEachEventInTurnAndWhatIsWrongIsToldOnce) {
+  const TemporaryDirectory directory;
+  const std::string file = directory.file("given");
+  const struct {
+    std::string command;
+    size_t most_waiting;
+    std::vector<std::string> problems;
+    std::string all;
+  } cases[] = {
+      {"cat >>" + file, 100, {}, ""},
+      {"cat >>" + file + "; sleep 0.01", 100, {}, ""},
+      {"exit 3",
+       100,
+       {"failed with exit code 3"},
+       "0 were taken; 40 failed, 0 took too long, 0 were"},
+      {"kill -9 $$", 100, {"was ended by signal 9"}, "0 were taken; 40 failed"},
+      // The first is ended with what it has started, and those that came meanwhile were not waited for.
+      {"cat >>" + file + "; sleep 1000 & wait",
+       3,
+       {"3 events are waiting; others are left out", "took longer than 0.5 s and was ended"},
+       "of 40 events 0 were taken; 0 failed, "},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.command);
+    fs::remove(file);
+    kelnn_cli::EventCommand command(
+        c.command, {std::chrono::milliseconds(c.most_waiting < 10 ? 500 : 60000), c.most_waiting});
+    std::string given;
+    for (int i = 0; i < 40; ++i) {
+      command.give(std::to_string(i));
+      given += std::to_string(i) + "\n";
+    }
+    const std::string all = command.finish();
+    const std::vector<std::string> problems = command.problems();
+    ASSERT_EQ(problems.size(), c.problems.size()) << (problems.empty() ? "" : problems.back());
+    for (size_t i = 0; i < problems.size(); ++i)
+      EXPECT_EQ(problems[i], "--on-event " + c.command + ": " + c.problems[i]);
+    EXPECT_THAT(all, HasSubstr(c.all));
+    if (c.all.empty()) {
+      EXPECT_EQ(all, "");
+      EXPECT_EQ(text_of(file), given);
+    }
+  }
 }
 
 // ----- The command
@@ -252,6 +301,63 @@ TEST_F(Watching, RecognisesWhoIsKnownOnceATrack) {
   }
   EXPECT_THAT(told, ElementsAre("recognised 2 anna"));
   expect_refused({{"watch door.avi --gallery none.db", 1, "none.db: there is no gallery"}});
+}
+
+// Grey noise, which does not compress, and a cry in the fifth window of 3 s and in each fourth one after it.
+std::string nights_of(int windows) {
+  std::string samples;
+  for (int i = 0; i < windows; ++i)
+    samples += pcm_of(beeps(i % 4 == 0 && i > 0 ? kHighHz : kLowHz, 3));
+  std::vector<cv::Mat> frames;
+  cv::RNG random(5);
+  for (int i = 0; i < 30 * windows; ++i) {
+    frames.emplace_back(96, 128, CV_8UC3);
+    random.fill(frames.back(), cv::RNG::UNIFORM, 0, 256);
+  }
+  return avi_of(samples, frames);
+}
+
+TEST_F(Watching, ClipsHaveTheSecondsAroundAnEventAndStayWithinTheirLimit) {
+  write("night.avi", nights_of(14));
+  write("clips/mine.mp4", std::string(3000000, 'x'));  // is none of them
+  write("clips/.kelnn-1", "left by one that was killed");
+  fs::last_write_time(path("clips/.kelnn-1"),
+                      fs::file_time_type::clock::now() - std::chrono::hours(1));
+  std::vector<std::string> told;
+  for (const Json& line :
+       lines("watch night.avi --ratio 100 --clips clips --on-event cat>>given")) {
+    if (!line.contains("event")) continue;
+    told.push_back(line.at("event").get<std::string>() + " " + line.at("frame").dump());
+    EXPECT_EQ(line.at("clip"), "clips/night.avi-000" +
+                                   std::string(line.at("frame") <= 200   ? "149"
+                                               : line.at("frame") <= 320 ? "269"
+                                                                         : "389") +
+                                   ".clip.mp4");
+  }
+  EXPECT_THAT(told,
+              ElementsAre("cry 149", "clip 200", "cry 269", "clip 320", "cry 389", "clip 419"));
+  std::string given = text("given");
+  EXPECT_EQ(std::count(given.begin(), given.end(), '\n'), 6);
+  EXPECT_THAT(given, HasSubstr("{\"event\":\"clip\",\"input\":\"night.avi\",\"frame\":419,"));
+  cv::VideoCapture clip(path("clips/night.avi-000269.clip.mp4"));
+  EXPECT_EQ(clip.get(cv::CAP_PROP_FRAME_COUNT), 101);
+  EXPECT_EQ(clip.get(cv::CAP_PROP_FPS), 10);
+  cv::Mat first;
+  ASSERT_TRUE(clip.read(first));
+  cv::VideoCapture night(path("night.avi"));
+  cv::Mat frame;
+  for (int i = 0; i <= 219; ++i) night.read(frame);
+  EXPECT_LT(cv::norm(first, frame, cv::NORM_L1) / static_cast<double>(first.total()),
+            60);  // 3 channels of noise
+  EXPECT_FALSE(fs::exists(path("clips/.kelnn-1")));
+
+  out("watch night.avi --ratio 100 --clips clips --clips-limit 1 --quiet");
+  EXPECT_EQ(file_count("clips"), 2u);  // the youngest
+  EXPECT_TRUE(fs::exists(path("clips/mine.mp4")));
+  EXPECT_TRUE(fs::exists(path("clips/night.avi-000389.clip.mp4")));
+  expect_refused(
+      {{"watch clips/mine.mp4 --clips clips", 2, "the input clips/mine.mp4 is in it"},
+       {"watch night.avi --clips c --clips-limit 0", 2, "\"0\" is not a number of megabytes"}});
 }
 
 }  // namespace
