@@ -126,7 +126,11 @@ def annotate(job: Job, chunk: Chunk) -> List[str]:
     if not os.path.isdir(job.archive):
         raise Failure(f"{socket.gethostname()}: no directory {job.archive}")
     find = of_sounds if job.task == "cry" else of_pictures
-    return [json.dumps(result, ensure_ascii=False, separators=(",", ":")) for result in find(job, opened(job), chunk)]
+    return [as_line(result) for result in find(job, opened(job), chunk)]
+
+
+def as_line(result: Dict[str, Any]) -> str:
+    return json.dumps(result, ensure_ascii=False, separators=(",", ":"))
 
 
 def opened(job: Job) -> Any:
@@ -370,6 +374,20 @@ def count(chunk: Iterable[Span]) -> int:
 
 # ----- What is done
 
+@contextlib.contextmanager
+def claimed(out: Path) -> Iterator[None]:
+    """For this process alone; a lock goes with the process that has it."""
+    out.mkdir(parents=True, exist_ok=True)
+    directory = os.open(out, os.O_RDONLY)
+    try:
+        fcntl.flock(directory, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        yield
+    except BlockingIOError:
+        raise Failure(f"{out}: another process is at it")
+    finally:
+        os.close(directory)
+
+
 class Store:
     """OUT/results.sqlite: the one place that says what is done. A chunk's rows are there together or not at all."""
 
@@ -391,13 +409,7 @@ class Store:
         """
 
     def __init__(self, out: Path, task: str, models: Tuple[Tuple[str, str], ...]) -> None:
-        out.mkdir(parents=True, exist_ok=True)
         self._out = out
-        self._lock = os.open(out, os.O_RDONLY)  # as long as this process lives
-        try:
-            fcntl.flock(self._lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        except BlockingIOError:
-            raise Failure(f"{out}: another process is at it")
         self._database = sqlite3.connect(out / "results.sqlite", isolation_level=None)
         self._database.execute("PRAGMA journal_mode = WAL")  # who wants to read meanwhile can
         rows = sorted((task, file, sha256) for file, sha256 in models)
@@ -456,7 +468,6 @@ class Store:
 
     def close(self) -> None:
         self._database.close()
-        os.close(self._lock)
 
 
 # ----- From one to the other
@@ -486,12 +497,20 @@ class Progress:
         tell(f"{self._done} of {self._total} {self._unit} done in {seconds:.1f} s, {self._done / seconds:.1f}/s")
 
 
-class DeafToTheTerminal(distributed.WorkerPlugin):
-    """Ctrl-C reaches all processes of a terminal; workers are ended by the one that it is meant for."""
+class OneOfSeveral(distributed.WorkerPlugin):
+    """How a worker here gets on with the others."""
 
     def setup(self, worker: distributed.Worker) -> None:
+        # Ctrl-C reaches all processes of a terminal; it is meant for the one that then ends the others.
         for number in (signal.SIGINT, signal.SIGHUP):
             signal.signal(number, signal.SIG_IGN)
+        # One processor: the runtime starts a thread for each that it sees, which wait for those of the other workers.
+        processors = sorted(os.sched_getaffinity(0))
+        os.sched_setaffinity(0, {processors[int(worker.name) % len(processors)]})
+
+
+# What glibc keeps of freed memory. Dask has it keep little, so that each picture's pages are asked for anew, a third of the time.
+MEMORY = {"MALLOC_TRIM_THRESHOLD_": 2**28, "MALLOC_MMAP_THRESHOLD_": 2**25}
 
 
 def work(client: distributed.Client, job: Job, todo: Iterator[Chunk], store: Store, progress: Progress) -> None:
@@ -518,7 +537,7 @@ def work(client: distributed.Client, job: Job, todo: Iterator[Chunk], store: Sto
                 for item in items:
                     send([item])
                 continue
-            lines = [json.dumps({"input": items[0].file.path, "error": "ends the worker that reads it"})] * count(items)
+            lines = [as_line({"input": items[0].file.path, "error": "ends the worker that reads it"})] * count(items)
         store.keep(chunk, lines)
         progress.add(count(chunk))
         for following in itertools.islice(todo, 1):
@@ -552,17 +571,22 @@ def options(arguments: Optional[List[str]]) -> argparse.Namespace:
 
 
 @contextlib.contextmanager
-def cluster(chosen: argparse.Namespace) -> Iterator[distributed.Client]:
-    if chosen.scheduler:
-        with distributed.Client(chosen.scheduler) as client:
-            client.upload_file(__file__)
-            yield client
-        return
-    with dask.config.set({"distributed.scheduler.allowed-failures": 1}), distributed.LocalCluster(
-            n_workers=chosen.workers, threads_per_worker=1, dashboard_address=None) as local:
+def cluster(workers: int) -> Iterator[distributed.Client]:
+    """Processes here. One that dies is started again by its nanny; one that the scheduler gives up, nanny and all, by adapt()."""
+    settings = {"distributed.scheduler.allowed-failures": 1, "distributed.nanny.pre-spawn-environ": MEMORY}
+    with dask.config.set(settings), distributed.LocalCluster(
+            n_workers=workers, threads_per_worker=1, dashboard_address="127.0.0.1:0") as local:
+        local.adapt(minimum=workers, maximum=workers)
         with distributed.Client(local) as client:
-            client.register_worker_plugin(DeafToTheTerminal())
+            client.register_worker_plugin(OneOfSeveral())
             yield client
+
+
+@contextlib.contextmanager
+def cluster_at(address: str) -> Iterator[distributed.Client]:
+    with distributed.Client(address) as client:
+        client.upload_file(__file__)
+        yield client
 
 
 def run(chosen: argparse.Namespace) -> bool:
@@ -575,7 +599,7 @@ def run(chosen: argparse.Namespace) -> bool:
 
     task, models = TASKS[chosen.task], os.path.abspath(chosen.models)
     job = Job(chosen.task, os.path.abspath(chosen.archive), models, digests(chosen.task, models))
-    with contextlib.closing(Store(chosen.out, job.task, job.digests)) as store:
+    with claimed(chosen.out), contextlib.closing(Store(chosen.out, job.task, job.digests)) as store:
         try:
             todo: List[Span] = []
             total = 0
@@ -588,7 +612,8 @@ def run(chosen: argparse.Namespace) -> bool:
                     total += span.end - span.first
             unit = "windows" if task.suffixes == SOUNDS else "pictures"
             if todo:
-                with cluster(chosen) as client, Progress(count(todo), unit) as progress:
+                workers = cluster_at(chosen.scheduler) if chosen.scheduler else cluster(chosen.workers)
+                with workers as client, Progress(count(todo), unit) as progress:
                     work(client, job, chunks(todo, chosen.chunk or task.chunk), store, progress)
         finally:
             store.export()

@@ -4,12 +4,14 @@
 # moved, and as a wheel: check_python.sh BUILD LIBRARY [PYTEST OPTION...]
 set -euo pipefail
 export KEL_NN_TEST_LIBRARY=$2 KEL_NN_TEST_MODELS=$1/share/kelnn/models PYTHONPATH=$1/python PYTHONDONTWRITEBYTECODE=1
+export KEL_NN_TEST_TOOL=$1/tools/kelnn
 cd "$(dirname "$0")"
 root=$(cd ../.. && pwd)
+export PYTHONPATH=$PYTHONPATH:$root/examples
 timeout 300 /usr/bin/python3 -m pytest -q -p no:cacheprovider "${@:3}"
 cd "$1"
-MYPYPATH=$1/python:$OLDPWD /usr/bin/python3 -m mypy --strict --cache-dir "$1/python/mypy" \
-  "$1/python/kelnn" "$OLDPWD"/*.py
+MYPYPATH=$1/python:$OLDPWD:$root/examples /usr/bin/python3 -m mypy --strict --cache-dir "$1/python/mypy" \
+  "$1/python/kelnn" "$OLDPWD"/*.py "$root"/{examples/annotate,bench/bench}_archive.py
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
