@@ -22,7 +22,7 @@ ROOT = Path(__file__).resolve().parent.parent
 # Programs of others; their arguments are theirs. What a system may lack, and a reader installs or has on the camera.
 OTHERS = {"apt", "apt-get", "find", "grep", "head", "sort", "uniq", "c++", "cc", "cd", "clang", "clang++", "cp", "cpack", "curl", "diff", "echo", "export", "ffmpeg", "g++",
           "gcc", "git", "gst-launch-1.0", "jq", "ls", "make", "man", "meson", "mipsel-linux-gnu-gcc", "mkdir", "ninja", "pip", "pip3", "pkg-config",
-          "scp", "ssh", "strip", "sudo", "tar", "valgrind", "qemu-mipsel", "abidiff", "xdg-open"}
+          "scp", "sqlite3", "ssh", "strip", "sudo", "tar", "valgrind", "qemu-mipsel", "abidiff", "xdg-open"}
 
 
 class Fence(NamedTuple):
