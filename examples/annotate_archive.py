@@ -102,8 +102,8 @@ class Failure(Exception):
     """What ends the program: its text is told."""
 
 
-class Stopped(Exception):
-    """By a signal, whose number it has."""
+class Stopped(BaseException):
+    """By a signal, whose number it has. Nobody on the way takes it for something that went wrong."""
 
 
 def digests(task: str, models: str) -> Tuple[Tuple[str, str], ...]:
@@ -115,7 +115,6 @@ def digests(task: str, models: str) -> Tuple[Tuple[str, str], ...]:
 
 
 # ----- On a worker
-
 
 _lock = threading.Lock()
 _kept: Optional[Tuple[Job, Any]] = None  # the detector, and what it was opened for
@@ -380,10 +379,11 @@ def claimed(out: Path) -> Iterator[None]:
     out.mkdir(parents=True, exist_ok=True)
     directory = os.open(out, os.O_RDONLY)
     try:
-        fcntl.flock(directory, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        try:
+            fcntl.flock(directory, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            raise Failure(f"{out}: another process is at it")
         yield
-    except BlockingIOError:
-        raise Failure(f"{out}: another process is at it")
     finally:
         os.close(directory)
 
