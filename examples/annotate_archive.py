@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """Annotates an archive on many processors or machines: what `kelnn faces`, `persons`, `objects` or `cry` tells of each
 picture, or of each 3 seconds of each sound, below a directory.
@@ -42,7 +41,7 @@ from PIL import Image, ImageOps, UnidentifiedImageError  # type: ignore[import]
 
 PICTURES = (".bmp", ".gif", ".jpe", ".jpeg", ".jpg", ".pbm", ".pgm", ".png", ".pnm", ".ppm", ".tif", ".tiff", ".webp")
 SOUNDS = (".aif", ".aiff", ".au", ".caf", ".flac", ".mp3", ".oga", ".ogg", ".opus", ".w64", ".wav")
-AHEAD = 200  # chunks that the scheduler is given beyond those that are done
+AHEAD = 1000  # chunks that are given out and not done: some for each of several hundred workers
 EXIF_ORIENTATION = 0x0112
 UNKNOWN_LENGTH = 2**63 - 1
 
@@ -537,7 +536,9 @@ def work(client: distributed.Client, job: Job, todo: Iterator[Chunk], store: Sto
                 for item in items:
                     send([item])
                 continue
-            lines = [as_line({"input": items[0].file.path, "error": "ends the worker that reads it"})] * count(items)
+            ((file, first, end, _),) = items
+            lines = [as_line({"input": file.path, **({"window": item} if job.task == "cry" else {}),
+                              "error": "ends the worker that reads it"}) for item in range(first, end)]
         store.keep(chunk, lines)
         progress.add(count(chunk))
         for following in itertools.islice(todo, 1):
