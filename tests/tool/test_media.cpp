@@ -6,16 +6,19 @@
 #include <turbojpeg.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+#include <thread>
 
 #include "codecs.h"
 #include "frame_sink.h"
 #include "frame_source.h"
 #include "picture.h"
+#include "read_ahead.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -381,6 +384,52 @@ TEST_F(Videos, AreWrittenWholeOrNotAtAll) {
     }
     EXPECT_FALSE(capture.read(read));
     std::filesystem::remove(path);
+  }
+}
+
+// ----- Frames that are read ahead
+
+TEST(ReadAhead, GivesWhatWasReadAndToldAndThrownInItsOrder) {
+  constexpr int kFrames = 7;
+  std::atomic<int> read{0};
+  ReadAhead* itself = nullptr;
+  ReadAhead ahead([&](Frame* frame) {
+    if (read == 3) itself->note(" half ");
+    if (read == kFrames) throw Failure("cut off");
+    frame->pixels.create(2, 2, CV_8UC3);
+    frame->pixels.setTo(cv::Scalar::all(read));
+    frame->index = read++;
+    return true;
+  });
+  itself = &ahead;
+  std::string told;
+  const auto tell = [&](const std::string& message) { told += message; };
+  const auto look = [&] {
+    while (const Frame* frame = ahead.next(tell)) {
+      const int index = static_cast<int>(frame->index);
+      told += std::to_string(index);
+      while (read < std::min(index + 2, kFrames)) std::this_thread::yield();  // the one after it
+      EXPECT_LE(read, index + 4) << "not all of the recording";
+      EXPECT_EQ(frame->pixels.at<cv::Vec3b>(1, 1), cv::Vec3b::all(static_cast<uchar>(index)));
+    }
+  };
+  EXPECT_THROW(look(), Failure);
+  EXPECT_THROW(look(), Failure) << "it does not wait for more";
+  EXPECT_EQ(told, "012 half 3456");
+}
+
+TEST(ReadAhead, EndsWhileFramesWaitOrOneIsBeingRead) {
+  for (const bool is_stuck : {false, true}) {
+    ReadAhead* itself = nullptr;
+    int read = 0;
+    ReadAhead ahead([&](Frame* frame) {
+      while (is_stuck && read == 1 && !itself->is_over()) std::this_thread::yield();
+      frame->pixels.create(1, 1, CV_8U);
+      frame->index = read++;
+      return true;
+    });
+    itself = &ahead;
+    ASSERT_NE(ahead.next({}), nullptr);
   }
 }
 

@@ -46,22 +46,36 @@ FrameWalk::FrameWalk(const std::string& input, Takes takes, const FrameOptions& 
     : input_(input),
       reporter_(reporter),
       options_(options),
-      source_(open_input(input, takes, told(options.input, reporter))),
+      source_(open_input(input, takes, told_in_order())),
+      frames_per_second_(source_->frames_per_second() / options.step),
       progress_(input, frames_to_pass(*source_, options), "frames") {
   catch_interruption();
   if (options.input.start > 0) source_->seek(options.input.start);
   if (target) sink_ = target->open(input, *source_, options.step);
+  if (kind() == FrameSource::Kind::kPicture) return;
+  ahead_ = std::make_unique<ReadAhead>([this](Frame* frame) { return read_next(frame); });
+}
+
+// What is told while frames are read ahead waits for its turn.
+InputSettings FrameWalk::told_in_order() {
+  InputSettings settings = told(options_.input, reporter_);
+  settings.tell = [this](const std::string& message) {
+    ahead_ ? ahead_->note(message) : reporter_->complain(message);
+  };
+  settings.is_over = [this] { return interruption() || (ahead_ && ahead_->is_over()); };
+  return settings;
 }
 
 const Frame* FrameWalk::next() {
-  const bool is_picture = kind() == FrameSource::Kind::kPicture;
-  if (seen_ > 0 && !is_picture) progress_.show(frame_.index + 1);
+  const bool is_picture = !ahead_;
+  if (seen_ > 0 && !is_picture) progress_.show(last_index_ + 1);
   if (interruption() && seen_ > 0 && !is_picture) {
-    reporter_->complain(fmt::format("{}: interrupted after frame {}", input_, frame_.index));
+    reporter_->complain(fmt::format("{}: interrupted after frame {}", input_, last_index_));
   }
-  if (!interruption() && (options_.limit == 0 || seen_ < options_.limit) && read_next()) {
+  if (const Frame* frame = interruption() ? nullptr : wait_for_next()) {
     ++seen_;
-    return &frame_;
+    last_index_ = frame->index;
+    return frame;
   }
   if (sink_) {
     const Stopwatch watch(&work_.writing);
@@ -72,19 +86,27 @@ const Frame* FrameWalk::next() {
   return nullptr;
 }
 
-bool FrameWalk::read_next() {
+const Frame* FrameWalk::wait_for_next() {
   const Stopwatch watch(&work_.reading);
-  if (seen_ > 0 && !skip(source_.get(), options_.step - 1)) return false;
-  if (kind() == FrameSource::Kind::kPicture) return source_->read(&frame_);
+  if (!ahead_) return read_next(&picture_) ? &picture_ : nullptr;
+  return ahead_->next([this](const std::string& message) { reporter_->complain(message); });
+}
+
+// By the thread that reads ahead, where there is one.
+bool FrameWalk::read_next(Frame* frame) {
+  if (options_.limit > 0 && read_ == options_.limit) return false;
+  const bool is_first = read_++ == 0;
+  if (!is_first && !skip(source_.get(), options_.step - 1)) return false;
+  if (kind() == FrameSource::Kind::kPicture) return source_->read(frame);
   const auto& [start, duration] = std::pair(options_.input.start, options_.input.duration);
   constexpr double kUnsure = 0.001;  // times in files are rounded
   do {
-    if (!source_->read(&frame_)) {
-      if (seen_ > 0 || start == 0 || interruption()) return false;
+    if (!source_->read(frame)) {
+      if (!is_first || start == 0 || interruption()) return false;
       throw Failure(input_, fmt::format("ends before {} s", start));
     }
-  } while (seen_ == 0 && frame_.seconds + kUnsure < start && !interruption());
-  return duration == 0 || frame_.seconds + kUnsure < start + duration;
+  } while (is_first && frame->seconds + kUnsure < start && !interruption());
+  return duration == 0 || frame->seconds + kUnsure < start + duration;
 }
 
 void FrameWalk::object_to_no_decision(int period) {

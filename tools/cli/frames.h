@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "frame_sink.h"
 #include "progress_bar.h"
+#include "read_ahead.h"
 #include "reporter.h"
 
 namespace kelnn_cli {
@@ -36,9 +37,12 @@ class FrameWalk {
   // A Failure for an input of another kind. Frames that are drawn go to the target; none: nothing is drawn.
   FrameWalk(const std::string& input, Takes takes, const FrameOptions& options, Reporter* reporter,
             DrawingTarget* target = nullptr);
+  ~FrameWalk() { ahead_.reset(); }  // before what it reads from
+  FrameWalk(const FrameWalk&) = delete;
+  FrameWalk& operator=(const FrameWalk&) = delete;
 
   FrameSource::Kind kind() const { return source_->kind(); }
-  double frames_per_second() const { return source_->frames_per_second() / options_.step; }
+  double frames_per_second() const { return frames_per_second_; }
   // The next frame to look at, which holds until the one after it; null at the end, and after Ctrl-C: then the drawings
   // are finished.
   const Frame* next();
@@ -52,17 +56,22 @@ class FrameWalk {
   void object_to_no_decision(int period);
 
  private:
-  bool read_next();
+  InputSettings told_in_order();
+  const Frame* wait_for_next();
+  bool read_next(Frame* frame);
 
   std::string input_;
   Reporter* reporter_;
   std::unique_ptr<FrameSink> sink_;  // none: no drawings are wanted
   FrameOptions options_;
   Work work_;
+  std::unique_ptr<ReadAhead> ahead_;  // none: the source is being opened, or is a picture
   std::unique_ptr<FrameSource> source_;
+  double frames_per_second_;
   ProgressBar progress_;
-  Frame frame_;
-  int64_t seen_ = 0;  // frames that were given
+  Frame picture_;
+  int64_t read_ = 0;                   // frames that were asked for
+  int64_t seen_ = 0, last_index_ = 0;  // frames that were given, and the number of the last one
 };
 
 // What every result of a frame begins with, as JSON and as the format of its text: "INPUT frame 3 at

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -23,8 +24,8 @@ namespace {
 // Standard output may be closed; then nothing that is opened later may take its number by chance.
 int duplicate(int descriptor) { return fcntl(descriptor, F_DUPFD_CLOEXEC, 3); }
 
-volatile std::sig_atomic_t g_finishes = 0, g_signal = 0;
-volatile std::sig_atomic_t g_is_held = 0, g_waiting = 0;  // Uninterrupted's
+std::atomic<int> g_finishes = 0, g_signal = 0;  // any thread may take a signal
+std::atomic<int> g_is_held = 0, g_waiting = 0;  // Uninterrupted's
 
 void on_signal(int signal) {
   if (g_is_held) {

@@ -12,7 +12,7 @@
 namespace kelnn_cli {
 
 struct Frame {
-  cv::Mat pixels;      // 8-bit BGR; holds until the next one is read
+  cv::Mat pixels;      // 8-bit BGR
   int64_t index = 0;   // from 0, skipped frames included; after a seek by time and rate
   double seconds = 0;  // since the first frame
 };
@@ -27,8 +27,9 @@ class FrameSource {
   FrameSource& operator=(const FrameSource&) = delete;
 
   Kind kind() const { return kind_; }
-  virtual bool read(Frame* frame) = 0;  // false: there is none left
-  virtual bool skip() = 0;              // the same without decoding
+  // False: there is none left. Pixels go where those of the frame are that is given, if they have the size.
+  virtual bool read(Frame* frame) = 0;
+  virtual bool skip() = 0;  // the same without decoding
   // Before the first frame: those that lie far before `seconds` may be left out.
   virtual void seek(double seconds) { static_cast<void>(seconds); }
   virtual int64_t count() const = 0;  // as the file says; 0: not known

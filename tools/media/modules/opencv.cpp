@@ -62,8 +62,8 @@ class Camera : public FrameSource {
       : FrameSource(Kind::kCamera), name_(name), capture_(capture) {}
 
   bool read(Frame* frame) override {
-    if (!capture_.read(pixels_) || pixels_.empty()) return end();
-    frame->pixels = as_bgr(pixels_, name_);
+    if (!capture_.read(frame->pixels) || frame->pixels.empty()) return end();
+    frame->pixels = as_bgr(frame->pixels, name_);
     frame->seconds = seconds();
     frame->index = next_++;
     return true;
@@ -95,7 +95,6 @@ class Camera : public FrameSource {
 
   std::string name_;
   cv::VideoCapture capture_;
-  cv::Mat pixels_;
   int64_t next_ = 0;
   Clock::time_point start_;
 };

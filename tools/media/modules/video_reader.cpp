@@ -20,8 +20,7 @@ class VideoReader : public FrameSource {
 
   bool read(Frame* frame) override {
     if (!skip()) return false;
-    convert();
-    frame->pixels = pixels_;
+    convert(&frame->pixels);
     frame->seconds = seconds_;
     frame->index = next_ - 1;
     return true;
@@ -72,7 +71,7 @@ class VideoReader : public FrameSource {
     return is_stamped ? since_first : static_cast<double>(next_) / frames_per_second();
   }
 
-  void convert() {
+  void convert(cv::Mat* pixels) {
     const AVFrame& from = *decoded_;
     scaler_.reset(sws_getCachedContext(
         scaler_.release(), from.width, from.height, static_cast<AVPixelFormat>(from.format),
@@ -90,17 +89,17 @@ class VideoReader : public FrameSource {
     }
     const cv::Mat frame(from.height, from.width, CV_8UC3, converted_->data[0],
                         static_cast<size_t>(converted_->linesize[0]));
-    turn(frame);
+    turn(frame, pixels);
   }
-  // Into pixels_, the way up that the file says.
-  void turn(const cv::Mat& frame) {
+  // The way up that the file says.
+  void turn(const cv::Mat& frame, cv::Mat* pixels) {
     const auto* matrix = reinterpret_cast<const int32_t*>(
         av_stream_get_side_data(reader_->stream(), AV_PKT_DATA_DISPLAYMATRIX, nullptr));
     const int quarters = matrix ? cvRound(-av_display_rotation_get(matrix) / 90) & 3 : 0;
     if (quarters == 0) {
-      frame.copyTo(pixels_);
+      frame.copyTo(*pixels);
     } else {
-      cv::rotate(frame, pixels_, quarters - 1);  // 90 degrees clockwise, 180, 270
+      cv::rotate(frame, *pixels, quarters - 1);  // 90 degrees clockwise, 180, 270
     }
   }
 
@@ -110,7 +109,6 @@ class VideoReader : public FrameSource {
   const AVFrame* decoded_ = nullptr;
   Picture converted_{av_frame_alloc()};
   Scaler scaler_;
-  cv::Mat pixels_;
   bool is_sought_ = false;
   int64_t next_ = 0, count_ = 0, first_stamp_ = 0;  // the next frame's index; frames so far
   double seconds_ = 0;
