@@ -1,5 +1,4 @@
 # SPDX-License-Identifier: Apache-2.0
-# mypy: allow-untyped-calls
 """How many pictures and windows of sound a second examples/annotate_archive.py does, by workers and by the size of a chunk:
 
     PYTHONPATH=BUILD/python python3 bench/bench_archive.py --models BUILD/share/kelnn/models [--plot FILE.svg]

@@ -9,7 +9,6 @@ OUT/results.sqlite has a row, and OUT/results.jsonl a line, for each picture and
 it with --json, or an "error" that says why there is nothing to tell. The same command, given again after whatever ended it,
 goes on where it stopped; when all is done, it does what is new or changed.
 """
-# mypy: allow-untyped-calls
 import argparse
 import contextlib
 import ctypes
@@ -496,7 +495,7 @@ class Progress:
         tell(f"{self._done} of {self._total} {self._unit} done in {seconds:.1f} s, {self._done / seconds:.1f}/s")
 
 
-class OneOfSeveral(distributed.WorkerPlugin):
+class OneOfSeveral(distributed.WorkerPlugin):  # type: ignore[misc]
     """How a worker here gets on with the others."""
 
     def setup(self, worker: distributed.Worker) -> None:

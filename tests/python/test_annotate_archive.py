@@ -1,5 +1,4 @@
 # SPDX-License-Identifier: Apache-2.0
-# mypy: allow-untyped-calls
 """examples/annotate_archive.py: tells what `kelnn` tells (KEL_NN_TEST_TOOL), each exactly once, whatever ends on the way."""
 import contextlib
 import json
