@@ -127,9 +127,9 @@ jzdl::BaseNet* Player::make_net(jzdl::BaseNet* own) {
 
 // ----- What a call was given ---------------------------------------------------------------------
 
-const Field& Player::field(const std::string& name, Type type, size_t count) const {
+const Field& Player::field(const std::string& name, Type type, size_t size) const {
   const Field* found = entry_->find(name);
-  if (!found || found->type != type || found->value.size() != 4 * count) {
+  if (!found || found->type != type || found->value.size() != size) {
     throw Failure(
         fmt::format("call {}: {} is not recorded as it should be", entry_->header.number, name));
   }
@@ -137,10 +137,10 @@ const Field& Player::field(const std::string& name, Type type, size_t count) con
 }
 
 int32_t Player::integer(const std::string& name) const {
-  return field(name, Type::kIntegers, 1).at<int32_t>(0);
+  return field(name, Type::kIntegers, sizeof(int32_t)).at<int32_t>(0);
 }
 float Player::number(const std::string& name) const {
-  return field(name, Type::kFloats, 1).at<float>(0);
+  return field(name, Type::kFloats, sizeof(float)).at<float>(0);
 }
 
 bool Player::is_null(const std::string& name) const {
@@ -148,10 +148,10 @@ bool Player::is_null(const std::string& name) const {
   return found && found->type == Type::kNull;
 }
 
-const kel_nn_size_t* Player::size(const std::string& name, kel_nn_size_t* size) const {
+const kel_nn_size_t* Player::size(const std::string& name) {
   if (is_null(name)) return nullptr;
-  *size = field(name, Type::kIntegers, 2).at<kel_nn_size_t>(0);
-  return size;
+  const auto recorded = field(name, Type::kIntegers, sizeof(kel_nn_size_t)).at<kel_nn_size_t>(0);
+  return new (room(sizeof(kel_nn_size_t))) kel_nn_size_t(recorded);
 }
 
 kel_nn_handle_t Player::handle() {
@@ -170,22 +170,23 @@ kel_nn_graph_t Player::graph() {
   return own.get();
 }
 
-const void* Player::block(const std::string& name, Type type, size_t size,
-                          std::vector<uint8_t>* memory) {
+// One byte more: the address of no bytes is not null.
+uint8_t* Player::room(size_t size) { return blocks_.emplace_back(size + 1).data(); }
+
+const uint8_t* Player::block(const std::string& name, Type type, size_t size) {
   if (is_null(name)) return nullptr;
   const Field* found = entry_->find(name);
-  const bool is_digest = found && found->type == Type::kDigest;
-  is_blank_ = is_blank_ || is_digest;
-  // One byte more: the address of no bytes is not null.
-  memory->assign(size + 1, 0);
-  if (is_digest) return memory->data();
-  if (!found || found->type != type || found->value.size() != size) {
-    throw Failure(
-        fmt::format("call {}: {} is not recorded as it should be", entry_->header.number, name));
+  uint8_t* const memory = room(size);
+  if (found && found->type == Type::kDigest) {
+    is_blank_ = true;
+  } else {
+    const Field& recorded = field(name, type, size);
+    std::copy(recorded.value.begin(), recorded.value.end(), memory);
   }
-  std::copy(found->value.begin(), found->value.end(), memory->begin());
-  return memory->data();
+  return memory;
 }
+
+const uint8_t* Player::image(size_t size) { return block("image", Type::kBytes, size); }
 
 // ----- The functions -----------------------------------------------------------------------------
 
@@ -203,8 +204,8 @@ struct Player::Function {
 
 const std::map<std::string, Player::Function>& Player::functions() {
   static const std::map<std::string, Function> all = [] {
+    constexpr size_t kFace = kFaceSide * kFaceSide;  // pixels
     std::map<std::string, Function> table;
-    using Bytes = std::vector<uint8_t>;
     const auto of_handle_alone = [](auto function) {
       return [function](Player* p, Call* call) { of_handle(call, function, p->handle()); };
     };
@@ -213,21 +214,17 @@ const std::map<std::string, Player::Function>& Player::functions() {
         form(call, function, p->handle(), p->integer("width"), p->integer("height"));
       };
     };
-    const auto init_of_size = [&](auto function) { return for_size(init_for_size<int>, function); };
     const auto detector = [](auto function) {
       return [function](Player* p, Call* call) {
-        Bytes image;
-        kel_nn_det_result_t result = {};
-        kel_nn_size_t frame, input = {};
-        const kel_nn_size_t* const input_size = p->size("input_size", &input);
-        const kel_nn_size_t* const frame_size = p->size("frame_size", &frame);
-        const auto is = [&input](int32_t w, int32_t h) { return input.w == w && input.h == h; };
+        const kel_nn_size_t* const input = p->size("input_size");
+        const auto is = [=](int32_t w, int32_t h) {
+          return input && input->w == w && input->h == h;
+        };
         const size_t pixels = is(416, 256) || is(256, 416) ? 416 * 256
                               : is(320, 320)               ? 320 * 320
                                                            : 0;
-        detector_process(call, function, p->handle(),
-                         p->block("image", Type::kBytes, 3 * pixels, &image),
-                         p->unless_null("result", &result), frame_size, input_size);
+        detector_process(call, function, p->handle(), p->image(3 * pixels),
+                         p->result<kel_nn_det_result_t>("result"), p->size("frame_size"), input);
       };
     };
     const auto add_task = [&table](const std::string& task, const std::string& prefix, auto init,
@@ -236,97 +233,81 @@ const std::map<std::string, Player::Function>& Player::functions() {
       table[prefix + "_deinit"] = {task, Role::kDeinit, deinit};
       table[process_name] = {task, Role::kProcess, process};
     };
+    const auto add = [&table](const std::string& name, const std::string& task, Role role,
+                              auto play) {
+      table[name] = {task, role, play};
+    };
 
-    table["kel_nn_handle_create"] = {"", Role::kOther, [](Player* p, Call* call) {
-                                       kel_nn_handle_t& known = p->handles_[p->integer("handle")];
-                                       p->release(known);
-                                       if (known) kel_nn_handle_destroy(known);
-                                       known = handle_create(call, kel_nn_handle_create);
-                                     }};
-    table["kel_nn_handle_destroy"] = {"", Role::kOther, [](Player* p, Call* call) {
-                                        const kel_nn_handle_t handle = p->handle();
-                                        p->release(handle);
-                                        of_handle(call, kel_nn_handle_destroy, handle);
-                                        if (handle) p->handles_.erase(p->integer("handle"));
-                                      }};
-    table["kel_nn_set_model_root_dir"] = {"", Role::kOther, [](Player* p, Call* call) {
-                                            set_model_root_dir(
-                                                call, kel_nn_set_model_root_dir,
-                                                p->unless_null("dir", p->directory_.c_str()));
-                                          }};
-    add_task("faces", "kel_nn_facedet", init_of_size(kel_nn_facedet_init),
+    add("kel_nn_handle_create", "", Role::kOther, [](Player* p, Call* call) {
+      kel_nn_handle_t& known = p->handles_[p->integer("handle")];
+      p->release(known);
+      if (known) kel_nn_handle_destroy(known);
+      known = handle_create(call, kel_nn_handle_create);
+    });
+    add("kel_nn_handle_destroy", "", Role::kOther, [](Player* p, Call* call) {
+      const kel_nn_handle_t handle = p->handle();
+      p->release(handle);
+      of_handle(call, kel_nn_handle_destroy, handle);
+      if (handle) p->handles_.erase(p->integer("handle"));
+    });
+    add("kel_nn_set_model_root_dir", "", Role::kOther, [](Player* p, Call* call) {
+      const char* const directory = p->is_null("dir") ? nullptr : p->directory_.c_str();
+      set_model_root_dir(call, kel_nn_set_model_root_dir, directory);
+    });
+    add_task("faces", "kel_nn_facedet", for_size(init_for_size<int>, kel_nn_facedet_init),
              of_handle_alone(kel_nn_facedet_deinit), "kel_nn_facedet_process",
              [](Player* p, Call* call) {
-               Bytes image;
-               kel_nn_facedet_result_t result = {};
-               const void* pixels = p->block("image", Type::kBytes, 320 * 240 * 3, &image);
-               facedet_process(call, kel_nn_facedet_process, p->handle(),
-                               static_cast<const uint8_t*>(pixels),
-                               p->unless_null("result", &result));
+               facedet_process(call, kel_nn_facedet_process, p->handle(), p->image(320 * 240 * 3),
+                               p->result<kel_nn_facedet_result_t>("result"));
              });
-    add_task("persons", "kel_nn_persondet", init_of_size(kel_nn_persondet_init),
+    add_task("persons", "kel_nn_persondet", for_size(init_for_size<int>, kel_nn_persondet_init),
              of_handle_alone(kel_nn_persondet_deinit), "kel_nn_persondet_process",
              detector(kel_nn_persondet_process));
-    add_task("objects", "kel_nn_4clsdet", init_of_size(kel_nn_4clsdet_init),
+    add_task("objects", "kel_nn_4clsdet", for_size(init_for_size<int>, kel_nn_4clsdet_init),
              of_handle_alone(kel_nn_4clsdet_deinit), "kel_nn_4clsdet_process",
              detector(kel_nn_4clsdet_process));
     add_task("features", "kel_nn_facercg", of_handle_alone(kel_nn_facercg_init),
              of_handle_alone(kel_nn_facercg_deinit), "kel_nn_face_feature_extract",
              [](Player* p, Call* call) {
-               Bytes image;
-               kel_nn_feature_t feature = {};
-               feature_extract(call, kel_nn_face_feature_extract, p->handle(),
-                               p->block("image", Type::kBytes, kFaceSide * kFaceSide, &image),
-                               p->unless_null("feature", &feature));
+               feature_extract(call, kel_nn_face_feature_extract, p->handle(), p->image(kFace),
+                               p->result<kel_nn_feature_t>("feature"));
              });
-    table["kel_nn_face_feature_similarity_calcul"] = {
-        "similarity", Role::kOther, [](Player* p, Call* call) {
+    add("kel_nn_face_feature_similarity_calcul", "similarity", Role::kOther,
+        [](Player* p, Call* call) {
           const Field* values = p->entry_->find("a");
           const size_t count = values ? values->count<float>() : 0;
-          Bytes a, b;
-          const auto feature = [&](const char* name, Bytes* memory) {
-            const void* data = p->block(name, Type::kFloats, count * sizeof(float), memory);
-            return kel_nn_feature_t{static_cast<float*>(const_cast<void*>(data)),
+          const auto feature = [&](const char* name) {
+            const uint8_t* data = p->block(name, Type::kFloats, count * sizeof(float));
+            return kel_nn_feature_t{reinterpret_cast<float*>(const_cast<uint8_t*>(data)),
                                     static_cast<uint32_t>(count)};
           };
-          const kel_nn_feature_t one = feature("a", &a), other = feature("b", &b);
-          feature_similarity(call, kel_nn_face_feature_similarity_calcul, &one, &other);
-        }};
+          const kel_nn_feature_t a = feature("a"), b = feature("b");
+          feature_similarity(call, kel_nn_face_feature_similarity_calcul, &a, &b);
+        });
     add_task("landmarks", "kel_nn_facelm", of_handle_alone(kel_nn_facelm_init),
              of_handle_alone(kel_nn_facelm_deinit), "kel_nn_facelm_process",
              [](Player* p, Call* call) {
-               Bytes image;
-               float landmarks[10] = {}, pose[3] = {};
-               facelm_process(call, kel_nn_facelm_process, p->handle(),
-                              p->block("image", Type::kBytes, kFaceSide * kFaceSide, &image),
-                              p->unless_null("landmarks", landmarks), p->unless_null("pose", pose));
+               facelm_process(call, kel_nn_facelm_process, p->handle(), p->image(kFace),
+                              p->result<float, 10>("landmarks"), p->result<float, 3>("pose"));
              });
     add_task("face_class", "kel_nn_face_classify", of_handle_alone(kel_nn_face_classify_init),
              of_handle_alone(kel_nn_face_classify_deinit), "kel_nn_face_classify_process",
              [](Player* p, Call* call) {
-               Bytes image;
-               int class_id = 0;
-               float score = 0;
                face_classify_process(call, kel_nn_face_classify_process, p->handle(),
-                                     p->block("image", Type::kBytes, kFaceSide * kFaceSide, &image),
-                                     p->unless_null("class_id", &class_id),
-                                     p->unless_null("score", &score));
+                                     p->image(kFace), p->result<int>("class_id"),
+                                     p->result<float>("score"));
              });
     add_task("person_class", "kel_nn_person_classify", of_handle_alone(kel_nn_person_classify_init),
              of_handle_alone(kel_nn_person_classify_deinit), "kel_nn_person_classify_process",
              [](Player* p, Call* call) {
-               Bytes image;
-               float score = 0;
-               person_classify_process(
-                   call, kel_nn_person_classify_process, p->handle(),
-                   p->block("image", Type::kBytes, kFaceSide * kFaceSide * 3, &image),
-                   p->unless_null("score", &score));
+               person_classify_process(call, kel_nn_person_classify_process, p->handle(),
+                                       p->image(3 * kFace), p->result<float>("score"));
              });
     add_task("motion", "kel_nn_pir_filter", for_size(pir_filter_init, kel_nn_pir_filter_init),
              of_handle_alone(kel_nn_pir_filter_deinit), "kel_nn_pir_filter_process",
              [](Player* p, Call* call) {
-               Bytes image;
-               int32_t result = p->is_null("result") ? 0 : p->integer("result_before");
+               int32_t* const result = p->result<int32_t>("result");
+               if (result) *result = p->integer("result_before");
                const int32_t width = p->integer("width"), height = p->integer("height");
                // Others than the filter was started with are not looked at, and not recorded.
                const bool is_read =
@@ -335,11 +316,8 @@ const std::map<std::string, Player::Function>& Player::functions() {
                    is_read && width > 0 && height > 0 ? size_t(width) * size_t(height) : 0;
                if (pixels > kMaxRecord / 2)
                  throw Failure("a frame that is too large to be recorded");
-               const void* frame = p->block("image", Type::kBytes, pixels, &image);
-               pir_filter_process(call, kel_nn_pir_filter_process, p->handle(),
-                                  static_cast<const uint8_t*>(frame), width, height,
-                                  p->number("ratio"), p->integer("period"),
-                                  p->unless_null("result", &result));
+               pir_filter_process(call, kel_nn_pir_filter_process, p->handle(), p->image(pixels),
+                                  width, height, p->number("ratio"), p->integer("period"), result);
              });
     add_task(
         "cry", "kel_nn_crydet",
@@ -350,43 +328,36 @@ const std::map<std::string, Player::Function>& Player::functions() {
         },
         of_handle_alone(kel_nn_crydet_deinit), "kel_nn_crydet_process",
         [](Player* p, Call* call) {
-          Bytes samples;
-          float score = 0;
-          const uint32_t n = static_cast<uint32_t>(p->integer("n"));
-          const void* pcm =
-              p->block("pcm", Type::kSamples, 2 * std::min<size_t>(n, kCryWindow), &samples);
+          const auto n = static_cast<uint32_t>(p->integer("n"));
+          const void* pcm = p->block("pcm", Type::kSamples, 2 * std::min<size_t>(n, kCryWindow));
           crydet_process(call, kel_nn_crydet_process, p->handle(), static_cast<const int16_t*>(pcm),
-                         n, p->unless_null("score", &score));
+                         n, p->result<float>("score"));
         });
 
     // Graphs of the application's own.
-    table["kel_nne_graph_init"] = {
-        "graphs", Role::kInit, [](Player* p, Call* call) {
+    add_task(
+        "graphs", "kel_nne_graph",
+        [](Player* p, Call* call) {
           const Field* model = p->entry_->find("network_model");
           const std::string name =
               model ? std::string(model->value.begin(), model->value.end()) : "";
           call->start();
-          call->returned(kel_nne_graph_init(p->graph(), p->unless_null("model", name.c_str()),
-                                            p->integer("scrambled")));
-        }};
-    table["kel_nne_graph_deinit"] = {"graphs", Role::kDeinit, [](Player* p, Call* call) {
-                                       call->run(kel_nne_graph_deinit, p->graph());
-                                     }};
-    table["kel_nne_run_graph"] = {
-        "graphs", Role::kProcess, [](Player* p, Call* call) {
-          Bytes image;
+          call->returned(kel_nne_graph_init(
+              p->graph(), p->is_null("model") ? nullptr : name.c_str(), p->integer("scrambled")));
+        },
+        [](Player* p, Call* call) { call->run(kel_nne_graph_deinit, p->graph()); },
+        "kel_nne_run_graph",
+        [](Player* p, Call* call) {
           const kel_nn_graph_t graph = p->graph();
           if (graph) {
-            const size_t* dim = graph->inputs[0].dim;
+            const auto& [batch, height, width, channels] = graph->inputs[0].dim;
             graph->inputs[0].buffer =
-                p->entry_->find("image")
-                    ? const_cast<void*>(
-                          p->block("image", Type::kBytes, dim[1] * dim[2] * dim[3], &image))
-                    : nullptr;
+                p->entry_->find("image") ? const_cast<uint8_t*>(p->image(height * width * channels))
+                                         : nullptr;
           }
           call->start();
           call->returned(kel_nne_run_graph(graph));
-        }};
+        });
     return table;
   }();
   return all;
@@ -539,6 +510,7 @@ void Player::play(const Entry& entry) {
   }
   if (!networks_.are_run) lay_out_model();
   is_blank_ = false;
+  blocks_.clear();
   call_.begin(entry.name.c_str(), entry.header.number);
   found->second.play(this, &call_);
   follow(found->second);
@@ -562,42 +534,44 @@ std::string shown(Integer value) {
   return std::to_string(value);
 }
 
-bool is_same(float a, float b) {
-  return std::memcmp(&a, &b, sizeof(a)) == 0 || (std::isnan(a) && std::isnan(b));
-}
-bool is_same(int32_t a, int32_t b) { return a == b; }
-
 struct Unequal {
   std::string where, recorded, replayed;
 };
 
+std::optional<Unequal> unequal(int32_t a, int32_t b) {
+  if (a == b) return {};
+  return Unequal{"", shown(a), shown(b)};
+}
+std::optional<Unequal> unequal(float a, float b) {
+  if (std::memcmp(&a, &b, sizeof(a)) == 0 || (std::isnan(a) && std::isnan(b))) return {};
+  return Unequal{"", shown(a), shown(b)};
+}
+std::optional<Unequal> unequal(const kel_nn_box_t& a, const kel_nn_box_t& b) {
+  std::optional<Unequal> found;
+  const auto compare = [&](const char* name, auto kel_nn_box_t::*member) {
+    if (!found && (found = unequal(a.*member, b.*member))) found->where = name;
+  };
+  compare(".cx", &kel_nn_box_t::cx);
+  compare(".cy", &kel_nn_box_t::cy);
+  compare(".w", &kel_nn_box_t::w);
+  compare(".h", &kel_nn_box_t::h);
+  compare(".score", &kel_nn_box_t::score);
+  compare(".class_id", &kel_nn_box_t::class_id);
+  return found;
+}
+
 // The first element that differs.
 template <typename Value>
 std::optional<Unequal> first_unequal(const Field& recorded, const Field& replayed) {
-  const size_t count = std::min(recorded.count<Value>(), replayed.count<Value>());
-  for (size_t i = 0; i < count; ++i) {
-    const Value a = recorded.at<Value>(i), b = replayed.at<Value>(i);
-    const std::string where = recorded.count<Value>() > 1 ? fmt::format("[{}]", i) : "";
-    if (!is_same(a, b)) return Unequal{where, shown(a), shown(b)};
+  const size_t count = recorded.count<Value>();
+  const bool is_one = count == 1 && !std::is_same_v<Value, kel_nn_box_t>;
+  for (size_t i = 0; i < std::min(count, replayed.count<Value>()); ++i) {
+    auto found = unequal(recorded.at<Value>(i), replayed.at<Value>(i));
+    if (found && !is_one) found->where.insert(0, fmt::format("[{}]", i));
+    if (found) return found;
   }
   if (recorded.value.size() == replayed.value.size()) return {};
-  return Unequal{".count", shown(recorded.count<Value>()), shown(replayed.count<Value>())};
-}
-
-std::optional<Unequal> first_unequal_box(const Field& recorded, const Field& replayed) {
-  static const char* const members[] = {"cx", "cy", "w", "h", "score"};
-  const size_t count = std::min(recorded.count<kel_nn_box_t>(), replayed.count<kel_nn_box_t>());
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t m = 0; m < 5; ++m) {
-      const float a = recorded.at<float>(6 * i + m), b = replayed.at<float>(6 * i + m);
-      if (!is_same(a, b)) return Unequal{fmt::format("[{}].{}", i, members[m]), shown(a), shown(b)};
-    }
-    const int32_t a = recorded.at<int32_t>(6 * i + 5), b = replayed.at<int32_t>(6 * i + 5);
-    if (a != b) return Unequal{fmt::format("[{}].class_id", i), shown(a), shown(b)};
-  }
-  if (recorded.value.size() == replayed.value.size()) return {};
-  return Unequal{".count", shown(recorded.count<kel_nn_box_t>()),
-                 shown(replayed.count<kel_nn_box_t>())};
+  return Unequal{".count", shown(count), shown(replayed.count<Value>())};
 }
 
 std::optional<Unequal> first_unequal_value(const Field& recorded, const Field& replayed) {
@@ -614,7 +588,7 @@ std::optional<Unequal> first_unequal_value(const Field& recorded, const Field& r
     return Unequal{"", shown(a), shown(b)};
   }
   if (recorded.type != replayed.type) return Unequal{"", "of another kind", "of another kind"};
-  if (recorded.type == Type::kBoxes) return first_unequal_box(recorded, replayed);
+  if (recorded.type == Type::kBoxes) return first_unequal<kel_nn_box_t>(recorded, replayed);
   if (recorded.type == Type::kFloats) return first_unequal<float>(recorded, replayed);
   if (recorded.type == Type::kIntegers) return first_unequal<int32_t>(recorded, replayed);
   if (recorded.value == replayed.value) return {};

@@ -4,9 +4,11 @@
 
 #include <jzdl.h>
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -66,20 +68,22 @@ class Player {
 
   // Of the call that is made: what it was given.
   const kelnn_record::Field& field(const std::string& name, kelnn_record::Type type,
-                                   size_t count) const;
+                                   size_t size) const;
   int32_t integer(const std::string& name) const;
   float number(const std::string& name) const;
   kel_nn_handle_t handle();
   kel_nn_graph_t graph();
   bool is_null(const std::string& name) const;
-  template <typename Value>
-  Value* unless_null(const std::string& name, Value* value) const {
-    return is_null(name) ? nullptr : value;
-  }
-  const kel_nn_size_t* size(const std::string& name, kel_nn_size_t* size) const;
+  const kel_nn_size_t* size(const std::string& name);
   // Blank where there is a digest alone.
-  const void* block(const std::string& name, kelnn_record::Type type, size_t size,
-                    std::vector<uint8_t>* memory);
+  const uint8_t* block(const std::string& name, kelnn_record::Type type, size_t size);
+  const uint8_t* image(size_t size);
+  // Where a result goes; null if it went nowhere.
+  template <typename Value, size_t kCount = 1>
+  Value* result(const std::string& name) {
+    return is_null(name) ? nullptr : new (room(kCount * sizeof(Value))) Value[kCount]();
+  }
+  uint8_t* room(size_t size);  // blank, for as long as the call takes
 
   static Player* s_player;  // whose networks the runtime makes
 
@@ -87,7 +91,8 @@ class Player {
   std::string directory_;  // of files that stand for the models
   Comparison comparison_;
   const kelnn_record::Entry* entry_ = nullptr;
-  bool is_blank_ = false;  // an input of this call
+  bool is_blank_ = false;                    // an input of this call
+  std::deque<std::vector<uint8_t>> blocks_;  // what it is given
 
   // Of one process that was recorded.
   uint64_t session_ = 0, last_number_ = 0;
