@@ -1,11 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A signed directory has a file of lines:
-//
-//     kelnn models 1
-//     SIZE SHA-256 NAME        for every other file
-//     signature ED25519        of all bytes in front of this line
-//
-// Nothing of it is believed before the signature has been checked.
+// Checks signed directories. Nothing of their list is believed before its signature has been checked.
 #include "kel_nn_kit_verify.h"
 
 #include <dirent.h>
@@ -17,11 +11,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kel_nn_signature_file.h"
+
 namespace {
 
-constexpr char kFirstLine[] = "kelnn models 1\n", kLastWord[] = "signature ";
-constexpr size_t kMaxList = 256 << 10, kMaxPath = 4096;
-constexpr size_t kSignatureLine = sizeof(kLastWord) - 1 + 2 * crypto_sign_BYTES + 1;
+using namespace kelnn;
+
+constexpr size_t kMaxPath = 4096;
 
 struct Problem {
   char* text;
@@ -125,22 +121,23 @@ int check_files(const char* directory, const char* list, const char* end, const 
 int check_list(const char* directory, const char* list, size_t size, const unsigned char* key,
                const Problem& problem) {
   unsigned char signature[crypto_sign_BYTES];
-  if (size < sizeof(kFirstLine) - 1 + kSignatureLine)
+  if (size < sizeof(kSignatureFirstLine) - 1 + kSignatureLineSize)
     return fail(problem, "%s: cut off", KEL_NN_KIT_SIGNATURE_FILE);
-  const char* const last = list + size - kSignatureLine;
+  const char* const last = list + size - kSignatureLineSize;
   const bool is_signed =
-      last[kSignatureLine - 1] == '\n' &&
-      std::memcmp(last, kLastWord, sizeof(kLastWord) - 1) == 0 &&
-      from_hex(last + sizeof(kLastWord) - 1, 2 * sizeof(signature), signature, sizeof(signature));
+      last[kSignatureLineSize - 1] == '\n' &&
+      std::memcmp(last, kSignatureLastWord, sizeof(kSignatureLastWord) - 1) == 0 &&
+      from_hex(last + sizeof(kSignatureLastWord) - 1, 2 * sizeof(signature), signature,
+               sizeof(signature));
   if (!is_signed ||
       crypto_sign_verify_detached(signature, reinterpret_cast<const unsigned char*>(list),
                                   static_cast<size_t>(last - list), key) != 0) {
     return fail(problem, "%s: not signed by this key, or changed since", KEL_NN_KIT_SIGNATURE_FILE);
   }
-  if (std::memcmp(list, kFirstLine, sizeof(kFirstLine) - 1) != 0) {
+  if (std::memcmp(list, kSignatureFirstLine, sizeof(kSignatureFirstLine) - 1) != 0) {
     return fail(problem, "%s: of another version", KEL_NN_KIT_SIGNATURE_FILE);
   }
-  return check_files(directory, list + sizeof(kFirstLine) - 1, last, problem);
+  return check_files(directory, list + sizeof(kSignatureFirstLine) - 1, last, problem);
 }
 
 }  // namespace
@@ -160,13 +157,13 @@ int kel_nn_kit_verify_models(const char* directory, const char* public_key, char
           : nullptr;
   if (!file)
     return fail(problem, "%s: is missing: the directory is not signed", KEL_NN_KIT_SIGNATURE_FILE);
-  char* const list = static_cast<char*>(std::malloc(kMaxList));
-  const size_t count = list ? std::fread(list, 1, kMaxList, file) : 0;
+  char* const list = static_cast<char*>(std::malloc(kMaxSignatureFile));
+  const size_t count = list ? std::fread(list, 1, kMaxSignatureFile, file) : 0;
   std::fclose(file);
   int result = -1;
   if (!list) {
     fail(problem, "out of memory");
-  } else if (count == kMaxList) {
+  } else if (count == kMaxSignatureFile) {
     fail(problem, "%s: too long", KEL_NN_KIT_SIGNATURE_FILE);
   } else {
     result = check_list(directory, list, count, key, problem);

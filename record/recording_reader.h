@@ -45,6 +45,7 @@ class RecordingReader {
  public:
   explicit RecordingReader(std::vector<uint8_t> bytes);
   bool next(Entry* entry);
+  size_t position() const { return at_; }                  // bytes that were read
   const std::string& problem() const { return problem_; }  // why it ended; none: at the file's end
   bool is_recording() const { return is_recording_; }      // of this version
 

@@ -3,7 +3,7 @@
 
 Writes two ports, in a line: of HTTP and of RTSP. What is asked for as /live by HTTP is a stream of JPEGs, the FILEs; the first
 time it ends in the middle, the second time the connection breaks at once, then all of them come, and the last of them until
-nobody listens. /sound is a beep of 16 kHz in the same way: 2 seconds, nothing, 100 seconds. Other paths are files. By RTSP as many grey frames come in the same way, each lighter than the one before.
+nobody listens. /sound is a beep of 16 kHz in the same way: 2 seconds, nothing, 100 seconds. /silence gets no answer. Other paths are files. By RTSP as many grey frames come in the same way, each lighter than the one before.
 """
 import http.server
 import itertools
@@ -46,6 +46,8 @@ class HttpCamera(http.server.SimpleHTTPRequestHandler):
         if self.path == "/sound":
             self.beep({"half": 2, "nothing": 0}.get(next(self.kinds, "all"), 100))
             return
+        if self.path == "/silence":
+            time.sleep(100)
         if self.path != "/live":
             super().do_GET()
             return

@@ -68,6 +68,16 @@ TEST_F(AudioCommands, HighAndLowBeepsAreToldApartWindowByWindow) {
 
   expect_refused({{"cry beeps.wav --root none", 1, "kelnn pack cry-detection"}});
   save("brief.wav", beeps(kLowHz, 1.25));
+  // Ctrl-C: what was heard so far stays.
+  const CommandResult ended = run(
+      {"/bin/sh", "-c",
+       "mkfifo pipe; env --default-signal=INT \"$0\" cry - --csv t.csv <pipe >heard & exec 3>pipe; "
+       "head -c 96000 /dev/zero >&3; until [ -s heard ]; do sleep 0.1; done; kill -INT $!; "
+       "head -c 96000 /dev/zero >&3; exec 3>&-; wait $!",
+       KEL_NN_TEST_PROGRAM});
+  EXPECT_EQ(ended.exit_code, 130);
+  EXPECT_EQ(ended.err, "kelnn: -: interrupted after 3 s\n");
+  EXPECT_THAT(this->text("t.csv"), HasSubstr("\n-,0,0.0,3.0,0.0,false,"));
   const CommandResult brief = kelnn("cry brief.wav");
   EXPECT_EQ(brief.exit_code, 1);
   EXPECT_THAT(brief.out, HasSubstr("1.250 s left over"));

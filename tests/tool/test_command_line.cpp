@@ -35,6 +35,7 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
   write(model, "no model");
   fs::create_symlink("good.png", path("link.png"));
   write("text.wav", "RIFF, but not for long");
+  write("labelled/labels.csv", "file,class\n../good.png,0\n");
   expect_refused({
       {"", 2, "which command?"},
       {"dance", 2, "dance"},
@@ -82,6 +83,8 @@ TEST_F(CommandLine, WrongCallsEndWith2AndWrongInputsWith1) {
       {"faces good.png other/good.png --draw other/", 2, "take the place of the input"},
       {"landmarks good.png --draw link.png", 2, "link.png: it would take the place of the input"},
       {"features text.wav --csv text.wav", 2, "take the place of the input"},
+      {"eval face-classes --data labelled --csv good.png", 2, "take the place of the input"},
+      {"doctor --root root --csv " + model, 2, "take the place of the input"},
       {"pack face-features " + model + " --root root", 2, "take the place of the input"},
       {"unpack " + model + " -o " + model, 2, "take the place of the input"},
       {"faces good.png --draw a.xyz", 1, "a.xyz: pictures are written as"},
@@ -508,6 +511,7 @@ TEST_F(CommandLine, ASignedDirectoryIsAsItWasOrRefused) {
   fs::create_symlink(path("signed/one.bin"), path("links/one.bin"));
   write("half.pub", text("key.pub").substr(0, 60));
   write("taken.pub", "");
+  for (int i = 0; i < 860; ++i) write("many/" + std::string(240, 'm') + std::to_string(i), "");
   expect_refused(
       {{"sign --new-key key", 1, "key"},
        {"sign --new-key taken", 1, "taken.pub: File exists"},
@@ -516,6 +520,7 @@ TEST_F(CommandLine, ASignedDirectoryIsAsItWasOrRefused) {
        {"sign --key key nothing", 1, "there is nothing to sign"},
        {"sign --key key links", 1, "links/one.bin: only files can be signed"},
        {"sign --key key nowhere", 1, "nowhere/: No such file"},
+       {"sign --key key many", 1, "too many files: their list may have 262004 bytes at most"},
        {"sign signed", 2, "--key is required"},
        {"doctor --verify half.pub --root signed", 1, "half.pub: not a kelnn public key"},
        {"doctor --verify key --root signed", 1, "key: not a kelnn public key"}});

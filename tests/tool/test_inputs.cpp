@@ -225,10 +225,13 @@ TEST_F(Inputs, AStreamThatIsDroppedIsTakenUpAgain) {
   EXPECT_EQ(heard.exit_code, 0) << heard.err;
   EXPECT_EQ(std::count(heard.out.begin(), heard.out.end(), '\n'), 3) << heard.out;
   EXPECT_THAT(heard.err, HasSubstr("/sound: the stream was dropped"));
-  // It waits; the end may be asked for.
+  // It waits, also for a server that takes the call and is silent; the end may be asked for.
   const CommandResult ended = served(
-      "{ env --default-signal=INT \"$0\" faces $at/live >seen & sleep 3; kill -INT $!; wait $!; }");
-  EXPECT_EQ(ended.exit_code, 130) << ended.err;
+      "{ ask() { exec env --default-signal=INT \"$0\" faces \"$@\"; }; "
+      "ask $at/live >seen & one=$!; ask 0.jpg $at/silence & other=$!; sleep 3; "
+      "kill -INT $one $other; wait $one; echo $?; wait $other; echo $?; }");
+  EXPECT_EQ(ended.out, "0.jpg, 64 x 48: 0 found\n130\n130\n") << ended.err;
+  EXPECT_THAT(ended.err, HasSubstr("/silence: no stream that can be read (interrupted)"));
   // A file that a server has ends; what is not there is told.
   const CommandResult file = served("\"$0\" persons $at/moving.avi");
   EXPECT_EQ(file.exit_code, 0) << file.err;

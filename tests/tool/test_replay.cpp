@@ -138,6 +138,15 @@ TEST_F(Replay, TellsTheFirstCallThatDiffersAndWhere) {
     EXPECT_THAT(kelnn("replay edited.rec").out,
                 HasSubstr(std::string("  value     ") + c.value + "\n"));
   }
+  // Names are the recording's, and may be what a terminal would obey.
+  std::vector<Entry> calls = entries_of(file);
+  for (Entry& entry : calls) {
+    if (entry.name == "kel_nn_pir_filter_process") entry.fields.back().name = "\033[2J\u009b";
+  }
+  std::string forged = file.substr(0, sizeof(kelnn_record::FileHeader));
+  for (const Entry& entry : calls) forged += bytes_of(entry);
+  write("edited.rec", forged);
+  EXPECT_THAT(kelnn("replay edited.rec").out, HasSubstr("  value     \\x1b[2J\\x9b\n"));
 }
 
 // Wherever the power went, and whichever byte has changed: what is in front of it is whole.

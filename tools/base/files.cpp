@@ -5,6 +5,7 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -144,12 +145,7 @@ Successor::~Successor() {
 }
 
 void Successor::write(const Bytes& bytes) {
-  for (size_t done = 0; done < bytes.size();) {
-    const ssize_t written = ::write(descriptor_, bytes.data() + done, bytes.size() - done);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) fail(path_, errno);
-    done += static_cast<size_t>(written);
-  }
+  if (!write_all(descriptor_, bytes.data(), bytes.size())) fail(path_, errno);
 }
 
 void Successor::take_over() {
@@ -173,6 +169,17 @@ void write_file(const std::string& path, const Bytes& bytes) {
   Successor file(path);
   file.write(bytes);
   file.take_over();
+}
+
+bool write_all(int descriptor, const void* data, size_t size) {
+  const auto* bytes = static_cast<const uint8_t*>(data);
+  while (size > 0) {
+    const ssize_t written = write(descriptor, bytes, size);
+    if (written < 0 && errno != EINTR) return false;
+    bytes += std::max<ssize_t>(0, written);
+    size -= static_cast<size_t>(std::max<ssize_t>(0, written));
+  }
+  return true;
 }
 
 bool is_standard_output(const std::string& path) {

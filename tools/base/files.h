@@ -46,6 +46,9 @@ class Successor {
 };
 void write_file(const std::string& path, const Bytes& bytes);
 
+// False, and errno says why: not all of it.
+bool write_all(int descriptor, const void* data, size_t size);
+
 // Does what is written to the path come out where results do? Then nothing else is to be written there.
 bool is_standard_output(const std::string& path);
 

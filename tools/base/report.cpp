@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report.h"
 
+#include <fmt/format.h>
+
+#include <cctype>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -43,6 +46,20 @@ std::string dumped(const Json& json, bool is_indented) {
   std::string text;
   append(json, "\n", is_indented, &text);
   return text;
+}
+
+std::string harmless(const std::string& text) {
+  std::string shown;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const bool is_c1 = byte == 0xc2 && i + 1 < text.size() && (text[i + 1] & 0xe0) == 0x80;
+    if (is_c1 || (std::iscntrl(byte) && byte != '\n' && byte != '\t')) {
+      shown += fmt::format("\\x{:02x}", is_c1 ? static_cast<unsigned char>(text[++i]) : byte);
+    } else {
+      shown += text[i];
+    }
+  }
+  return shown;
 }
 
 }  // namespace kelnn_cli

@@ -32,6 +32,9 @@ using Json = nlohmann::ordered_json;
 // Numbers have the fewest digits that give them back; null stands for what is none.
 std::string dumped(const Json& json, bool is_indented = false);
 
+// Without what a terminal would obey: names in files and recordings, which others wrote, may hold such.
+std::string harmless(const std::string& text);
+
 class Failure : public std::runtime_error {
  public:
   explicit Failure(const std::string& problem) : runtime_error(problem), problem_(problem) {}

@@ -47,6 +47,7 @@ bool for_each_part(const CutOutOptions& options, const std::string& found, Repor
   const InputSettings settings = told(options.input, reporter);
   return for_each_input(pictures, reporter, [&](const std::string& path) {
     const cv::Mat picture = load_picture(path, settings);
+    catch_interruption();
     const std::unique_ptr<FrameSink> sink = drawings.open_picture(path);
     cv::Mat drawing = sink ? picture.clone() : cv::Mat();
     for (const kel_nn::Rect& box : boxes) {

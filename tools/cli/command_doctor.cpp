@@ -73,10 +73,12 @@ std::string diagnosis_text(const Json& diagnosis) {
 }  // namespace
 
 bool doctor(const DoctorOptions& options, Reporter* reporter) {
-  reporter->begin({"task,path,state,note,problem,to_do", {}, {}});
   const Machine machine = options.is_for_board ? Machine::kBoard : Machine::kPc;
   std::vector<Inspection> found;
   const std::string root = with_slash(options.root);
+  std::vector<std::string> files = {options.public_key};
+  for (const Task& task : tasks()) files.push_back(root + task.file_name);
+  reporter->begin({"task,path,state,note,problem,to_do", {}, {}, files});
   const std::string unsigned_because =
       options.public_key.empty() ? ""
                                  : signature_problem(root.empty() ? "." : root, options.public_key);

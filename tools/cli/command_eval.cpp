@@ -152,7 +152,7 @@ bool eval(const EvalOptions& options, Reporter* reporter) {
   check_names(options.requirements, task);
   std::string columns = fmt::format("task,data{},{}", task.parts, task.figures);
   columns.erase(std::remove(columns.begin(), columns.end(), ' '), columns.end());
-  reporter->begin({columns, {{options.settings.data + "/labels.csv"}, {}}, {}});
+  reporter->begin({columns, {}, {}, labelled_files(options.settings.data)});
   const auto [report, draw] = task.evaluate(options.settings);
   reporter->report(report, report_text);
   bool ok = true;

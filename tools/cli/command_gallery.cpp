@@ -128,7 +128,10 @@ bool who(const WhoOptions& options, Reporter* reporter) {
       Gallery(options.gallery, Gallery::Use::kRead, feature_network(options.root)).faces();
   if (known.is_empty()) throw Failure(options.gallery, "knows nobody");
   FaceExtractor faces(options.root, false, settings.tell);
-  reporter->begin({"input,frame,time,width,height,name,similarity,score,x,y,w,h", inputs, {}});
+  reporter->begin({"input,frame,time,width,height,name,similarity,score,x,y,w,h",
+                   inputs,
+                   {},
+                   {options.gallery}});
   return for_each_input(inputs, reporter, [&](const std::string& input) {
     FrameWalk walk(input, FrameWalk::Takes::kAll, options.frames, reporter, &drawings);
     const bool is_picture = walk.kind() == FrameSource::Kind::kPicture;

@@ -75,13 +75,16 @@ bool replay(const ReplayOptions& options, Reporter* reporter) {
   ProgressBar progress("replay", static_cast<int64_t>(files.size()), "files");
   int64_t done = 0;
   for (const std::string& file : files) {
-    kelnn_record::RecordingReader reader(read_file(file));
+    const Bytes bytes = read_file(file);
+    ProgressBar within(file, static_cast<int64_t>(bytes.size() >> 10), "kB");
+    kelnn_record::RecordingReader reader(bytes);
     if (!reader.is_recording()) throw Failure(file, reader.problem());
     kelnn_record::Entry entry;
     while (!interruption() && reader.next(&entry)) {
       player.play(entry);
       if (exporter) exporter->add(entry);
       reporter->forget_library_lines();
+      within.show(static_cast<int64_t>(reader.position() >> 10));
     }
     if (!reader.problem().empty()) reporter->complain(file + ": " + reader.problem());
     progress.show(++done);

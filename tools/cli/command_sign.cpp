@@ -15,6 +15,8 @@
 #include "commands.h"
 #include "files.h"
 #include "kel_nn_kit_verify.h"
+#include "kel_nn_signature_file.h"
+#include "progress_bar.h"
 
 namespace kelnn_cli {
 namespace {
@@ -46,9 +48,7 @@ std::string read_key(const std::string& path, const std::string& first_line, siz
 void write_new(const std::string& path, const std::string& text, mode_t mode) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   if (file < 0) throw Failure(path, std::strerror(errno));
-  const bool is_whole =
-      write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-      fsync(file) == 0;
+  const bool is_whole = write_all(file, text.data(), text.size()) && fsync(file) == 0;
   const int error = errno;
   if (close(file) == 0 && is_whole) return;
   unlink(path.c_str());
@@ -88,14 +88,21 @@ std::string list_of(const std::string& directory, int64_t* count) {
   if (error) throw Failure(directory, error.message());
   if (names.empty()) throw Failure(directory, "there is nothing to sign");
   std::sort(names.begin(), names.end());
-  std::string list = "kelnn models 1\n";
-  for (const std::string& name : names) {
+  std::string list = kelnn::kSignatureFirstLine;
+  ProgressBar progress("sign", static_cast<int64_t>(names.size()), "files");
+  for (size_t i = 0; i < names.size(); ++i) {
+    const std::string& name = names[i];
+    progress.show(static_cast<int64_t>(i));
     const Bytes content = read_file(directory + name);
     unsigned char digest[crypto_hash_sha256_BYTES];
     crypto_hash_sha256(digest, content.data(), content.size());
     list += fmt::format("{} {} {}\n", content.size(), to_hex(digest, sizeof(digest)), name);
   }
   *count = static_cast<int64_t>(names.size());
+  if (list.size() + kelnn::kSignatureLineSize >= kelnn::kMaxSignatureFile) {
+    throw Failure(directory, fmt::format("too many files: their list may have {} bytes at most",
+                                         kelnn::kMaxSignatureFile - kelnn::kSignatureLineSize - 1));
+  }
   return list;
 }
 
@@ -114,7 +121,7 @@ std::string signature_of(const std::string& list, const std::string& key_path) {
   crypto_sign_detached(signature, nullptr, reinterpret_cast<const unsigned char*>(list.data()),
                        list.size(), key);
   sodium_memzero(key, sizeof(key));
-  return "signature " + to_hex(signature, sizeof(signature)) + "\n";
+  return kelnn::kSignatureLastWord + to_hex(signature, sizeof(signature)) + "\n";
 }
 
 }  // namespace

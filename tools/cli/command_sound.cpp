@@ -25,7 +25,9 @@ std::vector<int16_t> read_window(const FeaturesOptions& options, const std::stri
   const std::unique_ptr<Sound> sound = open_sound(input, told(options.input, reporter));
   std::vector<int16_t> window;
   const auto seconds = [](uint64_t samples) { return static_cast<double>(samples) / kSoundRate; };
+  ProgressBar progress(input, static_cast<int64_t>(options.window + 1), "windows");
   for (uint64_t i = 0; i <= options.window; ++i) {
+    progress.show(static_cast<int64_t>(i));
     window = next_window(sound.get());
     if (window.size() < kWindowSamples) {
       throw Failure(input,
@@ -64,11 +66,13 @@ void hear(const CryOptions& options, const std::string& input, kel_nn::CryDetect
         "{input}: recorded at {rate} Hz, so nothing above {top} Hz is heard",
         {{"input", input}, {"rate", sound->recorded_rate()}, {"top", sound->recorded_rate() / 2}}));
   }
+  catch_interruption();
   ProgressBar progress(input, static_cast<int64_t>(sound->expected_samples() / kSoundRate),
                        "s of sound");
   std::vector<int16_t> samples = next_window(sound.get());
   uint64_t index = 0;
-  for (; samples.size() == kWindowSamples; samples = next_window(sound.get()), ++index) {
+  for (; samples.size() == kWindowSamples && !interruption();
+       samples = next_window(sound.get()), ++index) {
     const float probability = cry_probability(samples, detector);
     const bool is_loud = is_loud_enough(samples, options.threshold);
     const double start = options.input.start + static_cast<double>(index * kWindowSeconds);
@@ -84,6 +88,10 @@ void hear(const CryOptions& options, const std::string& input, kel_nn::CryDetect
                          "{loudness:.0f}") +
              (is_loud ? "\n" : ", too quiet for the gate\n")));
     progress.show(static_cast<int64_t>((index + 1) * kWindowSeconds));
+  }
+  if (interruption()) {
+    return reporter->complain(fmt::format("{}: interrupted after {} s", input,
+                                          options.input.start + 1.0 * index * kWindowSeconds));
   }
   if (!samples.empty()) {
     const double seconds = static_cast<double>(samples.size()) / kSoundRate;

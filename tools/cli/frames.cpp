@@ -105,6 +105,7 @@ bool FrameWalk::read_next(Frame* frame) {
       if (!is_first || start == 0 || interruption()) return false;
       throw Failure(input_, fmt::format("ends before {} s", start));
     }
+    if (frame->seconds < start) progress_.show(frame->index + 1);
   } while (is_first && frame->seconds + kUnsure < start && !interruption());
   return duration == 0 || frame->seconds + kUnsure < start + duration;
 }

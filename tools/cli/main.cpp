@@ -16,7 +16,8 @@ int main(int argc, char** argv) {
   if (!line.command) return line.exit_code;
   ProgressBar::set(line.report.is_quiet         ? ShowProgress::kNever
                    : line.report.wants_progress ? ShowProgress::kAlways
-                                                : ShowProgress::kAtTerminals);
+                                                : ShowProgress::kAtTerminals,
+                   line.name);
   Reporter reporter(line.report);
   int exit_code = kFailed;
   try {

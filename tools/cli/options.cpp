@@ -161,6 +161,14 @@ void read_options(CLI::App* command, const char* name, const char* type, const c
       ->allow_extra_args(false);
 }
 
+// What is asked for without the others.
+void let_replace(CLI::Option* option, const std::vector<CLI::Option*>& others) {
+  for (CLI::Option* other : others) option->excludes(other);
+  option->each([others](const std::string&) {
+    for (CLI::Option* other : others) other->required(false);
+  });
+}
+
 // No text but a number passes, and no NaN.
 CLI::Validator from_to(float least, float most, const std::string& what) {
   const auto problem = [=](const std::string& text) {
@@ -295,15 +303,11 @@ void add_model_files(const Commands& commands) {
   CLI::Option* task = add_task(pack, &packed->task, "The task; kelnn models lists them");
   CLI::Option* network = argument(pack, "network", &packed->network, "FILE", "The ONNX file");
   pack->add_flag("--raw", packed->is_raw, "Pack the bytes of the file as they are, unchecked");
-  option(pack, "--inspect", &packed->inspected, "TASK|FILE",
-         "Pack nothing; show what is in a model: its label, whether it is scrambled and whole,\n"
-         "and what kind of network it has")
-      ->excludes(task->required())
-      ->excludes(network)
-      ->each([task, network](const std::string&) {
-        task->required(false);
-        network->required(false);
-      });
+  CLI::Option* inspected =
+      option(pack, "--inspect", &packed->inspected, "TASK|FILE",
+             "Pack nothing; show what is in a model: its label, whether it is scrambled and whole,\n"
+             "and what kind of network it has");
+  let_replace(inspected, {task->required(), network});
   add_root_to_write(pack, &packed->root);
 
   const auto [unpack, unpacked] = commands.add(
@@ -320,12 +324,11 @@ void add_model_files(const Commands& commands) {
   CLI::Option* key = option(sign, "--key", &signing->key, "FILE", "The secret key to sign with");
   CLI::Option* directory =
       option(sign, "directory", &signing->root, "DIR", "The models' directory");
-  option(sign, "--new-key", &signing->new_key, "FILE",
-         "Sign nothing; make a secret key, FILE, that only its owner may read, and FILE.pub to\n"
-         "verify with. Neither may exist")
-      ->excludes(key->required())
-      ->excludes(directory)
-      ->each([key](const std::string&) { key->required(false); });
+  CLI::Option* new_key = option(
+      sign, "--new-key", &signing->new_key, "FILE",
+      "Sign nothing; make a secret key, FILE, that only its owner may read, and FILE.pub to\n"
+      "verify with. Neither may exist");
+  let_replace(new_key, {key->required(), directory});
   signing->root = models_to_write();
 
   const auto [doctor, examined] = commands.add(
@@ -579,14 +582,9 @@ void add_galleries(const Commands& commands) {
   add_aligned(enroll, &known->is_ready);
   CLI::Option* list =
       enroll->add_flag("--list", known->wants_list, "Enroll nobody; show who is known");
-  list->excludes(name)->each([name, pictures](const std::string&) {
-    name->required(false);
-    pictures->required(false);
-  });
-  enroll->add_flag("--remove", known->is_removal, "Forget the person instead")
-      ->excludes(pictures)
-      ->excludes(list)
-      ->each([pictures](const std::string&) { pictures->required(false); });
+  let_replace(list, {name, pictures});
+  let_replace(enroll->add_flag("--remove", known->is_removal, "Forget the person instead"),
+              {pictures, list});
   add_lenient(enroll, &known->input);
   add_gallery(enroll, &known->gallery);
   add_root(enroll, &known->root);
@@ -757,7 +755,11 @@ CommandLine parse(int argc, char** argv) {
       throw CLI::Success();
     }
     app.parse(argc, argv);
-    if (!line.command) problem = "which command?\n\n" + app.help();
+    if (line.command) {
+      line.name = app.get_subcommands().front()->get_name();
+    } else {
+      problem = "which command?\n\n" + app.help();
+    }
   } catch (const CLI::Success& wanted) {  // --help, --version
     line.exit_code = app.exit(wanted);
     std::cout.flush();

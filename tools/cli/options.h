@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "reporter.h"
 
@@ -12,6 +13,7 @@ enum ExitCode { kFine = 0, kFailed = 1, kBadUsage = 2 };
 
 struct CommandLine {
   std::function<bool(Reporter*)> command;  // none: nothing is left to do
+  std::string name;                        // the command's
   ReportOptions report;
   int exit_code = kFine;  // without a command: help was wanted, or the call was wrong and told so
 };

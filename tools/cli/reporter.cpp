@@ -37,6 +37,7 @@ void on_signal(int signal) {
     return;
   }
   remove_temporary_files();
+  ProgressBar::erase();
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
@@ -88,7 +89,10 @@ void Reporter::forget_library_lines() {
 void Reporter::show_library_lines() {
   std::string text = library_lines_->text();
   if (!isatty(STDERR_FILENO)) text = std::regex_replace(text, std::regex("\033\\[[0-9;]*m"), "");
-  std::fputs(text.c_str(), stderr);
+  {
+    const ProgressBar::Hidden hidden;
+    std::fputs(text.c_str(), stderr);
+  }
   library_lines_.reset();
   library_lines_.emplace();
 }
@@ -122,7 +126,7 @@ void Reporter::sum_up() const {
   const std::chrono::duration<double> all = std::chrono::steady_clock::now() - start_;
   const auto part = [&all](double seconds) { return 100 * seconds / all.count(); };
   const double reading = part(work_.reading), writing = part(work_.writing);
-  ProgressBar::hide();
+  const ProgressBar::Hidden hidden;
   fmt::print(stderr,
              "kelnn: {} frames, {} found, {:.1f} frames/s; {:.1f} s: reading {:.0f} %, finding "
              "{:.0f} %, writing {:.0f} %\n",
@@ -131,14 +135,8 @@ void Reporter::sum_up() const {
 }
 
 void Reporter::write(const std::string& text) const {
-  for (size_t done = 0; done < text.size();) {
-    const ssize_t written = ::write(output_, text.data() + done, text.size() - done);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) {
-      throw OutputFailure(std::string("cannot write the result: ") + std::strerror(errno));
-    }
-    done += static_cast<size_t>(written);
-  }
+  if (write_all(output_, text.data(), text.size())) return;
+  throw OutputFailure(std::string("cannot write the result: ") + std::strerror(errno));
 }
 
 void Reporter::tell(const Json& result, const Text& text, bool is_only_one, bool is_picture) {
@@ -146,14 +144,14 @@ void Reporter::tell(const Json& result, const Text& text, bool is_only_one, bool
   for (const auto& file : files_) file->add(result, is_picture);
   found_ += result.contains("motion") && result["motion"] == true;
   if (result.contains("boxes")) found_ += static_cast<int64_t>(result["boxes"].size());
-  ProgressBar::hide();
   if (!prints_ || (options_.is_quiet && !options_.wants_json)) return;
-  write(options_.wants_json ? dumped(result, is_only_one) + "\n" : text(result));
+  const ProgressBar::Hidden hidden;
+  write(options_.wants_json ? dumped(result, is_only_one) + "\n" : harmless(text(result)));
 }
 
 void Reporter::complain(const std::string& message) {
-  ProgressBar::hide();
-  fmt::print(stderr, "kelnn: {}\n", message);
+  const ProgressBar::Hidden hidden;
+  fmt::print(stderr, "kelnn: {}\n", harmless(message));
 }
 
 void Reporter::complain(const std::exception& error) {

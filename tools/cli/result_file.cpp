@@ -227,7 +227,9 @@ class Subtitles : public ResultFile {
 
 std::vector<std::unique_ptr<ResultFile>> make_result_files(const ResultPaths& paths,
                                                            const ResultKind& kind) {
-  check_outputs({paths.csv, paths.coco}, kind.inputs.names);
+  std::vector<std::string> read = kind.inputs.names;
+  read.insert(read.end(), kind.also_read.begin(), kind.also_read.end());
+  check_outputs({paths.csv, paths.coco, paths.vtt}, read);
   std::vector<std::unique_ptr<ResultFile>> files;
   if (!paths.csv.empty()) files.push_back(std::make_unique<Table>(paths.csv, kind.columns));
   if (!paths.coco.empty()) {

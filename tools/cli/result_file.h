@@ -22,7 +22,8 @@ class ResultFile {
 struct ResultKind {
   std::string columns;  // of a table, keys with commas between them
   Inputs inputs;
-  std::vector<std::string> class_names;  // of boxes
+  std::vector<std::string> class_names;     // of boxes
+  std::vector<std::string> also_read = {};  // files besides the inputs that must not be written to
 };
 
 // Which of them are wanted; "-" is standard output, where nothing else is written then.

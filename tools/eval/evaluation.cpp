@@ -28,7 +28,9 @@ void draw_worst(const EvaluationSettings& settings, const std::vector<std::strin
   }
   for (const std::string& file : files) inputs.push_back(path_of(settings.data, file));
   check_outputs(drawings, inputs);
+  ProgressBar progress("drawing", static_cast<int64_t>(order.size()), "pictures");
   for (size_t rank = 0; rank < order.size(); ++rank) {
+    progress.show(static_cast<int64_t>(rank));
     const auto sink = make_picture(drawings[rank]);
     sink->write(draw(order[rank]));
     sink->finish();

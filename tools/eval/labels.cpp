@@ -34,6 +34,10 @@ std::vector<std::string> lines_of(const std::string& path) {
   return lines;
 }
 
+std::string place_of_line(const std::string& path, size_t index) {
+  return fmt::format("{}:{}", path, index + 1);
+}
+
 // A field in quotation marks may have commas, and a quotation mark as two of them.
 std::vector<std::string> split(const std::string& line, const std::string& place) {
   std::vector<std::string> fields(1);
@@ -84,19 +88,29 @@ std::string path_of(const std::string& directory, const std::string& file) {
   return (fs::path(directory) / file).string();
 }
 
+std::vector<std::string> labelled_files(const std::string& directory) {
+  const std::string path = path_of(directory, kLabelFile);
+  const std::vector<std::string> lines = lines_of(path);
+  std::vector<std::string> files = {path};
+  for (size_t i = 0; i < lines.size(); ++i) {
+    files.push_back(path_of(directory, split(lines[i], place_of_line(path, i)).front()));
+  }
+  return files;
+}
+
 Labels read_labels(const std::string& directory, const LabelColumns& columns,
                    RowsPerFile rows_per_file) {
   const std::string path = path_of(directory, kLabelFile);
   const std::vector<std::string> lines = lines_of(path);
-  const auto place = [&](size_t line) { return fmt::format("{}:{}", path, line); };
 
   std::vector<std::string> all_columns = columns.required;
   all_columns.insert(all_columns.end(), columns.optional.begin(), columns.optional.end());
-  const std::vector<std::string> header = split(lines.empty() ? "" : lines[0], place(1));
+  const std::vector<std::string> header =
+      split(lines.empty() ? "" : lines[0], place_of_line(path, 0));
   if (header != columns.required && header != all_columns) {
     std::string wanted = fmt::format("{}", fmt::join(columns.required, ","));
     if (!columns.optional.empty()) wanted += fmt::format(" or {}", fmt::join(all_columns, ","));
-    throw Failure(place(1), "the columns must be " + wanted);
+    throw Failure(place_of_line(path, 0), "the columns must be " + wanted);
   }
 
   Labels labels;
@@ -104,8 +118,8 @@ Labels read_labels(const std::string& directory, const LabelColumns& columns,
   std::map<std::string, size_t> line_of_file;
   for (size_t i = 1; i < lines.size(); ++i) {
     if (lines[i].empty()) continue;
-    const std::vector<std::string> fields = split(lines[i], place(i + 1));
-    const LabelRow row(place(i + 1), fields, all_columns);
+    const std::vector<std::string> fields = split(lines[i], place_of_line(path, i));
+    const LabelRow row(place_of_line(path, i), fields, all_columns);
     if (fields.size() != header.size()) {
       row.fail(fmt::format("{} fields, not the header's {}", fields.size(), header.size()));
     }

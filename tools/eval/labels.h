@@ -49,4 +49,7 @@ std::vector<LabelRow> read_class_labels(const std::string& directory, const Labe
 
 std::string path_of(const std::string& directory, const std::string& file);
 
+// All that is read: the labels and the files that they name, whatever the columns.
+std::vector<std::string> labelled_files(const std::string& directory);
+
 }  // namespace kelnn_cli

@@ -15,6 +15,7 @@
 
 #include "codec_modules.h"
 #include "inputs.h"
+#include "progress_bar.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -78,9 +79,11 @@ class SoundFile final : public Sound {
       check_resampler(error);
     }
     std::vector<int16_t> passed(kSoundRate);
+    ProgressBar progress(path, static_cast<int64_t>(settings.start), "s of sound");
     for (auto left = static_cast<size_t>(settings.start * kSoundRate); left > 0;) {
       const size_t count = read(passed.data(), std::min(left, passed.size()));
       left = count > 0 ? left - count : 0;
+      progress.show(static_cast<int64_t>(given_ / kSoundRate));
     }
     if (settings.duration > 0) left_ = static_cast<size_t>(settings.duration * kSoundRate);
   }
@@ -160,7 +163,7 @@ class SoundFile final : public Sound {
   std::unique_ptr<SoundTrack> track_;
   std::unique_ptr<SRC_STATE, Close> resampler_;  // none: the file has our rate
   std::vector<float> frames_, block_ = std::vector<float>(4096);
-  float last_ = 0;  // of what the resampler made
+  float last_ = 0;                  // of what the resampler made
   size_t left_ = SIZE_MAX;          // samples to give
   uint64_t taken_ = 0, given_ = 0;  // samples that the resampler took, and that were read
 };

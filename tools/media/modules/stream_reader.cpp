@@ -49,7 +49,7 @@ bool StreamReader::open_input(const std::string& path, const InputSettings& sett
   av_dict_free(&options);
   if (result < 0) {
     *why_not = last_ffmpeg_error();
-    if (is_server) *why_not = error_text(result);
+    if (is_server) *why_not = is_over_ && is_over_() ? "interrupted" : error_text(result);
     return false;
   }
   input_.reset(opened);
