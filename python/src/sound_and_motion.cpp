@@ -98,7 +98,8 @@ void add_motion_filter(py::module_& module) {
              return std::make_unique<Held>(
                  "motion", [&](auto& task) { task.emplace(library.open(), ratio, period); });
            }),
-           py::arg("library"), py::arg("ratio") = 0.3f, py::arg("period") = 25,
+           py::arg("library"), py::arg("ratio") = kel_nn::MotionFilter::kUsualRatio,
+           py::arg("period") = kel_nn::MotionFilter::kUsualPeriod,
            "Needs no model. `ratio`: from how many changed pixels on a frame votes for motion, in "
            "per cent of the halved\n"
            "frame; `period`: frames in a period.")
