@@ -90,6 +90,19 @@ TEST_F(Inputs, RawFramesAreTheSameFromAPipe) {
   const CommandResult cut = kelnn("persons -" + raw, bgr.substr(0, bgr.size() - 1));
   EXPECT_EQ(cut.exit_code, 1);
   EXPECT_THAT(cut.err, HasSubstr("-: damaged or cut off, 5 frames were read"));
+  // A pipe that nobody writes to any more: the end may be asked for, and a failure ends it.
+  const auto stalled = [this](const std::string& call, const std::string& wish) {
+    return run({"/bin/sh", "-c",
+                "rm -f pipe; mkfifo pipe; timeout 20 env --default-signal=INT \"$0\" " + call +
+                    " --raw grey:64x48 <pipe >seen & exec 3>pipe; head -c 4000 /dev/zero >&3; " +
+                    wish + "wait $!",
+                KEL_NN_TEST_PROGRAM});
+  };
+  const CommandResult ended =
+      stalled("persons -", "until [ -s seen ]; do sleep 0.1; done; kill -INT $!; ");
+  EXPECT_EQ(ended.exit_code, 130);
+  EXPECT_EQ(ended.err, "kelnn: -: interrupted after frame 0\n");
+  EXPECT_EQ(stalled("persons - --root none", "").exit_code, 1);
   const std::string endless = "nv12:64x48@1." + std::string(100000, '5');
   for (const char* wrong :
        {"nv12", "yuy2:64x48", "nv12:64", "nv12:64x", "nv12:0x48", "rgb:64x48@0", endless.c_str()}) {

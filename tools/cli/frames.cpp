@@ -69,13 +69,13 @@ InputSettings FrameWalk::told_in_order() {
 const Frame* FrameWalk::next() {
   const bool is_picture = !ahead_;
   if (seen_ > 0 && !is_picture) progress_.show(last_index_ + 1);
-  if (interruption() && seen_ > 0 && !is_picture) {
-    reporter_->complain(fmt::format("{}: interrupted after frame {}", input_, last_index_));
-  }
   if (const Frame* frame = interruption() ? nullptr : wait_for_next()) {
     ++seen_;
     last_index_ = frame->index;
     return frame;
+  }
+  if (interruption() && seen_ > 0 && !is_picture) {  // also while it waited
+    reporter_->complain(fmt::format("{}: interrupted after frame {}", input_, last_index_));
   }
   if (sink_) {
     const Stopwatch watch(&work_.writing);

@@ -37,7 +37,9 @@ class FrameWalk {
   // A Failure for an input of another kind. Frames that are drawn go to the target; none: nothing is drawn.
   FrameWalk(const std::string& input, Takes takes, const FrameOptions& options, Reporter* reporter,
             DrawingTarget* target = nullptr);
-  ~FrameWalk() { ahead_.reset(); }  // before what it reads from
+  ~FrameWalk() {  // what it reads asks it whether it is over
+    if (ahead_) ahead_->stop();
+  }
   FrameWalk(const FrameWalk&) = delete;
   FrameWalk& operator=(const FrameWalk&) = delete;
 

@@ -5,7 +5,7 @@
 
 namespace kelnn_cli {
 
-ReadAhead::~ReadAhead() {
+void ReadAhead::stop() {
   {
     const std::lock_guard<std::mutex> guard(lock_);
     is_over_ = true;

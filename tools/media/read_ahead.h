@@ -22,7 +22,7 @@ class ReadAhead {
 
   // `read` gives the next frame, or false when there is none left. Only the thread calls it, from the first next() on.
   explicit ReadAhead(const Read& read) : read_(read) {}
-  ~ReadAhead();  // waits for the frame that is being read
+  ~ReadAhead() { stop(); }
   ReadAhead(const ReadAhead&) = delete;
   ReadAhead& operator=(const ReadAhead&) = delete;
 
@@ -30,9 +30,11 @@ class ReadAhead {
   // was thrown is thrown.
   const Frame* next(const Tell& tell);
 
+  void stop();  // nobody wants frames any more; waits for the one that is being read
+
   // For what reads.
   void note(const std::string& message) { put({{}, message, {}}); }
-  bool is_over() const;  // nobody wants frames any more
+  bool is_over() const;  // stopped
 
  private:
   static constexpr size_t kMostWaiting = 2;

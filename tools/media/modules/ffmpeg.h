@@ -30,6 +30,13 @@ struct FreeWith {
 struct FreeScaler {
   void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
+struct FreeInputOutput {
+  void operator()(AVIOContext* io) const {
+    av_freep(&io->buffer);
+    avio_context_free(&io);
+  }
+};
+using InputOutput = std::unique_ptr<AVIOContext, FreeInputOutput>;
 using Input = std::unique_ptr<AVFormatContext, FreeWith<avformat_close_input>>;
 using Codec = std::unique_ptr<AVCodecContext, FreeWith<avcodec_free_context>>;
 using Picture = std::unique_ptr<AVFrame, FreeWith<av_frame_free>>;

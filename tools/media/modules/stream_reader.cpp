@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stream_reader.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "inputs.h"
 
@@ -35,9 +41,16 @@ bool StreamReader::open_input(const std::string& path, const InputSettings& sett
   // A name with a colon is a file's, too.
   std::string url = is_server ? path : "file:" + path;
   const bool is_raw = !settings.raw.empty();
-  if (is_raw && path == "-") url = "pipe:0";
   AVFormatContext* opened = avformat_alloc_context();
   if (!opened) return false;
+  std::error_code error;
+  if (is_raw && !std::filesystem::is_regular_file(path, error)) {
+    constexpr int kBlock = 1 << 16;
+    pipe_ = path == "-" ? dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    of_pipe_.reset(avio_alloc_context(static_cast<uint8_t*>(av_malloc(kBlock)), kBlock, 0, this,
+                                      read_pipe, nullptr, nullptr));
+    opened->pb = of_pipe_.get();
+  }
   if (is_server) opened->interrupt_callback = {has_waited_enough, this};
   wait_from_now();
   // From cameras whole frames, also through what lets no other packets in; of files on servers what is missing.
@@ -77,6 +90,22 @@ bool StreamReader::open_decoder(AVMediaType type, bool is_raw, std::string* why_
     return false;
   }
   return true;
+}
+
+StreamReader::~StreamReader() {
+  if (pipe_ >= 0) close(pipe_);
+}
+
+// FFmpeg's own pipes wait for whoever writes, whatever happens meanwhile.
+int StreamReader::read_pipe(void* self, uint8_t* bytes, int size) {
+  constexpr int kNap = 50;  // ms
+  const auto* reader = static_cast<const StreamReader*>(self);
+  pollfd waiting = {reader->pipe_, POLLIN, 0};
+  while (poll(&waiting, 1, kNap) <= 0) {
+    if (reader->is_over_ && reader->is_over_()) return AVERROR_EXIT;
+  }
+  const ssize_t count = read(reader->pipe_, bytes, static_cast<size_t>(size));
+  return count > 0 ? static_cast<int>(count) : count == 0 ? AVERROR_EOF : AVERROR(errno);
 }
 
 void StreamReader::wait_from_now() { deadline_ = Clock::now() + kPatience; }

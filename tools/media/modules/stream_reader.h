@@ -17,6 +17,7 @@ class StreamReader {
   static std::unique_ptr<StreamReader> open(const std::string& path, AVMediaType type,
                                             const InputSettings& settings, std::string* why_not);
 
+  ~StreamReader();
   AVFrame* next();  // holds until the one after it; null at the end
   // After the end: "" where it is the one that the stream should have.
   std::string problem() const;
@@ -31,10 +32,11 @@ class StreamReader {
  private:
   using Clock = std::chrono::steady_clock;
 
-  // `is_over`: of a server, which may say nothing any more. Else there is nothing to ask while FFmpeg waits.
+  // `is_over`: of a server or a pipe, which may say nothing any more. Else there is nothing to ask while FFmpeg waits.
   explicit StreamReader(const std::function<bool()>& is_over) : is_over_(is_over) {}
   void wait_from_now();
   static int has_waited_enough(void* self);
+  static int read_pipe(void* self, uint8_t* bytes, int size);
   bool open_input(const std::string& path, const InputSettings& settings, bool is_server,
                   std::string* why_not);
   bool open_decoder(AVMediaType type, bool is_raw, std::string* why_not);
@@ -45,6 +47,8 @@ class StreamReader {
 
   std::function<bool()> is_over_;
   Clock::time_point deadline_;  // of a server's next packet
+  int pipe_ = -1;               // descriptor, of raw frames that may be long in coming
+  InputOutput of_pipe_;
   Input input_;
   AVStream* stream_ = nullptr;
   Codec decoder_;
