@@ -134,6 +134,8 @@ def check(bench: Bench, command: str, process: subprocess.Popen, said: str, sent
     if code == 0 and sorted(outputs) != sorted(whole):
         return f"a success with {sorted(outputs)} of {sorted(whole)}"
     for name, content in outputs.items():
+        if name.startswith("clips/") and name not in whole and is_whole(name, content):
+            continue  # of a later event, when it could be written again
         if name not in whole:
             return f"left behind: out/{name}"
         # Of several inputs, or of a recording up to where it was interrupted, the rest.

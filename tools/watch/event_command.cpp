@@ -31,6 +31,10 @@ int start(const std::string& command, int input, pid_t* pid) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+  // Descriptor 1 may lead to where the library's lines of this moment are caught.
+  if (fcntl(STDERR_FILENO, F_GETFD) >= 0) {
+    posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
+  }
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t usual;
