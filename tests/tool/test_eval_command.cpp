@@ -104,6 +104,18 @@ TEST_F(EvalCommand, FiguresOfPersonsFollowFromTheLabels) {
   EXPECT_NE(found, label_colour);
   EXPECT_NE(found, cv::Vec3b(0, 0, 251));
 
+  // Processes, of which some meet another orientation first, come to the same report and tell the same failure.
+  EXPECT_EQ(out("eval person-detection --data data --jobs 3 --json"), result.out);
+  write("data/e.png", "no picture");
+  rows.push_back("e.png,,,,,");
+  label(rows);
+  const CommandResult alone = kelnn("eval person-detection --data data");
+  const CommandResult shared = kelnn("eval person-detection --data data --jobs 2");
+  EXPECT_THAT(shared.err, HasSubstr("data/e.png"));
+  EXPECT_EQ(shared.err, alone.err);
+  EXPECT_EQ(shared.exit_code, 1);
+  rows.pop_back();
+
   // The same for rows in another order, and ended as another system does.
   std::reverse(rows.begin() + 1, rows.end());
   rows[0] = std::string("\xef\xbb\xbf") + kBoxes;

@@ -687,6 +687,10 @@ void add_eval(const Commands& commands) {
             return can_draw(settings->task) ? "" : "nothing is drawn of " + settings->task;
           },
           ""));
+  option(command, "--jobs", &settings->jobs, "N",
+         "Processes that share the files. Results do not depend on it")
+      ->check(CLI::Range(1, 256))
+      ->capture_default_str();
   read_options(command, "--require", "CONDITION", "NAME>=NUMBER or NAME<=NUMBER",
                "What a figure has to be, by its name, or the exit code is 1: accuracy>=0.95,\n"
                "false_alarm_rate<=0.01, ... May be given several times",

@@ -3,6 +3,7 @@
 // commands, a picture that is not square is cut to the square in its middle.
 #include <fmt/format.h>
 
+#include <memory>
 #include <opencv2/imgproc.hpp>
 
 #include "drawing.h"
@@ -132,16 +133,26 @@ template <typename Task, typename ClassOf>
 Evaluation evaluate_classes(const EvaluationSettings& settings, int class_count,
                             const ClassOf& class_of) {
   const auto rows = read_class_labels(settings.data, {{"file", "class"}, {}}, class_count);
-  Task task{kel_nn::Library(settings.root)};
-  ConfusionMatrix confusion(class_count);
-  for_each_file(settings, rows, [&](const LabelRow& row) {
-    const Square square(path_of(settings.data, row.file()));
-    const auto [id, number] = class_of(task.of(frame_of(square.picture), square.part));
-    check_are_numbers(std::array{number}, square.path);
-    if (id < 0 || id >= class_count)
-      throw Failure(square.path, fmt::format("class {} was found", id));
-    confusion.add(row.whole_number(kClassColumn, class_count - 1), id);
+  struct Class {
+    int id;
+    float number;
+  };
+  const auto found = found_in_files<Class>(settings, rows.size(), [&] {
+    const auto task = std::make_shared<Task>(kel_nn::Library(settings.root));
+    return [&, task](size_t i, bool) -> std::vector<Class> {
+      const Square square(path_of(settings.data, rows[i].file()));
+      const auto [id, number] = class_of(task->of(frame_of(square.picture), square.part));
+      check_are_numbers(std::array{number}, square.path);
+      if (id < 0 || id >= class_count) {
+        throw Failure(square.path, fmt::format("class {} was found", id));
+      }
+      return {{id, number}};
+    };
   });
+  ConfusionMatrix confusion(class_count);
+  for (size_t i = 0; i < rows.size(); ++i) {
+    confusion.add(rows[i].whole_number(kClassColumn, class_count - 1), found[i].front().id);
+  }
   Json report = begin_report(settings, rows.size());
   report["accuracy"] = confusion.accuracy();
   for (int id = 0; id < class_count; ++id) report["recall"].push_back(confusion.recall(id));
@@ -159,18 +170,28 @@ Evaluation evaluate_landmarks(const EvaluationSettings& settings) {
     faces.push_back(face_of(settings.data, row, labels.has_optional));
     files.push_back(row.file());
   }
-  kel_nn::FaceLandmarks task{kel_nn::Library(settings.root)};
+  struct Looked {
+    kel_nn::Landmarks found;
+    FaceErrors errors;
+  };
+  const auto looked = found_in_files<Looked>(settings, faces.size(), [&] {
+    const auto task = std::make_shared<kel_nn::FaceLandmarks>(kel_nn::Library(settings.root));
+    return [&, task](size_t i, bool) -> std::vector<Looked> {
+      const Square square(faces[i].path);
+      const kel_nn::Landmarks found = task->of(frame_of(square.picture), square.part);
+      check_are_numbers(found.points, faces[i].path);
+      check_are_numbers(found.pose, faces[i].path);
+      return {{found, errors_of(faces[i], found, square)}};
+    };
+  });
   std::vector<kel_nn::Landmarks> found;
   std::vector<FaceErrors> errors;
   std::vector<double> badness;
-  for_each_file(settings, faces, [&](const LabelledFace& face) {
-    const Square square(face.path);
-    found.push_back(task.of(frame_of(square.picture), square.part));
-    check_are_numbers(found.back().points, face.path);
-    check_are_numbers(found.back().pose, face.path);
-    errors.push_back(errors_of(face, found.back(), square));
+  for (const std::vector<Looked>& face : looked) {
+    found.push_back(face.front().found);
+    errors.push_back(face.front().errors);
     badness.push_back(errors.back().mean_point());
-  });
+  }
   const auto [mean, percentile_95, points, pose] = landmark_figures(errors);
   Json report = begin_report(settings, faces.size());
   report.update({{"mean_point_error", mean},
@@ -191,32 +212,44 @@ Evaluation evaluate_landmarks(const EvaluationSettings& settings) {
 
 Evaluation evaluate_features(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, kPersonColumns, RowsPerFile::kOne);
-  kel_nn::FaceFeatures task{kel_nn::Library(settings.root)};
-  std::vector<kel_nn::Feature> all;
-  for_each_file(settings, labels.rows, [&](const LabelRow& row) {
-    const Square square(path_of(settings.data, row.file()));
-    all.push_back(task.of(frame_of(square.picture), square.part));
-    check_are_numbers(all.back(), square.path);
+  const auto found = found_in_files<kel_nn::Feature>(settings, labels.rows.size(), [&] {
+    const auto task = std::make_shared<kel_nn::FaceFeatures>(kel_nn::Library(settings.root));
+    return [&, task](size_t i, bool) -> std::vector<kel_nn::Feature> {
+      const Square square(path_of(settings.data, labels.rows[i].file()));
+      const kel_nn::Feature feature = task->of(frame_of(square.picture), square.part);
+      check_are_numbers(feature, square.path);
+      return {feature};
+    };
   });
+  std::vector<kel_nn::Feature> all;
+  for (const std::vector<kel_nn::Feature>& one : found) all.push_back(one.front());
   return {report_of(settings, compare(labels.rows, all), all.size())};
 }
 
 Evaluation evaluate_whole_faces(const EvaluationSettings& settings) {
   const Labels labels = read_labels(settings.data, kPersonColumns, RowsPerFile::kOne);
-  FaceExtractor extractor(settings.root, false, {});
+  const auto found = found_in_files<kel_nn::Feature>(settings, labels.rows.size(), [&] {
+    const auto extractor = std::make_shared<FaceExtractor>(settings.root, false, nullptr);
+    return [&, extractor](size_t i, bool) -> std::vector<kel_nn::Feature> {
+      const std::string path = path_of(settings.data, labels.rows[i].file());
+      const cv::Mat picture = load_picture(path);
+      const std::vector<kel_nn::Detection> faces = extractor->faces(picture);
+      if (faces.empty()) return {};
+      const kel_nn::Feature aligned = extractor->of(picture, faces.front().box).values;
+      const kel_nn::Feature of_box = extractor->of_box(picture, faces.front().box);
+      check_are_numbers(aligned, path);
+      check_are_numbers(of_box, path);
+      return {aligned, of_box};
+    };
+  });
   std::vector<LabelRow> with_face;
   std::vector<kel_nn::Feature> aligned, of_boxes;
-  for_each_file(settings, labels.rows, [&](const LabelRow& row) {
-    const std::string path = path_of(settings.data, row.file());
-    const cv::Mat picture = load_picture(path);
-    const std::vector<kel_nn::Detection> faces = extractor.faces(picture);
-    if (faces.empty()) return;
-    with_face.push_back(row);
-    aligned.push_back(extractor.of(picture, faces.front().box).values);
-    of_boxes.push_back(extractor.of_box(picture, faces.front().box));
-    check_are_numbers(aligned.back(), path);
-    check_are_numbers(of_boxes.back(), path);
-  });
+  for (size_t i = 0; i < found.size(); ++i) {
+    if (found[i].empty()) continue;
+    with_face.push_back(labels.rows[i]);
+    aligned.push_back(found[i][0]);
+    of_boxes.push_back(found[i][1]);
+  }
   const Similarities boxes = compare(with_face, of_boxes);
   Json report = report_of(settings, compare(with_face, aligned), labels.rows.size());
   report.update({{"without_face", labels.rows.size() - with_face.size()},

@@ -2,7 +2,7 @@
 // kelnn eval for faces, persons and objects: boxes that were found beside boxes that were labelled.
 #include <fmt/format.h>
 
-#include <numeric>
+#include <memory>
 #include <optional>
 
 #include "drawing.h"
@@ -65,32 +65,26 @@ void check_inside(const LabelledPicture& picture, cv::Size size) {
 template <typename Task>
 std::vector<DetectedPicture> look_at(const EvaluationSettings& settings,
                                      const std::vector<LabelledPicture>& pictures) {
-  const kel_nn::Library library(settings.root);
-  std::optional<Task> task;
-  ProgressBar progress(settings.task, static_cast<int64_t>(pictures.size()), "files");
-  int64_t done = 0;
-  std::vector<DetectedPicture> found(pictures.size());
-  std::vector<size_t> left(pictures.size());
-  std::iota(left.begin(), left.end(), size_t{0});
-  while (!left.empty()) {
-    std::vector<size_t> later;
-    for (const size_t i : left) {
+  using Found = std::vector<kel_nn::Detection>;
+  const auto begin = [&]() -> LookAt<Found> {
+    const auto library = std::make_shared<kel_nn::Library>(settings.root);
+    const auto task = std::make_shared<std::optional<Task>>();
+    return [&, library, task](size_t i, bool is_first) -> std::optional<Found> {
       const std::string path = path_of(settings.data, pictures[i].file);
       const cv::Mat bgr = load_picture(path);
       check_inside(pictures[i], bgr.size());
-      if (!task) task.emplace(library, size_of(bgr));
-      if (i != left.front() && !task->is_ready_for(size_of(bgr))) {
-        later.push_back(i);
-        continue;
-      }
-      found[i] = without_ignored({pictures[i].truths, task->detect(frame_of(bgr))});
-      for (const kel_nn::Detection& one : found[i].found)
-        check_are_numbers(std::array{one.score}, path);
-      progress.show(++done);
-    }
-    left = later;
+      if (!*task) task->emplace(*library, size_of(bgr));
+      if (!is_first && !(*task)->is_ready_for(size_of(bgr))) return std::nullopt;
+      const Found found = (*task)->detect(frame_of(bgr));
+      for (const kel_nn::Detection& one : found) check_are_numbers(std::array{one.score}, path);
+      return found;
+    };
+  };
+  std::vector<DetectedPicture> detected;
+  for (const Found& found : found_in_files<kel_nn::Detection>(settings, pictures.size(), begin)) {
+    detected.push_back(without_ignored({pictures[detected.size()].truths, found}));
   }
-  return found;
+  return detected;
 }
 
 constexpr int kTruthColour = 0, kMatchColour = 2, kFalseColour = 1;

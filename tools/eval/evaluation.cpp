@@ -8,6 +8,7 @@
 
 #include "files.h"
 #include "frame_sink.h"
+#include "progress_bar.h"
 
 namespace kelnn_cli {
 

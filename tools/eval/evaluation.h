@@ -5,14 +5,16 @@
 
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
+#include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "labels.h"
-#include "progress_bar.h"
 #include "report.h"
 
 namespace kelnn_cli {
@@ -20,6 +22,7 @@ namespace kelnn_cli {
 struct EvaluationSettings {
   std::string task, root, data;
   std::string drawings;  // where to draw the worst pictures; none: nowhere
+  int jobs = 1;          // processes
 };
 
 constexpr size_t kMaxDrawings = 50;
@@ -42,15 +45,34 @@ Evaluation evaluate_cry(const EvaluationSettings& settings);
 
 // ----- What several of them need -----------------------------------------------------------------
 
-// Looks at each file.
-template <typename Files, typename Look>
-void for_each_file(const EvaluationSettings& settings, const Files& files, const Look& look) {
-  ProgressBar bar(settings.task, static_cast<int64_t>(files.size()), "files");
-  int64_t done = 0;
-  for (const auto& file : files) {
-    look(file);
-    bar.show(++done);
+// What is found in a file, by its index; none: it is to be asked for again, after the others. `is_first`: not this time.
+template <typename Result>
+using LookAt = std::function<std::optional<Result>(size_t file, bool is_first)>;
+
+// What is found in each of so many files. settings.jobs processes share them: `begin` is called in each, and loads what is
+// needed there. Where one of them fails all is done once more in this one, which tells of the first failure that it meets.
+std::vector<std::string> found_bytes(const EvaluationSettings& settings, size_t file_count,
+                                     const std::function<LookAt<std::string>()>& begin);
+
+template <typename Result>
+std::vector<std::vector<Result>> found_in_files(
+    const EvaluationSettings& settings, size_t file_count,
+    const std::function<LookAt<std::vector<Result>>()>& begin) {
+  static_assert(std::is_trivially_copyable<Result>::value, "processes tell its bytes");
+  const auto begin_bytes = [&begin]() -> LookAt<std::string> {
+    return [look = begin()](size_t file, bool is_first) -> std::optional<std::string> {
+      const std::optional<std::vector<Result>> found = look(file, is_first);
+      if (!found) return std::nullopt;
+      return std::string(reinterpret_cast<const char*>(found->data()),
+                         found->size() * sizeof(Result));
+    };
+  };
+  std::vector<std::vector<Result>> all;
+  for (const std::string& bytes : found_bytes(settings, file_count, begin_bytes)) {
+    all.emplace_back(bytes.size() / sizeof(Result));
+    std::memcpy(static_cast<void*>(all.back().data()), bytes.data(), bytes.size());
   }
+  return all;
 }
 
 // Where a network's values would make figures meaningless: a Failure that names the file.
