@@ -98,6 +98,7 @@ TEST_F(Galleries, RefuseWhatIsNoneOfTheirsAndLeaveNothingHalfDone) {
       {"who both.png --gallery g.db --root other", 1, "a gallery of another network"},
       {"who both.png --gallery g.db --threshold 2", 2, "--threshold"},
       {"who both.png --gallery g.db --csv g.db", 2, "take the place of the input"},
+      {"watch x.avi --gallery g.db --coco g.db", 2, "take the place of the input"},
       {"enroll", 2, "name is required"},
   });
   EXPECT_FALSE(fs::exists(path("new.db")));

@@ -67,7 +67,8 @@ class Watch {
   Watch(const WatchOptions& options, Reporter* reporter)
       : options_(options),
         reporter_(reporter),
-        sightings_(options, InputKind::kVideos, "motion,event,track,who,dwell,clip,", reporter),
+        sightings_(options, InputKind::kVideos, "motion,event,track,who,dwell,clip,", reporter,
+                   {options.gallery}),
         known_(known_faces(options, reporter)),
         watcher_(options.root, options.settings, options.is_always_awake, note()),
         listener_(options.root, note()) {

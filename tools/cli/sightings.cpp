@@ -53,14 +53,14 @@ std::string text_of(const Json& seen, bool is_picture) {
 }  // namespace
 
 Sightings::Sightings(const DetectOptions& options, InputKind kind, const std::string& columns,
-                     Reporter* reporter)
+                     Reporter* reporter, const std::vector<std::string>& also_read)
     : options_(checked(options)),
       reporter_(reporter),
       inputs_(listed(options.inputs, kind, !options.frames.input.raw.empty())),
       drawings_(options.out, inputs_),
       crops_("--save-crops", with_slash(options.crops), inputs_, {as_it_is}) {
   reporter->begin({"input,frame,time,width,height," + columns + "name,class,score,x,y,w,h", inputs_,
-                   options.class_names});
+                   options.class_names, also_read});
 }
 
 void Sightings::begin(const std::string& input) {

@@ -13,8 +13,9 @@ namespace kelnn_cli {
 class Sightings {
  public:
   // `columns`: of a table, besides those that all have.
+  // `also_read`: files besides the inputs that must not be written to.
   Sightings(const DetectOptions& options, InputKind kind, const std::string& columns,
-            Reporter* reporter);
+            Reporter* reporter, const std::vector<std::string>& also_read = {});
 
   const Inputs& inputs() const { return inputs_; }
   DrawingTarget* drawings() { return &drawings_; }
