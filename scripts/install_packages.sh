@@ -10,6 +10,7 @@
 #   packages what scripts/install.sh needs on top of build and docs
 #   notebook what executes examples/first_steps.ipynb as Jupyter does, on top of build and test
 #   digests what scripts/digests.sh needs on top of build and test: compilers for other processors
+#   browser what shows the live page to its test, on top of build and test, which is done without where it is not
 #   lint    what scripts/lint.sh needs on top
 #   coverage what scripts/coverage.sh needs on top of build and test
 # Silent when everything is there. Needs root only when something is missing.
@@ -19,7 +20,7 @@ declare -A groups=(
   [build]="ca-certificates cmake ninja-build g++ libopencv-dnn-dev libopencv-imgcodecs-dev libopencv-imgproc-dev
            libopencv-videoio-dev libavcodec-dev libavformat-dev libavutil-dev libswresample-dev libswscale-dev libpng-dev
            libturbojpeg0-dev libonnx-dev libprotobuf-dev protobuf-compiler
-           zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libsodium-dev libsqlite3-dev libcli11-dev libfmt-dev nlohmann-json3-dev
+           zlib1g-dev pkg-config libsndfile1-dev libsamplerate0-dev libcpp-httplib-dev libsodium-dev libsqlite3-dev libcli11-dev libfmt-dev nlohmann-json3-dev
            python3 python3-dev python3-numpy python3-onnx python3-pil python3-soundfile pybind11-dev"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest
@@ -31,6 +32,7 @@ declare -A groups=(
   [packages]="dpkg-dev file"
   [notebook]="python3-nbconvert python3-ipykernel"
   [digests]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-i686-linux-gnu g++-mips-linux-gnu"
+  [browser]="chromium"
   [coverage]="llvm-14"
   [lint]="clang-format clang-tidy flake8 mypy"
 )
@@ -39,7 +41,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   if [ -z "${groups[$group]:-}" ]; then
-    echo "install_packages.sh: no group '$group'; there are: build coverage data digests docs lint notebook packages photographs test train" >&2
+    echo "install_packages.sh: no group '$group'; there are: browser build coverage data digests docs lint notebook packages photographs test train" >&2
     exit 2
   fi
   read -r -d '' -a packages <<<"${groups[$group]}" || true

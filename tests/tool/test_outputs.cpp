@@ -251,8 +251,8 @@ TEST_F(Outputs, BoxesAreChosenByScoreAndClassAndCutOut) {
 // A terminal that is slower than its program would be.
 TEST_F(Outputs, ATerminalIsShownHowFarALongWorkIs) {
   const std::string bytes = "tail -c 200000 " + kVideo;
-  const std::string script =
-      "(" + bytes + "; sleep 2.2; " + bytes + ") | " + KEL_NN_TEST_PROGRAM + " features - --window 2 --csv f.csv";
+  const std::string script = "(" + bytes + "; sleep 2.2; " + bytes + ") | " + KEL_NN_TEST_PROGRAM +
+                             " features - --window 2 --csv f.csv";
   const CommandResult result = run({"/usr/bin/script", "-qec", script, "/dev/null"});
   EXPECT_THAT(result.out, AllOf(HasSubstr("  67%  "), HasSubstr(" left\r\033[K")));
   EXPECT_THAT(

@@ -8,11 +8,13 @@
 #include <nlohmann/json.hpp>
 
 #include "clips.h"
+#include "codecs.h"
 #include "commands.h"
 #include "event_command.h"
 #include "files.h"
 #include "gallery.h"
 #include "listener.h"
+#include "live_page.h"
 #include "scene.h"
 #include "sightings.h"
 
@@ -80,6 +82,11 @@ class Watch {
       });
     }
     if (!options.on_event.empty()) command_.emplace(options.on_event);
+    if (!options.page) return;
+    PageOptions page = *options.page;
+    page.token = options.page_token;
+    page_ = open_page(page, encode_jpeg);
+    reporter->complain("the page is at " + page_->address());
   }
 
   bool all() {
@@ -124,6 +131,7 @@ class Watch {
 
   void look_at_all(const std::string& input, FrameWalk* walk) {
     bool is_decided = false;
+    shown_.clear();
     while (const Frame* frame = walk->next()) {
       place_ = place_json(input, *frame);
       Sighting seen = watcher_.look(frame->pixels);
@@ -142,6 +150,7 @@ class Watch {
       for (const Json& event : events) tell(event);
       const bool is_told = seen.is_motion || (seen.found && !seen.found->empty()) ||
                            (heard && !heard->crying.empty());
+      if (page_) show(frame->pixels, seen, state);
       if (is_told) sightings_.report(state, frame->pixels, false);
       tell_problems();
     }
@@ -168,6 +177,17 @@ class Watch {
     if (!path.empty()) tell({{"event", "clip"}, {"clip", path}});
   }
 
+  // On the page what was decided holds until the next decision.
+  void show(const cv::Mat& bgr, const Sighting& seen, const Json& state) {
+    shown_["boxes"] = Json::array();
+    shown_.merge_patch(state);
+    if (!page_->wants_frame()) return;
+    for (Json& box : shown_["boxes"]) {
+      for (const char* of_programs : {"feature", "points", "pose"}) box.erase(of_programs);
+    }
+    page_->show(sightings_.drawn(bgr, seen), shown_);
+  }
+
   // All that is to be known of an event goes through here.
   void tell(const Json& what) {
     Json event = {{"event", what["event"]}};
@@ -178,6 +198,7 @@ class Watch {
     if (clips_ && !event.contains("clip")) event["clip"] = clips_->want();
     reporter_->report_one(event, event_text);
     if (command_) command_->give(dumped(event));
+    if (page_) page_->tell(event);
   }
 
   void tell_problems() {
@@ -196,7 +217,9 @@ class Watch {
   std::optional<Scene> scene_;  // of the input
   std::optional<Clips> clips_;
   std::optional<EventCommand> command_;
-  Json place_;  // the last frame's
+  std::unique_ptr<LivePage> page_;  // none: it is not wanted
+  Json place_;                      // the last frame's
+  Json shown_ = Json::object();     // on the page
   bool is_live_ = false, is_fine_ = true;
 };
 

@@ -4,12 +4,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "clips.h"
 #include "evaluation.h"
 #include "inputs.h"
+#include "live_page.h"
 #include "motion.h"
 #include "reporter.h"
 #include "sound_window.h"
@@ -114,6 +116,8 @@ struct WatchOptions : DetectOptions {
   float threshold = kSamePerson;
   std::string on_event;  // a command for a shell; none: nobody is told
   ClipSettings clips;
+  std::optional<PageOptions> page;
+  std::string page_token;
 };
 bool watch(const WatchOptions& options, Reporter* reporter);
 

@@ -114,6 +114,22 @@ bool read_megabytes(const std::string& text, int64_t* bytes) {
   return true;
 }
 
+// "127.0.0.1:8080", "[::1]:8080", "localhost:8080", ":8080", "8080", nothing.
+bool read_page_address(const std::string& text, PageOptions* page) {
+  static const std::regex form(
+      R"((?:(\d{1,3}(?:\.\d{1,3}){3}|localhost|\[([0-9a-fA-F:.]{2,45})\])?:)?(\d{1,5}))");
+  std::smatch part;
+  if (text.empty()) return true;
+  if (!std::regex_match(text, part, form)) return false;
+  if (part[2].matched) {
+    page->host = part[2];
+  } else if (part[1].length() > 0 && part[1] != "localhost") {
+    page->host = part[1];
+  }
+  page->port = std::stoi(part[3]);
+  return page->port <= 65535;
+}
+
 constexpr int64_t kMaxFrames = 1000000000;
 constexpr int kMaxPeriod = 1000000, kMaxStep = 1000000;  // frames
 constexpr float kLongest = 1e9, kLoudest = 1e9;          // seconds, a window's loudness
@@ -303,10 +319,10 @@ void add_model_files(const Commands& commands) {
   CLI::Option* task = add_task(pack, &packed->task, "The task; kelnn models lists them");
   CLI::Option* network = argument(pack, "network", &packed->network, "FILE", "The ONNX file");
   pack->add_flag("--raw", packed->is_raw, "Pack the bytes of the file as they are, unchecked");
-  CLI::Option* inspected =
-      option(pack, "--inspect", &packed->inspected, "TASK|FILE",
-             "Pack nothing; show what is in a model: its label, whether it is scrambled and whole,\n"
-             "and what kind of network it has");
+  CLI::Option* inspected = option(
+      pack, "--inspect", &packed->inspected, "TASK|FILE",
+      "Pack nothing; show what is in a model: its label, whether it is scrambled and whole,\n"
+      "and what kind of network it has");
   let_replace(inspected, {task->required(), network});
   add_root_to_write(pack, &packed->root);
 
@@ -531,6 +547,29 @@ void add_motion(const Commands& commands) {
   add_frame_options(command, &options->frames);
 }
 
+void add_page(CLI::App* command, WatchOptions* options) {
+  read_option(
+      command, "--page", "[ADDRESS:PORT]",
+      "ADDRESS:PORT, as 127.0.0.1:8080 or [::1]:8080; without one, --page is to be the last word",
+      "Show it in a browser: the newest frame with what was found, motion, sound, the last\n"
+      "events and their clips; at http://127.0.0.1:8080/, or there. Another address than this\n"
+      "machine's own takes --page-token",
+      read_page_address, [options](const PageOptions& page) { options->page = page; })
+      ->expected(0, 1);
+  option(command, "--page-token", &options->page_token, "TOKEN",
+         "Who looks has to know this, from 16 to 128 letters, digits, - and _, as\n"
+         "http://...:8080/?token=TOKEN or typed into the page. Without it: $KELNN_PAGE_TOKEN")
+      ->envname("KELNN_PAGE_TOKEN")
+      ->check(CLI::Validator(
+          [](const std::string& token) {
+            static const std::regex form("[A-Za-z0-9_-]{16,128}");
+            return std::regex_match(token, form)
+                       ? ""
+                       : "a token has from 16 to 128 letters, digits, - and _";
+          },
+          ""));
+}
+
 void add_watch(const Commands& commands) {
   const auto [command, options] = commands.add(
       watch, "watch",
@@ -559,6 +598,7 @@ void add_watch(const Commands& commands) {
               read_megabytes,
               [clips = &options->clips](int64_t bytes) { clips->most_bytes = bytes; })
       ->needs(clips);
+  add_page(command, options);
   add_boxes(commands, command, options, kel_nn::GridDetector::kLeastScore);
 }
 

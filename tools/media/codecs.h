@@ -24,7 +24,8 @@ cv::Mat decode_pnm(const Bytes& bytes);
 
 // Empty: too large.
 Bytes encode_png(const cv::Mat& bgr);
-Bytes encode_jpeg(const cv::Mat& bgr);
+constexpr int kUsualQuality = 95;  // what OpenCV writes
+Bytes encode_jpeg(const cv::Mat& bgr, int quality = kUsualQuality);
 
 constexpr int kUpright = 1;  // also of a picture that does not say
 

@@ -11,8 +11,6 @@
 namespace kelnn_cli {
 namespace {
 
-constexpr int kQuality = 95;  // what OpenCV writes
-
 struct Destroy {
   void operator()(tjhandle handle) const { tjDestroy(handle); }
 };
@@ -67,7 +65,7 @@ cv::Mat decode_jpeg(const Bytes& bytes, bool* is_damaged) {
   return made_upright(picture, *turn);
 }
 
-Bytes encode_jpeg(const cv::Mat& bgr) {
+Bytes encode_jpeg(const cv::Mat& bgr, int quality) {
   const Handle jpeg(tjInitCompress());
   const unsigned long room = tjBufSize(bgr.cols, bgr.rows, TJSAMP_420);
   if (!jpeg || room == static_cast<unsigned long>(-1)) return {};
@@ -76,7 +74,7 @@ Bytes encode_jpeg(const cv::Mat& bgr) {
   unsigned long size = room;
   const bool done =
       tjCompress2(jpeg.get(), bgr.data, bgr.cols, static_cast<int>(bgr.step), bgr.rows, TJPF_BGR,
-                  &out, &size, TJSAMP_420, kQuality, TJFLAG_ACCURATEDCT | TJFLAG_NOREALLOC) == 0;
+                  &out, &size, TJSAMP_420, quality, TJFLAG_ACCURATEDCT | TJFLAG_NOREALLOC) == 0;
   bytes.resize(done ? size : 0);
   return bytes;
 }
