@@ -24,7 +24,7 @@ declare -A groups=(
            python3 python3-dev python3-numpy python3-onnx python3-pil python3-soundfile pybind11-dev"
   [test]="clang libclang-rt-14-dev g++-mipsel-linux-gnu qemu-user googletest libgtest-dev libgmock-dev
           libbenchmark-dev libfftw3-dev libyuv-dev espeak-ng meson abigail-tools lintian dpkg-dev file python3-pytest
-          python3-jsonschema fish zsh python3-pip python3-matplotlib python3-distributed mypy jq"
+          python3-jsonschema fish zsh python3-pip python3-matplotlib python3-distributed mypy jq mosquitto mosquitto-clients"
   [data]="python3-opencv python3-scipy python3-moderngl libegl1 libgl1 libgl1-mesa-dri espeak-ng"
   [train]="python3-torch gnome-backgrounds mate-backgrounds ukui-wallpapers"
   [photographs]="opencv-doc python3-skimage"

@@ -123,6 +123,9 @@ class Checker:
     def check_page(self, page: Path, update: bool) -> int:
         count = 0
         for count, (commands, shown) in enumerate(fences(page), 1):
+            if "mosquitto" in commands and not Path("/usr/sbin/mosquitto").exists():
+                print("skipped, since there is no mosquitto (scripts/install_packages.sh test):", commands.splitlines()[0])
+                continue
             done = self.shell(commands)
             printed = done.stdout.decode()
             if done.returncode != 0:

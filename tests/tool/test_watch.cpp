@@ -55,6 +55,8 @@ TEST(Assignment, IsWorthAsMuchAsTheBestOfAllPermutations) {
 
 // ----- Tracks
 
+const cv::Size kField(1000, 300);
+
 // A box of 40 x 100 that walks; 10 frames a second.
 kel_nn::Detection walker(double x, double speed, int frame, int class_id = 0) {
   return {{static_cast<int>(std::lround(x + speed * frame)), 100, 40, 100}, 0.9f, class_id};
@@ -70,7 +72,7 @@ TEST(Tracker, KeepsIdsThroughCrossingsAndGapsAndNoneForWhatFlickers) {
     const bool is_hidden = frame >= 25 && frame < 32;
     if (!is_hidden) found.push_back(walker(470, -8, frame));
     if (frame % 17 == 5) found.push_back(walker(900, 0, 0));  // is never there twice in a row
-    const auto changes = tracker.take(found, frame / 10.0);
+    const auto changes = tracker.take(found, frame / 10.0, kField);
     for (const auto& track : changes.entered) entered.push_back(track.id);
     ASSERT_EQ(changes.ids.size(), found.size());
     EXPECT_TRUE(changes.left.empty());
@@ -92,6 +94,24 @@ TEST(Tracker, KeepsIdsThroughCrossingsAndGapsAndNoneForWhatFlickers) {
   EXPECT_TRUE(tracker.finish().empty());
 }
 
+TEST(Tracker, OneThatGoesOutHasLeftAndIsNotTheNextWhoComesInThere) {
+  kelnn_cli::Tracker tracker;
+  std::vector<std::string> told;
+  for (int frame = 0; frame < 60; ++frame) {
+    kel_nn::Detection one = frame < 25 ? walker(700, 15, frame) : walker(1360, -15, frame);
+    one.box.w = std::min(40, kField.width - one.box.x);
+    kel_nn::Detection part = one;  // is found as well, and is nobody else
+    part.box.h = 60;
+    part.score = 0.6f;
+    std::vector<kel_nn::Detection> found;
+    if (one.box.w > 0) found = {one, part};
+    const auto changes = tracker.take(found, frame / 10.0, kField);
+    for (const auto& track : changes.entered) told.push_back("in " + std::to_string(track.id));
+    for (const auto& track : changes.left) told.push_back("out " + std::to_string(track.id));
+  }
+  EXPECT_THAT(told, ElementsAre("in 1", "out 1", "in 2"));
+}
+
 TEST(Tracker, WhatIsNotFoundHasLeftWhenPatienceEndsAndWhatRestsStays) {
   kelnn_cli::Tracker tracker;
   double time = 0;
@@ -100,7 +120,8 @@ TEST(Tracker, WhatIsNotFoundHasLeftWhenPatienceEndsAndWhatRestsStays) {
     std::vector<kelnn_cli::Track> left;
     for (int i = 0; i < frames; ++i) {
       time += 0.1;
-      for (const auto& track : is_looked_at ? tracker.take(found, time).left : tracker.rest(time))
+      for (const auto& track :
+           is_looked_at ? tracker.take(found, time, kField).left : tracker.rest(time))
         left.push_back(track);
     }
     return left;
@@ -112,13 +133,15 @@ TEST(Tracker, WhatIsNotFoundHasLeftWhenPatienceEndsAndWhatRestsStays) {
   ASSERT_EQ(left.size(), 1u);
   EXPECT_EQ(left[0].id, 2);
   EXPECT_NEAR(left[0].last_seen - left[0].first_seen, 0.9, 1e-9);
-  EXPECT_TRUE(pass(36000, {}, false).empty());                  // an hour of stillness
-  const auto changes = tracker.take({walker(40, 0, 0)}, time);  // has moved before anybody looked
+  EXPECT_TRUE(pass(36000, {}, false).empty());  // an hour of stillness
+  const auto changes =
+      tracker.take({walker(40, 0, 0)}, time, kField);  // has moved before anybody looked
   EXPECT_THAT(changes.ids, ElementsAre(1));
   const auto last = pass(30, {}, true);
   ASSERT_EQ(last.size(), 1u);
   EXPECT_NEAR(last[0].last_seen - last[0].first_seen, 0.9 + 1 + 1.5 + 3600, 1e-6);
-  EXPECT_EQ(tracker.take({one}, time + 0.1).ids, std::vector<int64_t>{0});  // is somebody new
+  EXPECT_EQ(tracker.take({one}, time + 0.1, kField).ids,
+            std::vector<int64_t>{0});  // is somebody new
 }
 
 // ----- A command for events

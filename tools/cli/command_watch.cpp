@@ -81,6 +81,7 @@ class Watch {
         is_fine_ = false;
       });
     }
+    reporter->outlast_full_disks();
     if (!options.on_event.empty()) command_.emplace(options.on_event);
     if (!options.page) return;
     PageOptions page = *options.page;
@@ -98,7 +99,7 @@ class Watch {
       if (!problem.empty()) reporter_->complain("--on-event: " + problem);
       is_fine_ = is_fine_ && problem.empty();
     }
-    return ok && is_fine_;
+    return ok && is_fine_ && reporter_->is_all_written();
   }
 
  private:
@@ -137,7 +138,7 @@ class Watch {
       Sighting seen = watcher_.look(frame->pixels);
       if (seen.found) sightings_.leave_out_unwanted(&*seen.found);
       is_decided = is_decided || seen.is_motion || seen.found;
-      std::vector<Json> events = scene_->see(&seen, frame->seconds);
+      std::vector<Json> events = scene_->see(&seen, *frame);
       Json state = sightings_.json(*frame, seen);
       const auto heard = listener_.hear(frame->seconds + 1 / walk->frames_per_second());
       if (heard) state["sound"]["level"] = heard->level;

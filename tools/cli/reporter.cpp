@@ -117,6 +117,8 @@ void Reporter::add(const Work& work) {
 }
 
 void Reporter::finish() {
+  outlasts_ = false;  // there is nothing more to wait for
+  if (!waiting_.empty()) write("");
   for (const auto& file : files_) file->finish();
   const bool is_wanted = options_.wants_progress || (work_.frames > 1 && isatty(STDERR_FILENO));
   if (is_wanted && work_.frames > 0 && !options_.is_quiet) sum_up();
@@ -134,14 +136,49 @@ void Reporter::sum_up() const {
              reading, 100 - reading - writing, writing);
 }
 
-void Reporter::write(const std::string& text) const {
-  if (write_all(output_, text.data(), text.size())) return;
-  throw OutputFailure(std::string("cannot write the result: ") + std::strerror(errno));
+void Reporter::write(const std::string& text) {
+  constexpr size_t kMostWaiting = 16 << 20;
+  const bool was_full = !waiting_.empty();
+  if (waiting_.size() + text.size() <= kMostWaiting) {
+    waiting_ += text;
+  } else if (!has_lost_) {
+    has_lost_ = true;
+    complain("results are lost from here on, until there is room for those that wait");
+  }
+  size_t done = 0;
+  while (done < waiting_.size()) {
+    const ssize_t written = ::write(output_, waiting_.data() + done, waiting_.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) break;
+    done += static_cast<size_t>(written);
+  }
+  const int reason = done < waiting_.size() ? errno : 0;
+  waiting_.erase(0, done);
+  if (reason == 0) return;
+  if (!outlasts_ || (reason != ENOSPC && reason != EDQUOT)) {
+    waiting_.clear();
+    throw OutputFailure(std::string("cannot write the result: ") + std::strerror(reason));
+  }
+  if (!was_full) complain("the disk of the results is full; they are kept until there is room");
+}
+
+void Reporter::write_files(const Json& result, bool is_picture) {
+  for (auto file = files_.begin(); file != files_.end();) {
+    try {
+      (*file)->add(result, is_picture);
+      ++file;
+    } catch (const OutputFailure& failure) {
+      if (!outlasts_) throw;
+      complain(std::string(failure.what()) + "; this file is given up");
+      has_lost_ = true;
+      file = files_.erase(file);
+    }
+  }
 }
 
 void Reporter::tell(const Json& result, const Text& text, bool is_only_one, bool is_picture) {
   if (options_.is_verbose) show_library_lines();
-  for (const auto& file : files_) file->add(result, is_picture);
+  write_files(result, is_picture);
   found_ += result.contains("motion") && result["motion"] == true;
   if (result.contains("boxes")) found_ += static_cast<int64_t>(result["boxes"].size());
   if (!prints_ || (options_.is_quiet && !options_.wants_json)) return;

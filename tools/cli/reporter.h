@@ -48,6 +48,10 @@ class Reporter {
 
   // Before the first result: what it is going to be. A UsageError when a file would take the place of an input.
   void begin(const ResultKind& kind);
+  // For work that lasts for days: what does not fit on a full disk is kept for when there is room, as far as there is memory
+  // for it, and a file that cannot be written is given up; both are told.
+  void outlast_full_disks() { outlasts_ = true; }
+  bool is_all_written() const { return !has_lost_; }
   void add(const Work& work);
   // After the last one. Without it none of the files appears. Sums up.
   void finish();
@@ -69,14 +73,17 @@ class Reporter {
   void show_library_lines();
   void sum_up() const;
   void tell(const Json& result, const Text& text, bool is_only_one, bool is_picture);
-  void write(const std::string& text) const;  // at once, nothing is held back
+  void write(const std::string& text);  // at once
+  void write_files(const Json& result, bool is_picture);
 
   ReportOptions options_;
   bool prints_ = true;  // false: a file goes to standard output
   Work work_;
   int64_t found_ = 0;  // boxes and periods with motion
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-  int output_;  // descriptor
+  int output_;           // descriptor
+  std::string waiting_;  // for room on a full disk
+  bool outlasts_ = false, has_lost_ = false;
   std::vector<std::unique_ptr<ResultFile>> files_;
   std::optional<kel_nn::Messages> library_lines_;  // there is always one
   std::set<std::string> unusable_models_;          // tasks

@@ -16,11 +16,11 @@ Json event_of(const char* kind, int64_t track, const kel_nn::Detection& found) {
 
 }  // namespace
 
-std::vector<Json> Scene::see(Sighting* seen, double seconds) {
-  if (!seen->found) return leaving(tracker_.rest(seconds));
+std::vector<Json> Scene::see(Sighting* seen, const Frame& frame) {
+  if (!seen->found) return leaving(tracker_.rest(frame.seconds));
   std::vector<kel_nn::Detection> places;
   for (const Found& found : *seen->found) places.push_back(found.place);
-  const Tracker::Changes changes = tracker_.take(places, seconds);
+  const Tracker::Changes changes = tracker_.take(places, frame.seconds, frame.pixels.size());
   std::vector<Json> events;
   for (const Track& track : changes.entered) {
     events.push_back(event_of("entered", track.id, track.last));

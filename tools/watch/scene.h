@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "frame_source.h"
 #include "gallery.h"
 #include "report.h"
 #include "tracker.h"
@@ -20,7 +21,7 @@ class Scene {
   Scene(const KnownFaces& known, float threshold) : known_(known), threshold_(threshold) {}
 
   // Writes into what was found which track it is and who, and gives the events: "entered", "left", "recognised".
-  std::vector<Json> see(Sighting* seen, double seconds);
+  std::vector<Json> see(Sighting* seen, const Frame& frame);
   // Of a window of sound: "cry" when one begins.
   std::vector<Json> hear(float probability);
   std::vector<Json> finish();  // what is still there leaves

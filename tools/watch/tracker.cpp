@@ -16,11 +16,13 @@ constexpr double kLeastOverlap = 0.3;   // IoU of a box and where it is expected
 constexpr double kFar = 3;              // standard deviations, beyond which it is another one
 constexpr double kNear =
     0.6;  // heights, within which it may be the same whatever the filter expects
+constexpr float kSureScore = 0.5f;  // from which on a track begins
+constexpr double kPart = 0.6;  // of its area in another one, from which on it is none of its own
 constexpr double kMostGrowth = 2;  // of the height, at most, from one time to the next
 
 // Standard deviations, in heights of the box: of a measured middle, of the speed of what has just appeared, of the change of
 // speed within a second. A person who walks does 0.8 heights a second.
-constexpr double kMeasured = 0.05, kUnknownSpeed = 2, kAcceleration = 1;
+constexpr double kMeasured = 0.1, kUnknownSpeed = 2, kAcceleration = 0.5;
 constexpr double kUnseen = 0.3;    // of how far what rested has come before motion is decided
 constexpr double kSizeGain = 0.5;  // the share of a newly measured size
 
@@ -45,9 +47,19 @@ double fit(const BoxMotion& motion, const cv::Rect2d& found) {
   const double overlap = iou(expected, found);
   if (overlap >= kLeastOverlap) return 1 + overlap;
   const double growth = found.height / expected.height;
-  const double reach = std::max(kFar * motion.doubt(), kNear * expected.height);
-  const double distance = cv::norm(middle_of(found) - middle_of(expected)) / reach;
+  const double distance =
+      cv::norm(middle_of(found) - middle_of(expected)) / (kNear * expected.height);
   return distance < 1 && growth < kMostGrowth && growth > 1 / kMostGrowth ? 1 - distance : 0;
+}
+
+// A track begins with what is surer than what goes on with one, and is no part of something that is surer still: a network
+// often sees a person twice.
+bool can_begin(const kel_nn::Detection& one, const std::vector<kel_nn::Detection>& all) {
+  const auto hides_it = [&](const kel_nn::Detection& other) {
+    return other.class_id == one.class_id && other.score > one.score &&
+           (rect_of(other) & rect_of(one)).area() > kPart * rect_of(one).area();
+  };
+  return one.score >= kSureScore && std::none_of(all.begin(), all.end(), hides_it);
 }
 
 }  // namespace
@@ -97,7 +109,9 @@ double BoxMotion::doubt() const {
   return size_.height * std::sqrt(place_variance_ + squared(kMeasured));
 }
 
-Tracker::Changes Tracker::take(const std::vector<kel_nn::Detection>& found, double seconds) {
+Tracker::Changes Tracker::take(const std::vector<kel_nn::Detection>& found, double seconds,
+                               cv::Size frame) {
+  frame_ = {{}, cv::Size2d(frame)};
   for (Followed& one : all_) one.motion.advance(seconds - seconds_);
   seconds_ = seconds;
   std::vector<std::vector<double>> fits(all_.size(), std::vector<double>(found.size(), 0));
@@ -127,9 +141,10 @@ Tracker::Changes Tracker::take(const std::vector<kel_nn::Detection>& found, doub
     changes.ids[k] = one.track.id;
   }
   for (size_t k = 0; k < found.size(); ++k) {
-    if (is_new[k]) all_.push_back({{0, found[k], seconds, seconds}, BoxMotion(rect_of(found[k]))});
+    if (is_new[k] && can_begin(found[k], found))
+      all_.push_back({{0, found[k], seconds, seconds}, BoxMotion(rect_of(found[k]))});
   }
-  changes.left = without_the_lost(seconds);
+  changes.left = without_the_lost();
   return changes;
 }
 
@@ -139,17 +154,18 @@ std::vector<Track> Tracker::rest(double seconds) {
     one.motion.rest();
     if (one.is_found) one.track.last_seen = seconds;
   }
-  return without_the_lost(seconds);
+  return without_the_lost();
 }
 
-// Drops what has not been found for too long.
-std::vector<Track> Tracker::without_the_lost(double seconds) {
+// Drops what has not been found for too long, or has gone out of the picture.
+std::vector<Track> Tracker::without_the_lost() {
   std::vector<Track> left;
   std::vector<Followed> kept;
   for (const Followed& one : all_) {
     const bool is_sure = one.track.id > 0;
     const double patience = is_sure ? kPatience : kShortPatience;
-    if (seconds - one.track.last_seen <= patience) {
+    const bool is_in_sight = one.is_found || frame_.contains(one.motion.middle());
+    if (is_in_sight && seconds_ - one.track.last_seen <= patience) {
       kept.push_back(one);
     } else if (is_sure) {
       left.push_back(one.track);

@@ -20,6 +20,7 @@ class BoxMotion {
   void correct(const cv::Rect2d& box);
   void rest();  // it does not move any more, until it is seen to
   cv::Rect2d box() const;
+  cv::Point2d middle() const { return middle_; }
   double doubt() const;  // of where its middle will be measured: a standard deviation, in pixels
 
  private:
@@ -42,7 +43,7 @@ class Tracker {
   };
 
   // A frame that was looked at. Times do not go back.
-  Changes take(const std::vector<kel_nn::Detection>& found, double seconds);
+  Changes take(const std::vector<kel_nn::Detection>& found, double seconds, cv::Size frame);
   // One that was not, since nothing moves: what was there the last time stays, and what was missing then is missed on.
   std::vector<Track> rest(double seconds);
   std::vector<Track> finish();  // all that are sure, which leave now
@@ -55,10 +56,11 @@ class Tracker {
     bool is_found = true;  // in the last frame that was looked at
   };
 
-  std::vector<Track> without_the_lost(double seconds);
+  std::vector<Track> without_the_lost();
 
   int64_t last_id_ = 0;
   double seconds_ = 0;  // of the last frame
+  cv::Rect2d frame_;
   std::vector<Followed> all_;
 };
 
