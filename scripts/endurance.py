@@ -20,7 +20,7 @@ from pathlib import Path
 from statistics import median
 from typing import IO, NamedTuple
 
-WIDTH, HEIGHT, LOOP = 104, 64, 600  # pixels, a quarter of the person network's, and frames of the video; whole periods of motion
+WIDTH, HEIGHT, LOOP = 104, 64, 2400  # pixels, a quarter of the person network's, and frames of the video; whole periods of motion
 NOISE = 1024  # KiB by which memory may differ
 
 
@@ -154,7 +154,7 @@ def main() -> None:
     parser.add_argument("--plot", type=Path, help="where to draw memory over time")
     arguments = parser.parse_args()
     # Frames shown to each of seven tasks in a pass, and an eighth of that to the network of face features.
-    shown, passes, hours, loops = (40, 12, 2, 167) if arguments.short else (400, 351, 24, 1440)
+    shown, passes, hours, loops = (40, 12, 2, 42) if arguments.short else (400, 351, 24, 360)
     program, models = arguments.build / "tests" / "kelnn_endurance", arguments.build / "tests" / "models"
     frames = passes * (7 * shown + shown // 8)
     plot_of = [

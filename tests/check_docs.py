@@ -21,8 +21,8 @@ from typing import Iterator, NamedTuple
 ROOT = Path(__file__).resolve().parent.parent
 # Programs of others; their arguments are theirs. What a system may lack, and a reader installs or has on the camera.
 OTHERS = {"apt", "apt-get", "find", "grep", "head", "sort", "uniq", "c++", "cc", "cd", "clang", "clang++", "cp", "cpack", "curl", "diff", "echo", "export", "ffmpeg", "g++",
-          "gcc", "git", "gst-launch-1.0", "jq", "ls", "make", "man", "meson", "mipsel-linux-gnu-gcc", "mkdir", "ninja", "pip", "pip3", "pkg-config",
-          "scp", "sqlite3", "ssh", "strip", "sudo", "tar", "valgrind", "qemu-mipsel", "abidiff", "xdg-open"}
+          "gcc", "git", "gst-launch-1.0", "/usr/sbin/mosquitto", "jq", "kill", "ls", "make", "man", "meson", "mipsel-linux-gnu-gcc", "mkdir", "mosquitto_sub", "ninja", "pip", "pip3", "pkg-config",
+          "scp", "sleep", "sqlite3", "ssh", "strip", "sudo", "tar", "valgrind", "qemu-mipsel", "abidiff", "xdg-open"}
 
 
 class Fence(NamedTuple):
