@@ -628,18 +628,29 @@ def stop(number: int, _: Optional[FrameType]) -> None:
     raise Stopped(number)
 
 
+def stopped_by(error: Optional[BaseException]) -> int:
+    """The signal; 0: none. What goes wrong while a cluster is ended because of one hides it."""
+    while error and not isinstance(error, Stopped):
+        error = error.__context__
+    return int(error.args[0]) if error else 0
+
+
 def main(arguments: Optional[List[str]] = None) -> int:
     chosen = options(arguments)
     before = {number: signal.signal(number, stop) for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)}
     try:
         return 0 if run(chosen) else 1
-    except Stopped as stopped:
-        tell("stopped; the same command goes on from here")
-        return 128 + int(stopped.args[0])
-    except CancelledError:
-        tell("the scheduler has given the work up")
-    except (Failure, kelnn.Error, sqlite3.Error, OSError) as error:
-        tell(str(error))
+    except BaseException as error:
+        number = stopped_by(error)
+        if number:
+            tell("stopped; the same command goes on from here")
+            return 128 + number
+        if isinstance(error, CancelledError):
+            tell("the scheduler has given the work up")
+        elif isinstance(error, (Failure, kelnn.Error, sqlite3.Error, OSError)):
+            tell(str(error))
+        else:
+            raise
     finally:
         for number, handler in before.items():
             signal.signal(number, handler)

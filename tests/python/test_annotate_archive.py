@@ -250,7 +250,7 @@ def test_whoever_is_killed(annotate: Annotate, models: str, tmp_path: Path, requ
     os.killpg(program.pid, signal.SIGINT)
     _, errors = program.communicate()
     os.close(pipe)
-    assert program.returncode == 130 and "Traceback" not in errors and "goes on from here" in errors
+    assert program.returncode == 130 and "Traceback" not in errors and "goes on from here" in errors, errors
     assert before <= len(results(out)) < len(names)
 
     stuck.unlink()
