@@ -39,6 +39,10 @@ RUNS
 alone ALONE
 mixed BUSTS EMPTY
 RUNS
+    face_features) cat <<RUNS ;;  # 20 minutes on one core
+alone ALONE
+mixed BUSTS PHOTOS
+RUNS
     person_detection) cat <<RUNS ;;  # 3 hours
 drawn
 first --start @drawn --steps 3000 RENDERED PHOTOS
