@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Cuts the faces of photographs.csv, whose points were set by hand, out of photographs: squares 1.2 times as large as the face, with
-the points as kelnn eval face-landmarks reads them. No training sees a face of these."""
+"""Cuts the faces of photographs.csv, whose points were set by hand, out of photographs: squares 1.2 times as large as the face,
+with the points as kelnn eval face-landmarks reads them. No training sees a face of these."""
 import argparse
 import csv
 from pathlib import Path

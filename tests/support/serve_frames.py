@@ -60,7 +60,6 @@ class HttpCamera(http.server.SimpleHTTPRequestHandler):
             self.wfile.write(b"--frame\r\nContent-Type: image/jpeg\r\nContent-Length: %d\r\n\r\n%b\r\n" % (len(frame), frame))
             self.wfile.flush()
 
-
     def beep(self, seconds: int) -> None:
         if seconds:
             self.send_response(200)
