@@ -70,6 +70,7 @@ std::vector<std::vector<Result>> found_in_files(
   std::vector<std::vector<Result>> all;
   for (const std::string& bytes : found_bytes(settings, file_count, begin_bytes)) {
     all.emplace_back(bytes.size() / sizeof(Result));
+    if (bytes.empty()) continue;  // there is no address then
     std::memcpy(static_cast<void*>(all.back().data()), bytes.data(), bytes.size());
   }
   return all;
