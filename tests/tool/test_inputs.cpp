@@ -91,12 +91,14 @@ TEST_F(Inputs, RawFramesAreTheSameFromAPipe) {
   EXPECT_EQ(cut.exit_code, 1);
   EXPECT_THAT(cut.err, HasSubstr("-: damaged or cut off, 5 frames were read"));
   // A pipe that nobody writes to any more: the end may be asked for, and a failure ends it.
+  // (Without --foreground timeout would send the signal twice, and the second one ends at once.)
   const auto stalled = [this](const std::string& call, const std::string& wish) {
-    return run({"/bin/sh", "-c",
-                "rm -f pipe; mkfifo pipe; timeout 20 env --default-signal=INT \"$0\" " + call +
-                    " --raw grey:64x48 <pipe >seen & exec 3>pipe; head -c 4000 /dev/zero >&3; " +
-                    wish + "wait $!",
-                KEL_NN_TEST_PROGRAM});
+    return run(
+        {"/bin/sh", "-c",
+         "rm -f pipe; mkfifo pipe; timeout --foreground 20 env --default-signal=INT \"$0\" " +
+             call + " --raw grey:64x48 <pipe >seen & exec 3>pipe; head -c 4000 /dev/zero >&3; " +
+             wish + "wait $!",
+         KEL_NN_TEST_PROGRAM});
   };
   const CommandResult ended =
       stalled("persons -", "until [ -s seen ]; do sleep 0.1; done; kill -INT $!; ");
